@@ -1,0 +1,36 @@
+#include "core/StopSignal.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <utility>
+
+#include <sys/eventfd.h>
+
+namespace tav {
+namespace {
+thread_local const StopSignal* threadStop = nullptr;
+}
+
+StopSignal::StopSignal() : event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+void StopSignal::request() noexcept {
+    const int savedErrno = errno;
+    requested_.store(true, std::memory_order_release);
+    const std::uint64_t one = 1;
+    // Fails only when the counter is full, which leaves the descriptor readable all the same.
+    [[maybe_unused]] const ssize_t written = ::write(event_.get(), &one, sizeof one);
+    errno = savedErrno;
+}
+
+const StopSignal* currentStop() noexcept {
+    return threadStop;
+}
+
+StopScope::StopScope(const StopSignal* stop) noexcept
+    : previous_(std::exchange(threadStop, stop)) {}
+
+StopScope::~StopScope() {
+    threadStop = previous_;
+}
+
+}  // namespace tav

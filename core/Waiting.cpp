@@ -1,0 +1,84 @@
+#include "core/Waiting.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <limits>
+
+#include <poll.h>
+
+#include "core/StopSignal.h"
+
+namespace tav {
+namespace {
+
+using std::chrono::milliseconds;
+using SteadyClock = std::chrono::steady_clock;
+
+/// Longer waits are cut to this, so that their end can be told in nanoseconds.
+constexpr auto longestWait = std::chrono::hours(24 * 365 * 10);
+
+/// What poll() may wait at most in one call.
+int pollTimeout(SteadyClock::time_point end) {
+    const auto left = std::chrono::ceil<milliseconds>(end - SteadyClock::now()).count();
+    return static_cast<int>(std::clamp<long long>(left, 0, std::numeric_limits<int>::max()));
+}
+
+int stopDescriptor() {
+    const StopSignal* const stop = currentStop();
+    return stop == nullptr ? -1 : stop->descriptor();
+}
+
+}  // namespace
+
+std::optional<Deadline> Deadline::after(std::chrono::seconds wait) {
+    timespec moment{};
+    if (::clock_gettime(CLOCK_REALTIME, &moment) != 0) return std::nullopt;
+    const long long room =
+        std::min<long long>(std::numeric_limits<std::time_t>::max() - moment.tv_sec,
+                            std::chrono::seconds(longestWait).count());
+    moment.tv_sec += static_cast<std::time_t>(std::min<long long>(wait.count(), room));
+    return Deadline(moment);
+}
+
+std::time_t secondsNow() {
+    return std::time(nullptr);
+}
+
+Wake waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+               const Deadline& deadline) {
+    const std::chrono::system_clock::time_point moment(
+        std::chrono::duration_cast<std::chrono::system_clock::duration>(
+            std::chrono::seconds(deadline.moment().tv_sec) +
+            std::chrono::nanoseconds(deadline.moment().tv_nsec)));
+    return condition.wait_until(lock, moment) == std::cv_status::timeout ? Wake::TimedOut
+                                                                         : Wake::Signalled;
+}
+
+Pause pauseFor(milliseconds pause) {
+    const auto end = SteadyClock::now() + pause;
+    pollfd stop{stopDescriptor(), POLLIN, 0};
+    while (!stopRequested()) {
+        const int timeout = pollTimeout(end);
+        if (timeout == 0) return Pause::Finished;
+        ::poll(&stop, 1, timeout);
+    }
+    return Pause::Stopped;
+}
+
+Readable waitReadable(int descriptor, milliseconds limit) {
+    const auto end = SteadyClock::now() + limit;
+    std::array<pollfd, 2> watched{{{descriptor, POLLIN, 0}, {stopDescriptor(), POLLIN, 0}}};
+    while (true) {
+        const int timeout = pollTimeout(end);
+        const int ready = ::poll(watched.data(), watched.size(), timeout);
+        if (ready < 0 && errno != EINTR) return Readable::Failed;
+        if (ready > 0 && watched[0].revents != 0) {
+            return (watched[0].revents & POLLIN) != 0 ? Readable::Ready : Readable::Failed;
+        }
+        if (stopRequested()) return Readable::Stopped;
+        if (timeout == 0) return Readable::TimedOut;
+    }
+}
+
+}  // namespace tav

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <ctime>
+#include <mutex>
+#include <optional>
+
+/// Every timed wait and every pause of the library goes through these functions, and nothing else
+/// in the library reads a clock in order to wait. The tests link a faster implementation of this
+/// header, so that nobody waits a real day for a push interval to end.
+namespace tav {
+
+/// A moment on the real-time clock.
+class Deadline {
+ public:
+    /// `wait` from now, at most ten years. Empty when the clock cannot be read; errno then tells
+    /// why.
+    static std::optional<Deadline> after(std::chrono::seconds wait);
+
+    /// Whole seconds since the epoch, comparable with secondsNow().
+    std::time_t seconds() const noexcept { return moment_.tv_sec; }
+    const timespec& moment() const noexcept { return moment_; }
+
+ private:
+    explicit Deadline(const timespec& moment) noexcept : moment_(moment) {}
+    timespec moment_;
+};
+
+/// The real-time clock in whole seconds since the epoch.
+std::time_t secondsNow();
+
+enum class Wake { Signalled, TimedOut };
+
+/// Waits on `condition` until it is signalled (or wakes for no reason) or the deadline passes.
+Wake waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+               const Deadline& deadline);
+
+enum class Pause { Finished, Stopped };
+
+/// Pauses the calling thread; ends early when the thread's stop signal is set.
+Pause pauseFor(std::chrono::milliseconds pause);
+
+enum class Readable { Ready, TimedOut, Stopped, Failed };
+
+/// Waits until `descriptor` can be read, at most `limit`. Stopped: the thread's stop signal was set
+/// before the descriptor became readable. Failed: the descriptor is not one that can be waited for.
+Readable waitReadable(int descriptor, std::chrono::milliseconds limit);
+
+}  // namespace tav

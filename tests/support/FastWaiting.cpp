@@ -1,0 +1,80 @@
+/// Implements core/Waiting.h on a clock that the tests speed up or break.
+#include "tests/support/FastWaiting.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include <poll.h>
+
+#include "core/StopSignal.h"
+#include "core/Waiting.h"
+
+namespace tav {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
+using std::chrono::system_clock;
+
+const system_clock::time_point testStart = system_clock::now();
+
+milliseconds realTime(nanoseconds fast) {
+    return std::chrono::ceil<milliseconds>(fast / test::clockSpeed.load());
+}
+
+}  // namespace
+
+nanoseconds test::fastNow() {
+    return testStart.time_since_epoch() + (system_clock::now() - testStart) * clockSpeed.load();
+}
+
+std::optional<Deadline> Deadline::after(std::chrono::seconds wait) {
+    if (test::clockFails) {
+        errno = EIO;
+        return std::nullopt;
+    }
+    const auto moment = (test::fastNow() + wait).count();
+    return Deadline(timespec{static_cast<std::time_t>(moment / 1'000'000'000),
+                             static_cast<long>(moment % 1'000'000'000)});
+}
+
+std::time_t secondsNow() {
+    return static_cast<std::time_t>(test::fastNow().count() / 1'000'000'000);
+}
+
+Wake waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+               const Deadline& deadline) {
+    const auto moment =
+        std::chrono::seconds(deadline.moment().tv_sec) + nanoseconds(deadline.moment().tv_nsec);
+    const auto end = system_clock::now() + realTime(moment - test::fastNow());
+    return condition.wait_until(lock, end) == std::cv_status::timeout ? Wake::TimedOut
+                                                                      : Wake::Signalled;
+}
+
+Pause pauseFor(milliseconds pause) {
+    switch (waitReadable(-1, pause)) {
+        case Readable::Stopped:
+            return Pause::Stopped;
+        default:
+            return Pause::Finished;
+    }
+}
+
+Readable waitReadable(int descriptor, milliseconds limit) {
+    const auto end = system_clock::now() + realTime(limit);
+    const StopSignal* const stop = currentStop();
+    while (true) {
+        const auto left = std::chrono::ceil<milliseconds>(end - system_clock::now()).count();
+        pollfd watched[2] = {{descriptor, POLLIN, 0},
+                             {stop == nullptr ? -1 : stop->descriptor(), POLLIN, 0}};
+        const int ready = ::poll(watched, 2, static_cast<int>(std::max<long long>(left, 0)));
+        if (ready < 0 && errno != EINTR) return Readable::Failed;
+        if (ready > 0 && watched[0].revents != 0) {
+            return (watched[0].revents & POLLIN) != 0 ? Readable::Ready : Readable::Failed;
+        }
+        if (stopRequested()) return Readable::Stopped;
+        if (left <= 0) return Readable::TimedOut;
+    }
+}
+
+}  // namespace tav
