@@ -2,13 +2,12 @@
 add_library(tav_warnings INTERFACE)
 target_compile_options(tav_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Werror -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast
-    -Wcast-qual -Wcast-align -Wformat=2 -Wundef -Wnon-virtual-dtor -Woverloaded-virtual
-    -Wnull-dereference -fno-common)
+    -Wcast-qual -Wcast-align -Wformat=2 -Wundef -Wnon-virtual-dtor -Woverloaded-virtual -fno-common)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(tav_warnings INTERFACE -Wduplicated-cond -Wlogical-op)
     if(TAV_SANITIZE)
-        # Instrumented code hides the values that these two warnings reason about.
-        target_compile_options(tav_warnings INTERFACE -Wno-null-dereference -Wno-maybe-uninitialized)
+        # Instrumented code hides the values that this warning reasons about.
+        target_compile_options(tav_warnings INTERFACE -Wno-maybe-uninitialized)
     endif()
 endif()
 if(TAV_SANITIZE)

@@ -18,10 +18,9 @@ using SteadyClock = std::chrono::steady_clock;
 /// Longer waits are cut to this, so that their end can be told in nanoseconds.
 constexpr auto longestWait = std::chrono::hours(24 * 365 * 10);
 
-/// What poll() may wait at most in one call.
-int pollTimeout(SteadyClock::time_point end) {
-    const auto left = std::chrono::ceil<milliseconds>(end - SteadyClock::now()).count();
-    return static_cast<int>(std::clamp<long long>(left, 0, std::numeric_limits<int>::max()));
+int pollTimeout(const TimeLimit& limit) {
+    return static_cast<int>(
+        std::min<long long>(limit.left().count(), std::numeric_limits<int>::max()));
 }
 
 int stopDescriptor() {
@@ -56,21 +55,21 @@ Wake waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>&
 }
 
 Pause pauseFor(milliseconds pause) {
-    const auto end = SteadyClock::now() + pause;
-    pollfd stop{stopDescriptor(), POLLIN, 0};
-    while (!stopRequested()) {
-        const int timeout = pollTimeout(end);
-        if (timeout == 0) return Pause::Finished;
-        ::poll(&stop, 1, timeout);
-    }
-    return Pause::Stopped;
+    return waitReadable(-1, TimeLimit(pause)) == Readable::Stopped ? Pause::Stopped
+                                                                   : Pause::Finished;
 }
 
-Readable waitReadable(int descriptor, milliseconds limit) {
-    const auto end = SteadyClock::now() + limit;
+TimeLimit::TimeLimit(milliseconds limit) : end_(SteadyClock::now() + limit) {}
+
+milliseconds TimeLimit::left() const {
+    const auto left = std::chrono::ceil<milliseconds>(end_ - SteadyClock::now());
+    return std::max(left, milliseconds(0));
+}
+
+Readable waitReadable(int descriptor, const TimeLimit& limit) {
     std::array<pollfd, 2> watched{{{descriptor, POLLIN, 0}, {stopDescriptor(), POLLIN, 0}}};
     while (true) {
-        const int timeout = pollTimeout(end);
+        const int timeout = pollTimeout(limit);
         const int ready = ::poll(watched.data(), watched.size(), timeout);
         if (ready < 0 && errno != EINTR) return Readable::Failed;
         if (ready > 0 && watched[0].revents != 0) {

@@ -41,10 +41,21 @@ enum class Pause { Finished, Stopped };
 /// Pauses the calling thread; ends early when the thread's stop signal is set.
 Pause pauseFor(std::chrono::milliseconds pause);
 
+/// How much longer something may take.
+class TimeLimit {
+ public:
+    explicit TimeLimit(std::chrono::milliseconds limit);
+    /// What is left of it in real milliseconds, rounded up; 0 when it is over.
+    std::chrono::milliseconds left() const;
+
+ private:
+    std::chrono::steady_clock::time_point end_;
+};
+
 enum class Readable { Ready, TimedOut, Stopped, Failed };
 
-/// Waits until `descriptor` can be read, at most `limit`. Stopped: the thread's stop signal was set
-/// before the descriptor became readable. Failed: the descriptor is not one that can be waited for.
-Readable waitReadable(int descriptor, std::chrono::milliseconds limit);
+/// Waits until `descriptor` can be read or the limit is over. Stopped: the thread's stop signal was
+/// set before the descriptor became readable. Failed: it is not one that can be waited for.
+Readable waitReadable(int descriptor, const TimeLimit& limit);
 
 }  // namespace tav

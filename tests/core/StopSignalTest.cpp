@@ -24,16 +24,16 @@ TEST(StopSignal, EndsThePausesAndWaitsOfItsThreadAndOfNoOther) {
     });
     {
         const tav::StopScope scope(&stop);
-        EXPECT_EQ(tav::waitReadable(ends[0], 60s), tav::Readable::Stopped);
+        EXPECT_EQ(tav::waitReadable(ends[0], tav::TimeLimit(60s)), tav::Readable::Stopped);
         EXPECT_EQ(tav::pauseFor(60s), tav::Pause::Stopped);
         const tav::StopScope unstoppable(nullptr);
         EXPECT_EQ(tav::pauseFor(1ms), tav::Pause::Finished);
-        EXPECT_EQ(tav::waitReadable(ends[0], 1ms), tav::Readable::TimedOut);
+        EXPECT_EQ(tav::waitReadable(ends[0], tav::TimeLimit(1ms)), tav::Readable::TimedOut);
     }
     stopper.join();
     ASSERT_EQ(::write(ends[1], "x", 1), 1);
     const tav::StopScope scope(&stop);
-    EXPECT_EQ(tav::waitReadable(ends[0], 60s), tav::Readable::Ready)
+    EXPECT_EQ(tav::waitReadable(ends[0], tav::TimeLimit(60s)), tav::Readable::Ready)
         << "what has arrived is worth more than a stop";
     ::close(ends[0]);
     ::close(ends[1]);

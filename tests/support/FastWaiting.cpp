@@ -52,28 +52,31 @@ Wake waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>&
 }
 
 Pause pauseFor(milliseconds pause) {
-    switch (waitReadable(-1, pause)) {
-        case Readable::Stopped:
-            return Pause::Stopped;
-        default:
-            return Pause::Finished;
-    }
+    return waitReadable(-1, TimeLimit(pause)) == Readable::Stopped ? Pause::Stopped
+                                                                   : Pause::Finished;
 }
 
-Readable waitReadable(int descriptor, milliseconds limit) {
-    const auto end = system_clock::now() + realTime(limit);
+TimeLimit::TimeLimit(milliseconds limit)
+    : end_(std::chrono::steady_clock::now() + realTime(limit)) {}
+
+milliseconds TimeLimit::left() const {
+    const auto left = std::chrono::ceil<milliseconds>(end_ - std::chrono::steady_clock::now());
+    return std::max(left, milliseconds(0));
+}
+
+Readable waitReadable(int descriptor, const TimeLimit& limit) {
     const StopSignal* const stop = currentStop();
     while (true) {
-        const auto left = std::chrono::ceil<milliseconds>(end - system_clock::now()).count();
+        const int timeout = static_cast<int>(limit.left().count());
         pollfd watched[2] = {{descriptor, POLLIN, 0},
                              {stop == nullptr ? -1 : stop->descriptor(), POLLIN, 0}};
-        const int ready = ::poll(watched, 2, static_cast<int>(std::max<long long>(left, 0)));
+        const int ready = ::poll(watched, 2, timeout);
         if (ready < 0 && errno != EINTR) return Readable::Failed;
         if (ready > 0 && watched[0].revents != 0) {
             return (watched[0].revents & POLLIN) != 0 ? Readable::Ready : Readable::Failed;
         }
         if (stopRequested()) return Readable::Stopped;
-        if (left <= 0) return Readable::TimedOut;
+        if (timeout == 0) return Readable::TimedOut;
     }
 }
 
