@@ -1,0 +1,165 @@
+#include "core/Command.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <unistd.h>
+
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+
+#include "core/FileDescriptor.h"
+#include "core/StopSignal.h"
+
+namespace tav {
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr std::chrono::minutes timeLimit{5};
+constexpr rlim_t fileSizeLimit = 64U << 20U;
+/// How often a command is looked at on a kernel that cannot report its end (before Linux 5.3).
+constexpr int lookEveryMs = 20;
+
+struct Pipe {
+    FileDescriptor readEnd;
+    FileDescriptor writeEnd;
+};
+
+bool openPipe(Pipe& pipe) {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) return false;
+    pipe.readEnd.reset(ends[0]);
+    pipe.writeEnd.reset(ends[1]);
+    return ::fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0;
+}
+
+/// Attributes and file actions of the child; releases both.
+class SpawnSetup {
+ public:
+    SpawnSetup() {
+        ::posix_spawn_file_actions_init(&actions_);
+        ::posix_spawnattr_init(&attributes_);
+    }
+    SpawnSetup(const SpawnSetup&) = delete;
+    SpawnSetup& operator=(const SpawnSetup&) = delete;
+    ~SpawnSetup() {
+        ::posix_spawnattr_destroy(&attributes_);
+        ::posix_spawn_file_actions_destroy(&actions_);
+    }
+
+    /// A process group of its own, so that all of it can be killed; no signal blocked or ignored.
+    /// What it complains about is told by our own log lines.
+    bool prepare(int output) {
+        sigset_t none;
+        sigset_t all;
+        ::sigemptyset(&none);
+        ::sigfillset(&all);
+        constexpr short flags =
+            POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+        return ::posix_spawnattr_setflags(&attributes_, flags) == 0 &&
+               ::posix_spawnattr_setsigmask(&attributes_, &none) == 0 &&
+               ::posix_spawnattr_setsigdefault(&attributes_, &all) == 0 &&
+               ::posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY,
+                                                  0) == 0 &&
+               ::posix_spawn_file_actions_addopen(&actions_, STDERR_FILENO, "/dev/null", O_WRONLY,
+                                                  0) == 0 &&
+               ::posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO) == 0;
+    }
+
+    pid_t spawn(const std::string& command) {
+        std::string shell = "sh";
+        std::string option = "-c";
+        std::string text = command;
+        std::array<char*, 4> arguments = {shell.data(), option.data(), text.data(), nullptr};
+        pid_t child = -1;
+        const int failure =
+            ::posix_spawn(&child, "/bin/sh", &actions_, &attributes_, arguments.data(), ::environ);
+        return failure == 0 ? child : -1;
+    }
+
+ private:
+    posix_spawn_file_actions_t actions_{};
+    posix_spawnattr_t attributes_{};
+};
+
+pid_t startShell(const std::string& command, int output) {
+    SpawnSetup setup;
+    if (!setup.prepare(output)) return -1;
+    const pid_t child = setup.spawn(command);
+    if (child > 0) {
+        const rlimit limit{fileSizeLimit, fileSizeLimit};
+        ::prlimit(child, RLIMIT_FSIZE, &limit, nullptr);
+    }
+    return child;
+}
+
+/// Takes what the pipe holds now.
+void drain(int pipe, std::string& output) {
+    std::array<char, 4096> chunk;
+    while (output.size() <= commandOutputLimit) {
+        const ssize_t count = ::read(pipe, chunk.data(), chunk.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) return;
+        output.append(chunk.data(), static_cast<std::size_t>(count));
+    }
+}
+
+bool hasEnded(pid_t child) {
+    siginfo_t info{};
+    return ::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+           info.si_pid == child;
+}
+
+/// Waits for the command's end while collecting its output; false when it has to be killed.
+bool superviseCommand(pid_t child, int pipe, std::string& output) {
+    const auto end = steady_clock::now() + timeLimit;
+    const FileDescriptor endOfChild(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+    const StopSignal* const stop = currentStop();
+    std::array<pollfd, 3> watched{{{pipe, POLLIN, 0},
+                                   {endOfChild.get(), POLLIN, 0},
+                                   {stop == nullptr ? -1 : stop->descriptor(), POLLIN, 0}}};
+    while (true) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(end - steady_clock::now()).count();
+        if (left <= 0 || stopRequested() || output.size() > commandOutputLimit) return false;
+        const int wait = endOfChild.isOpen() ? static_cast<int>(left) : lookEveryMs;
+        ::poll(watched.data(), watched.size(), wait);
+        const bool ended = hasEnded(child);
+        drain(pipe, output);
+        if (ended) return true;
+        // All writers are gone but the command goes on: nothing more to read, only its end.
+        if ((watched[0].revents & POLLHUP) != 0) watched[0].fd = -1;
+    }
+}
+
+}  // namespace
+
+CommandResult runShell(const std::string& command) {
+    CommandResult result;
+    Pipe pipe;
+    if (!openPipe(pipe)) return result;
+    const pid_t child = startShell(command, pipe.writeEnd.get());
+    if (child < 0) return result;
+    pipe.writeEnd.reset();
+    result.finished = superviseCommand(child, pipe.readEnd.get(), result.output);
+    if (!result.finished) ::kill(-child, SIGKILL);
+    int status = 0;
+    pid_t reaped = -1;
+    do {
+        reaped = ::waitpid(child, &status, 0);
+    } while (reaped < 0 && errno == EINTR);
+    if (result.finished && reaped == child && WIFEXITED(status)) {
+        result.exitStatus = WEXITSTATUS(status);
+    }
+    return result;
+}
+
+}  // namespace tav

@@ -1,0 +1,139 @@
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include <signal.h>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "core/Command.h"
+#include "core/ScratchFile.h"
+#include "core/StopSignal.h"
+#include "tests/support/Files.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+using tav::runShell;
+using tav::test::openDescriptors;
+using tav::test::readFile;
+using tav::test::writeFile;
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* path = "/tmp/scratch";
+
+TEST(Command, TellsHowACommandEndedAndWhatItPrinted) {
+    const struct {
+        const char* command;
+        bool finished;
+        int exitStatus;
+        const char* output;
+    } rows[] = {{"printf 'a\\nb'", true, 0, "a\nb"},
+                {"echo x; exit 3", true, 3, "x\n"},
+                {"no-such-command", true, 127, ""},
+                {"kill -9 $$", true, -1, ""},
+                {"cat", true, 0, ""},
+                {"echo first; exec >&-; sleep 0.05; exit 4", true, 4, "first\n"},
+                {"sleep 100 & echo started", true, 0, "started\n"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.command);
+        const tav::CommandResult result = runShell(row.command);
+        EXPECT_EQ(result.finished, row.finished);
+        EXPECT_EQ(result.exitStatus, row.exitStatus);
+        EXPECT_EQ(result.output, row.output);
+    }
+}
+
+TEST(Command, IsEndedWithAllThatItStarted) {
+    const std::size_t descriptors = openDescriptors();
+    tav::StopSignal stop;
+    const tav::StopScope scope(&stop);
+    std::thread stopper([&] {
+        while (readFile("/tmp/child").empty())
+            std::this_thread::sleep_for(1ms);
+        stop.request();
+    });
+    const auto begin = Clock::now();
+    const tav::CommandResult hung = runShell("sh -c 'echo $$ > /tmp/child; sleep 1000; :' | cat");
+    stopper.join();
+    EXPECT_FALSE(hung.finished);
+    EXPECT_LT(Clock::now() - begin, 10s);
+    const pid_t child = std::stoi(readFile("/tmp/child"));
+    while (::kill(child, 0) == 0)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_FALSE(runShell("echo too late").finished);
+    EXPECT_EQ(openDescriptors(), descriptors + 1) << "only the stop signal's own";
+}
+
+TEST(Command, IsEndedWhenItFloodsUs) {
+    const tav::CommandResult flood = runShell("yes");
+    EXPECT_FALSE(flood.finished);
+    EXPECT_LT(flood.output.size(), tav::commandOutputLimit + 8192);
+    EXPECT_FALSE(runShell("yes > /tmp/flood").succeeded());
+    EXPECT_LE(fs::file_size("/tmp/flood"), 64U << 20U);
+}
+
+TEST(Command, StartsWithACleanSetOfSignals) {
+    ::signal(SIGPIPE, SIG_IGN);
+    sigset_t all;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    EXPECT_EQ(runShell("grep SigBlk /proc/self/status").output, "SigBlk:\t0000000000000000\n");
+    EXPECT_EQ(runShell("kill -PIPE $$; echo survived").output, "");
+}
+
+TEST(ScratchFile, IsNeverAStaleOrPlantedFile) {
+    writeFile("/tmp/victim", "secret\n");
+    const struct {
+        const char* name;
+        void (*plant)();
+    } rows[] = {{"nothing", [] {}},
+                {"a stale file", [] { writeFile(path, "stale\n"); }},
+                {"a link", [] { fs::create_symlink("/tmp/victim", path); }},
+                {"a link to nowhere", [] { fs::create_symlink("/tmp/nowhere", path); }},
+                {"a pipe", [] { ::mkfifo(path, 0666); }}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        row.plant();
+        {
+            const tav::ScratchFile scratch(path);
+            ASSERT_TRUE(scratch.isOpen());
+            EXPECT_EQ(fs::status(path).permissions(),
+                      fs::perms::owner_read | fs::perms::owner_write);
+            runShell("echo fresh >> /tmp/scratch");
+            EXPECT_EQ(scratch.read(100), "fresh\n");
+            EXPECT_EQ(scratch.read(3), "fre");
+        }
+        EXPECT_FALSE(fs::exists(fs::symlink_status(path)));
+    }
+    EXPECT_EQ(readFile("/tmp/victim"), "secret\n");
+    EXPECT_FALSE(fs::exists("/tmp/nowhere"));
+    fs::create_directories("/tmp/scratch/inside");
+    EXPECT_FALSE(tav::ScratchFile(path).isOpen());
+    EXPECT_FALSE(tav::ScratchFile("/no/such/directory/file").isOpen());
+}
+
+TEST(ScratchFile, IsUsedByOneAtATime) {
+    constexpr int users = 8;
+    std::vector<std::thread> threads;
+    for (int user = 0; user < users; ++user) {
+        threads.emplace_back([user] {
+            const tav::ScratchFile scratch("/tmp/shared");
+            const std::string word = std::to_string(user) + "\n";
+            runShell("printf '" + std::to_string(user) + "' >> /tmp/shared; echo >> /tmp/shared");
+            EXPECT_EQ(scratch.read(100), word);
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    const tav::ScratchFile held("/tmp/shared");
+    tav::StopSignal stop;
+    stop.request();
+    const tav::StopScope scope(&stop);
+    EXPECT_FALSE(tav::ScratchFile("/tmp/shared").isOpen());
+}
+
+}  // namespace
