@@ -1,0 +1,60 @@
+#include "core/Log.h"
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+
+#include "core/Logger.h"
+
+namespace tav {
+namespace {
+
+using CPlusPlusLogging::Logger;
+using WriteLine = void (Logger::*)(const std::string&, const std::string&, int);
+
+void writeFormatted(WriteLine writeLine, const char* module, int line, const char* format,
+                    va_list arguments) {
+    std::array<char, 4096> message;
+    std::vsnprintf(message.data(), message.size(), format, arguments);
+    (Logger::getInstance()->*writeLine)(message.data(), module, line);
+}
+
+}  // namespace
+
+void ModuleLog::error(SourceLine line, const char* format, ...) const {
+    if (!Logger::getInstance()->writesErrors()) return;
+    va_list arguments;
+    va_start(arguments, format);
+    writeFormatted(&Logger::error, module_, line.number, format, arguments);
+    va_end(arguments);
+}
+
+void ModuleLog::warning(SourceLine line, const char* format, ...) const {
+    if (!Logger::getInstance()->writesWarnings()) return;
+    va_list arguments;
+    va_start(arguments, format);
+    writeFormatted(&Logger::warning, module_, line.number, format, arguments);
+    va_end(arguments);
+}
+
+void ModuleLog::info(SourceLine line, const char* format, ...) const {
+    if (!Logger::getInstance()->writesInfo()) return;
+    va_list arguments;
+    va_start(arguments, format);
+    writeFormatted(&Logger::info, module_, line.number, format, arguments);
+    va_end(arguments);
+}
+
+void ModuleLog::debug(SourceLine line, const char* format, ...) const {
+    if (!Logger::getInstance()->writesDebug()) return;
+    va_list arguments;
+    va_start(arguments, format);
+    writeFormatted(&Logger::debug, module_, line.number, format, arguments);
+    va_end(arguments);
+}
+
+void ModuleLog::infoText(SourceLine line, const std::string& text) const {
+    Logger::getInstance()->info(text, module_, line.number);
+}
+
+}  // namespace tav

@@ -1,0 +1,113 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "core/Export.h"
+#include "core/FileDescriptor.h"
+
+namespace CPlusPlusLogging {
+
+/// Threshold of a log.
+enum LOG_LEVEL : std::int32_t {
+    DEBUG_LOGGED = 1,  ///< of the debug log: its lines are written
+    LEVEL_INFO = 2,
+    LEVEL_WARNING = 3,
+    LEVEL_ERROR = 4,
+    LEVEL_ENABLED_ONLY = 6,
+    LEVEL_DISABLED = 7,  ///< also of the debug log: its lines are not written
+};
+
+/// The logger of the process. It writes either to files or to the system log, as the configuration
+/// says when the instance is made; only the level and the main log's target can change later.
+///
+/// Any thread may log; every line is formatted and written under one lock (rank: innermost, see
+/// docs/architecture.md), so nothing inside the writing of a line logs.
+class TAV_API Logger {
+ public:
+    /// The instance, made by the first call. When a log file's directory cannot be created the
+    /// process ends here, with exit status -10 (main log) or -11 (debug log).
+    static Logger* getInstance();
+    static void loggerInit();
+
+    /// One line each: message, module tag, source line number (three digits or four).
+    void error(const std::string& message, const std::string& module, int line);
+    void warning(const std::string& message, const std::string& module, int line);
+    void info(const std::string& message, const std::string& module, int line);
+    void debug(const std::string& message, const std::string& module, int line);
+    /// Written whatever the level.
+    void always(const std::string& message, const std::string& module, int line);
+
+    /// Whether the level lets lines of that kind through.
+    bool writesErrors() const noexcept { return level() < 5; }
+    bool writesWarnings() const noexcept { return level() < 4; }
+    bool writesInfo() const noexcept { return level() < 3; }
+    bool writesDebug() const noexcept { return debugLevel_ == DEBUG_LOGGED; }
+
+    void updateLogLevel(LOG_LEVEL level) noexcept { logLevel_ = level; }
+    LOG_LEVEL getLoglevel() const noexcept { return level(); }
+    LOG_LEVEL getDebugLoglevel() const noexcept { return debugLevel_; }
+    void enaleLog() noexcept { logLevel_ = LEVEL_ENABLED_ONLY; }
+    void disableLog() noexcept { logLevel_ = LEVEL_DISABLED; }
+    /// Sends the main log to its file from now on; opens nothing.
+    void enableFileLogging() noexcept { mainTarget_ = Target::File; }
+
+    /// Moves the main or the debug log into the backup directory when it has reached 500,000,000
+    /// bytes, and starts it anew. No line is lost: the log lock is held meanwhile, and the live log
+    /// stays as it is when the copy fails. Other paths are left alone.
+    void isFileExceeded(const std::string& path);
+
+    void lock() { mutex_.lock(); }
+    void unlock() { mutex_.unlock(); }
+
+ private:
+    enum class Target : std::int32_t { File = 2, SystemLog = 3 };
+
+    struct LogFile {
+        std::string path;
+        tav::FileDescriptor descriptor;
+    };
+
+    Logger();
+    ~Logger();
+
+    LOG_LEVEL level() const noexcept { return logLevel_.load(std::memory_order_relaxed); }
+
+    void openLogs(bool debugLogging);
+    void linkLogs();
+    void write(Target target, std::string_view tag, std::string_view message,
+               std::string_view module, int line);
+    void logIntoFile(std::string_view tag, std::string_view message, std::string_view module,
+                     int line);
+    static void logIntoSyslog(std::string_view tag, std::string_view message,
+                              std::string_view module, int line);
+    static void restoreIfRemoved(LogFile& log);
+
+    static Logger* m_Instance;
+
+    LogFile mainLog_;
+    LogFile debugLog_;
+    std::mutex mutex_;
+    std::atomic<LOG_LEVEL> logLevel_{LEVEL_WARNING};
+    LOG_LEVEL debugLevel_ = LEVEL_DISABLED;
+    std::atomic<Target> mainTarget_{Target::SystemLog};
+    Target debugTarget_ = Target::SystemLog;
+
+    std::string line_;   ///< the line being written; kept to reuse its memory
+    std::string stamp_;  ///< date and time of stampSecond_
+    std::time_t stampSecond_ = -1;
+};
+
+/// Creates every missing parent directory of `path` (mode 0700), never its last component. 0, or -1
+/// at the first that cannot be created, with errno as mkdir left it.
+TAV_API int createDirectoryPath(const std::string& path);
+
+/// Makes `linkDirectory`/(base name of `target`) a symbolic link to `target`, replacing what is
+/// there. 0, also when `target` cannot be read (nothing is done then), or -1 after a warning in the
+/// system log.
+TAV_API int createSymbolicLink(const std::string& target, const std::string& linkDirectory);
+
+}  // namespace CPlusPlusLogging

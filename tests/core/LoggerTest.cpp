@@ -1,0 +1,276 @@
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/Log.h"
+#include "core/Logger.h"
+#include "tests/support/Files.h"
+#include "tests/support/SystemLog.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using CPlusPlusLogging::createDirectoryPath;
+using CPlusPlusLogging::createSymbolicLink;
+using CPlusPlusLogging::Logger;
+using tav::test::debugLog;
+using tav::test::logEverything;
+using tav::test::mainLog;
+using tav::test::readFile;
+using tav::test::writeConfiguration;
+using tav::test::writeFile;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+constexpr const char* backups = "/scratch/log/orn/tav/backup_log";
+constexpr off_t rotationSize = 500'000'000;
+
+std::string afterTime(const std::string& log) {
+    return std::regex_replace(log, std::regex("(^|\n)[A-Z][a-z]{2} [0-9]+ [0-9:]{8} "), "$1");
+}
+
+void writeOneOfEach(Logger& logger) {
+    logger.error("e", "JOB_MGR", 7);
+    logger.warning("w", "JOB_MGR", 82);
+    logger.info("i", "JOB_MGR", 123);
+    logger.debug("d", "JOB_MGR", 4567);
+    logger.always("a", "JOB_MGR", 1);
+}
+
+TEST(Logger, LinesInFiles) {
+    logEverything();
+    writeOneOfEach(*Logger::getInstance());
+    EXPECT_THAT(readFile(mainLog),
+                MatchesRegex("([A-Z][a-z]{2} [0-9]{1,2} [0-9:]{8} [^\n]+\n){4}"));
+    EXPECT_EQ(afterTime(readFile(mainLog)),
+              "[ERROR]   007 JOB_MGR: e\n"
+              "[WARNING] 082 JOB_MGR: w\n"
+              "[INFO]    123 JOB_MGR: i\n"
+              "[INFO] 001 JOB_MGR: a\n");
+    EXPECT_EQ(afterTime(readFile(debugLog)), "[DEBUG] 4567 JOB_MGR: d\n");
+    EXPECT_EQ(fs::read_symlink("/opt/orn/tav/log/tav.log"), mainLog);
+    EXPECT_EQ(fs::read_symlink("/opt/orn/tav/log/debug.log"), debugLog);
+}
+
+TEST(Logger, LevelsDecideWhatIsWrittenAndFormatted) {
+    logEverything();
+    Logger& logger = *Logger::getInstance();
+    const struct {
+        int level;
+        const char* letters;
+    } rows[] = {{2, "ewi"}, {3, "ew"}, {4, "e"}, {6, ""}, {7, ""}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.level);
+        logger.updateLogLevel(static_cast<CPlusPlusLogging::LOG_LEVEL>(row.level));
+        const std::size_t before = readFile(mainLog).size();
+        writeOneOfEach(logger);
+        const std::string written = readFile(mainLog).substr(before);
+        std::string letters;
+        for (const char letter : std::string("ewi")) {
+            if (written.find(std::string(": ") + letter) != std::string::npos) letters += letter;
+        }
+        EXPECT_EQ(letters, row.letters);
+        EXPECT_THAT(written, HasSubstr(": a\n"));
+    }
+    constexpr tav::ModuleLog module{"T"};
+    logger.updateLogLevel(CPlusPlusLogging::LEVEL_INFO);
+    module.info(tav::at(5), "%s|", std::string(10'000, 'x').c_str());
+    const std::string log = readFile(mainLog);
+    EXPECT_EQ(std::count(log.begin(), log.end(), 'x'), 4095);
+}
+
+TEST(Logger, LevelWords) {
+    const struct {
+        const char* word;
+        bool info, warnings;
+    } rows[] = {{"Warning", false, true}, {"INFO", true, true}, {"Error", false, false}};
+    for (const auto& row : rows) {
+        const std::string configuration = std::string("\"LoggingLevel\":\"") + row.word + "\"";
+        EXPECT_EXIT(
+            {
+                writeConfiguration(configuration);
+                const Logger& logger = *Logger::getInstance();
+                std::exit((logger.writesInfo() ? 2 : 0) + (logger.writesWarnings() ? 1 : 0));
+            },
+            testing::ExitedWithCode((row.info ? 2 : 0) + (row.warnings ? 1 : 0)), "");
+    }
+}
+
+TEST(Logger, RecordsInTheSystemLog) {
+    tav::test::SystemLog systemLog;
+    writeConfiguration(R"("LoggingLevel":"Info","EnableDebugLog":"true",
+                          "TAVLogLocation":"SysLog","DebugLogLocation":"SYSLOG")");
+    writeOneOfEach(*Logger::getInstance());
+    Logger::getInstance()->error("100%s", "T", 1);
+    EXPECT_THAT(
+        systemLog.records(),
+        ElementsAre("<11>tav: [ERROR]   007 JOB_MGR: e", "<12>tav: [WARNING] 082 JOB_MGR: w",
+                    "<14>tav: [INFO]    123 JOB_MGR: i", "<15>tav: [DEBUG] 4567 JOB_MGR: d",
+                    "<14>tav: [INFO] 001 JOB_MGR: a", "<11>tav: [ERROR]   001 T: 100%s"));
+    EXPECT_FALSE(fs::exists("/var/log/tav"));
+    EXPECT_TRUE(fs::is_empty("/opt/orn/tav/log"));
+}
+
+TEST(Logger, EndsTheProcessWithoutItsDirectories) {
+    writeFile("/var/log/file", "");
+    tav::test::SystemLog systemLog;
+    EXPECT_EXIT(
+        {
+            writeConfiguration(R"("TAVLogLocation":"/var/log/file/x/tav.log")");
+            Logger::loggerInit();
+        },
+        testing::ExitedWithCode(246), "");
+    EXPECT_EXIT(
+        {
+            writeConfiguration(R"("TAVLogLocation":"/var/log/tav.log",
+                                  "DebugLogLocation":"/var/log/file/x/debug.log")");
+            Logger::loggerInit();
+        },
+        testing::ExitedWithCode(245), "");
+    EXPECT_THAT(systemLog.records(),
+                ElementsAre("<11>tav: Failed to create directory path for TAV log file "
+                            "[/var/log/file/x/tav.log]: 20 - Not a directory",
+                            "<11>tav: Failed to create directory path for TAV debug log file "
+                            "[/var/log/file/x/debug.log]: 20 - Not a directory"));
+}
+
+TEST(Logger, GoesOnWithoutAFileThatCannotBeOpened) {
+    tav::test::SystemLog systemLog;
+    fs::create_directories("/var/log/tav/tav.log");
+    logEverything();
+    writeOneOfEach(*Logger::getInstance());
+    EXPECT_THAT(systemLog.records(),
+                ElementsAre("<11>tav: Error opening TAV log file [/var/log/tav/tav.log]: 21 - Is a "
+                            "directory"));
+    EXPECT_THAT(readFile(debugLog), HasSubstr(": d\n"));
+}
+
+TEST(Logger, LosesOnlyTheLinesThatTheDiskHasNoRoomFor) {
+    logEverything();
+    Logger& logger = *Logger::getInstance();
+    logger.error("before", "T", 1);
+    const int original = ::open(mainLog, O_WRONLY | O_APPEND);
+    const int full = ::open("/dev/full", O_WRONLY);
+    int logDescriptor = -1;
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        const int number = std::stoi(entry.path().filename());
+        if (fs::read_symlink(entry.path(), gone) == mainLog && number != original) {
+            logDescriptor = number;
+        }
+    }
+    ASSERT_GE(logDescriptor, 0);
+    ::dup2(full, logDescriptor);
+    logger.error("no room", "T", 1);
+    ::dup2(original, logDescriptor);
+    logger.error("after", "T", 1);
+    EXPECT_EQ(afterTime(readFile(mainLog)), "[ERROR]   001 T: before\n[ERROR]   001 T: after\n");
+}
+
+TEST(Logger, ComesBackWhenItsDirectoryIsRemoved) {
+    tav::test::SystemLog systemLog;
+    logEverything();
+    Logger::getInstance()->error("before", "T", 1);
+    fs::remove_all("/var/log/tav");
+    while (!fs::exists(mainLog)) {
+        Logger::getInstance()->error("after", "T", 1);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_THAT(readFile(mainLog), HasSubstr("after"));
+    EXPECT_THAT(systemLog.records(),
+                testing::Contains(HasSubstr("[/var/log/tav/tav.log] had been")));
+}
+
+TEST(Logger, RotationLosesNoLine) {
+    logEverything();
+    Logger& logger = *Logger::getInstance();
+    ASSERT_EQ(::truncate(mainLog, rotationSize - 1), 0);
+    logger.isFileExceeded(mainLog);
+    EXPECT_FALSE(fs::exists(backups));
+    ASSERT_EQ(::truncate(mainLog, rotationSize), 0);
+
+    constexpr int threads = 4;
+    constexpr int lines = 2000;
+    std::vector<std::thread> writers;
+    for (int thread = 0; thread < threads; ++thread) {
+        writers.emplace_back([&] {
+            for (int line = 0; line < lines; ++line)
+                logger.error("line", "T", 1);
+        });
+    }
+    logger.isFileExceeded(mainLog);
+    for (std::thread& writer : writers)
+        writer.join();
+
+    std::vector<fs::path> files(fs::directory_iterator(backups), {});
+    ASSERT_EQ(files.size(), 1U);
+    EXPECT_THAT(files[0].filename(), MatchesRegex("tav.log_[0-9]{8}-[0-9]{6}"));
+    EXPECT_EQ(fs::read_symlink("/opt/orn/tav/log/backup_log"), backups);
+    const std::string moved = readFile(files[0]).substr(rotationSize);
+    const std::string live = readFile(mainLog);
+    EXPECT_EQ(
+        std::count(moved.begin(), moved.end(), '\n') + std::count(live.begin(), live.end(), '\n'),
+        threads * lines);
+    EXPECT_LT(live.size(), 10'000'000U);
+}
+
+TEST(Logger, RotationThatCannotCopyKeepsTheLog) {
+    logEverything();
+    Logger::getInstance()->error("kept", "T", 1);
+    ASSERT_EQ(::truncate(mainLog, rotationSize), 0);
+    writeFile(backups, "not a directory");
+    Logger::getInstance()->isFileExceeded(mainLog);
+    EXPECT_EQ(fs::file_size(mainLog), rotationSize);
+    Logger::getInstance()->isFileExceeded("/etc/passwd");
+    Logger::getInstance()->error("more", "T", 1);
+    EXPECT_GT(fs::file_size(mainLog), rotationSize);
+}
+
+TEST(Logger, CreatesParentDirectoriesOnly) {
+    EXPECT_EQ(createDirectoryPath("/tmp/a/b/c"), 0);
+    EXPECT_TRUE(fs::is_directory("/tmp/a/b"));
+    EXPECT_FALSE(fs::exists("/tmp/a/b/c"));
+    EXPECT_EQ(fs::status("/tmp/a").permissions(), fs::perms::owner_all);
+    EXPECT_EQ(createDirectoryPath("/tmp/a/b/c"), 0);
+    EXPECT_EQ(createDirectoryPath("plain"), 0);
+    EXPECT_EQ(createDirectoryPath(""), 0);
+    writeFile("/tmp/file", "");
+    EXPECT_EQ(createDirectoryPath("/tmp/file/b/c"), -1);
+    EXPECT_EQ(errno, ENOTDIR);
+}
+
+TEST(Logger, SymbolicLinksReplaceWhatIsThereButNeverTheirTarget) {
+    tav::test::SystemLog systemLog;
+    writeFile("/tmp/log/live", "content");
+    writeFile("/tmp/links/live", "stale");
+    EXPECT_EQ(createSymbolicLink("/tmp/log/live", "/tmp/links"), 0);
+    EXPECT_EQ(fs::read_symlink("/tmp/links/live"), "/tmp/log/live");
+    EXPECT_EQ(createSymbolicLink("/tmp/missing", "/tmp/links"), 0);
+    EXPECT_FALSE(fs::exists("/tmp/links/missing"));
+    for (const char* spelling : {"/tmp/log/live", "/tmp//log/./live"}) {
+        EXPECT_EQ(createSymbolicLink(spelling, "/tmp/log"), -1) << spelling;
+    }
+    EXPECT_EQ(readFile("/tmp/log/live"), "content");
+    fs::create_directories("/tmp/busy/live/inside");
+    EXPECT_EQ(createSymbolicLink("/tmp/log/live", "/tmp/busy"), -1);
+    EXPECT_EQ(createSymbolicLink("/tmp/log/live", "/tmp/nowhere"), -1);
+    EXPECT_THAT(systemLog.records(),
+                ElementsAre(HasSubstr("<12>tav: Target path(/tmp/log/live) matches"),
+                            HasSubstr("<12>tav: Target path(/tmp//log/./live) matches"),
+                            "<12>tav: remove(/tmp/busy/live) completed with errno [39]",
+                            "<12>tav: symlink(/tmp/log/live, /tmp/nowhere/live) completed with "
+                            "errno [2]"));
+}
+
+}  // namespace

@@ -1,0 +1,236 @@
+#include <ctime>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/tavUtils.h"
+#include "tests/support/Files.h"
+
+namespace {
+
+using tav::test::logEverything;
+using tav::test::logs;
+using tav::test::writeCommand;
+using tav::test::writeFile;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::Pair;
+
+using Locations = std::map<std::string, std::string>;
+
+TEST(Utils, VersionIsAskedForUntilItIsKnown) {
+    logEverything();
+    tavUtils utils;
+    EXPECT_EQ(utils.readHostOSName(), "") << "no such command";
+    for (const char* useless : {"exit 1", ":", "echo Product", "printf 'Product: a\\001b'",
+                                "yes 'Product: flood'", "printf 'Product:\\n'"}) {
+        SCOPED_TRACE(useless);
+        writeCommand("localcli", useless);
+        EXPECT_EQ(utils.readHostOSName(), "");
+    }
+    EXPECT_THAT(logs(), HasSubstr("Error occurred in identifying OS Name."));
+    writeCommand("localcli",
+                 "[ \"$*\" = 'system version get' ] && "
+                 "printf '   Product: Foo Hypervisor 7\\n   Version: 6.7.0\\n   Build: x\\n'");
+    EXPECT_EQ(utils.readHostOSName(), "FooHypervisor7");
+    EXPECT_EQ(tavUtils().readHostOSVersion(), "6.7.0");
+    writeCommand("localcli", "echo 'Product: Other'; echo 'Version: 1'");
+    EXPECT_EQ(tavUtils().readHostOSName(), "FooHypervisor7");
+}
+
+TEST(Utils, AddressesOfAHostWithLoopbackAlone) {
+    tavUtils utils;
+    EXPECT_EQ(utils.getPrimaryIPAddress(), "127.0.0.1") << "asks by itself";
+    EXPECT_THAT(utils.getIPAddresses(), ElementsAre());
+    EXPECT_THAT(utils.updateAndFetchIPAddresses(), ElementsAre());
+    EXPECT_EQ(utils.getPrimaryIPAddress(), "127.0.0.1");
+    utils.setPrimaryIPAddress({"10.0.0.1", "10.0.0.2"});
+    EXPECT_EQ(tavUtils().getPrimaryIPAddress(), "10.0.0.1");
+    EXPECT_TRUE(utils.is_ipv4_address("10.1.2.3"));
+    for (const char* text : {"0.0.0.0", "10.1.2", "10.1.2.3 ", "", "::1", "256.1.1.1"}) {
+        EXPECT_FALSE(utils.is_ipv4_address(text)) << text;
+    }
+}
+
+TEST(Utils, TimeStamps) {
+    ::setenv("TZ", "Europe/Berlin", 1);
+    ::tzset();
+    tavUtils utils;
+    std::tm moment{};
+    moment.tm_year = 119;
+    moment.tm_mon = 2;
+    moment.tm_mday = 7;
+    moment.tm_hour = 14;
+    moment.tm_min = 5;
+    moment.tm_sec = 9;
+    const std::time_t now = std::time(nullptr);
+    moment.tm_isdst = std::localtime(&now)->tm_isdst;
+    EXPECT_EQ(utils.toEpoc("2019-03-07T14:05:09Z"), std::mktime(&moment));
+    EXPECT_EQ(utils.toEpoc("2019-03-07T14:05:09.123Z"), std::mktime(&moment));
+    for (const char* text : {"2019-03-07T14:05:09", "", "2019-03-07T14:0x:09Z",
+                             "abcdefghijklmnopqrstuvwxyz", "-019-03-07T14:05:09Z"}) {
+        EXPECT_EQ(utils.toEpoc(text), 0) << text;
+    }
+    EXPECT_THAT(tavUtils::getTime(),
+                testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}"));
+}
+
+TEST(Utils, BootAndShutdownTimes) {
+    logEverything();
+    tavUtils utils;
+    const struct {
+        const char* log;
+        const char* current;
+        const char* previous;
+        const char* shutdown;
+    } rows[] = {{"2019-01-01T00:00:00Z bootstop: Host has booted\n"
+                 "2019-02-01T00:00:00Z bootstop: Host is rebooting\n"
+                 "2019-02-01T00:05:00Z bootstop: Host has booted\n"
+                 "2019-03-01T00:00:00Z bootstop: Host is rebooting\n"
+                 "2019-03-01T00:05:00Z bootstop: Host has booted\n",
+                 "2019-03-01T00:05:00Z", "2019-02-01T00:05:00Z", "2019-03-01T00:00:00Z"},
+                {"2019-01-01T00:00:00Z bootstop: Host has booted\n", "2019-01-01T00:00:00Z",
+                 nullptr, nullptr},
+                {"", nullptr, nullptr, nullptr},
+                {"\x01\xff\n\n", nullptr, nullptr, nullptr}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.log);
+        writeFile("/var/log/vmksummary.log", row.log);
+        writeFile("/tmp/tavboot.log", "2000-01-01T00:00:00Z\n");
+        long current = -1;
+        long previous = -1;
+        long shutdown = -1;
+        EXPECT_EQ(utils.fetchSystemBootTime(current, previous), 0);
+        EXPECT_EQ(utils.fetchSystemShutdownTime(shutdown), 0);
+        EXPECT_EQ(current, row.current == nullptr ? -1 : utils.toEpoc(row.current));
+        EXPECT_EQ(previous, row.previous == nullptr ? 0 : utils.toEpoc(row.previous));
+        EXPECT_EQ(shutdown, row.shutdown == nullptr ? -1 : utils.toEpoc(row.shutdown));
+        EXPECT_FALSE(std::filesystem::exists("/tmp/tavboot.log"));
+    }
+    writeCommand("awk", "exit 1");
+    long unused = 0;
+    EXPECT_EQ(utils.fetchSystemBootTime(unused, unused), -1);
+    EXPECT_EQ(utils.fetchSystemShutdownTime(unused), -1);
+    std::filesystem::create_directories("/tmp/tavboot.log/inside");
+    EXPECT_EQ(utils.fetchSystemShutdownTime(unused), -1);
+    EXPECT_THAT(logs(), HasSubstr("system boot time information.\n"));
+    EXPECT_THAT(logs(), HasSubstr("last shutdown time information.\n"));
+    EXPECT_THAT(logs(), HasSubstr("last shutdown time  information.\n"));
+}
+
+TEST(Utils, TopologyPairsSlotsWithTheirDevices) {
+    const struct {
+        const char* listing;
+        Locations expected;
+    } rows[] = {
+        {"   Address: 0000:3b:00.0\n   Slot Description: PCIe r001i06s03\n"
+         "   Address: 0000:5e:00.0\n   Address: 0000:5e:00.1\n   Slot Description: x r2\n",
+         {{"0000:3b:00.0", "r001i06s03"}, {"0000:5e:00.1", "r2"}}},
+        {"   Address: a\n   Slot Description: On board\n   Slot Description: r1\n", {{"a", "r1"}}},
+        {"   Slot Description: x r1\n   Address: a\n", {}},
+        {"   Address: a\n   Slot Description: x r1\n   Slot Description: x r2\n", {{"a", "r1"}}},
+        {"   Address: a\n   Slot Description: x r1\n   Address: a\n   Slot Description: x r2\n",
+         {{"a", "r2"}}},
+        {"Address: ", {}},
+        {"", {}},
+        {"\x01\x02: r\n", {}}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(tav::parsePciTopology(row.listing), row.expected) << row.listing;
+    }
+}
+
+TEST(Utils, LocationsComeFromThePciListing) {
+    logEverything();
+    tavUtils utils;
+    utils.initGeoIDMap();
+    EXPECT_THAT(logs(), HasSubstr("Error occurred in gathering topology information."));
+    EXPECT_EQ(utils.getGeoIDStr("0000:3b:00.0"), "NotAvailable");
+    writeFile("/opt/orn/tav/data/tav_topology.txt", "   Address: stale\n   Slot Description: r9\n");
+    writeCommand("localcli",
+                 "[ \"$*\" = 'hardware pci list' ] && printf '0000:3b:00.0\\n   Address: "
+                 "0000:3b:00.0\\n   Vendor Name: V\\n   Slot Description: S r001i06s03\\n'");
+    utils.initGeoIDMap();
+    EXPECT_EQ(utils.getGeoIDStr("0000:3b:00.0"), "r001i06s03");
+    EXPECT_EQ(utils.getGeoIDStr("stale"), "NotAvailable");
+    EXPECT_THAT(utils.getGeoIDInfo("0000:3b:00.0"), ElementsAre("001", "06", "03"));
+    EXPECT_TRUE(utils.getGeoIDInfo("0000:00:00.0").empty());
+    EXPECT_THAT(logs(), HasSubstr("0000:3b:00.0       r001i06s03"));
+    EXPECT_TRUE(std::filesystem::is_empty("/opt/orn/tav/data"));
+}
+
+TEST(Utils, SubStrings) {
+    tavUtils utils;
+    const struct {
+        const char *start, *end, *text, *expected;
+    } rows[] = {{"r", "i", "r001i06", "001"},
+                {"x", "i", "r001i06", "r001"},
+                {"r", "x", "r001i06", "001i06"},
+                {"i", "r", "r001i06", "06"},
+                {"r", "i", "", ""},
+                {"6", "x", "r001i06", ""}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(utils.getSubStr(row.start, row.end, row.text), row.expected) << row.text;
+    }
+}
+
+TEST(Utils, AdapterNamesNeverReachTheShellAsAnythingElse) {
+    logEverything();
+    tavUtils utils;
+    writeCommand("localcli", "echo 'vmhba0 driver link-n/a sas.5 (0000:18:00.0) Maker SAS (rev)'");
+    std::string address = "old";
+    EXPECT_EQ(utils.getPCIString("vmhba0", address), 1);
+    EXPECT_EQ(address, "0000:18:00.0");
+    for (const char* name : {"x'; touch /tmp/executed; '", "$(touch /tmp/executed)", "", "a b"}) {
+        address = "old";
+        EXPECT_EQ(utils.getPCIString(name, address), -1) << name;
+        EXPECT_EQ(address, "old");
+    }
+    EXPECT_FALSE(std::filesystem::exists("/tmp/executed"));
+    writeCommand("localcli", "echo ')vmhba0('");
+    EXPECT_EQ(utils.getPCIString("vmhba0", address), 1);
+    EXPECT_EQ(address, "old");
+}
+
+TEST(Utils, DirectoriesAndFiles) {
+    tavUtils utils;
+    for (const char* name : {"0000:3b:00.0", "0000:00:01.0", "0001:00:00.0", "power"}) {
+        writeFile(std::string("/tmp/list/") + name, "");
+    }
+    std::filesystem::create_symlink("/tmp/list", "/tmp/link");
+    std::vector<std::string> names;
+    EXPECT_EQ(utils.dirPciList("tmp/list", names), 6);
+    EXPECT_THAT(names, ElementsAre("0000:00:01.0", "0000:3b:00.0", "0001:00:00.0"));
+    EXPECT_EQ(utils.dirList("/tmp/list", names), 6);
+    EXPECT_EQ(names.size(), 7U) << "appends";
+    EXPECT_EQ(utils.dirList("/tmp/link", names), 0);
+    EXPECT_EQ(utils.dirList("/tmp/missing", names), -1);
+    EXPECT_EQ(names.size(), 7U);
+
+    writeFile("/tmp/lines", "one\ntwo key\nkey last");
+    EXPECT_EQ(utils.getLineFromFile("/tmp/lines", "key"), "two key\n");
+    EXPECT_EQ(utils.getLineFromFile("/tmp/lines", "last"), "key last");
+    EXPECT_EQ(utils.getLineFromFile("/tmp/lines", "none"), "");
+    EXPECT_EQ(utils.getLineFromFile("/tmp", "none"), "");
+}
+
+TEST(Utils, Trimming) {
+    tavUtils utils;
+    const struct {
+        const char *in, *out;
+    } rows[] = {{"", ""},       {" ", ""},    {"  a b \t\n", "a b"},
+                {"\ta", "\ta"}, {"\n", "\n"}, {"a", "a"}};
+    for (const auto& row : rows) {
+        std::string out = "old";
+        utils.trimExtraSpaces(row.in, out);
+        EXPECT_EQ(out, row.out) << row.in;
+    }
+}
+
+}  // namespace
