@@ -38,9 +38,8 @@ int openAnything(const char* path, int flags, mode_t mode) {
     return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
 }
 
-mode_t modeArgument(int flags, va_list arguments) {
-    const bool creates = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
-    return creates ? va_arg(arguments, mode_t) : 0;
+bool hasMode(int flags) {
+    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
 }
 
 }  // namespace
@@ -48,7 +47,7 @@ mode_t modeArgument(int flags, va_list arguments) {
 int tavSimOpen(const char* path, int flags, ...) {
     va_list arguments;
     va_start(arguments, flags);
-    const mode_t mode = modeArgument(flags, arguments);
+    const mode_t mode = hasMode(flags) ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     return openAnything(path, flags, mode);
 }
@@ -56,7 +55,7 @@ int tavSimOpen(const char* path, int flags, ...) {
 int tavSimOpen64(const char* path, int flags, ...) {
     va_list arguments;
     va_start(arguments, flags);
-    const mode_t mode = modeArgument(flags, arguments);
+    const mode_t mode = hasMode(flags) ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     return openAnything(path, flags | O_LARGEFILE, mode);
 }

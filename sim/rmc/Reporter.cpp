@@ -1,0 +1,86 @@
+#include "sim/rmc/Reporter.h"
+
+#include <cstdio>
+#include <iostream>
+
+#include <unistd.h>
+
+#include "sim/rmc/Json.h"
+#include "sim/rmc/Summary.h"
+
+namespace tav::sim {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned silentFrames = 100;  // a transfer shorter than this needs no progress
+constexpr auto terminalPace = 100ms;
+constexpr auto logPace = 10s;
+
+constexpr const char* eraseLine = "\r\033[K";
+
+}  // namespace
+
+Reporter::Reporter(const std::string& recordPath, bool quiet)
+    : recordPath_(recordPath), quiet_(quiet), terminal_(::isatty(STDOUT_FILENO) == 1) {
+    if (!recordPath_.empty()) record_.open(recordPath_, std::ios::trunc);
+}
+
+void Reporter::report(const Outcome& outcome) {
+    for (const std::string& text : outcome.violations)
+        violation(text);
+    if (outcome.frame && !outcome.finished) progress(*outcome.frame);
+    if (outcome.finished) {
+        Json::Value line;
+        line["command"] = outcome.finished->name;
+        line["payload"] = outcome.finished->payload;
+        line["frames"] = outcome.finished->frames;
+        keep(line);
+        show(summaryOf(*outcome.finished));
+    }
+    if (outcome.doorBell && !outcome.doorBell->empty()) {
+        show("Door bell: " + shown(*outcome.doorBell) + '\n');
+    }
+}
+
+void Reporter::violation(const std::string& text) {
+    ++violations_;
+    Json::Value line;
+    line["violation"] = text;
+    keep(line);
+    show("");
+    std::cerr << "tav-sim-rmc: violation: " << text << std::endl;
+}
+
+void Reporter::unfinished(const std::string& command) {
+    show(command + ": given up by the sender\n");
+}
+
+void Reporter::progress(const FrameResult& frame) {
+    const Clock::time_point now = Clock::now();
+    if (quiet_ || frame.frame == 0 || now < nextProgress_) return;
+    nextProgress_ = now + (terminal_ ? Clock::duration(terminalPace) : Clock::duration(logPace));
+    if (frame.frame < silentFrames) return;
+    const std::string text = frame.name + ": " + std::to_string(frame.arrived) + " of " +
+                             std::to_string(frame.expected) + " bytes";
+    if (terminal_) {
+        std::cout << eraseLine << text << std::flush;
+        progressShown_ = true;
+    } else {
+        show(text + '\n');
+    }
+}
+
+void Reporter::show(const std::string& text) {
+    if (quiet_) return;
+    if (progressShown_) std::cout << eraseLine;
+    progressShown_ = false;
+    std::cout << text << std::flush;
+}
+
+void Reporter::keep(const Json::Value& line) {
+    if (!recordPath_.empty()) record_ << oneLine(line) << std::endl;
+}
+
+}  // namespace tav::sim
