@@ -1,0 +1,53 @@
+#include "core/ManagerLoop.h"
+
+#include <utility>
+
+namespace tav {
+namespace {
+constexpr int lastWaitingRound = 8;
+}
+
+LoopWake ManagerLoop::wait(std::chrono::seconds step) {
+    LoopWake wake;
+    std::unique_lock<std::mutex> held(cmutex_);
+    if (!stop_ && !refresh_) {
+        const auto deadline = Deadline::after(step);
+        if (!deadline) {
+            wake.clockFailed = true;
+            return wake;
+        }
+        if (waitUntil(cond_, held, *deadline) == Wake::TimedOut) {
+            wake.deadline = deadline->seconds();
+        }
+    }
+    wake.stop = stop_;
+    wake.refresh = std::exchange(refresh_, false);
+    return wake;
+}
+
+void ManagerLoop::requestStop() {
+    stopSignal_.request();
+    const std::lock_guard<std::mutex> held(cmutex_);
+    stop_ = true;
+    cond_.notify_all();
+}
+
+void ManagerLoop::requestRefresh() {
+    const std::lock_guard<std::mutex> held(cmutex_);
+    refresh_ = true;
+    cond_.notify_all();
+}
+
+bool Readiness::answer(int iteration) {
+    if (ready_) return true;
+    if (iteration >= lastWaitingRound) pushWhenBuilt_ = true;
+    // The build may have completed before it could see the wish; then there is nothing to wait for.
+    return ready_;
+}
+
+bool Readiness::complete() {
+    ready_ = true;
+    return pushWhenBuilt_.exchange(false);
+}
+
+}  // namespace tav

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <ctime>
+#include <mutex>
+#include <optional>
+
+#include "core/Export.h"
+#include "core/StopSignal.h"
+#include "core/Waiting.h"
+
+namespace tav {
+
+/// Why a manager's loop woke up.
+struct LoopWake {
+    bool stop = false;         ///< the loop is to end
+    bool refresh = false;      ///< a build was asked for; the request has been taken
+    bool clockFailed = false;  ///< nothing was waited for, because no deadline could be made
+    /// The deadline, in seconds since the epoch, when the wait ended by it.
+    std::optional<std::time_t> deadline;
+
+    /// Seconds from `moment` to the deadline; 0 when the wait did not end by its deadline.
+    std::time_t elapsedSince(std::time_t moment) const { return deadline ? *deadline - moment : 0; }
+};
+
+/// The waiting half of a resource manager: its lock, its condition and what can be asked of its
+/// loop. The lock guards the requests alone and is held while nothing else is called.
+class TAV_API ManagerLoop {
+ public:
+    /// A loop begins with a refresh already asked for, so that its first round builds.
+    ManagerLoop() = default;
+
+    /// Waits until a stop or a refresh is asked for (also before the call), any signal arrives, or
+    /// `step` has passed. Loop's thread only. When no clock can be read, errno tells why.
+    LoopWake wait(std::chrono::seconds step);
+
+    /// Any thread.
+    void requestStop();
+    void requestRefresh();
+
+    /// For the loop's thread, so that its commands and pauses end with a stop.
+    const StopSignal* stopSignal() const { return &stopSignal_; }
+
+ private:
+    std::mutex cmutex_;
+    std::condition_variable cond_;
+    bool stop_ = false;
+    bool refresh_ = true;
+    StopSignal stopSignal_;
+};
+
+/// Whether a manager's inventory may be sent, and whether its next build has to ask for a push.
+class TAV_API Readiness {
+ public:
+    /// The aggregator's question in waiting round `iteration`, 0 to 8. A manager that is not ready
+    /// in the last round will be told so by complete(). Any thread.
+    bool answer(int iteration);
+
+    /// A build has been completed; returns whether it has to ask for a push. Manager's thread.
+    bool complete();
+
+    bool isReady() const { return ready_; }
+
+ private:
+    std::atomic<bool> ready_{false};
+    std::atomic<bool> pushWhenBuilt_{false};
+};
+
+/// Asks `isBuilt` up to three times whether a manager holds a built inventory; after each no it
+/// calls `report` with the number of tries before this one, and pauses.
+template <class IsBuilt, class Report>
+bool isBuiltWithinThreeTries(std::chrono::seconds pause, IsBuilt isBuilt, Report report) {
+    for (int retry = 0; retry < 3; ++retry) {
+        if (isBuilt()) return true;
+        report(retry);
+        if (pauseFor(pause) == Pause::Stopped) return false;
+    }
+    return false;
+}
+
+}  // namespace tav

@@ -1,0 +1,102 @@
+#include "core/tavJobManager.h"
+
+#include <csignal>
+#include <cstdint>
+#include <stdexcept>
+
+#include "core/Log.h"
+#include "core/Threads.h"
+#include "core/tavConfig.h"
+#include "core/tavFactory.h"
+
+using tav::at;
+using tav::here;
+
+namespace {
+
+constexpr tav::ModuleLog logger{"JOB_MGR"};
+
+struct StartedType {
+    MODULE_NAME type;
+    const char* threadName;
+};
+constexpr std::array startedTypes = {StartedType{HOST_OS_INFO, "tav-host"},
+                                     StartedType{STORAGE_CONTROLLERS, "tav-storage"},
+                                     StartedType{ETHERNET_DEVICES, "tav-ethernet"}};
+
+/// The type's manager, if the configuration wants it.
+tavResourceManager* enabledManager(MODULE_NAME type) {
+    return tavConfig::getInstance()->isResourceEnabled(type) ? tavFactory().createInstance(type)
+                                                             : nullptr;
+}
+
+void* asArgument(MODULE_NAME type) {
+    return reinterpret_cast<void*>(
+        static_cast<std::intptr_t>(type));  // NOLINT(performance-no-int-to-ptr)
+}
+
+}  // namespace
+
+tavJobManager* tavJobManager::getInstance() {
+    static tavJobManager* const instance = new tavJobManager;  // outlives every thread
+    return instance;
+}
+
+bool tavJobManager::startResourceManagers() {
+    for (const auto& [type, threadName] : startedTypes) {
+        std::thread& thread = threads.at(type);
+        if (tav::startThread(thread, threadName, [argument = asArgument(type)] {
+                initializeResourceManager(argument);
+            }) != 0) {
+            logger.error(at(114), "Error:unable to create thread");
+            return false;
+        }
+        simulateUnhandledExceptions();
+    }
+    return true;
+}
+
+void tavJobManager::stopResourceManagers() {
+    logger.info(at(149), "stopping all the RM");
+    for (const auto& started : startedTypes) {
+        tavResourceManager* const manager = enabledManager(started.type);
+        if (manager != nullptr) manager->stopResourceManagerJob();
+    }
+    for (const auto& started : startedTypes) {
+        tav::joinThread(threads.at(started.type));
+    }
+    logger.info(at(221), "TAV Exiting Gracefully!");
+}
+
+void* initializeResourceManager(void* type) {
+    const auto number = static_cast<int>(reinterpret_cast<std::intptr_t>(type));
+    const auto name = TAV_MODULE_NAME_MAP.find(static_cast<MODULE_NAME>(number));
+    if (name == TAV_MODULE_NAME_MAP.end()) {
+        logger.warning(at(71), "Unable to find module name for Resource Manager [%d].", number);
+        return nullptr;
+    }
+    if (!tavConfig::getInstance()->isResourceEnabled(number)) {
+        logger.debug(at(78), "Resource manager %s [%d] is disabled.", name->second.c_str(), number);
+        return nullptr;
+    }
+    logger.debug(at(82), "Creating thread for %s", name->second.c_str());
+    tavResourceManager* const manager = tavFactory().createInstance(number);
+    if (manager == nullptr) {
+        logger.debug(here(), "There is no resource manager for %s [%d].", name->second.c_str(),
+                     number);
+        return nullptr;
+    }
+    manager->init();
+    return nullptr;
+}
+
+void simulateUnhandledExceptions() {
+    const long number = tavConfig::getInstance()->getUnhandledExceptionToSimulate();
+    if (number == SIGSEGV) {
+        logger.warning(at(40), "Simulating unhandled exception SIGSEGV. (%ld)", number);
+        std::raise(SIGSEGV);
+    } else if (number == SIGABRT) {
+        logger.warning(at(49), "Simulating unhandled exception SIGABRT. (%ld)", number);
+        throw std::invalid_argument("Simulated C++ Exception");
+    }
+}

@@ -1,0 +1,190 @@
+#include "rmc/tavJsonAggregator.h"
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "core/JsonText.h"
+#include "core/Log.h"
+#include "core/Threads.h"
+#include "core/Waiting.h"
+#include "core/tavConfig.h"
+#include "core/tavFactory.h"
+#include "rmc/tavipmi.h"
+
+using tav::at;
+using tav::here;
+
+namespace {
+
+constexpr tav::ModuleLog logger{"JSON_AGGR"};
+
+constexpr int waitingRounds = 9;
+
+/// Calls `visit` with the type and the manager of every enabled resource type.
+void forEachManager(const std::function<void(int, tavResourceManager&)>& visit) {
+    for (int type = 0; type < RESOURCE_TYPE_COUNT; ++type) {
+        if (!tavConfig::getInstance()->isResourceEnabled(type)) continue;
+        tavResourceManager* const manager = tavFactory().createInstance(type);
+        if (manager != nullptr) visit(type, *manager);
+    }
+}
+
+/// Where a manager's records stand in the document.
+struct Section {
+    int type;
+    int kind;  ///< of records; 0 for managers that keep only one
+    const char* name;
+    bool isArray;  ///< otherwise the last record is the section
+};
+constexpr std::array sections = {Section{HOST_OS_INFO, 0, "Oem", false},
+                                 Section{STORAGE_CONTROLLERS, 1, "StorageControllers", true},
+                                 Section{STORAGE_CONTROLLERS, 2, "Drives", true},
+                                 Section{STORAGE_CONTROLLERS, 3, "Volumes", true},
+                                 Section{ETHERNET_DEVICES, 0, "EthernetDevices", true}};
+
+void addSection(const Section& section, tavResourceManager& manager, Json::Value& inventory) {
+    std::vector<Json::Value> records;
+    if (section.kind == 0) {
+        manager.getInventoryJsonObject(records);
+    } else {
+        manager.getInventoryJsonObject2(section.kind, records);
+    }
+    for (Json::Value& record : records) {
+        if (section.isArray) {
+            inventory[section.name].append(std::move(record));
+        } else {
+            inventory[section.name] = std::move(record);
+        }
+    }
+}
+
+}  // namespace
+
+tavJsonAggregator* tavJsonAggregator::getInstance() {
+    static tavJsonAggregator* const instance = new tavJsonAggregator;  // outlives every thread
+    return instance;
+}
+
+void tavJsonAggregator::sendInventory(bool request) {
+    if (request) {
+        const std::lock_guard<std::mutex> held(cmutex);
+        pushInventory = true;
+        if (firstInventoryPushComplete) {
+            logger.debug(at(176), "Request to send inventory");
+            cond.notify_all();
+        } else {
+            logger.debug(at(184), "Dropping inventory send request");
+        }
+        return;
+    }
+    startPushThread();
+}
+
+void tavJsonAggregator::startPushThread() {
+    if (thread.joinable()) return;  // two push threads would share one set of flags
+    logger.debug(at(193), "Creating Json Aggregator thread");
+    const int failure = tav::startThread(thread, "tav-push", [this] {
+        const tav::StopScope scope(&stopSignal);
+        initializeCachePush();
+    });
+    if (failure != 0) logger.error(here(), "Error: Unable to create thread: %d", failure);
+}
+
+void tavJsonAggregator::stoptavJsonAggregator() {
+    getInstance()->stop();
+}
+
+void tavJsonAggregator::stop() {
+    logger.debug(here(), "Stopping tavJsonAggr");
+    stopSignal.request();
+    {
+        const std::lock_guard<std::mutex> held(cmutex);
+        stopAggr = true;
+        cond.notify_all();
+    }
+    logger.debug(here(), "Signaled for stop.");
+    const int failure = tav::joinThread(thread);
+    if (failure != 0) logger.error(here(), "Error: Unable to join thread: %d", failure);
+}
+
+bool tavJsonAggregator::aggrThreadSleep(std::unique_lock<std::mutex>& held,
+                                        std::chrono::seconds time) {
+    const auto deadline = tav::Deadline::after(time);
+    if (!deadline) {
+        logger.error(at(142), "Failed to get current time! (errno: %d)", errno);
+        return false;
+    }
+    tav::waitUntil(cond, held, *deadline);
+    logger.debug(at(152), "Thread signaled");
+    return true;
+}
+
+bool tavJsonAggregator::checkIfInventoryReady(std::unique_lock<std::mutex>& held) {
+    logger.debug(at(241), "Entry checkIfInventoryReady");
+    const long interval = tavConfig::getInstance()->getInventoryQueryInterval();
+    for (int round = 0; round < waitingRounds; ++round) {
+        logger.debug(at(248), "Aggregator thread sleeping for %ld sec iteration no. %d", interval,
+                     round + 1);
+        if (stopAggr || !aggrThreadSleep(held, std::chrono::seconds(interval)) || stopAggr)
+            return false;
+        bool allReady = true;
+        forEachManager([&](int type, tavResourceManager& manager) {
+            if (manager.isInventoryReady(round)) return;
+            logger.info(at(271), "RM %d not ready with inventory", type);
+            allReady = false;
+        });
+        if (allReady) return true;
+    }
+    return true;
+}
+
+void tavJsonAggregator::initializeCachePush() {
+    const std::chrono::minutes interval(
+        tavConfig::getInstance()->getInventoryPushIntervalSettings());
+    std::unique_lock<std::mutex> held(cmutex);
+    if (!checkIfInventoryReady(held)) return;
+    while (!stopAggr) {
+        if (!pushInventory && (!aggrThreadSleep(held, interval) || stopAggr)) return;
+        pushInventory = false;
+        held.unlock();
+        createInventoryJsonString();
+        held.lock();
+    }
+}
+
+Json::Value tavJsonAggregator::collectInventory() {
+    Json::Value document;
+    forEachManager([&](int type, tavResourceManager& manager) {
+        for (const Section& section : sections) {
+            if (section.type != type) continue;
+            addSection(section, manager, document["HostDataCollection"]);
+        }
+    });
+    const bool empty = document.isNull() || document["HostDataCollection"].empty();
+    return empty ? Json::Value() : document;
+}
+
+void tavJsonAggregator::createInventoryJsonString() {
+    const Json::Value document = collectInventory();
+    if (document.isNull()) {
+        logger.warning(at(404), "No inventory information found!");
+    } else {
+        sendJsonString(document);
+    }
+    firstInventoryPushComplete = true;
+}
+
+void tavJsonAggregator::sendJsonString(const Json::Value& document) {
+    const std::string text = tav::compactJson(document);
+    logger.info(at(452), "*************printing final Json String*******");
+    logger.infoText(at(453), text);
+    if (ipmi::IPMIUtils::RMC_CLI_Cmd_Execution("WriteInventory", text) == 1) {
+        logger.error(at(491), "An Error occurred in delivering inventory string to RMC!");
+    } else {
+        logger.debug(at(494), "Success in delivering inventory string to RMC!");
+    }
+}

@@ -1,0 +1,137 @@
+#include <csignal>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/InventoryCache.h"
+#include "core/ManagerLoop.h"
+#include "core/tavFactory.h"
+#include "core/tavJobManager.h"
+#include "tests/support/FastWaiting.h"
+#include "tests/support/Files.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using tav::test::clockFails;
+using tav::test::clockSpeed;
+using tav::test::logEverything;
+using tav::test::logs;
+using tav::test::writeConfiguration;
+using testing::HasSubstr;
+using testing::Not;
+
+TEST(ManagerLoop, TellsWhyItWokeUp) {
+    tav::ManagerLoop loop;
+    const tav::LoopWake first = loop.wait(60s);
+    EXPECT_TRUE(first.refresh) << "a loop begins with a build";
+    EXPECT_FALSE(first.deadline);
+
+    clockSpeed = 1000;
+    const std::time_t begin = tav::secondsNow();
+    const tav::LoopWake timedOut = loop.wait(60s);
+    EXPECT_FALSE(timedOut.refresh);
+    EXPECT_FALSE(timedOut.stop);
+    ASSERT_TRUE(timedOut.deadline);
+    EXPECT_GE(timedOut.elapsedSince(begin), 59);
+
+    clockSpeed = 1;
+    std::thread asker([&] {
+        std::this_thread::sleep_for(20ms);
+        loop.requestRefresh();
+    });
+    const tav::LoopWake asked = loop.wait(60s);
+    asker.join();
+    EXPECT_TRUE(asked.refresh);
+    EXPECT_EQ(asked.elapsedSince(0), 0) << "not by its deadline";
+
+    clockFails = true;
+    EXPECT_TRUE(loop.wait(60s).clockFailed);
+    loop.requestStop();
+    const tav::LoopWake stopped = loop.wait(60s);
+    EXPECT_TRUE(stopped.stop);
+    EXPECT_FALSE(stopped.clockFailed) << "there was nothing to wait for";
+    EXPECT_TRUE(loop.stopSignal()->requested());
+}
+
+TEST(Readiness, TheLastRoundLeavesAWishForAPush) {
+    tav::Readiness answeredBefore;
+    EXPECT_FALSE(answeredBefore.answer(7));
+    EXPECT_FALSE(answeredBefore.complete());
+    EXPECT_TRUE(answeredBefore.answer(8));
+    EXPECT_FALSE(answeredBefore.complete());
+
+    tav::Readiness answeredAfter;
+    EXPECT_FALSE(answeredAfter.answer(8));
+    EXPECT_TRUE(answeredAfter.complete());
+    EXPECT_FALSE(answeredAfter.complete()) << "once";
+}
+
+TEST(InventoryCache, ReadersNeverWaitAndNeverSeeHalfABuild) {
+    tav::InventoryCache<std::vector<int>> cache;
+    EXPECT_TRUE(cache.read().first->empty());
+    std::atomic<bool> done{false};
+    std::vector<std::thread> readers;
+    for (int reader = 0; reader < 3; ++reader) {
+        readers.emplace_back([&] {
+            while (!done) {
+                const auto [numbers, building] = cache.read();
+                for (const int number : *numbers)
+                    EXPECT_EQ(number, numbers->front());
+            }
+        });
+    }
+    for (int generation = 1; generation <= 2000; ++generation) {
+        tav::InventoryCache<std::vector<int>>::Build build(cache);
+        EXPECT_TRUE(cache.read().second);
+        if (generation % 3 != 0) build.publish(std::vector<int>(100, generation));
+        const auto& seen = *cache.read().first;
+        EXPECT_EQ(seen.front(), generation % 3 != 0 ? generation : generation - 1);
+    }
+    done = true;
+    for (std::thread& reader : readers)
+        reader.join();
+    EXPECT_FALSE(cache.read().second);
+}
+
+TEST(JobManager, StartsOneThreadPerTypeAndEndsThoseThatAreDisabled) {
+    logEverything(R"("EnableResources":["StorageControllers"])");
+    EXPECT_TRUE(tavJobManager::getInstance()->startResourceManagers());
+    tavJobManager::getInstance()->stopResourceManagers();
+    initializeResourceManager(nullptr);
+    for (const char* message :
+         {"078 JOB_MGR: Resource manager HostOSInfo [1] is disabled.",
+          "078 JOB_MGR: Resource manager EthernetDevices [3] is disabled.",
+          "078 JOB_MGR: Resource manager FibreChannelDevices [0] is disabled.",
+          "082 JOB_MGR: Creating thread for StorageControllers", "149 JOB_MGR: stopping all the RM",
+          "221 JOB_MGR: TAV Exiting Gracefully!"}) {
+        EXPECT_THAT(logs(), HasSubstr(message));
+    }
+    void* const unknownType = reinterpret_cast<void*>(6);
+    EXPECT_EQ(initializeResourceManager(unknownType), nullptr);
+    EXPECT_THAT(logs(),
+                HasSubstr("071 JOB_MGR: Unable to find module name for Resource Manager [6]."));
+    for (const int type : {-1, 0, 4, 5, 6})
+        EXPECT_EQ(tavFactory().createInstance(type), nullptr);
+}
+
+TEST(JobManager, SimulatedFaultsEndTheProcess) {
+    const auto start = [](const char* number) noexcept {  // nothing catches
+        logEverything(std::string(R"("SimulateUnhandledException":)") + number);
+        tavJobManager::getInstance()->startResourceManagers();
+        tavJobManager::getInstance()->stopResourceManagers();
+        std::exit(0);
+    };
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(
+        start("11"), [](int status) { return WIFSIGNALED(status) || WEXITSTATUS(status) != 0; },
+        "");
+    EXPECT_THAT(logs(), HasSubstr("040 JOB_MGR: Simulating unhandled exception SIGSEGV. (11)"));
+    EXPECT_EXIT(start("6"), testing::KilledBySignal(SIGABRT), "Simulated C\\+\\+ Exception");
+    EXPECT_THAT(logs(), HasSubstr("049 JOB_MGR: Simulating unhandled exception SIGABRT. (6)"));
+    EXPECT_EXIT(start("5"), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace

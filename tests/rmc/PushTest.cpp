@@ -1,0 +1,335 @@
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/Logger.h"
+#include "core/tavUtils.h"
+#include "host/HostResourceManager.h"
+#include "rmc/tavEventHandler.h"
+#include "rmc/tavipmi.h"
+#include "tests/support/FailingThreads.h"
+#include "tests/support/Rmc.h"
+#include "tests/support/Service.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using tav::sim::IpmiRequest;
+using tav::sim::Reply;
+using tav::test::clockFails;
+using tav::test::clockSpeed;
+using tav::test::logEverything;
+using tav::test::logs;
+using tav::test::parseJson;
+using tav::test::Rmc;
+using tav::test::Service;
+using tav::test::writeCommand;
+using tav::test::writeConfiguration;
+using tav::test::writeHostCommands;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* hostOnly = R"("EnableResources":["HostOSInfo"])";
+
+tavEvent event(int id, std::string location, Json::Value data = Json::Value()) {
+    return {id,  std::move(location), "M",  false, "2019-03-07 14:05:09",
+            "P", std::move(data),     "TAV"};
+}
+
+/// Lets events pass that wait for the first inventory.
+void pretendInventoryWasSent(Rmc& rmc) {
+    Service service(1000);
+    while (!tavJsonAggregator::getInstance()->isInventorySent())
+        std::this_thread::sleep_for(1ms);
+    service.stop();
+    ASSERT_TRUE(rmc.waitForCommands(1));
+}
+
+TEST(Push, FirstInventoryFollowsTheReadinessWait) {
+    logEverything(hostOnly);
+    writeHostCommands();
+    Rmc rmc;
+    Service service(100);
+    ASSERT_TRUE(rmc.waitForCommands(2));
+    service.stop();
+    EXPECT_THAT(rmc.names(), ElementsAre("MPEventGen", "WriteInventory"));
+    const Json::Value document = parseJson(rmc.commands()[1].payload);
+    ASSERT_EQ(document.getMemberNames(), std::vector<std::string>{"HostDataCollection"});
+    ASSERT_EQ(document["HostDataCollection"].getMemberNames(), std::vector<std::string>{"Oem"});
+    const Json::Value& host = document["HostDataCollection"]["Oem"]["HostOSInfo"];
+    EXPECT_EQ(host["OSName"].asString(), "TestOS");
+    EXPECT_EQ(host["OSMemorySummary"]["TotalSystemMemoryGiB"].asDouble(), 4.0);
+    EXPECT_THAT(rmc.commands()[1].payload, Not(HasSubstr("\n")));
+    EXPECT_THAT(rmc.violations(), IsEmpty());
+    EXPECT_THAT(logs(), HasSubstr("184 JSON_AGGR: Dropping inventory send request"));
+    EXPECT_THAT(logs(), HasSubstr("TAV Exiting Gracefully!"));
+    EXPECT_EQ(rmc.device().stillOpen(), 0U);
+}
+
+TEST(Push, WithoutARequestTheFirstInventoryComesOneIntervalLater) {
+    logEverything(R"("EnableResources":["HostOSInfo"], "PushInventoryFrequencyInMinutes": 60)");
+    writeHostCommands();
+    Rmc rmc;
+    Service service(5000, false);
+    ASSERT_TRUE(rmc.waitForCommands(1));
+    const auto begin = Clock::now();
+    ASSERT_TRUE(rmc.waitForCommands(3)) << "one inventory after another";
+    EXPECT_GT(Clock::now() - begin, 700ms) << "3,600 s of the fast clock and more";
+    EXPECT_THAT(rmc.names(), ElementsAre("MPEventGen", "WriteInventory", "WriteInventory"));
+}
+
+TEST(Push, EachDoorBellRequestCausesOnePush) {
+    logEverything(R"("EnableResources":["HostOSInfo"], "IPMIDoorBellMonitorInterval": 1)");
+    writeHostCommands();
+    Rmc rmc;
+    rmc.ring({"", "WriteInventory", "other", "please WriteInventory now", ""});
+    Service service(200);
+    ASSERT_TRUE(rmc.waitForCommands(4));
+    std::this_thread::sleep_for(700ms);  // two more looks at the door bell
+    EXPECT_THAT(rmc.names(),
+                ElementsAre("MPEventGen", "WriteInventory", "WriteInventory", "WriteInventory"));
+}
+
+TEST(Push, AManagerThatIsNotReadyDelaysItForNineRoundsAndThenPushesByItself) {
+    logEverything(hostOnly);
+    writeHostCommands();
+    writeCommand("esxtop", "while [ ! -e /tmp/go ]; do sleep 0.01; done");
+    Rmc rmc;
+    Service service(100);
+    while (!tavJsonAggregator::getInstance()->isInventorySent())
+        std::this_thread::sleep_for(1ms);
+    EXPECT_THAT(logs(), HasSubstr("iteration no. 9"));
+    EXPECT_THAT(logs(), HasSubstr("271 JSON_AGGR: RM 1 not ready with inventory"));
+    EXPECT_THAT(logs(), HasSubstr("404 JSON_AGGR: No inventory information found!"));
+    EXPECT_THAT(rmc.names(), ElementsAre("MPEventGen"));
+    tav::test::writeFile("/tmp/go", "");
+    ASSERT_TRUE(rmc.waitForCommands(2));
+    EXPECT_THAT(rmc.names(), ElementsAre("MPEventGen", "WriteInventory"));
+    EXPECT_THAT(logs(), HasSubstr("hostRM Requesting cache push"));
+}
+
+TEST(Push, NothingEnabledSendsNothing) {
+    logEverything(R"("EnableResources":[])");
+    Rmc rmc;
+    Service service(1000);
+    while (!tavJsonAggregator::getInstance()->isInventorySent())
+        std::this_thread::sleep_for(1ms);
+    service.stop();
+    EXPECT_THAT(rmc.device().requests(), IsEmpty());
+}
+
+TEST(Push, AFailedTransferIsLoggedAndTheNextRequestSendsTheWholeDocument) {
+    logEverything(hostOnly);
+    writeHostCommands();
+    Rmc rmc;
+    std::atomic<int> inventories{0};
+    rmc.intercept([&](const IpmiRequest& request) -> std::optional<Reply> {
+        const bool inventory =
+            request.data.size() == 60 && request.data[2] == 0x14 && request.data[3] == 'W';
+        if (inventory && ++inventories == 1) return Reply::answer({4, 0, 0, 1});
+        return std::nullopt;
+    });
+    Service service(200);
+    while (inventories == 0)
+        std::this_thread::sleep_for(1ms);
+    while (!tavJsonAggregator::getInstance()->isInventorySent())
+        std::this_thread::sleep_for(1ms);
+    EXPECT_THAT(logs(), HasSubstr("[Cli entries full] and Cmd Exit Status is 0x1"));
+    EXPECT_THAT(
+        logs(),
+        HasSubstr("491 JSON_AGGR: An Error occurred in delivering inventory string to RMC!"));
+    tavJsonAggregator::getInstance()->sendInventory(true);
+    ASSERT_TRUE(rmc.waitForCommands(2));
+    EXPECT_EQ(rmc.names().back(), "WriteInventory");
+}
+
+struct StopMoment {
+    const char* name;
+    const char* hangingCommand;  ///< of the host; null for none
+    bool deadController;
+    std::chrono::milliseconds moment;  ///< real time after the start
+};
+void PrintTo(const StopMoment& moment, std::ostream* out) {
+    *out << moment.name;
+}
+
+/// How many descriptors are open once those that live as long as the process are, and the far end
+/// of the simulated device that was opened last.
+std::size_t descriptorsWithSingletons() {
+    CPlusPlusLogging::Logger::loggerInit();
+    HostResourceManager::getInstance();
+    tavJsonAggregator::getInstance();
+    tavIPMIDBService::getInstance();
+    { const ipmi::IPMIUtils opened; }
+    return tav::test::openDescriptors();
+}
+
+class StopAt : public testing::TestWithParam<StopMoment> {};
+
+TEST_P(StopAt, EndsSoon) {
+    const StopMoment& at = GetParam();
+    logEverything(hostOnly);
+    writeHostCommands();
+    if (at.hangingCommand != nullptr) writeCommand(at.hangingCommand, "sleep 1000");
+    Rmc rmc;
+    if (at.deadController) rmc.intercept([](const IpmiRequest&) { return Reply::never(); });
+    const std::size_t descriptors = descriptorsWithSingletons();
+    Service service(at.deadController ? 20 : 100);
+    std::this_thread::sleep_for(at.moment);
+    const auto begin = Clock::now();
+    service.stop();
+    EXPECT_LT(Clock::now() - begin, 1500ms);
+    EXPECT_EQ(rmc.device().stillOpen(), 0U);
+    EXPECT_EQ(tav::test::openDescriptors(), descriptors);
+    EXPECT_THAT(logs(), HasSubstr("TAV Exiting Gracefully!"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Moments, StopAt,
+    testing::Values(StopMoment{"AtOnce", nullptr, false, 0ms},
+                    StopMoment{"WhileTheHostSettles", nullptr, false, 50ms},
+                    StopMoment{"WhileIdle", nullptr, false, 600ms},
+                    StopMoment{"InTheBootLog", "awk", false, 250ms},
+                    StopMoment{"InTheVersionCommand", "localcli", false, 250ms},
+                    StopMoment{"InTheMemorySample", "esxtop", false, 250ms},
+                    StopMoment{"InATransferToADeadController", nullptr, true, 900ms}),
+    [](const auto& moment) { return moment.param.name; });
+
+TEST(Push, AFailingClockEndsTheWaitsAndTheStopStillJoins) {
+    logEverything(hostOnly);
+    writeHostCommands();
+    Rmc rmc;
+    clockFails = true;
+    Service service(100);
+    while (logs().find("HOST_RM: Failed to get current time! (errno: 5)") == std::string::npos) {
+        std::this_thread::sleep_for(1ms);
+    }
+    service.stop();
+    EXPECT_THAT(rmc.names(), ElementsAre("MPEventGen"));
+    EXPECT_THAT(logs(), HasSubstr("142 JSON_AGGR: Failed to get current time! (errno: 5)"));
+    EXPECT_THAT(logs(), HasSubstr("122 IPMI_DB: Failed to get current time! (error no: 5)"));
+}
+
+TEST(Push, ThreadsThatCannotBeCreatedAreLoggedAndTheStopGoesOn) {
+    logEverything(hostOnly);
+    {
+        const tav::test::FailingThreads failing;
+        EXPECT_FALSE(tavJobManager::getInstance()->startResourceManagers());
+        const Service service(100);
+    }
+    EXPECT_THAT(logs(), HasSubstr("114 JOB_MGR: Error:unable to create thread"));
+    EXPECT_THAT(logs(), HasSubstr("JSON_AGGR: Error: Unable to create thread: "));
+    EXPECT_THAT(logs(), HasSubstr("165 IPMI_DB: Error: Unable to create thread: "));
+    EXPECT_THAT(logs(), HasSubstr("050 IPMI_DB: Error: Unable to join thread: 22"));
+}
+
+TEST(Events, TheirJson) {
+    logEverything(hostOnly);
+    writeHostCommands();
+    Rmc rmc;
+    pretendInventoryWasSent(rmc);
+    const std::size_t before = rmc.commands().size();
+    Json::Value data;
+    data["Text"] = "line\nend \xff";
+    tavEventHandler handler;
+    handler.generateEvent(event(538, "0003000106010005", data));
+    for (const char* none :
+         {"", "NotApplicable", "Not Applicable", "NotAvailable", "Not Available"}) {
+        handler.generateEvent(event(539, none, Json::Value(Json::objectValue)));
+    }
+    handler.generateEvent(event(540, "NOT AVAILABLE"));
+    const auto commands = rmc.commands();
+    ASSERT_EQ(commands.size(), before + 7);
+    EXPECT_THAT(rmc.violations(), IsEmpty());
+
+    const Json::Value first = parseJson(commands[before].payload);
+    Json::Value expected;
+    expected["HostName"] = tavUtils().readHostName();
+    expected["OSVersion"] = "1.2";
+    expected["OSType"] = 104;
+    expected["IPv4Addresses"][0]["Address"] = "127.0.0.1";
+    expected["ID"] = 538;
+    expected["Source"] = "TAV";
+    expected["EventTime"] = "2019-03-07 14:05:09";
+    expected["PhysicalLocation"] = "0003000106010005";
+    expected["VariableData"]["Text"] = first["VariableData"]["Text"];
+    EXPECT_EQ(first, expected);
+    EXPECT_THAT(commands[before].payload, Not(testing::ContainsRegex("[\n\r\t]|: ")));
+    for (std::size_t i = before + 1; i < before + 6; ++i) {
+        const Json::Value json = parseJson(commands[i].payload);
+        EXPECT_FALSE(json.isMember("PhysicalLocation"));
+        EXPECT_TRUE(json.isMember("VariableData")) << "an empty object is not nothing";
+    }
+    const Json::Value last = parseJson(commands.back().payload);
+    EXPECT_EQ(last["PhysicalLocation"].asString(), "NOT AVAILABLE");
+    EXPECT_FALSE(last.isMember("VariableData"));
+}
+
+TEST(Events, OnlyThoseOfTheHostPassBeforeTheFirstInventory) {
+    clockSpeed = 1000;
+    Rmc rmc;
+    for (const int id : {356, 538, 359, 680, 360, 708, 434, 435, 433}) {
+        tavEventHandler().generateEvent(event(id, "x"));
+    }
+    std::vector<int> ids;
+    for (const auto& command : rmc.commands())
+        ids.push_back(parseJson(command.payload)["ID"].asInt());
+    EXPECT_THAT(ids, ElementsAre(356, 359, 360, 434, 435));
+}
+
+TEST(Events, FailuresAreLogged) {
+    logEverything();
+    clockSpeed = 1000;
+    Rmc rmc;
+    rmc.intercept([](const IpmiRequest&) { return Reply::answer({5, 0, 0, 0}); });
+    tavEventHandler().generateEvent(event(356, "x"));
+    EXPECT_THAT(logs(), HasSubstr("EVT_HANDLER: FAILURE in logging event to RMC"));
+    const tav::test::FailingThreads failing;
+    tavEventHandler().generateEvent(event(356, "x"));
+    EXPECT_THAT(logs(), HasSubstr("EVT_HANDLER: Unable to spawn a thread to handle event."));
+}
+
+TEST(Events, TwoHundredFromTwentyThreadsWhileAnInventoryIsSent) {
+    logEverything(hostOnly);
+    writeHostCommands();
+    Rmc rmc;
+    pretendInventoryWasSent(rmc);
+    const std::size_t before = rmc.commands().size();
+    const std::string document = "{\"Inventory\":\"" + std::string(100'000, 'x') + "\"}";
+    constexpr int threads = 20;
+    constexpr int each = 10;
+    std::vector<std::thread> raisers;
+    raisers.emplace_back(
+        [&] { EXPECT_EQ(ipmi::IPMIUtils::RMC_CLI_Cmd_Execution("WriteInventory", document), 0); });
+    for (int thread = 0; thread < threads; ++thread) {
+        raisers.emplace_back([thread] {
+            for (int number = 0; number < each; ++number) {
+                Json::Value data;
+                data["Thread"] = thread;
+                data["Number"] = number;
+                tavEventHandler().generateEvent(event(538, "x", data));
+            }
+        });
+    }
+    for (std::thread& raiser : raisers)
+        raiser.join();
+    EXPECT_THAT(rmc.violations(), IsEmpty());
+    const auto commands = rmc.commands();
+    ASSERT_EQ(commands.size(), before + threads * each + 1);
+    std::vector<int> next(threads, 0);
+    for (std::size_t i = before; i < commands.size(); ++i) {
+        if (commands[i].name == "WriteInventory") continue;
+        const Json::Value data = parseJson(commands[i].payload)["VariableData"];
+        EXPECT_EQ(data["Number"].asInt(), next.at(data["Thread"].asUInt())++);
+    }
+}
+
+}  // namespace
