@@ -1,0 +1,12 @@
+#pragma once
+
+namespace tavd {
+
+/// Where the stack of a crashed service is appended to, beside the standard error.
+inline constexpr const char* crashStackFile = "/opt/orn/tav/log/tavd-crash.txt";
+
+/// From now on a fatal signal leaves the crashed thread's stack behind before it ends the process
+/// as it would have done anyway.
+void captureCrashes();
+
+}  // namespace tavd

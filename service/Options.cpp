@@ -1,0 +1,67 @@
+#include "service/Options.h"
+
+#include <array>
+#include <iostream>
+
+#include <getopt.h>
+
+namespace tavd {
+
+const char* const helpText =
+    R"(tavd - reports this host's inventory and events to the rack's management controller
+
+Usage: tavd [OPTION]
+
+Without an option, runs in the foreground until SIGTERM or SIGINT asks it to stop.
+SIGHUP looks whether a log has grown enough to be moved to the backup directory.
+
+  --print              build the inventory once, print it, send nothing, and end
+  --check-config FILE  say for each setting in FILE what is accepted and what is replaced
+  --help               this text
+  --version            the version
+
+Configuration: /etc/config/orn/tav/tav.conf (see --check-config)
+
+Exit status:
+  0    done, or stopped as asked
+  1    a thread could not be started; with --print: there is no inventory
+  2    the command line is wrong
+  3    --check-config: the file cannot be used, or something in it was replaced or ignored
+  4    another tavd is running
+  245  the debug log's directory cannot be created (the system log says why)
+  246  the main log's directory cannot be created (the system log says why)
+)";
+
+Options parseOptions(int argc, char** argv) {
+    constexpr std::array<option, 5> longOptions = {
+        {{"print", no_argument, nullptr, 'p'},
+         {"check-config", required_argument, nullptr, 'c'},
+         {"help", no_argument, nullptr, 'h'},
+         {"version", no_argument, nullptr, 'v'},
+         {nullptr, 0, nullptr, 0}}};
+    Options options;
+    int letter = 0;
+    while ((letter = ::getopt_long(argc, argv, "h", longOptions.data(), nullptr)) != -1) {
+        switch (letter) {
+            case 'p':
+                options.task = Task::Print;
+                break;
+            case 'c':
+                options = {Task::CheckConfig, ::optarg};
+                break;
+            case 'h':
+                return {Task::Help, {}};
+            case 'v':
+                return {Task::Version, {}};
+            default:
+                return {Task::Refuse, {}};
+        }
+    }
+    if (::optind < argc) {
+        std::cerr << "tavd: unexpected argument '" << argv[::optind] << "'; see tavd --help\n";
+        return {Task::Refuse, {}};
+    }
+    return options;
+}
+
+}  // namespace tavd

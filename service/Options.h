@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+namespace tavd {
+
+/// What the process was started for.
+enum class Task { Serve, Help, Version, CheckConfig, Print, Refuse };
+
+struct Options {
+    Task task = Task::Serve;
+    std::string file;  ///< for Task::CheckConfig
+};
+
+/// Reads the command line; what is wrong with it has been told on the standard error then.
+Options parseOptions(int argc, char** argv);
+
+extern const char* const helpText;
+
+}  // namespace tavd

@@ -1,0 +1,166 @@
+#include "service/Service.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <iostream>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+
+#include <json/writer.h>
+#include <sys/file.h>
+
+#include "core/FileDescriptor.h"
+#include "core/Log.h"
+#include "core/Logger.h"
+#include "core/StopSignal.h"
+#include "core/tavConfig.h"
+#include "core/tavFactory.h"
+#include "core/tavJobManager.h"
+#include "core/tavUtils.h"
+#include "rmc/tavIPMIDBService.h"
+#include "rmc/tavJsonAggregator.h"
+#include "service/CrashCapture.h"
+
+namespace tavd {
+namespace {
+
+using CPlusPlusLogging::Logger;
+
+constexpr tav::ModuleLog logger{"TAVD"};
+
+constexpr const char* lockFile = "/run/tavd.lock";
+constexpr std::array ownDirectories = {"/opt/orn/tav/data/", "/opt/orn/tav/log/"};
+
+/// What signals asked for. The stop is requested at most once; the look at the logs again and
+/// again.
+struct Requests {
+    tav::StopSignal stop;
+    std::atomic<bool> lookAtLogs{false};
+};
+
+Requests& requests() {
+    static Requests instance;
+    return instance;
+}
+
+void onStopSignal(int /*signal*/) {
+    requests().stop.request();
+}
+void onHangUp(int /*signal*/) {
+    requests().lookAtLogs = true;
+}
+
+/// SIGHUP stays blocked but while the service waits, so that its wait is sure to notice it.
+sigset_t handleSignals() {
+    requests();
+    struct sigaction action {};
+    action.sa_flags = SA_RESTART;
+    action.sa_handler = onStopSignal;
+    ::sigaction(SIGTERM, &action, nullptr);
+    ::sigaction(SIGINT, &action, nullptr);
+    action.sa_handler = onHangUp;
+    ::sigaction(SIGHUP, &action, nullptr);
+    action.sa_handler = SIG_IGN;
+    ::sigaction(SIGPIPE, &action, nullptr);
+
+    sigset_t hangUp;
+    sigset_t whileWaiting;
+    ::sigemptyset(&hangUp);
+    ::sigaddset(&hangUp, SIGHUP);
+    ::pthread_sigmask(SIG_BLOCK, &hangUp, &whileWaiting);
+    ::sigdelset(&whileWaiting, SIGHUP);
+    return whileWaiting;
+}
+
+void lookAtLogs() {
+    const tavConfig& config = *tavConfig::getInstance();
+    Logger::getInstance()->isFileExceeded(config.getTAVLogFileLocation());
+    Logger::getInstance()->isFileExceeded(config.getTAVDebugLogFileLocation());
+}
+
+void waitForStop(const sigset_t& whileWaiting) {
+    pollfd stop{requests().stop.descriptor(), POLLIN, 0};
+    while (!requests().stop.requested()) {
+        ::ppoll(&stop, 1, nullptr, &whileWaiting);
+        if (requests().lookAtLogs.exchange(false)) lookAtLogs();
+    }
+}
+
+/// Whether this is the only service; the lock lives as long as the descriptor.
+bool becomeTheOnlyOne(tav::FileDescriptor& lock) {
+    lock.reset(::open(lockFile, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    return !lock.isOpen() || ::flock(lock.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+void makeOwnDirectories() {
+    for (const char* directory : ownDirectories) {
+        if (CPlusPlusLogging::createDirectoryPath(directory) != 0) {
+            std::cerr << "tavd: cannot create " << directory << '\n';
+        }
+    }
+}
+
+/// The push is asked for before its thread starts: only then does the first inventory leave right
+/// after the managers are ready, instead of one push interval later.
+bool startEverything() {
+    tavUtils().initGeoIDMap();
+    if (!tavJobManager::getInstance()->startResourceManagers()) return false;
+    tavJsonAggregator::getInstance()->sendInventory(true);
+    tavJsonAggregator::getInstance()->sendInventory(false);
+    tavIPMIDBService::starttavIPMIDBService();
+    return true;
+}
+
+void stopEverything() {
+    tavIPMIDBService::stoptavIPMIDBService();
+    tavJsonAggregator::stoptavJsonAggregator();
+    tavJobManager::getInstance()->stopResourceManagers();
+}
+
+}  // namespace
+
+int serve() {
+    const sigset_t whileWaiting = handleSignals();
+    const tav::StopScope scope(&requests().stop);
+    tav::FileDescriptor lock;
+    if (!becomeTheOnlyOne(lock)) {
+        std::cerr << "tavd: another tavd is running (it holds " << lockFile << ")\n";
+        return 4;
+    }
+    makeOwnDirectories();
+    if (tavConfig::getInstance()->isUnhandledExceptionStackCaptureEnabled()) captureCrashes();
+    Logger::getInstance()->always("tavd " TAV_VERSION " starts.", "TAVD", __LINE__);
+    if (tavConfig::getInstance()->isDefaultSettingsApplied()) {
+        logger.warning(tav::here(),
+                       "There is no usable configuration file; the built-in defaults apply.");
+    }
+    const bool started = startEverything();
+    if (started) waitForStop(whileWaiting);
+    stopEverything();
+    return started ? 0 : 1;
+}
+
+int printInventory() {
+    handleSignals();
+    const tav::StopScope scope(&requests().stop);
+    tavUtils().initGeoIDMap();
+    for (int type = 0; type < RESOURCE_TYPE_COUNT; ++type) {
+        if (!tavConfig::getInstance()->isResourceEnabled(type)) continue;
+        tavResourceManager* const manager = tavFactory().createInstance(type);
+        if (manager != nullptr) manager->cacheBuild();
+    }
+    const Json::Value document = tavJsonAggregator::collectInventory();
+    if (document.isNull()) {
+        std::cerr << "tavd: there is no inventory; is any resource enabled?\n";
+        return 1;
+    }
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "  ";
+    std::cout << Json::writeString(builder, document) << '\n';
+    return 0;
+}
+
+}  // namespace tavd
