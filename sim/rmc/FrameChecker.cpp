@@ -67,6 +67,7 @@ std::string commandName(Frame field, std::vector<std::string>& violations) {
 void checkPayload(const Command& command, bool terminated, std::vector<std::string>& violations) {
     if (!terminated) {
         violations.push_back(command.name + ": the payload does not end with a NUL");
+        return;
     }
     if (command.payload.find('\0') != std::string::npos) {
         violations.push_back(command.name + ": a NUL inside the payload");
