@@ -55,13 +55,7 @@ bool nothingOpen() {
 
 void remember(ino_t inode, std::shared_ptr<OpenDevice> device) {
     Table& known = table();
-    std::map<ino_t, std::shared_ptr<OpenDevice>> closed;  // destroyed after the lock is released
     const std::lock_guard guard(known.lock);
-    for (auto entry = known.opened.begin(); entry != known.opened.end();) {
-        const auto next = std::next(entry);
-        if (entry->second->closedByProgram()) closed.insert(known.opened.extract(entry));
-        entry = next;
-    }
     known.opened[inode] = std::move(device);
 }
 
@@ -70,6 +64,17 @@ void remember(ino_t inode, std::shared_ptr<OpenDevice> device) {
 bool OpenDevice::closedByProgram() const {
     pollfd watched{deviceEnd_.get(), 0, 0};
     return ::poll(&watched, 1, 0) == 1 && (watched.revents & POLLHUP) != 0;
+}
+
+void forgetClosedDevices() {
+    Table& known = table();
+    std::map<ino_t, std::shared_ptr<OpenDevice>> closed;  // destroyed after the lock is released
+    const std::lock_guard guard(known.lock);
+    for (auto entry = known.opened.begin(); entry != known.opened.end();) {
+        const auto next = std::next(entry);
+        if (entry->second->closedByProgram()) closed.insert(known.opened.extract(entry));
+        entry = next;
+    }
 }
 
 void installDevice(const std::string& path, std::shared_ptr<Device> device) {
@@ -87,6 +92,7 @@ void removeDevice(const std::string& path) {
 std::optional<int> openDevice(const char* path, int flags) {
     const std::shared_ptr<Device> device = deviceAt(path);
     if (device == nullptr) return std::nullopt;
+    forgetClosedDevices();
 
     int ends[2];
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return -errno;

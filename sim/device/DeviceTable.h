@@ -53,4 +53,7 @@ std::optional<int> openDevice(const char* path, int flags);
 /// not belong to a simulated device.
 std::optional<int> controlDevice(int descriptor, unsigned long request, void* argument);
 
+/// Lets go of what the program has closed. Every open does so too.
+void forgetClosedDevices();
+
 }  // namespace tav::sim

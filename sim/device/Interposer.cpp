@@ -14,10 +14,11 @@
 #define TAV_INTERPOSE __attribute__((visibility("default")))
 
 // Named by assembler label: the headers' own declarations of these functions differ from one
-// setting of the feature macros to the next.
+// setting of the feature macros to the next. A third argument that the caller has left out is
+// garbage here, and is not looked at.
 extern "C" {
-TAV_INTERPOSE int tavSimOpen(const char* path, int flags, ...) __asm__("open");
-TAV_INTERPOSE int tavSimOpen64(const char* path, int flags, ...) __asm__("open64");
+TAV_INTERPOSE int tavSimOpen(const char* path, int flags, mode_t mode) __asm__("open");
+TAV_INTERPOSE int tavSimOpen64(const char* path, int flags, mode_t mode) __asm__("open64");
 TAV_INTERPOSE int tavSimCheckedOpen(const char* path, int flags) __asm__("__open_2");
 TAV_INTERPOSE int tavSimCheckedOpen64(const char* path, int flags) __asm__("__open64_2");
 TAV_INTERPOSE int tavSimIoctl(int descriptor, unsigned long request, ...) __asm__("ioctl");
@@ -44,20 +45,12 @@ bool hasMode(int flags) {
 
 }  // namespace
 
-int tavSimOpen(const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = hasMode(flags) ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return openAnything(path, flags, mode);
+int tavSimOpen(const char* path, int flags, mode_t mode) {
+    return openAnything(path, flags, hasMode(flags) ? mode : 0);
 }
 
-int tavSimOpen64(const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = hasMode(flags) ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return openAnything(path, flags | O_LARGEFILE, mode);
+int tavSimOpen64(const char* path, int flags, mode_t mode) {
+    return openAnything(path, flags | O_LARGEFILE, hasMode(flags) ? mode : 0);
 }
 
 int tavSimCheckedOpen(const char* path, int flags) {

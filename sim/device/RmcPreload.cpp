@@ -29,15 +29,20 @@ constexpr auto overdueCheck = 250ms;
 
 /// One open() of the device: its own connection to the controller, and a thread that passes the
 /// controller's answers on. The thread ends when the program has closed the descriptor.
-class RmcConnection final : public IpmiBackend {
+class RmcConnection final : public IpmiBackend, public std::enable_shared_from_this<RmcConnection> {
  public:
     RmcConnection(FileDescriptor deviceEnd, unsigned open, FileDescriptor controller)
         : controller_(std::move(controller)),
-          file_(std::move(deviceEnd), open, *this, driverPatience),
-          listener_([this] { listen(); }) {}
-    RmcConnection(const RmcConnection&) = delete;
-    RmcConnection& operator=(const RmcConnection&) = delete;
-    ~RmcConnection() override { listener_.join(); }
+          file_(std::move(deviceEnd), open, *this, driverPatience) {}
+
+    /// The thread owns the connection as well, and nobody waits for it: the program may end at any
+    /// time.
+    void start() {
+        std::thread([self = shared_from_this()] {
+            self->listen();
+            forgetClosedDevices();
+        }).detach();
+    }
 
     IpmiFile& file() { return file_; }
 
@@ -52,7 +57,6 @@ class RmcConnection final : public IpmiBackend {
     std::mutex sending_;
     std::array<std::atomic<std::uint64_t>, 256> numbers_{};  ///< by sequence byte
     BmcReader reader_;
-    std::thread listener_;  ///< last: it uses everything above
 };
 
 int RmcConnection::submit(IpmiFile& /*file*/, std::uint64_t number, const IpmiRequest& request) {
@@ -122,6 +126,7 @@ class RmcDevice final : public Device {
         const SignalsBlocked blocked;
         const auto connection =
             std::make_shared<RmcConnection>(std::move(deviceEnd), opens_++, std::move(controller));
+        connection->start();
         return {connection, &connection->file()};
     }
 

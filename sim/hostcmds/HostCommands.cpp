@@ -190,8 +190,8 @@ std::string memorySample(const std::string& host, const std::string& moment,
     std::string names = "\"(PDH-CSV 4.0) (Local)(0)\",";
     std::string values = '"' + moment + "\",";
     for (const auto& [name, value] : counters) {
-        names += "\"\\\\" + host + '\\' + name + "\",";
-        values += '"' + value + "\",";
+        names.append("\"\\\\").append(host).append("\\").append(name).append("\",");
+        values.append("\"").append(value).append("\",");
     }
     return names + '\n' + values + '\n';
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <utility>
 
 #include "sim/hostcmds/Files.h"
 
@@ -37,14 +38,13 @@ PciNames::PciNames(std::string_view database) {
             if (!line.empty() && line.substr(0, 2) == "C ") break;
             continue;
         }
-        const std::string id(line.substr(0, idLength));
-        const std::string name(line.substr(nameOffset));
+        std::string id(line.substr(0, idLength));
         if (ofDevice) {
-            names_.emplace(vendorId + ':' + id, name);
+            id.insert(0, vendorId + ':');
         } else {
             vendorId = id;
-            names_.emplace(id, name);
         }
+        names_.emplace(std::move(id), line.substr(nameOffset));
     }
 }
 

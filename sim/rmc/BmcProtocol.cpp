@@ -20,7 +20,7 @@ std::uint8_t sumOf(const Bytes& bytes) {
     return static_cast<std::uint8_t>(std::accumulate(bytes.begin(), bytes.end(), 0U));
 }
 
-Bytes framed(Bytes bytes, std::uint8_t end) {
+Bytes framed(const Bytes& bytes, std::uint8_t end) {
     Bytes line;
     for (const std::uint8_t byte : bytes) {
         if (byte == endOfMessage || byte == endOfControl || byte == escape) {
@@ -37,7 +37,7 @@ Bytes framed(Bytes bytes, std::uint8_t end) {
 Bytes message(Bytes bytes, const Bytes& data) {
     bytes.insert(bytes.end(), data.begin(), data.end());
     bytes.push_back(static_cast<std::uint8_t>(-sumOf(bytes)));
-    return framed(std::move(bytes), endOfMessage);
+    return framed(bytes, endOfMessage);
 }
 
 std::uint8_t address(std::uint8_t netFn, std::uint8_t lun) {

@@ -111,7 +111,7 @@ std::string Injections::add(std::string_view order) {
     Order parsed;
     while (true) {
         const std::size_t comma = order.find(',');
-        const std::string fault = parseWord(order.substr(0, comma), parsed);
+        std::string fault = parseWord(order.substr(0, comma), parsed);
         if (!fault.empty()) return fault;
         if (comma == std::string_view::npos) break;
         order.remove_prefix(comma + 1);

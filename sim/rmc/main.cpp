@@ -133,7 +133,7 @@ int serve(const Options& options) {
     for (const std::string& order : options.inject) {
         const std::string fault = controller.injections().add(order);
         if (!fault.empty()) {
-            complain("--inject " + order + ": " + fault);
+            complain("--inject: " + fault);
             return misused;
         }
     }

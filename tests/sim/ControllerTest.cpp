@@ -9,7 +9,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-using tav::sim::BmcRequest;
 using tav::sim::Bytes;
 using tav::sim::Controller;
 using tav::sim::Outcome;
