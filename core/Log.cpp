@@ -12,8 +12,9 @@ namespace {
 using CPlusPlusLogging::Logger;
 using WriteLine = void (Logger::*)(const std::string&, const std::string&, int);
 
-void writeFormatted(WriteLine writeLine, const char* module, int line, const char* format,
-                    va_list arguments) {
+__attribute__((format(printf, 4, 0))) void writeFormatted(WriteLine writeLine, const char* module,
+                                                          int line, const char* format,
+                                                          va_list arguments) {
     std::array<char, 4096> message;
     std::vsnprintf(message.data(), message.size(), format, arguments);
     (Logger::getInstance()->*writeLine)(message.data(), module, line);

@@ -14,6 +14,7 @@
 #include <strings.h>
 #include <syslog.h>
 
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 
 #include "core/Files.h"
@@ -109,14 +110,12 @@ tav::FileDescriptor createBackup(std::string_view logPath, std::string& path) {
 }
 
 bool copyToEnd(int from, int to) {
-    std::string chunk;
-    constexpr std::size_t chunkSize = 1U << 20U;
+    constexpr std::size_t atOnce = 1U << 30U;
+    ssize_t copied = 0;
     do {
-        chunk.clear();
-        if (!tav::readUpTo(from, chunkSize, chunk)) return false;
-        if (!tav::writeAll(to, chunk.data(), chunk.size())) return false;
-    } while (chunk.size() == chunkSize);
-    return true;
+        copied = ::sendfile(to, from, nullptr, atOnce);
+    } while (copied > 0 || (copied < 0 && errno == EINTR));
+    return copied == 0;
 }
 
 /// Copies the log into the backup directory; leaves no partial backup behind.
@@ -335,14 +334,14 @@ int createDirectoryPath(const std::string& path) {
     return 0;
 }
 
-int createSymbolicLink(const std::string& target, const std::string& linkDirectory) {
+int createSymbolicLink(const std::string& target, const std::string& directory) {
     if (::access(target.c_str(), R_OK) != 0) return 0;
     const std::string_view name = baseName(target);
     if (name.empty()) {
         reportToSyslog(LOG_WARNING, "basename(%s) returned NULL", target.c_str());
         return -1;
     }
-    const std::string link = linkDirectory + "/" + std::string(name);
+    const std::string link = directory + "/" + std::string(name);
     // Checked before anything is removed: a log may live in the link directory itself.
     if (target == link || isSameEntry(target, link)) {
         reportToSyslog(LOG_WARNING,

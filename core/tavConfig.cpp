@@ -125,7 +125,7 @@ class tavConfig::Reader {
 
     std::string string(const char* key) {
         const std::string written = text(key);
-        const std::string used = validateString(written, key);
+        std::string used = validateString(written, key);
         report(key, written == used, written, used);
         return used;
     }
@@ -147,7 +147,7 @@ class tavConfig::Reader {
 
     std::string location(const char* key) {
         const std::string written = text(key);
-        const std::string used = written.empty() ? "syslog" : written;
+        std::string used = written.empty() ? "syslog" : written;
         report(key, true, written, used);
         return used;
     }

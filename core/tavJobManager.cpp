@@ -31,8 +31,8 @@ tavResourceManager* enabledManager(MODULE_NAME type) {
 }
 
 void* asArgument(MODULE_NAME type) {
-    return reinterpret_cast<void*>(
-        static_cast<std::intptr_t>(type));  // NOLINT(performance-no-int-to-ptr)
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a thread body takes its number as its argument
+    return reinterpret_cast<void*>(static_cast<std::intptr_t>(type));
 }
 
 }  // namespace
@@ -44,7 +44,7 @@ tavJobManager* tavJobManager::getInstance() {
 
 bool tavJobManager::startResourceManagers() {
     for (const auto& [type, threadName] : startedTypes) {
-        std::thread& thread = threads.at(type);
+        std::thread& thread = threads.at(resourceTypeIndex(type));
         if (tav::startThread(thread, threadName, [argument = asArgument(type)] {
                 initializeResourceManager(argument);
             }) != 0) {
@@ -63,7 +63,7 @@ void tavJobManager::stopResourceManagers() {
         if (manager != nullptr) manager->stopResourceManagerJob();
     }
     for (const auto& started : startedTypes) {
-        tav::joinThread(threads.at(started.type));
+        tav::joinThread(threads.at(resourceTypeIndex(started.type)));
     }
     logger.info(at(221), "TAV Exiting Gracefully!");
 }

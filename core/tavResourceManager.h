@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <vector>
@@ -20,6 +21,11 @@ enum MODULE_NAME : int {
 
 /// Loops over all resource types run from 0 to one below this.
 inline constexpr int RESOURCE_TYPE_COUNT = 6;
+
+/// Where a resource type stands in a table of RESOURCE_TYPE_COUNT entries.
+constexpr std::size_t resourceTypeIndex(MODULE_NAME type) {
+    return static_cast<std::size_t>(type);
+}
 
 /// The names of the resource types, as configuration, inventory and events spell them.
 inline const std::map<MODULE_NAME, std::string> TAV_MODULE_NAME_MAP = {

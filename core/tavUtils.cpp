@@ -22,7 +22,6 @@
 #include "core/Log.h"
 #include "core/ScratchFile.h"
 
-using tav::at;
 using tav::here;
 
 namespace {
@@ -239,7 +238,7 @@ std::string tavUtils::getPrimaryIPAddress() {
         getIPAddresses();
         held.lock();
     }
-    const std::string address = primaryIPv4Address.empty() ? auxIPv4Address : primaryIPv4Address;
+    std::string address = primaryIPv4Address.empty() ? auxIPv4Address : primaryIPv4Address;
     logger.debug(here(), "primaryIPv4Address= %s auxIPv4Address=%s tempIP=%s",
                  primaryIPv4Address.c_str(), auxIPv4Address.c_str(), address.c_str());
     return address;

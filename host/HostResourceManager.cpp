@@ -147,8 +147,9 @@ void HostResourceManager::getTotalPhysicalMemory(tavHostOSInfo& host) {
     // A sample is taken as far as it goes, whatever the command says of itself.
     tav::runShell(memoryCommand);
     const tav::HostMemory memory = tav::parseMemorySample(scratch.read(memorySampleLimit));
-    host.setOSMemorySummary(static_cast<double>(memory.totalMBytes / mbytesPerGiB),
-                            static_cast<double>(memory.freeMBytes / mbytesPerGiB));
+    const long totalGiB = memory.totalMBytes / mbytesPerGiB;  // whole GiB are reported
+    const long freeGiB = memory.freeMBytes / mbytesPerGiB;
+    host.setOSMemorySummary(static_cast<double>(totalGiB), static_cast<double>(freeGiB));
 }
 
 int HostResourceManager::getInventoryJsonObject(std::vector<Json::Value>& records) {

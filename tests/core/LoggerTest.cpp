@@ -217,7 +217,9 @@ TEST(Logger, RotationLosesNoLine) {
     ASSERT_EQ(files.size(), 1U);
     EXPECT_THAT(files[0].filename(), MatchesRegex("tav.log_[0-9]{8}-[0-9]{6}"));
     EXPECT_EQ(fs::read_symlink("/opt/orn/tav/log/backup_log"), backups);
-    const std::string moved = readFile(files[0]).substr(rotationSize);
+    std::ifstream backup(files[0], std::ios::binary);
+    backup.seekg(rotationSize);
+    const std::string moved(std::istreambuf_iterator<char>(backup), {});
     const std::string live = readFile(mainLog);
     EXPECT_EQ(
         std::count(moved.begin(), moved.end(), '\n') + std::count(live.begin(), live.end(), '\n'),
