@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+#include <json/value.h>
+
+namespace tav {
+
+/// A JSON string of a text that came from a device. Devices answer with any bytes; every byte that
+/// is no part of well-formed UTF-8 (RFC 3629) becomes U+FFFD, so that the document stays valid
+/// whatever writer is used and nothing after a bad byte is lost.
+Json::Value jsonText(const std::string& text);
+
+}  // namespace tav
