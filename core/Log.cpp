@@ -1,8 +1,10 @@
 #include "core/Log.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstdio>
+#include <string_view>
 
 #include "core/Logger.h"
 
@@ -10,14 +12,16 @@ namespace tav {
 namespace {
 
 using CPlusPlusLogging::Logger;
-using WriteLine = void (Logger::*)(const std::string&, const std::string&, int);
+using WriteLine = void (Logger::*)(std::string_view, std::string_view, int);
 
 __attribute__((format(printf, 4, 0))) void writeFormatted(WriteLine writeLine, const char* module,
                                                           int line, const char* format,
                                                           va_list arguments) {
     std::array<char, 4096> message;
-    std::vsnprintf(message.data(), message.size(), format, arguments);
-    (Logger::getInstance()->*writeLine)(message.data(), module, line);
+    const int wanted = std::vsnprintf(message.data(), message.size(), format, arguments);
+    const std::size_t size = std::clamp<std::size_t>(
+        wanted < 0 ? 0 : static_cast<std::size_t>(wanted), 0, message.size() - 1);
+    (Logger::getInstance()->*writeLine)({message.data(), size}, module, line);
 }
 
 }  // namespace

@@ -226,23 +226,23 @@ void Logger::linkLogs() {
     createSymbolicLink(backupDirectory, linkDirectory);
 }
 
-void Logger::error(const std::string& message, const std::string& module, int line) {
+void Logger::error(std::string_view message, std::string_view module, int line) {
     if (writesErrors()) write(mainTarget_, errorTag, message, module, line);
 }
 
-void Logger::warning(const std::string& message, const std::string& module, int line) {
+void Logger::warning(std::string_view message, std::string_view module, int line) {
     if (writesWarnings()) write(mainTarget_, warningTag, message, module, line);
 }
 
-void Logger::info(const std::string& message, const std::string& module, int line) {
+void Logger::info(std::string_view message, std::string_view module, int line) {
     if (writesInfo()) write(mainTarget_, infoTag, message, module, line);
 }
 
-void Logger::debug(const std::string& message, const std::string& module, int line) {
+void Logger::debug(std::string_view message, std::string_view module, int line) {
     if (writesDebug()) write(debugTarget_, debugTag, message, module, line);
 }
 
-void Logger::always(const std::string& message, const std::string& module, int line) {
+void Logger::always(std::string_view message, std::string_view module, int line) {
     write(mainTarget_, alwaysTag, message, module, line);
 }
 
@@ -258,12 +258,18 @@ void Logger::write(Target target, std::string_view tag, std::string_view message
 
 namespace {
 
+/// Three digits at least.
+void appendLineNumber(std::string& text, int line) {
+    if (line >= 0 && line < 10) text.append("00");
+    if (line >= 10 && line < 100) text.append("0");
+    text.append(std::to_string(line));
+}
+
 void appendText(std::string& text, std::string_view tag, std::string_view message,
                 std::string_view module, int line) {
-    std::array<char, 16> number{};
-    std::snprintf(number.data(), number.size(), "%03d", line);
-    text.append(tag).append(" ").append(number.data()).append(" ").append(module).append(": ");
-    text.append(message);
+    text.append(tag).append(" ");
+    appendLineNumber(text, line);
+    text.append(" ").append(module).append(": ").append(message);
 }
 
 }  // namespace

@@ -34,12 +34,12 @@ class TAV_API Logger {
     static void loggerInit();
 
     /// One line each: message, module tag, source line number (three digits or four).
-    void error(const std::string& message, const std::string& module, int line);
-    void warning(const std::string& message, const std::string& module, int line);
-    void info(const std::string& message, const std::string& module, int line);
-    void debug(const std::string& message, const std::string& module, int line);
+    void error(std::string_view message, std::string_view module, int line);
+    void warning(std::string_view message, std::string_view module, int line);
+    void info(std::string_view message, std::string_view module, int line);
+    void debug(std::string_view message, std::string_view module, int line);
     /// Written whatever the level.
-    void always(const std::string& message, const std::string& module, int line);
+    void always(std::string_view message, std::string_view module, int line);
 
     /// Whether the level lets lines of that kind through.
     bool writesErrors() const noexcept { return level() < 5; }

@@ -68,9 +68,10 @@ milliseconds TimeLimit::left() const {
 
 Readable waitReadable(int descriptor, const TimeLimit& limit) {
     std::array<pollfd, 2> watched{{{descriptor, POLLIN, 0}, {stopDescriptor(), POLLIN, 0}}};
+    const nfds_t count = watched[1].fd < 0 ? 1 : 2;  // each one costs, even one that is not open
     while (true) {
         const int timeout = pollTimeout(limit);
-        const int ready = ::poll(watched.data(), watched.size(), timeout);
+        const int ready = ::poll(watched.data(), count, timeout);
         if (ready < 0 && errno != EINTR) return Readable::Failed;
         if (ready > 0 && watched[0].revents != 0) {
             return (watched[0].revents & POLLIN) != 0 ? Readable::Ready : Readable::Failed;

@@ -1,0 +1,161 @@
+// A document of 1 MB through the transport, beside a bare loop that makes the same calls with
+// ready-made frames over the same (simulated) device; and the memory that the transport takes.
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <malloc.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <linux/ipmi.h>
+#include <sys/ioctl.h>
+
+#include "bench/Measure.h"
+#include "core/StopSignal.h"
+#include "rmc/tavipmi.h"
+#include "sim/device/DeviceTable.h"
+#include "sim/device/IpmiFile.h"
+
+namespace {
+
+std::atomic<long> liveBytes{0};
+std::atomic<long> mostBytes{0};
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    void* const memory = std::malloc(size);
+    if (memory == nullptr) throw std::bad_alloc();
+    const long live = liveBytes += static_cast<long>(::malloc_usable_size(memory));
+    if (live > mostBytes) mostBytes = live;
+    return memory;
+}
+void operator delete(void* memory) noexcept {
+    liveBytes -= static_cast<long>(::malloc_usable_size(memory));
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    operator delete(memory);
+}
+
+namespace {
+
+constexpr int rounds = 7;
+constexpr std::size_t documentSize = 1'000'000;
+constexpr auto pauseAfterTransfer = std::chrono::duration<double>(0.5);
+
+/// A device whose answers to frames are ready at once.
+class ReadyController final : public tav::sim::Device, public tav::sim::IpmiBackend {
+ public:
+    std::shared_ptr<tav::sim::OpenDevice> open(tav::FileDescriptor deviceEnd,
+                                               int& /*error*/) override {
+        return std::make_shared<tav::sim::IpmiFile>(std::move(deviceEnd), 0, *this, std::nullopt);
+    }
+
+    int submit(tav::sim::IpmiFile& file, std::uint64_t number,
+               const tav::sim::IpmiRequest& request) override {
+        file.finish(number);
+        file.deliver(request, {0, {0, 1, 0, 0}, 0, 0});
+        return 0;
+    }
+};
+
+using Frames = std::vector<tav::RmcFrame>;
+
+Frames cutReadyFrames(const std::string& document) {
+    const std::string_view bytes(document.c_str(), document.size() + 1);
+    Frames frames{
+        tav::firstRmcFrame("WriteInventory", static_cast<std::uint32_t>(bytes.size()), bytes)};
+    for (std::size_t sent = tav::rmcFirstFramePayload; sent < bytes.size();
+         sent += tav::rmcLaterFramePayload) {
+        frames.push_back(tav::laterRmcFrame(1, bytes.substr(sent)));
+    }
+    return frames;
+}
+
+bool exchange(int device, tav::RmcFrame& frame, long id) {
+    ipmi_system_interface_addr address{};
+    address.addr_type = IPMI_SYSTEM_INTERFACE_ADDR_TYPE;
+    address.channel = IPMI_BMC_CHANNEL;
+    ipmi_req request{};
+    request.addr = reinterpret_cast<unsigned char*>(&address);
+    request.addr_len = sizeof address;
+    request.msgid = id;
+    request.msg.netfn = 0x3A;
+    request.msg.cmd = 0x80;
+    request.msg.data = frame.data();
+    request.msg.data_len = static_cast<unsigned short>(frame.size());
+    if (::ioctl(device, IPMICTL_SEND_COMMAND, &request) != 0) return false;
+    pollfd readable{device, POLLIN, 0};
+    if (::poll(&readable, 1, 30'000) != 1) return false;
+    ipmi_addr sender{};
+    std::array<unsigned char, IPMI_MAX_MSG_LENGTH> data;
+    ipmi_recv answer{};
+    answer.addr = reinterpret_cast<unsigned char*>(&sender);
+    answer.addr_len = sizeof sender;
+    answer.msg.data = data.data();
+    answer.msg.data_len = static_cast<unsigned short>(data.size());
+    return ::ioctl(device, IPMICTL_RECEIVE_MSG_TRUNC, &answer) == 0;
+}
+
+double bareLoop(Frames& frames) {
+    return bench::secondsPerCall(1, [&] {
+        const tav::FileDescriptor device(::open("/dev/ipmi0", O_RDWR | O_CLOEXEC));
+        long id = 0;
+        for (tav::RmcFrame& frame : frames) {
+            if (!exchange(device.get(), frame, ++id)) std::abort();
+        }
+    });
+}
+
+double transport(const std::string& document) {
+    const double seconds = bench::secondsPerCall(1, [&] {
+        ipmi::IPMIUtils channel;
+        unsigned char transferStatus = 0;
+        unsigned char exitStatus = 0;
+        if (channel.RMC_CLI_Exec("WriteInventory", document, &transferStatus, &exitStatus) != 1) {
+            std::abort();
+        }
+    });
+    return seconds - pauseAfterTransfer.count();
+}
+
+}  // namespace
+
+int main() {
+    tav::sim::installDevice("/dev/ipmi0", std::make_shared<ReadyController>());
+    const std::string document(documentSize, 'x');
+    Frames frames = cutReadyFrames(document);
+    std::printf("%zu frames\n", frames.size());
+
+    bench::Report report;
+    report.ratio("1 MB through the transport, its pause left out",
+                 bench::leastOf(
+                     rounds, [&] { return transport(document); }, [&] { return bareLoop(frames); }),
+                 1.10);
+    {
+        // As in the service, whose threads also watch for a stop while they wait.
+        const tav::StopSignal stop;
+        const tav::StopScope scope(&stop);
+        report.ratio("the same in a thread that can be stopped",
+                     bench::leastOf(
+                         rounds, [&] { return transport(document); },
+                         [&] { return bareLoop(frames); }),
+                     1.10);
+    }
+    const long before = liveBytes;
+    mostBytes = before;
+    transport(document);
+    report.value("memory beyond the payload", static_cast<double>(mostBytes - before), "bytes",
+                 documentSize);
+    return report.exitStatus();
+}
