@@ -1,0 +1,159 @@
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include "core/Command.h"
+#include "tests/support/Service.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using tav::runShell;
+using tav::test::logEverything;
+using tav::test::logs;
+using tav::test::readFile;
+using tav::test::writeCommand;
+using tav::test::writeFile;
+using tav::test::writeHostCommands;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using Clock = std::chrono::steady_clock;
+
+tav::CommandResult tavd(const std::string& arguments) {
+    return runShell(TAVD " " + arguments + " 2>&1");
+}
+
+/// A running service; its standard error goes to a file.
+class Tavd {
+ public:
+    Tavd() : process_(::fork()) {
+        if (process_ == 0) {
+            [[maybe_unused]] const auto* file = std::freopen("/tmp/stderr", "w", stderr);
+            ::execl(TAVD, TAVD, nullptr);
+            ::_exit(127);
+        }
+    }
+    Tavd(const Tavd&) = delete;
+    Tavd& operator=(const Tavd&) = delete;
+    ~Tavd() {
+        if (process_ > 0) stop(SIGKILL);
+    }
+
+    void waitForLog(const std::string& text) const {
+        while (logs().find(text) == std::string::npos)
+            std::this_thread::sleep_for(5ms);
+    }
+
+    /// Sends the signal and returns the status of the ended process.
+    int stop(int signal) {
+        ::kill(process_, signal);
+        int status = -1;
+        ::waitpid(process_, &status, 0);
+        process_ = -1;
+        return status;
+    }
+    void signal(int number) const { ::kill(process_, number); }
+
+ private:
+    pid_t process_;
+};
+
+TEST(Tavd, CommandLine) {
+    const struct {
+        const char* arguments;
+        int exitStatus;
+        const char* says;
+    } rows[] = {{"--version", 0, "tavd "},
+                {"--help", 0, "Exit status:"},
+                {"--nonsense", 2, "nonsense"},
+                {"word", 2, "unexpected argument 'word'"},
+                {"--check-config", 2, "requires an argument"},
+                {"--check-config /missing", 3, "/missing: No such file"},
+                {"--check-config /tmp", 3, "/tmp: not a regular file"}};
+    for (const auto& row : rows) {
+        const tav::CommandResult result = tavd(row.arguments);
+        EXPECT_EQ(result.exitStatus, row.exitStatus) << row.arguments;
+        EXPECT_THAT(result.output, HasSubstr(row.says));
+    }
+}
+
+TEST(Tavd, SaysWhatBecameOfEachSetting) {
+    writeFile("/tmp/good", R"({"EnableResources":["All"],"LoggingLevel":"Info"})");
+    EXPECT_EQ(tavd("--check-config /tmp/good").exitStatus, 0);
+    writeFile("/tmp/bad", "{\"LogingLevel\":\"Info\",\"IPMIDoorBellMonitorInterval\":\"\x1b[2J\"}");
+    const tav::CommandResult bad = tavd("--check-config /tmp/bad");
+    EXPECT_EQ(bad.exitStatus, 3);
+    EXPECT_THAT(bad.output, HasSubstr("\"LogingLevel\""));
+    EXPECT_THAT(bad.output, HasSubstr("no such setting; ignored"));
+    EXPECT_THAT(bad.output, HasSubstr("\"?[2J\" is not valid; \"10\" applies"));
+    writeFile("/tmp/none", "[1,2]");
+    EXPECT_THAT(tavd("--check-config /tmp/none").output, HasSubstr("built-in defaults apply"));
+}
+
+TEST(Tavd, PrintsTheInventoryAndSendsNothing) {
+    writeHostCommands();
+    writeCommand("modprobe", "echo driver >> /tmp/device-was-tried");
+    const tav::CommandResult result = tavd("--print");
+    EXPECT_EQ(result.exitStatus, 0);
+    const Json::Value document = tav::test::parseJson(result.output);
+    EXPECT_EQ(document["HostDataCollection"]["Oem"]["HostOSInfo"]["OSName"].asString(), "TestOS");
+    EXPECT_FALSE(std::filesystem::exists("/tmp/device-was-tried"));
+    EXPECT_FALSE(std::filesystem::exists("/opt/orn/tav/data/ornTAVStartup.txt"));
+    tav::test::writeConfiguration(R"("EnableResources":[])");
+    EXPECT_EQ(tavd("--print").exitStatus, 1);
+}
+
+TEST(Tavd, StopsAtOnceAndRunsOnlyOnce) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        logEverything();
+        writeHostCommands();
+        std::filesystem::remove_all("/var/log/tav");
+        Tavd service;
+        service.waitForLog("starts.");
+        const tav::CommandResult second = tavd("");
+        EXPECT_EQ(second.exitStatus, 4);
+        EXPECT_THAT(second.output, HasSubstr("another tavd is running"));
+        service.signal(SIGHUP);
+        const auto begin = Clock::now();
+        EXPECT_EQ(service.stop(signal), 0);
+        EXPECT_LT(Clock::now() - begin, 1500ms);
+        EXPECT_THAT(logs(), HasSubstr("TAV Exiting Gracefully!"));
+    }
+}
+
+TEST(Tavd, StopsWhileACommandOfItsStartHangs) {
+    logEverything();
+    writeCommand("localcli", "echo x > /tmp/hangs; sleep 1000");
+    Tavd service;
+    while (!std::filesystem::exists("/tmp/hangs"))
+        std::this_thread::sleep_for(5ms);
+    const auto begin = Clock::now();
+    EXPECT_EQ(service.stop(SIGTERM), 0);
+    EXPECT_LT(Clock::now() - begin, 1500ms);
+}
+
+TEST(Tavd, ACrashLeavesItsStackBehind) {
+    for (const auto& [number, signal] : {std::pair{"11", SIGSEGV}, std::pair{"6", SIGABRT}}) {
+        std::filesystem::remove("/opt/orn/tav/log/tavd-crash.txt");
+        logEverything(std::string(R"("CaptureUnhandledExceptionStack":"true",
+                                     "SimulateUnhandledException":)") +
+                      number);
+        Tavd service;
+        const int status = service.stop(0);
+        EXPECT_TRUE(WIFSIGNALED(status));
+        EXPECT_EQ(WTERMSIG(status), signal);
+        EXPECT_THAT(readFile("/opt/orn/tav/log/tavd-crash.txt"),
+                    HasSubstr("startResourceManagers"));
+        EXPECT_THAT(readFile("/tmp/stderr"), HasSubstr("stack of the thread:"));
+    }
+}
+
+}  // namespace
