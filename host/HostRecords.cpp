@@ -1,5 +1,7 @@
 #include "host/HostRecords.h"
 
+#include "core/JsonText.h"
+
 namespace tav {
 namespace {
 
@@ -17,10 +19,10 @@ Json::Value renderAddresses(const std::vector<std::string>& addresses) {
 
 Json::Value renderHost(const tavHostOSInfo& host) {
     Json::Value json(Json::objectValue);
-    json["HostName"] = host.getHostName();
-    json["OSName"] = host.getOSName();
-    json["OSVersion"] = host.getOSVersion();
-    json["OSDescription"] = host.getOSDescription();
+    json["HostName"] = jsonText(host.getHostName());
+    json["OSName"] = jsonText(host.getOSName());
+    json["OSVersion"] = jsonText(host.getOSVersion());
+    json["OSDescription"] = jsonText(host.getOSDescription());
     json["OSType"] = host.getOSType();
     Json::Value& memory = json["OSMemorySummary"];
     memory["TotalSystemMemoryGiB"] = host.getOSMemorySummary().getTotalSystemMemGiB();

@@ -35,8 +35,8 @@ Json::Value render(const tavEvent& event) {
     int osType = 0;
     utils.getOSType(&osType);
     Json::Value json(Json::objectValue);
-    json["HostName"] = utils.readHostName();
-    json["OSVersion"] = utils.readHostOSVersion();
+    json["HostName"] = tav::jsonText(utils.readHostName());
+    json["OSVersion"] = tav::jsonText(utils.readHostOSVersion());
     json["OSType"] = osType;
     const std::string address = utils.getPrimaryIPAddress();
     if (!address.empty()) json["IPv4Addresses"][0]["Address"] = address;
@@ -44,7 +44,7 @@ Json::Value render(const tavEvent& event) {
     json["Source"] = event.getSource();
     json["EventTime"] = event.getEventTime();
     if (!contains(noLocation, std::string_view(event.getPhyLoc()))) {
-        json["PhysicalLocation"] = event.getPhyLoc();
+        json["PhysicalLocation"] = tav::jsonText(event.getPhyLoc());
     }
     if (!event.getVariableData().isNull()) json["VariableData"] = event.getVariableData();
     return json;

@@ -1,6 +1,6 @@
 #include "storage/tavStorageControllerInfo.h"
 
-#include "storage/JsonText.h"
+#include "core/JsonText.h"
 
 using tav::jsonText;
 
