@@ -8,6 +8,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <span>
 #include <utility>
 
 #include <strings.h>
@@ -25,10 +26,11 @@ constexpr std::size_t configurationSizeLimit = 64U << 20U;
 constexpr const char* all = "All";
 constexpr const char* refreshSection = "CacheRefreshInSeconds";
 
+constexpr std::array refreshKeys = {"Global",          "FibreChannelDevices", "StorageControllers",
+                                    "NVMeControllers", "HostOSInfo",          "EthernetDevices",
+                                    "GPUDevices"};
 /// In the order in which their refresh intervals are read.
-constexpr std::array resourceNames = {"FibreChannelDevices", "StorageControllers",
-                                      "NVMeControllers",     "HostOSInfo",
-                                      "EthernetDevices",     "GPUDevices"};
+constexpr auto resourceNames = std::span(refreshKeys).subspan(1);
 
 constexpr std::array topLevelKeys = {"EnableResources",
                                      "LoggingLevel",
@@ -103,6 +105,8 @@ std::optional<Json::Value> parseObject(std::string_view text) try {
 
 /// Reads settings from the parsed file and reports what became of each.
 class tavConfig::Reader {
+    using Outcome = tavSettingReport::Outcome;
+
  public:
     Reader(const Json::Value& root, std::vector<tavSettingReport>* reports)
         : section_(&root), root_(root), reports_(reports) {}
@@ -118,7 +122,7 @@ class tavConfig::Reader {
         prefix_.clear();
     }
 
-    bool has(const char* key) const { return section_->isMember(key) && !text(key).empty(); }
+    bool hasText(const char* key) const { return !text(key).empty(); }
     std::string text(const char* key) const {
         return section_->isObject() ? textOf((*section_)[key]) : std::string();
     }
@@ -168,17 +172,20 @@ class tavConfig::Reader {
         return names;
     }
 
-    void reportUnknownMembers() {
-        for (const std::string& key : root_.getMemberNames()) {
-            if (std::find(topLevelKeys.begin(), topLevelKeys.end(), key) == topLevelKeys.end()) {
-                add({key, tavSettingReport::Outcome::Unknown, textOf(root_[key]), ""});
+    /// The value that a setting without a text of its own keeps.
+    void keep(const char* key, const std::string& used) { report(key, false, text(key), used); }
+
+    template <class Keys>
+    void reportUnknownMembers(const Keys& known) {
+        if (!section_->isObject()) return;
+        for (const std::string& key : section_->getMemberNames()) {
+            if (std::find(known.begin(), known.end(), key) == known.end()) {
+                add({prefix_ + key, Outcome::Unknown, textOf((*section_)[key]), ""});
             }
         }
     }
 
  private:
-    using Outcome = tavSettingReport::Outcome;
-
     void report(const char* key, bool accepted, const std::string& written,
                 const std::string& used) {
         const bool member = section_->isObject() && section_->isMember(key);
@@ -225,7 +232,7 @@ tavConfig tavConfig::fromText(std::string_view text, std::vector<tavSettingRepor
     }
     Reader reader(*root, reports);
     config.readSettings(reader);
-    reader.reportUnknownMembers();
+    reader.reportUnknownMembers(topLevelKeys);
     return config;
 }
 
@@ -265,8 +272,13 @@ void tavConfig::readCacheRefreshIntervals(Reader& reader) {
     reader.enterSection(refreshSection);
     setCommonCacheRefreshInterval(std::to_string(reader.number("Global", "CacheRefreshInterval")));
     for (const char* name : resourceNames) {
-        if (reader.has(name)) refreshIntervals[name] = reader.number(name, "CacheRefreshInterval");
+        if (reader.hasText(name)) {
+            refreshIntervals[name] = reader.number(name, "CacheRefreshInterval");
+        } else {
+            reader.keep(name, std::to_string(refreshIntervals[name]));
+        }
     }
+    reader.reportUnknownMembers(refreshKeys);
     reader.leaveSection();
 }
 

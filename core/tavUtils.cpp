@@ -309,10 +309,9 @@ void tavUtils::initGeoIDMap() {
         logger.error(here(), "Error occurred in gathering topology information.");
         return;
     }
-    for (auto& [address, location] : tav::parsePciTopology(scratch.read(scratchLimit))) {
-        geoIDMap[address] = location;
-    }
-    if (geoIDMap.empty()) logger.debug(here(), "Unable to find topology information.");
+    const auto locations = tav::parsePciTopology(scratch.read(scratchLimit));
+    if (!locations) logger.debug(here(), "Unable to find topology information.");
+    if (locations) geoIDMap = *locations;
     printGeoIDMap();
 }
 
@@ -396,13 +395,15 @@ void tavUtils::trimExtraSpaces(std::string in, std::string& out) {
 
 namespace tav {
 
-std::map<std::string, std::string> parsePciTopology(std::string_view listing) {
+std::optional<std::map<std::string, std::string>> parsePciTopology(std::string_view listing) {
     constexpr std::string_view addressMark = "Address: ";
     constexpr std::string_view slotMark = "Slot Description:";
     std::map<std::string, std::string> locations;
     std::string address;
     const std::vector<std::string> lines = splitLines(listing);
-    if (lines.empty() || lines.front().find(addressMark) == std::string::npos) return locations;
+    if (!lines.empty() && lines.front().find(addressMark) == std::string::npos) {
+        return std::nullopt;
+    }
     for (const std::string& line : lines) {
         if (line.find(addressMark) != std::string::npos) {
             address = line.substr(std::min(line.find(':') + 2, line.size()));

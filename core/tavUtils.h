@@ -2,6 +2,7 @@
 
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -92,8 +93,8 @@ class TAV_API tavUtils {
 namespace tav {
 
 /// The map from PCI addresses to slot locations that the lines "Address: ..." and
-/// "Slot Description: ... r..." of a PCI listing give. Empty unless the first line is an address.
-std::map<std::string, std::string> parsePciTopology(std::string_view listing);
+/// "Slot Description: ... r..." of a PCI listing give. None when the first line is no address.
+std::optional<std::map<std::string, std::string>> parsePciTopology(std::string_view listing);
 
 /// What a line of the version command says: all of `output` after its first colon, without white
 /// space. Empty when there is no colon, or for text that no product is named by.

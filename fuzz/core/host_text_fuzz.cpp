@@ -14,8 +14,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view text(reinterpret_cast<const char*>(data), size);
     const tav::HostMemory memory = tav::parseMemorySample(text);
     if (memory.totalMBytes < 0 || memory.freeMBytes < 0) std::abort();
-    for (const auto& [address, location] : tav::parsePciTopology(text)) {
-        if (address.empty() || !location.starts_with('r')) std::abort();
+    if (const auto locations = tav::parsePciTopology(text)) {
+        for (const auto& [address, location] : *locations) {
+            if (address.empty() || !location.starts_with('r')) std::abort();
+        }
     }
     for (const char c : tav::parseVersionLine(text)) {
         if (c == ' ' || c == '\n') std::abort();

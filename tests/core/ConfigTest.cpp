@@ -162,7 +162,7 @@ TEST(Config, PipeInThePlaceOfTheFileIsNotWaitedFor) {
 TEST(Config, ReportsWhatBecameOfEachSetting) {
     std::vector<tavSettingReport> reports;
     tavConfig::fromText(R"({"LogingLevel": "Info", "EnableResources": ["HostOSInfo", "Storage"],
-        "PushInventoryFrequencyInMinutes": 0, "CacheRefreshInSeconds": {"Global": 60}})",
+        "PushInventoryFrequencyInMinutes": 0, "CacheRefreshInSeconds": {"Global": 60, "Host": 5, "HostOSInfo": []}})",
                         &reports);
     const auto outcome = [&](const std::string& key) {
         const auto report = std::find_if(reports.begin(), reports.end(),
@@ -176,6 +176,8 @@ TEST(Config, ReportsWhatBecameOfEachSetting) {
     EXPECT_EQ(outcome("EnableResources[1]"), static_cast<int>(Outcome::Invalid));
     EXPECT_EQ(outcome("PushInventoryFrequencyInMinutes"), static_cast<int>(Outcome::Invalid));
     EXPECT_EQ(outcome("CacheRefreshInSeconds.Global"), static_cast<int>(Outcome::Accepted));
+    EXPECT_EQ(outcome("CacheRefreshInSeconds.Host"), static_cast<int>(Outcome::Unknown));
+    EXPECT_EQ(outcome("CacheRefreshInSeconds.HostOSInfo"), static_cast<int>(Outcome::Invalid));
 }
 
 }  // namespace
