@@ -1,0 +1,64 @@
+#pragma once
+
+#include <charconv>
+#include <concepts>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include <fcntl.h>
+
+#include "hwlib/FileReading.h"
+
+namespace tav {
+
+enum class SysfsFormat : std::uint8_t { Decimal = 10, Hexadecimal = 16 };
+
+/// All bits set: what a numeric reader returns when there is no value.
+template <std::integral Number>
+inline constexpr Number noSysfsValue = static_cast<Number>(-1);
+
+/// `text` less the white space that may stand before a number. A newline ends the text.
+constexpr std::string_view skipSpace(std::string_view text) {
+    const std::size_t start = text.find_first_not_of(" \t\v\f\r");
+    return start == std::string_view::npos ? std::string_view() : text.substr(start);
+}
+
+/// The number at the start of `text`, by the rules of the numeric readers.
+template <std::integral Number>
+std::optional<Number> scanNumber(std::string_view text, SysfsFormat format) {
+    text = skipSpace(text);
+    const bool negative = text.starts_with('-');
+    if (negative || text.starts_with('+')) text.remove_prefix(1);
+    const bool prefixed = text.starts_with("0x") || text.starts_with("0X");
+    if (format == SysfsFormat::Hexadecimal && prefixed) text.remove_prefix(2);
+
+    std::uint64_t magnitude = 0;
+    const auto scanned = std::from_chars(text.data(), text.data() + text.size(), magnitude,
+                                         static_cast<int>(format));
+    if (scanned.ec != std::errc()) return std::nullopt;
+    const std::uint64_t value = negative ? 0 - magnitude : magnitude;
+    const auto number = static_cast<Number>(value);
+    const bool signKept = negative == (number < 0) || magnitude == 0;
+    const bool fits = static_cast<std::uint64_t>(number) == value && signKept;
+    return fits ? std::optional(number) : std::nullopt;
+}
+
+/// What the numeric readers share. `path` may be relative to the open directory `directory`.
+/// Returns -1 when the file cannot be read, and leaves `*out` alone; else 0, with `*out` the
+/// number, or the failure value of its width when the text is not one.
+template <std::integral Number>
+int _get_sysfs_numeric(int directory, const char* path, SysfsFormat format, Number* out) {
+    char text[attributeLimit];
+    const std::size_t length = readFileOnce(directory, path, text);
+    if (length == 0) return -1;
+    *out = scanNumber<Number>({text, length}, format).value_or(noSysfsValue<Number>);
+    return 0;
+}
+
+template <std::integral Number>
+int _get_sysfs_numeric(const char* path, SysfsFormat format, Number* out) {
+    return _get_sysfs_numeric(AT_FDCWD, path, format, out);
+}
+
+}  // namespace tav

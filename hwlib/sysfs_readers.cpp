@@ -1,0 +1,82 @@
+#include "hwlib/sysfs_readers.h"
+
+#include <cstring>
+
+#include "hwlib/FileReading.h"
+#include "hwlib/SysfsNumbers.h"
+
+namespace {
+
+using tav::SysfsFormat;
+
+template <class Number>
+Number readNumber(const char* path, SysfsFormat format) {
+    Number number = tav::noSysfsValue<Number>;
+    tav::_get_sysfs_numeric(path, format, &number);
+    return number;
+}
+
+/// A new buffer with a copy of `bytes`; null without memory.
+void* newCopy(std::span<const char> bytes) {
+    void* const copy = std::malloc(bytes.size());
+    if (copy != nullptr) std::memcpy(copy, bytes.data(), bytes.size());
+    return copy;
+}
+
+}  // namespace
+
+char* get_sysfs_str(const char* path) {
+    // Read onto the stack, so that one allocation of the right size is all it takes.
+    char text[tav::attributeLimit + 1];
+    const std::size_t length = tav::readFileOnce(path, {text, tav::attributeLimit});
+    text[length] = '\0';
+    if (text[0] == '\0') return nullptr;
+    const std::size_t lineLength = std::strcspn(text, "\n");
+    text[lineLength] = '\0';
+    return static_cast<char*>(newCopy({text, lineLength + 1}));
+}
+
+unsigned char* get_sysfs_buf(const char* path, std::size_t* size) {
+    char bytes[tav::attributeLimit];
+    const std::size_t length = tav::readFileOnce(path, bytes);
+    if (length == 0) return nullptr;
+    void* const buffer = newCopy({bytes, length});
+    if (buffer != nullptr) *size = length;
+    return static_cast<unsigned char*>(buffer);
+}
+
+std::uint64_t get_sysfs_llhex(const char* path) {
+    return readNumber<std::uint64_t>(path, SysfsFormat::Hexadecimal);
+}
+
+std::uint32_t get_sysfs_lhex(const char* path) {
+    return readNumber<std::uint32_t>(path, SysfsFormat::Hexadecimal);
+}
+
+std::uint32_t get_sysfs_ihex(const char* path) {
+    return readNumber<std::uint32_t>(path, SysfsFormat::Hexadecimal);
+}
+
+std::uint16_t get_sysfs_shex(const char* path) {
+    return readNumber<std::uint16_t>(path, SysfsFormat::Hexadecimal);
+}
+
+std::uint8_t get_sysfs_chex(const char* path) {
+    return readNumber<std::uint8_t>(path, SysfsFormat::Hexadecimal);
+}
+
+std::uint32_t get_sysfs_uint(const char* path) {
+    return readNumber<std::uint32_t>(path, SysfsFormat::Decimal);
+}
+
+std::uint64_t get_sysfs_ullong(const char* path) {
+    return readNumber<std::uint64_t>(path, SysfsFormat::Decimal);
+}
+
+std::int32_t get_sysfs_int(const char* path) {
+    return readNumber<std::int32_t>(path, SysfsFormat::Decimal);
+}
+
+std::int64_t get_sysfs_llong(const char* path) {
+    return readNumber<std::int64_t>(path, SysfsFormat::Decimal);
+}
