@@ -1,0 +1,112 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <malloc.h>
+#include <unistd.h>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+namespace bench {
+
+/// Seconds of one call of `work`, `calls` made in a row.
+template <class Work>
+double secondsPerCall(int calls, Work work) {
+    const auto start = std::chrono::steady_clock::now();
+    for (int call = 0; call < calls; ++call)
+        work();
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+    return taken.count() / calls;
+}
+
+struct Pair {
+    double ours = std::numeric_limits<double>::max();
+    double theirs = std::numeric_limits<double>::max();
+};
+
+/// The least disturbed of `rounds` measurements of both, taken in turn so that a busy machine
+/// disturbs both alike. Each measurement is a function that returns seconds.
+template <class Ours, class Theirs>
+Pair leastOf(int rounds, Ours ours, Theirs theirs) {
+    Pair least;
+    for (int round = 0; round < rounds; ++round) {
+        least.ours = std::min(least.ours, ours());
+        least.theirs = std::min(least.theirs, theirs());
+    }
+    return least;
+}
+
+inline double secondsOf(const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+struct ProcessCost {
+    double wall;
+    double cpu;  ///< user plus system
+};
+
+/// Runs a program to its end, with its output discarded. Ends this process when it fails.
+inline ProcessCost run(std::vector<std::string> command) {
+    std::vector<char*> arguments;
+    for (std::string& argument : command)
+        arguments.push_back(argument.data());
+    arguments.push_back(nullptr);
+    const auto start = std::chrono::steady_clock::now();
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+        ::dup2(nowhere, STDOUT_FILENO);
+        ::execvp(arguments[0], arguments.data());
+        ::_exit(127);
+    }
+    int status = 0;
+    rusage usage{};
+    ::wait4(child, &status, 0, &usage);
+    const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        std::fprintf(stderr, "%s failed\n", command[0].c_str());
+        ::_exit(2);
+    }
+    return {wall.count(), secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime)};
+}
+
+/// Bytes that are allocated now.
+inline double allocatedBytes() {
+    const struct mallinfo2 info = ::mallinfo2();
+    return static_cast<double>(info.uordblks + info.hblkhd);
+}
+
+/// Prints figures and remembers whether one was above its bound.
+class Report {
+ public:
+    void ratio(const char* what, const Pair& pair, double bound) {
+        const double ratio = pair.ours / pair.theirs;
+        std::printf("%-44s %11.3f us of %11.3f us = %6.3f   (bound %.2f)%s\n", what,
+                    pair.ours * 1e6, pair.theirs * 1e6, ratio, bound, verdict(ratio, bound));
+    }
+    void value(const char* what, double value, const char* unit, double bound) {
+        std::printf("%-44s %11.3f %s   (bound %.0f)%s\n", what, value, unit, bound,
+                    verdict(value, bound));
+    }
+    static void value(const char* what, double value, const char* unit) {
+        std::printf("%-44s %11.3f %s\n", what, value, unit);
+    }
+    int exitStatus() const { return failed_ ? 1 : 0; }
+
+ private:
+    const char* verdict(double value, double bound) {
+        if (value <= bound) return "";
+        failed_ = true;
+        return "  ABOVE";
+    }
+    bool failed_ = false;
+};
+
+}  // namespace bench
