@@ -10,11 +10,9 @@
 #include <functional>
 #include <iostream>
 
-#include <dirent.h>
 #include <fcntl.h>
 
-#include "core/FileDescriptor.h"
-#include "hwlib/FileReading.h"
+#include "hwlib/DirectoryListing.h"
 
 namespace {
 
@@ -71,33 +69,6 @@ bool isInDebugFileSystem(std::string_view path) {
 
 std::uint32_t hashOf(std::string_view path) {
     return static_cast<std::uint32_t>(std::hash<std::string_view>()(path));
-}
-
-unsigned char kindByStat(int directory, const char* name) {
-    struct stat data;
-    if (::fstatat(directory, name, &data, AT_SYMLINK_NOFOLLOW) != 0) return DT_UNKNOWN;
-    return static_cast<unsigned char>(IFTODT(data.st_mode));
-}
-
-/// Calls `visit(name, kind)` for each entry of the directory, in the kernel's order.
-template <class Visit>
-void forEachEntry(const char* path, int extraFlags, Visit visit) {
-    const tav::FileDescriptor directory(
-        ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | extraFlags));
-    if (!directory.isOpen()) return;
-    alignas(dirent64) std::array<char, 32768> buffer;
-    while (true) {
-        const ssize_t length = ::getdents64(directory.get(), buffer.data(), buffer.size());
-        if (length <= 0) return;
-        for (std::size_t at = 0; at < static_cast<std::size_t>(length);) {
-            const auto* const entry = reinterpret_cast<const dirent64*>(buffer.data() + at);
-            at += entry->d_reclen;
-            const std::string_view name = entry->d_name;
-            if (name == "." || name == "..") continue;
-            visit(name, entry->d_type != DT_UNKNOWN ? entry->d_type
-                                                    : kindByStat(directory.get(), entry->d_name));
-        }
-    }
 }
 
 void print(const SysFsTreeElement& node) {
@@ -176,24 +147,25 @@ void SysFs::Mirror::listDirectory(const Directory& directory) {
     const int follow = directory.node == &nodes.front() ? 0 : O_NOFOLLOW;
     std::string path = directory.path + '/';
     const std::size_t nameStart = path.size();
-    forEachEntry(directory.path.c_str(), follow, [&](std::string_view entry, unsigned char kind) {
-        const std::string_view name = names.keep(entry);
-        path.replace(nameStart, std::string::npos, name);
-        switch (kind) {
-            case DT_DIR:
-                addDirectory(path, directory.path, name);
-                break;
-            case DT_LNK:
-                addNode(links.emplace_back(directory.path, name), path);
-                break;
-            case DT_REG:
-                addNode(attribs.emplace_back(directory.path, name), path);
-                break;
-            default:
-                addNode(others.emplace_back(directory.path, name), path);
-        }
-        directory.node->addChildtoBack(&nodes.back());
-    });
+    tav::forEachEntry(directory.path.c_str(), follow,
+                      [&](std::string_view entry, unsigned char kind) {
+                          const std::string_view name = names.keep(entry);
+                          path.replace(nameStart, std::string::npos, name);
+                          switch (kind) {
+                              case DT_DIR:
+                                  addDirectory(path, directory.path, name);
+                                  break;
+                              case DT_LNK:
+                                  addNode(links.emplace_back(directory.path, name), path);
+                                  break;
+                              case DT_REG:
+                                  addNode(attribs.emplace_back(directory.path, name), path);
+                                  break;
+                              default:
+                                  addNode(others.emplace_back(directory.path, name), path);
+                          }
+                          directory.node->addChildtoBack(&nodes.back());
+                      });
 }
 
 /// Open addressing, at most half full.
@@ -206,7 +178,7 @@ void SysFs::Mirror::buildIndex() {
             at = (at + 1) & mask;
         index[at] = {hashes[node], node + 1};
     }
-    hashes = {};
+    hashes = std::vector<std::uint32_t>();
 }
 
 const SysFsTreeElement* SysFs::Mirror::find(std::string_view path) const {

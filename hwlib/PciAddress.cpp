@@ -1,0 +1,62 @@
+#include "hwlib/PciAddress.h"
+
+#include <array>
+#include <charconv>
+#include <cstdio>
+
+namespace tav {
+namespace {
+
+/// Takes 1 to `mostDigits` hexadecimal digits and the character `end` off the front of `text`.
+/// Absent unless they are there and stand for at most `most`.
+std::optional<unsigned> takeField(std::string_view& text, std::size_t mostDigits, unsigned most,
+                                  char end) {
+    const std::string_view digits = text.substr(0, text.find(end));
+    if (digits.size() == text.size() || digits.size() > mostDigits) return std::nullopt;
+    unsigned value = 0;
+    const char* const last = digits.data() + digits.size();
+    const auto scanned = std::from_chars(digits.data(), last, value, 16);
+    if (scanned.ec != std::errc() || scanned.ptr != last || value > most) return std::nullopt;
+    text.remove_prefix(digits.size() + 1);
+    return value;
+}
+
+std::optional<PciAddress> parseWithEnd(std::string_view text) {
+    const auto domain = takeField(text, 4, 0xFFFF, ':');
+    const auto bus = takeField(text, 2, 0xFF, ':');
+    const auto device = takeField(text, 2, 31, '.');
+    const auto function = takeField(text, 1, 7, '\0');
+    if (!domain || !bus || !device || !function || !text.empty()) return std::nullopt;
+    return PciAddress{static_cast<std::uint16_t>(*domain), static_cast<std::uint8_t>(*bus),
+                      static_cast<std::uint8_t>(*device), static_cast<std::uint8_t>(*function)};
+}
+
+/// "0000:3b:00.1" and the terminating NUL.
+constexpr std::size_t longestText = 13;
+
+std::optional<PciAddress> parseJoined(std::string_view text, std::string_view ending) {
+    if (text.size() + ending.size() >= longestText) return std::nullopt;
+    std::array<char, longestText> buffer{};
+    text.copy(buffer.data(), text.size());
+    ending.copy(buffer.data() + text.size(), ending.size());
+    return parseWithEnd({buffer.data(), text.size() + ending.size() + 1});
+}
+
+}  // namespace
+
+std::optional<PciAddress> parsePciAddress(std::string_view text) {
+    return parseJoined(text, "");
+}
+
+std::optional<PciAddress> parsePciDevice(std::string_view text) {
+    return parseJoined(text, text.find('.') == std::string_view::npos ? ".0" : "");
+}
+
+std::string textOf(const PciAddress& address) {
+    std::array<char, longestText> text;
+    const int length = std::snprintf(text.data(), text.size(), "%04x:%02x:%02x.%x", address.domain,
+                                     address.bus, address.device & 0x1FU, address.function & 7U);
+    return {text.data(), static_cast<std::size_t>(length)};
+}
+
+}  // namespace tav

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// One entry of the PCI ID database.
+struct PciIdEntry {
+    std::string name;
+};
+
+/// Stays valid when the database is loaded anew.
+using PciIdEntryPtr = std::shared_ptr<const PciIdEntry>;
+
+namespace tav {
+
+/// What a line of the database says by its first characters.
+struct PciIdLine {
+    enum class Kind : std::uint8_t {
+        Vendor,
+        Device,
+        Subsystem,
+        BaseClass,
+        Subclass,
+        Malformed,   ///< stands where a device or subclass should
+        SectionEnd,  ///< belongs to no vendor and no class, and ends what stood before it
+        None,        ///< says nothing: a comment, for example
+    };
+    Kind kind;
+    std::uint32_t id;       ///< of a subsystem: vendor << 16 | device
+    std::string_view name;  ///< empty when the line has none
+};
+
+/// `inClasses` tells whether the line stands in the classes' part of the database, where indented
+/// lines are subclasses and programming interfaces instead of devices and subsystems.
+PciIdLine parsePciIdLine(std::string_view line, bool inClasses);
+
+/// The PCI ID database, looked at as little as possible: only where each vendor, device and class
+/// stands is kept in memory (8 bytes each); a name is read from the file when it is first asked for
+/// and kept from then on. May be used by several threads; a look-up takes the object's own lock.
+class PciIdDatabase {
+ public:
+    /// Reads at most room.size() bytes of the database from `position` on; 0 at its end.
+    using Read = std::function<std::size_t(std::span<char> room, std::uint64_t position)>;
+
+    explicit PciIdDatabase(Read read);
+
+    /// Null when the database has no such entry. A class code is base class, subclass and
+    /// programming interface; an unknown subclass gives the base class.
+    PciIdEntryPtr vendor(std::uint16_t vendor);
+    PciIdEntryPtr device(std::uint16_t vendor, std::uint16_t device);
+    PciIdEntryPtr subsystem(std::uint16_t vendor, std::uint16_t device,
+                            std::uint16_t subsystemVendor, std::uint16_t subsystemDevice);
+    PciIdEntryPtr deviceClass(std::uint32_t classCode);
+
+ private:
+    using Kind = PciIdLine::Kind;
+    struct Place {
+        std::uint32_t key;
+        std::uint32_t position;
+    };
+    using Places = std::vector<Place>;
+    using CacheKey = std::array<std::uint32_t, 3>;
+
+    void buildIndex();
+    Places& placesOf(Kind kind) { return places_[static_cast<std::size_t>(kind)]; }
+    std::optional<std::uint32_t> positionOf(Kind kind, std::uint32_t key);
+    PciIdEntryPtr entry(Kind kind, std::uint32_t key, std::uint32_t idInLine);
+    PciIdEntryPtr readEntry(Kind kind, std::uint32_t position, std::uint32_t idInLine);
+    PciIdEntryPtr findSubsystem(std::uint32_t devicePosition, std::uint32_t device,
+                                std::uint32_t subsystem);
+
+    Read read_;
+    std::array<Places, 5> places_;
+    std::mutex lock_;
+    std::map<CacheKey, PciIdEntryPtr> known_;
+};
+
+}  // namespace tav

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "core/Export.h"
+
+/// Header of every structure: System Management BIOS (SMBIOS) Reference Specification, DSP0134,
+/// "Structure header format". The formatted part follows it, then the string set.
+struct SMBIOS_RECORD {
+    std::uint8_t type;
+    std::uint8_t length;  ///< of header and formatted part
+    std::uint16_t handle;
+} __attribute__((packed));
+static_assert(sizeof(SMBIOS_RECORD) == 4);
+
+namespace tav {
+
+/// The fields of a 2.x entry point that are used; DSP0134, "SMBIOS 2.1 (32-bit) Entry Point".
+struct SmbiosEntryPoint {
+    static constexpr std::size_t size = 31;
+
+    std::uint16_t tableLength;
+    std::uint32_t tableAddress;
+    std::uint16_t structureCount;
+};
+
+/// The first entry point of a version above 2.0 at a multiple of 16 bytes whose bytes sum to 0.
+TAV_API std::optional<SmbiosEntryPoint> findSmbiosEntryPoint(std::span<const std::byte> memory);
+
+/// The address of the entry point that the lines of the firmware's "systab" file name.
+TAV_API std::optional<std::uint64_t> smbiosAddressInSystab(std::string_view systab);
+
+/// A structure table. A structure whose formatted part does not fit into the table is not there,
+/// and neither is what stands behind it; of a string set that the table cuts off, only the strings
+/// before the cut are there.
+class TAV_API SmbiosTable {
+ public:
+    SmbiosTable() = default;
+    /// `bytes` must stand for as long as the table and the records from it are used.
+    explicit SmbiosTable(std::span<const std::byte> bytes) : bytes_(bytes) {}
+
+    /// The first structure, or null.
+    const SMBIOS_RECORD* first() const noexcept;
+    /// The structure behind `record` of this table, or null.
+    const SMBIOS_RECORD* next(const SMBIOS_RECORD* record) const noexcept;
+
+    /// The string of that number, from 1 on, in the record's string set, NUL-terminated; null when
+    /// the set has none of that number or the record is not of this table. 0 stands for "no
+    /// string", which is "".
+    const char* string(const SMBIOS_RECORD* record, unsigned number) const noexcept;
+
+ private:
+    const SMBIOS_RECORD* at(std::size_t offset) const noexcept;
+    bool contains(const SMBIOS_RECORD* record) const noexcept;
+    /// From the record's string set to the end of the table.
+    std::string_view strings(const SMBIOS_RECORD* record) const noexcept;
+
+    std::span<const std::byte> bytes_;
+};
+
+/// A little-endian field at `offset` of the formatted part (header included); absent when the
+/// structure is too short, as it is in older versions of the standard.
+std::optional<std::uint8_t> smbiosByte(const SMBIOS_RECORD* record, std::size_t offset);
+std::optional<std::uint16_t> smbiosWord(const SMBIOS_RECORD* record, std::size_t offset);
+
+}  // namespace tav

@@ -1,0 +1,238 @@
+#include "hwlib/pci.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include <fcntl.h>
+
+#include <sys/stat.h>
+
+#include "core/FileDescriptor.h"
+#include "hwlib/DirectoryListing.h"
+#include "hwlib/FileReading.h"
+#include "hwlib/SysfsNumbers.h"
+#include "hwlib/pci_config.h"
+
+namespace {
+
+using tav::FileDescriptor;
+using tav::SysfsFormat;
+
+constexpr const char* devicesDirectory = "/sys/bus/pci/devices/";
+constexpr std::size_t vpdLimit = 4096;
+constexpr std::uint32_t mostClassCode = 0xFFFFFF;
+
+/// Base classes and subclasses of the functions that have a bus behind them.
+constexpr std::uint16_t bridgeClasses[] = {0x0604, 0x0607, 0x0609};
+
+std::string_view lastComponent(std::string_view path) {
+    while (path.ends_with('/'))
+        path.remove_suffix(1);
+    return path.substr(path.rfind('/') + 1);
+}
+
+FileDescriptor openDirectory(const char* path) {
+    return FileDescriptor(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+/// What tells a directory from any other that had its name before; 0 when there is no such. The
+/// kernel's numbers need 64 bits in a 32-bit process too.
+ino64_t idOf(const char* path) {
+    struct stat64 data;
+    return ::stat64(path, &data) == 0 ? data.st_ino : 0;
+}
+
+void readAttributes(PciNode& node, int directory) {
+    const auto read = [&](const char* name, SysfsFormat format, auto& value) {
+        tav::_get_sysfs_numeric(directory, name, format, &value);
+    };
+    read("vendor", SysfsFormat::Hexadecimal, node.vendor);
+    read("device", SysfsFormat::Hexadecimal, node.device);
+    read("subsystem_vendor", SysfsFormat::Hexadecimal, node.subsystemVendor);
+    read("subsystem_device", SysfsFormat::Hexadecimal, node.subsystemDevice);
+    read("irq", SysfsFormat::Decimal, node.interruptLine);
+    read("class", SysfsFormat::Hexadecimal, node.classCode);
+}
+
+bool hasBridgeClass(const PciNode& node) {
+    return std::ranges::count(bridgeClasses, node.classCode >> 8) > 0;
+}
+
+/// Returns whether the configuration space is a bridge's, as far as it can be read.
+std::optional<bool> readConfig(PciNode& node, int directory) {
+    const FileDescriptor file(tav::openForReading(directory, "config"));
+    std::array<std::byte, pciConfigSize> config;
+    if (!file.isOpen() || !tav::readUsedConfig(file.get(), config)) return std::nullopt;
+    node.capabilities = pci_get_caps(config);
+    node.revision = pci_get_revision(config);
+    node.linkWidth = pci_get_lnkwidth(config);
+    return tav::hasBridgeHeader(config);
+}
+
+void attachNames(PciNode& node) {
+    const bool known = node.vendor != 0xFFFF;
+    const bool knownSubsystem = node.subsystemVendor != 0xFFFF;
+    if (known) {
+        node.vendorEntry = vendor_search(node.vendor);
+        node.deviceEntry = device_search(node.vendor, node.device);
+    }
+    if (knownSubsystem) node.subsystemVendorEntry = vendor_search(node.subsystemVendor);
+    if (known && knownSubsystem) {
+        node.subsystemEntry =
+            subsystem_search(node.vendor, node.device, node.subsystemVendor, node.subsystemDevice);
+    }
+    const bool repeated =
+        node.vendor == node.subsystemVendor && node.device == node.subsystemDevice;
+    if (node.subsystemEntry == nullptr && repeated) node.subsystemEntry = node.deviceEntry;
+    if (node.classCode <= mostClassCode) node.classEntry = class_search(node.classCode);
+}
+
+std::vector<std::byte> readVpd(int directory) {
+    std::vector<std::byte> vpd(vpdLimit);
+    std::size_t length = 0;
+    const FileDescriptor file(tav::openForReading(directory, "vpd"));
+    while (file.isOpen() && length < vpd.size()) {
+        const std::size_t count =
+            tav::readOnceAt(file.get(), std::span(vpd).subspan(length), length);
+        if (count == 0) break;
+        length += count;
+    }
+    vpd.resize(length);
+    return vpd;
+}
+
+/// Whether a link of the list of all functions leads to one that has a bridge above it.
+bool leadsBehindBridge(const std::string& link) {
+    const std::string target = tav::linkTarget(link.c_str());
+    const std::size_t slash = target.rfind('/');
+    if (slash == std::string::npos) return false;
+    const std::string_view above = lastComponent(std::string_view(target).substr(0, slash));
+    return tav::parsePciAddress(above).has_value();
+}
+
+/// The functions in a directory. Only the list of all functions consists of links; a link in a
+/// bridge's own directory would lead anywhere.
+std::vector<PciAddress> functionsIn(const std::string& directory, bool isListOfAll) {
+    std::vector<PciAddress> functions;
+    tav::forEachEntry(directory.c_str(), 0, [&](std::string_view name, unsigned char kind) {
+        const auto address = tav::parsePciAddress(name);
+        const bool isLink = kind == DT_LNK;
+        if (!address || (kind != DT_DIR && !(isLink && isListOfAll))) return;
+        if (isLink && leadsBehindBridge(directory + std::string(name))) return;
+        functions.push_back(*address);
+    });
+    std::ranges::sort(functions);
+    return functions;
+}
+
+struct Tree {
+    PciNode root;
+};
+
+std::mutex treeLock;
+std::shared_ptr<const Tree> hostTree;
+
+const PciNode* findBelow(const PciNode& node, const PciAddress& address) {
+    for (const auto& child : node.children) {
+        if (child->address == address) return child.get();
+        if (const PciNode* const found = findBelow(*child, address)) return found;
+    }
+    return nullptr;
+}
+
+const PciNode* findCurrent(const std::shared_ptr<const Tree>& tree, const PciAddress& address) {
+    const PciNode* const node = tree == nullptr ? nullptr : findBelow(tree->root, address);
+    return node != nullptr && node->isCurrent() ? node : nullptr;
+}
+
+bool isPresent(const PciAddress& address) {
+    return ::access((devicesDirectory + tav::textOf(address)).c_str(), F_OK) == 0;
+}
+
+std::shared_ptr<const Tree> scanHost() {
+    scan_hw_ids();
+    auto tree = std::make_shared<Tree>();
+    pci_node_scan(tree->root, devicesDirectory);
+    return tree;
+}
+
+}  // namespace
+
+bool fill_pci_node(PciNode& node, const char* dir) {
+    const auto address = tav::parsePciAddress(lastComponent(dir));
+    const FileDescriptor directory = openDirectory(dir);
+    if (!address || !directory.isOpen()) return false;
+    node.address = *address;
+    node.directory_ = dir;
+    node.directoryId_ = idOf(dir);
+    readAttributes(node, directory.get());
+    node.mayHaveChildren_ = readConfig(node, directory.get()).value_or(false) ||
+                            hasBridgeClass(node) || node.classCode > mostClassCode;
+    attachNames(node);
+    return true;
+}
+
+int pci_node_scan(PciNode& node, const char* dir) {
+    int count = 0;
+    std::string path = dir;
+    if (!path.ends_with('/')) path += '/';
+    for (const PciAddress& address : functionsIn(path, node.parent == nullptr)) {
+        auto child = std::make_unique<PciNode>();
+        child->parent = &node;
+        const std::string childPath = path + tav::textOf(address);
+        if (!fill_pci_node(*child, childPath.c_str())) continue;
+        ++count;
+        if (child->mayHaveChildren_) count += pci_node_scan(*child, childPath.c_str());
+        node.children.push_back(std::move(child));
+    }
+    return count;
+}
+
+bool PciNode::isCurrent() const {
+    return directoryId_ != 0 && idOf(directory_.c_str()) == directoryId_;
+}
+
+const PciNode::Vpd& PciNode::vpd() const {
+    std::call_once(vpdOnce_, [this] {
+        const FileDescriptor directory = openDirectory(directory_.c_str());
+        if (!directory.isOpen()) return;
+        const std::vector<std::byte> data = readVpd(directory.get());
+        if (!isCurrent()) return;
+        if (auto name = pci_get_vpdname(data)) {
+            vpd_.hasName = true;
+            vpd_.name = std::move(*name);
+        }
+        vpd_.keywords = pci_get_vpdtags(data);
+    });
+    return vpd_;
+}
+
+PciNodePtr PciGetnode(const PciAddress& address) {
+    const std::scoped_lock guard(treeLock);
+    const PciNode* node = findCurrent(hostTree, address);
+    if (node == nullptr && isPresent(address)) {
+        hostTree = scanHost();
+        node = findCurrent(hostTree, address);
+    }
+    return node == nullptr ? nullptr : PciNodePtr(hostTree, node);
+}
+
+PciNodePtr PciGetnode_str(const char* address) {
+    const auto parsed = tav::parsePciDevice(address);
+    return parsed ? PciGetnode(*parsed) : nullptr;
+}
+
+const char* PciGetVPDProductName(const PciNode* node) {
+    return node != nullptr && node->vpd().hasName ? node->vpd().name.c_str() : nullptr;
+}
+
+const char* PciGetVPDtag(const PciNode* node, const char* keyword) {
+    if (node == nullptr) return nullptr;
+    const PciVpdKeyword* const entry = tav::findVpdKeyword(node->vpd().keywords, keyword);
+    return entry == nullptr ? nullptr : entry->value.c_str();
+}
+
+const char* PciGetVPDataProductName(const PciNode* node) {
+    return PciGetVPDtag(node, "ZQ");
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "core/Export.h"
+
+/// Decoding of a PCI function's configuration space: PCI Local Bus Specification 3.0, chapter 6 and
+/// appendix H; PCI Express Base Specification, section 7.5.3. The functions read nothing past the
+/// given bytes, of which there are usually 256; all values are little-endian.
+
+inline constexpr std::size_t pciConfigSize = 256;
+
+using PciConfig = std::span<const std::byte>;
+
+/// Bit (id - 1) is set for each capability of identifier 1 to 32 that the function lists.
+TAV_API std::uint32_t pci_get_caps(PciConfig config);
+
+/// The revision byte; 0 when it is not there.
+TAV_API std::uint8_t pci_get_revision(PciConfig config);
+
+/// Negotiated width of the PCI Express link as a slot data bus width code (System Management BIOS
+/// Reference Specification, "System Slots", offset 6): 8 for x1, 9 x2, 10 x4, 11 x8, 12 x12; 2,
+/// "unknown", for a function without such a link and for what the four low bits of the width cannot
+/// tell: x16, x32, and no link.
+TAV_API std::uint8_t pci_get_lnkwidth(PciConfig config);
+
+namespace tav {
+
+inline constexpr std::uint8_t unknownLinkWidth = 2;
+
+/// Whether the header is a bridge's (types 1 and 2); absent when the type is not there.
+std::optional<bool> hasBridgeHeader(PciConfig config);
+
+/// Reads the configuration space of a function from its open "config" file into `config`, but only
+/// what the functions above use: every read goes to the device, which can take longer than the rest
+/// of an inventory. Everything else of `config` becomes 0. False when there is nothing to read.
+bool readUsedConfig(int configFile, std::span<std::byte, pciConfigSize> config);
+
+}  // namespace tav
