@@ -15,7 +15,7 @@ struct PciAddress {
     std::uint8_t device = 0;    ///< 0 to 31
     std::uint8_t function = 0;  ///< 0 to 7
 
-    auto operator<=>(const PciAddress&) const = default;
+    auto operator<=>(const PciAddress&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 namespace tav {

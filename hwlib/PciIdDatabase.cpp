@@ -86,7 +86,7 @@ bool holds(const Line& line, Kind kind, std::uint32_t id) {
 PciIdEntryPtr newEntry(const Line& line, Kind kind) {
     const std::string_view name = parseAs(kind, line).name;
     if (name.empty() || !line.whole) return nullptr;
-    return std::make_shared<const PciIdEntry>(std::string(name));
+    return std::make_shared<const PciIdEntry>(PciIdEntry{std::string(name)});
 }
 
 }  // namespace

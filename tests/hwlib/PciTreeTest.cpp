@@ -142,6 +142,7 @@ TEST_F(PciTree, VitalProductDataIsOfTheFunctionThatIsThereNow) {
 TEST_F(PciTree, LookUpsMayComeFromSeveralThreads) {
     writeVpd("A1");
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([] {
             for (int round = 0; round < 50; ++round)
