@@ -8,10 +8,14 @@
 namespace tav {
 namespace {
 
-/// Lines are split in pieces of the first size while the index is built, of the second while a name
-/// is looked for; a longer line has no name for us.
-constexpr std::size_t indexBuffer = 65536;
+/// How much is read at once while sections are looked for, while one is gone through, and while a
+/// name is looked for. A line longer than the last has no name for us.
+constexpr std::size_t searchBuffer = 32768;
+constexpr std::size_t sectionBuffer = 16384;
 constexpr std::size_t nameBuffer = 2048;
+
+/// What must be seen of a line to tell the section that it begins.
+constexpr std::size_t lineStartSize = 8;
 
 /// Subsystems of one device are looked for among at most this many lines.
 constexpr int mostSubsystems = 10000;
@@ -89,6 +93,23 @@ PciIdEntryPtr newEntry(const Line& line, Kind kind) {
     return std::make_shared<const PciIdEntry>(PciIdEntry{std::string(name)});
 }
 
+/// The first newline in text[from, end) that no tab follows, or `end`; `end` is below text.size().
+/// Nearly all lines are indented: looking at 64 characters at once passes over most of them.
+std::size_t findSectionBreak(std::string_view text, std::size_t from, std::size_t end) {
+    constexpr std::size_t block = 64;
+    for (; from + block <= end; from += block) {
+        unsigned char found = 0;
+        for (std::size_t i = 0; i < block; ++i) {
+            found = static_cast<unsigned char>(
+                found | ((text[from + i] == '\n') & (text[from + i + 1] != '\t')));
+        }
+        if (found != 0) break;
+    }
+    while (from < end && (text[from] != '\n' || text[from + 1] == '\t'))
+        ++from;
+    return from;
+}
+
 }  // namespace
 
 PciIdLine parsePciIdLine(std::string_view line, bool inClasses) {
@@ -102,97 +123,129 @@ PciIdLine parsePciIdLine(std::string_view line, bool inClasses) {
 }
 
 PciIdDatabase::PciIdDatabase(Read read) : read_(std::move(read)) {
-    buildIndex();
+    findSections();
+    sort(vendors_);
+    sort(baseClasses_);
 }
 
-void PciIdDatabase::buildIndex() {
-    LineReader lines(std::cref(read_), 0, indexBuffer);
-    PciIdLine section = nothing;
-    while (const auto line = lines.next()) {
-        if (line->position > std::numeric_limits<std::uint32_t>::max()) break;
-        if (line->text.starts_with("\t\t")) continue;
-        const bool inClasses = section.kind == Kind::BaseClass;
-        const PciIdLine entry = parsePciIdLine(line->text, inClasses);
-        const auto position = static_cast<std::uint32_t>(line->position);
-        switch (entry.kind) {
-            case Kind::Vendor:
-            case Kind::BaseClass:
-                section = entry;
-                placesOf(entry.kind).push_back({entry.id, position});
-                break;
-            case Kind::Device:
-            case Kind::Subclass:
-                if (section.kind != Kind::None)
-                    placesOf(entry.kind).push_back({joined(section.id, entry.id), position});
-                break;
-            case Kind::SectionEnd:
-                section = nothing;
-                break;
-            case Kind::Subsystem:
-            case Kind::Malformed:
-            case Kind::None:
-                break;
-        }
-    }
-    for (Places& places : places_) {
-        if (!std::ranges::is_sorted(places, {}, &Place::key))
-            std::ranges::stable_sort(places, {}, &Place::key);
-        places.shrink_to_fit();
-    }
+void PciIdDatabase::sort(Places& places) {
+    if (!std::ranges::is_sorted(places, {}, &Place::key))
+        std::ranges::stable_sort(places, {}, &Place::key);
+    places.shrink_to_fit();
 }
 
-std::optional<std::uint32_t> PciIdDatabase::positionOf(Kind kind, std::uint32_t key) {
-    const Places& places = placesOf(kind);
+std::optional<std::uint32_t> PciIdDatabase::find(const Places& places, std::uint32_t key) {
     const auto place = std::ranges::lower_bound(places, key, {}, &Place::key);
     if (place == places.end() || place->key != key) return std::nullopt;
     return place->position;
 }
 
-PciIdEntryPtr PciIdDatabase::readEntry(Kind kind, std::uint32_t position, std::uint32_t idInLine) {
-    LineReader lines(std::cref(read_), position, nameBuffer);
-    const auto line = lines.next();
-    return line && holds(*line, kind, idInLine) ? newEntry(*line, kind) : nullptr;
+void PciIdDatabase::findSections() {
+    // As if a newline stood before the text: every line then begins behind one.
+    std::vector<char> buffer(searchBuffer);
+    std::uint64_t nextRead = 0;
+    std::size_t held = 1;
+    buffer[0] = '\n';
+    while (nextRead < std::numeric_limits<std::uint32_t>::max()) {
+        const std::size_t count = read_(std::span(buffer).subspan(held), nextRead);
+        nextRead += count;
+        held += count;
+        const std::size_t tail = count == 0 ? 1 : std::min(held, 1 + lineStartSize);
+        const std::string_view text(buffer.data(), held);
+        std::size_t at = findSectionBreak(text, 0, held - tail);
+        for (; at < held - tail; at = findSectionBreak(text, at + 1, held - tail))
+            addSection(nextRead - held + at + 1, text.substr(at + 1, lineStartSize));
+        if (count == 0) return;
+        std::copy(buffer.begin() + static_cast<std::ptrdiff_t>(held - tail),
+                  buffer.begin() + static_cast<std::ptrdiff_t>(held), buffer.begin());
+        held = tail;
+    }
 }
 
-PciIdEntryPtr PciIdDatabase::entry(Kind kind, std::uint32_t key, std::uint32_t idInLine) {
-    const std::scoped_lock guard(lock_);
-    const auto position = positionOf(kind, key);
-    if (!position) return nullptr;
-    PciIdEntryPtr& entry = known_[{static_cast<std::uint32_t>(kind), key, 0}];
-    if (entry == nullptr) entry = readEntry(kind, *position, idInLine);
-    return entry;
+void PciIdDatabase::addSection(std::uint64_t position, std::string_view lineStart) {
+    const PciIdLine line = parsePciIdLine(lineStart, false);
+    if (line.kind == Kind::Vendor || line.kind == Kind::BaseClass)
+        sectionsOf(line.kind).push_back({line.id, static_cast<std::uint32_t>(position)});
+}
+
+const PciIdDatabase::Section& PciIdDatabase::section(Kind kind, std::uint32_t id) {
+    const auto [place, isNew] = sections_.try_emplace({kind, id});
+    if (isNew) {
+        const auto position = find(sectionsOf(kind), id);
+        if (position) place->second = readSection(kind, id, *position);
+    }
+    return place->second;
+}
+
+PciIdDatabase::Section PciIdDatabase::readSection(Kind kind, std::uint32_t id,
+                                                  std::uint32_t position) {
+    Section section;
+    LineReader lines(std::cref(read_), position, sectionBuffer);
+    const auto first = lines.next();
+    if (!first || !holds(*first, kind, id)) return section;
+    section.entry = newEntry(*first, kind);
+    const Kind memberKind = kind == Kind::Vendor ? Kind::Device : Kind::Subclass;
+    while (const auto line = lines.next()) {
+        if (line->text.starts_with("\t\t")) continue;
+        const PciIdLine parsed = parseAs(memberKind, *line);
+        if (parsed.kind == memberKind)
+            section.places.push_back({parsed.id, static_cast<std::uint32_t>(line->position)});
+        else if (parsed.kind != Kind::Malformed && parsed.kind != Kind::None)
+            break;
+    }
+    sort(section.places);
+    return section;
+}
+
+PciIdEntryPtr PciIdDatabase::readEntry(Kind kind, std::uint32_t id, std::uint32_t position) {
+    LineReader lines(std::cref(read_), position, nameBuffer);
+    const auto line = lines.next();
+    return line && holds(*line, kind, id) ? newEntry(*line, kind) : nullptr;
+}
+
+PciIdEntryPtr PciIdDatabase::member(Kind kind, const Section& section, std::uint32_t key,
+                                    std::uint32_t id) {
+    const auto [place, isNew] = members_.try_emplace({kind, key});
+    if (isNew) {
+        const auto position = find(section.places, id);
+        if (position) place->second = readEntry(kind, id, *position);
+    }
+    return place->second;
 }
 
 PciIdEntryPtr PciIdDatabase::vendor(std::uint16_t vendor) {
-    return entry(Kind::Vendor, vendor, vendor);
+    const std::scoped_lock guard(lock_);
+    return section(Kind::Vendor, vendor).entry;
 }
 
 PciIdEntryPtr PciIdDatabase::device(std::uint16_t vendor, std::uint16_t device) {
-    return entry(Kind::Device, joined(vendor, device), device);
+    const std::scoped_lock guard(lock_);
+    return member(Kind::Device, section(Kind::Vendor, vendor), joined(vendor, device), device);
 }
 
 PciIdEntryPtr PciIdDatabase::deviceClass(std::uint32_t classCode) {
     const std::uint32_t baseClass = classCode >> 16 & 0xFF;
     const std::uint32_t subclass = classCode >> 8 & 0xFF;
-    PciIdEntryPtr known = entry(Kind::Subclass, joined(baseClass, subclass), subclass);
-    return known != nullptr ? known : entry(Kind::BaseClass, baseClass, baseClass);
+    const std::scoped_lock guard(lock_);
+    const Section& classes = section(Kind::BaseClass, baseClass);
+    const PciIdEntryPtr known =
+        member(Kind::Subclass, classes, joined(baseClass, subclass), subclass);
+    return known != nullptr ? known : classes.entry;
 }
 
 PciIdEntryPtr PciIdDatabase::subsystem(std::uint16_t vendor, std::uint16_t device,
                                        std::uint16_t subsystemVendor,
                                        std::uint16_t subsystemDevice) {
     const std::scoped_lock guard(lock_);
-    const std::uint32_t deviceKey = joined(vendor, device);
-    const std::uint32_t subsystemKey = joined(subsystemVendor, subsystemDevice);
-    const auto position = positionOf(Kind::Device, deviceKey);
+    const auto position = find(section(Kind::Vendor, vendor).places, device);
     if (!position) return nullptr;
-    const CacheKey key{static_cast<std::uint32_t>(Kind::Subsystem), deviceKey, subsystemKey};
-    const auto [place, isNew] = known_.try_emplace(key);
-    if (isNew) place->second = findSubsystem(*position, device, subsystemKey);
+    const std::uint32_t subsystem = joined(subsystemVendor, subsystemDevice);
+    const auto [place, isNew] = subsystems_.try_emplace({joined(vendor, device), subsystem});
+    if (isNew) place->second = readSubsystem(device, *position, subsystem);
     return place->second;
 }
 
-PciIdEntryPtr PciIdDatabase::findSubsystem(std::uint32_t devicePosition, std::uint32_t device,
+PciIdEntryPtr PciIdDatabase::readSubsystem(std::uint32_t device, std::uint32_t devicePosition,
                                            std::uint32_t subsystem) {
     LineReader lines(std::cref(read_), devicePosition, nameBuffer);
     const auto deviceLine = lines.next();

@@ -11,6 +11,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 /// One entry of the PCI ID database.
@@ -44,9 +45,10 @@ struct PciIdLine {
 /// lines are subclasses and programming interfaces instead of devices and subsystems.
 PciIdLine parsePciIdLine(std::string_view line, bool inClasses);
 
-/// The PCI ID database, looked at as little as possible: only where each vendor, device and class
-/// stands is kept in memory (8 bytes each); a name is read from the file when it is first asked for
-/// and kept from then on. May be used by several threads; a look-up takes the object's own lock.
+/// The PCI ID database, looked at as little as possible: it is searched once for where vendors and
+/// base classes stand. What one of them holds is read when it is first asked for, and then kept as
+/// positions (8 bytes an entry) and as the names that were asked for. May be used by several
+/// threads; a look-up takes the object's own lock.
 class PciIdDatabase {
  public:
     /// Reads at most room.size() bytes of the database from `position` on; 0 at its end.
@@ -69,20 +71,32 @@ class PciIdDatabase {
         std::uint32_t position;
     };
     using Places = std::vector<Place>;
-    using CacheKey = std::array<std::uint32_t, 3>;
+    /// A vendor with the places of its devices, or a base class with those of its subclasses.
+    struct Section {
+        PciIdEntryPtr entry;
+        Places places;
+    };
+    using SubsystemKey = std::array<std::uint32_t, 2>;
 
-    void buildIndex();
-    Places& placesOf(Kind kind) { return places_[static_cast<std::size_t>(kind)]; }
-    std::optional<std::uint32_t> positionOf(Kind kind, std::uint32_t key);
-    PciIdEntryPtr entry(Kind kind, std::uint32_t key, std::uint32_t idInLine);
-    PciIdEntryPtr readEntry(Kind kind, std::uint32_t position, std::uint32_t idInLine);
-    PciIdEntryPtr findSubsystem(std::uint32_t devicePosition, std::uint32_t device,
+    static void sort(Places& places);
+    static std::optional<std::uint32_t> find(const Places& places, std::uint32_t key);
+    Places& sectionsOf(Kind kind) { return kind == Kind::Vendor ? vendors_ : baseClasses_; }
+    void findSections();
+    void addSection(std::uint64_t position, std::string_view lineStart);
+    const Section& section(Kind kind, std::uint32_t id);
+    Section readSection(Kind kind, std::uint32_t id, std::uint32_t position);
+    PciIdEntryPtr member(Kind kind, const Section& section, std::uint32_t key, std::uint32_t id);
+    PciIdEntryPtr readEntry(Kind kind, std::uint32_t id, std::uint32_t position);
+    PciIdEntryPtr readSubsystem(std::uint32_t device, std::uint32_t devicePosition,
                                 std::uint32_t subsystem);
 
     Read read_;
-    std::array<Places, 5> places_;
+    Places vendors_;
+    Places baseClasses_;
     std::mutex lock_;
-    std::map<CacheKey, PciIdEntryPtr> known_;
+    std::map<std::pair<Kind, std::uint32_t>, Section> sections_;
+    std::map<std::pair<Kind, std::uint32_t>, PciIdEntryPtr> members_;
+    std::map<SubsystemKey, PciIdEntryPtr> subsystems_;
 };
 
 }  // namespace tav

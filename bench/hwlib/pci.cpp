@@ -1,0 +1,182 @@
+/// The PCI tree with names against lspci, and the ID database against reading all of it into maps.
+///
+///   bench_pci                           on this machine
+///   sim/enter .../bench_pci --made-up   on a made-up tree of 256 functions
+#include "hwlib/pci.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+
+#include "bench/hwlib/Measure.h"
+#include "tests/hwlib/MadeUpPci.h"
+
+namespace {
+
+constexpr const char* devices = "/sys/bus/pci/devices/";
+constexpr const char* idFile = "/usr/share/misc/pci.ids";
+
+const char* nameOf(const PciIdEntryPtr& entry) {
+    return entry == nullptr ? "?" : entry->name.c_str();
+}
+
+void printTree(const PciNode& node) {
+    for (const auto& child : node.children) {
+        std::printf(
+            "Slot:\t%s\nClass:\t%s [%04x]\nVendor:\t%s [%04x]\nDevice:\t%s [%04x]\n"
+            "SVendor:\t%s [%04x]\nSDevice:\t%s [%04x]\nRev:\t%02x\n\n",
+            tav::textOf(child->address).c_str(), nameOf(child->classEntry), child->classCode >> 8,
+            nameOf(child->vendorEntry), child->vendor, nameOf(child->deviceEntry), child->device,
+            nameOf(child->subsystemVendorEntry), child->subsystemVendor,
+            nameOf(child->subsystemEntry), child->subsystemDevice, child->revision);
+        printTree(*child);
+    }
+}
+
+int list() {
+    PciNode root;
+    scan_hw_ids();
+    if (pci_node_scan(root, devices) == 0) return 1;
+    printTree(root);
+    return 0;
+}
+
+/// 16 ports with 15 functions each, of models that are all different.
+void makeTree() {
+    std::ifstream ids(idFile);
+    std::vector<std::pair<std::uint16_t, std::uint16_t>> models;
+    std::uint16_t vendor = 0;
+    for (std::string line; std::getline(ids, line) && models.size() < 60 * 256;) {
+        if (line.starts_with("C ")) break;
+        const bool isDevice = line.size() > 5 && line[0] == '\t' && line[1] != '\t';
+        if (isDevice)
+            models.emplace_back(vendor, std::strtoul(line.c_str() + 1, nullptr, 16));
+        else if (!line.empty() && line[0] != '#' && line[0] != '\t')
+            vendor = static_cast<std::uint16_t>(std::strtoul(line.c_str(), nullptr, 16));
+    }
+    const std::size_t step = models.size() / 256;
+    for (unsigned port = 0; port < 16; ++port) {
+        const std::string path = "pci0000:00/0000:00:" + tav::test::hex(port, 2) + ".0";
+        tav::test::addFunction(
+            {path, 0x8086, 0xA190, 0x8086, 0xA190, 0x060400, static_cast<std::uint8_t>(port), 1});
+        for (unsigned i = 0; i < 15; ++i) {
+            const auto [maker, model] = models[(port * 15 + i) * step];
+            tav::test::addFunction(
+                {path + "/0000:" + tav::test::hex(port + 1, 2) + ":" + tav::test::hex(i, 2) + ".0",
+                 maker, model, maker, model, 0x020000, 1});
+        }
+    }
+}
+
+using Names = std::map<unsigned, std::string>;
+struct Device {
+    std::string name;
+    Names subsystems;
+};
+struct Vendor {
+    std::string name;
+    std::map<unsigned, Device> devices;
+};
+struct WholeFile {
+    std::map<unsigned, Vendor> vendors;
+    std::map<unsigned, Vendor> classes;
+};
+
+WholeFile readWholeFile() {
+    WholeFile whole;
+    std::ifstream file(idFile);
+    Vendor* section = nullptr;
+    Device* device = nullptr;
+    for (std::string line; std::getline(file, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        const char* const text = line.c_str();
+        char* end = nullptr;
+        if (line.starts_with("\t\t")) {
+            const unsigned long high = std::strtoul(text + 2, &end, 16);
+            const unsigned long low = std::strtoul(end, &end, 16);
+            device->subsystems[static_cast<unsigned>(high << 16 | low)] = end + 2;
+        } else if (line[0] == '\t') {
+            device = &section->devices[static_cast<unsigned>(std::strtoul(text + 1, &end, 16))];
+            device->name = end + 2;
+        } else {
+            const bool isClass = line.starts_with("C ");
+            const auto id = static_cast<unsigned>(std::strtoul(text + (isClass ? 2 : 0), &end, 16));
+            section = isClass ? &whole.classes[id] : &whole.vendors[id];
+            section->name = end + 2;
+        }
+    }
+    return whole;
+}
+
+void lookUpAll(const PciNode& node) {
+    for (const auto& child : node.children) {
+        vendor_search(child->vendor);
+        device_search(child->vendor, child->device);
+        subsystem_search(child->vendor, child->device, child->subsystemVendor,
+                         child->subsystemDevice);
+        class_search(child->classCode);
+        lookUpAll(*child);
+    }
+}
+
+void tree(bench::Report& report, const char* self) {
+    bench::Pair cpu;
+    for (int round = 0; round < 40; ++round) {
+        cpu.ours = std::min(cpu.ours, bench::run({self, "--list"}).cpu);
+        cpu.theirs = std::min(cpu.theirs, bench::run({"lspci", "-vmmnn"}).cpu);
+    }
+    report.ratio("tree with names / lspci -vmmnn, processor", cpu, 0.25);
+}
+
+void database(bench::Report& report) {
+    PciNode root;
+    pci_node_scan(root, devices);
+    double lookUps = 1;
+    const auto ours = [&] {
+        const double load = bench::secondsPerCall(1, scan_hw_ids);
+        const double look = bench::secondsPerCall(1, [&] { lookUpAll(root); });
+        lookUps = std::min(lookUps, look);
+        return load + look;
+    };
+    const auto theirs = [] {
+        return bench::secondsPerCall(1, [] {
+            if (readWholeFile().vendors.size() < 1000) std::abort();
+        });
+    };
+    const bench::Pair times = bench::leastOf(20, ours, theirs);
+
+    report.ratio("ID database / whole file in maps, time", times, 0.15);
+    report.value("look-ups of the machine's functions", lookUps * 1e6, "us", 1000);
+}
+
+/// First of all, while no database is loaded.
+void databaseMemory(bench::Report& report) {
+    PciNode root;
+    pci_node_scan(root, devices);
+    double before = bench::allocatedBytes();
+    scan_hw_ids();
+    lookUpAll(root);
+    const double ours = bench::allocatedBytes() - before;
+    before = bench::allocatedBytes();
+    const WholeFile whole = readWholeFile();
+    const double maps = bench::allocatedBytes() - before;
+    std::printf("ID database %.0f KiB, whole file in maps %.0f KiB\n", ours / 1024, maps / 1024);
+    report.value("ID database / whole file in maps, memory", ours / maps * 100, "percent", 15);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const char* const mode = argc > 1 ? argv[1] : "";
+    if (std::strcmp(mode, "--list") == 0) return list();
+    if (std::strcmp(mode, "--made-up") == 0) {
+        if (std::filesystem::exists("/sys/bus")) return 2;
+        makeTree();
+    }
+    bench::Report report;
+    databaseMemory(report);
+    database(report);
+    tree(report, "/proc/self/exe");
+    return report.exitStatus();
+}
