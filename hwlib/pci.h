@@ -31,9 +31,7 @@ class TAV_API PciNode {
     std::uint16_t subsystemDevice = 0xFFFF;
     std::int32_t interruptLine = -1;
     std::uint32_t classCode = 0xFFFFFFFF;  ///< 24 bits: base class, subclass, interface
-    std::uint32_t capabilities = 0;        ///< as pci_get_caps() tells them
     std::uint8_t revision = 0xFF;
-    std::uint8_t linkWidth = 2;  ///< as pci_get_lnkwidth() tells it
 
     /// Entries of the ID database, null where it has none. The subsystem's entry is the device's
     /// when a function without a subsystem of its own repeats vendor and device there.
@@ -46,8 +44,17 @@ class TAV_API PciNode {
     PciNode* parent = nullptr;  ///< the root of the tree is a node that stands for no function
     std::vector<std::unique_ptr<PciNode>> children;  ///< in the order of their addresses
 
-    /// The vital product data, read when it is first asked for: it comes from the function through
-    /// a slow serial interface, and few functions are ever asked.
+    /// What follows is read when it is first asked for, by whichever thread that is: it comes from
+    /// the function itself, which is slow, and few functions are ever asked. A function that has
+    /// been replaced since has none of it.
+
+    struct Capabilities {
+        std::uint32_t set = 0;       ///< as pci_get_caps() tells them
+        std::uint8_t linkWidth = 2;  ///< as pci_get_lnkwidth() tells it
+    };
+    const Capabilities& capabilities() const;
+
+    /// The vital product data.
     struct Vpd {
         bool hasName = false;
         std::string name;
@@ -66,6 +73,8 @@ class TAV_API PciNode {
     std::string directory_;
     ino64_t directoryId_ = 0;
     bool mayHaveChildren_ = false;
+    mutable std::once_flag capabilitiesOnce_;
+    mutable Capabilities capabilities_;
     mutable std::once_flag vpdOnce_;
     mutable Vpd vpd_;
 };
@@ -75,7 +84,7 @@ using PciNodePtr = std::shared_ptr<const PciNode>;
 
 /// Reads the attributes of the function whose sysfs directory is `dir` and attaches the entries of
 /// the ID database, if that is loaded. False when the directory's name is no PCI address, or the
-/// directory cannot be opened. Of configuration space it reads only what it uses.
+/// directory cannot be opened. Of configuration space it reads the words around the revision.
 TAV_API bool fill_pci_node(PciNode& node, const char* dir);
 
 /// Scans a directory of PCI functions into the tree: the children of `node` are the functions in

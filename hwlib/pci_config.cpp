@@ -95,11 +95,14 @@ std::optional<bool> tav::hasBridgeHeader(PciConfig config) {
     return (*headerType & 0x7FU) == 1 || (*headerType & 0x7FU) == cardBusHeader;
 }
 
-bool tav::readUsedConfig(int configFile, std::span<std::byte, pciConfigSize> config) {
+bool tav::readConfigHeader(int configFile, PciConfigRoom config) {
     std::ranges::fill(config, std::byte{0});
     const auto header = config.subspan<commonHeader, commonHeaderSize>();
-    if (readOnceAt(configFile, header, commonHeader) != header.size()) return false;
+    return readOnceAt(configFile, header, commonHeader) == header.size();
+}
 
+bool tav::readConfigCapabilities(int configFile, PciConfigRoom config) {
+    if (!readConfigHeader(configFile, config)) return false;
     std::bitset<pciConfigSize / 4> present;
     for (std::size_t at = commonHeader; at < commonHeader + commonHeaderSize; at += 4)
         present[at / 4] = true;

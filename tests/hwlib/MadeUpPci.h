@@ -57,12 +57,17 @@ inline void addFunction(const MadeUpFunction& function) {
     put("subsystem_device", function.subsystemDevice, 4);
     put("class", function.classCode, 6);
     writeFile(directory + "/irq", "16\n");
+    const std::string address = function.path.substr(function.path.rfind('/') + 1);
+    writeFile(directory + "/uevent",
+              "DRIVER=pcieport\nPCI_CLASS=" + hex(function.classCode, 4) +
+                  "\nPCI_ID=" + hex(function.vendor, 4) + ":" + hex(function.device, 4) +
+                  "\nPCI_SUBSYS_ID=" + hex(function.subsystemVendor, 4) + ":" +
+                  hex(function.subsystemDevice, 4) + "\nPCI_SLOT_NAME=" + address + "\n");
     std::string resources;
     for (int i = 0; i < 13; ++i)
         resources += "0x0000000000000000 0x0000000000000000 0x0000000000000000\n";
     writeFile(directory + "/resource", resources);
     writeFile(directory + "/config", configOf(function));
-    const std::string address = function.path.substr(function.path.rfind('/') + 1);
     makeLink("/sys/bus/pci/devices/" + address, "../../../devices/" + function.path);
 }
 

@@ -68,6 +68,9 @@ TEST_F(PciTree, AgreesWithTheListingTool) {
 
 TEST_F(PciTree, AMissingAttributeCostsNoOther) {
     const std::string directory = "/sys/devices/" + port;
+    std::filesystem::remove(directory + "/uevent");
+    writeFile("/sys/devices/" + adapter + "/uevent", "PCI_ID=10DF:\nPCI_SUBSYS_ID=10DF:E310");
+    std::filesystem::remove("/sys/devices/" + adapter + "/subsystem_device");
     std::filesystem::remove(directory + "/class");
     std::filesystem::remove(directory + "/subsystem_vendor");
     std::filesystem::remove("/sys/devices/" + adapter + "/config");
@@ -81,8 +84,9 @@ TEST_F(PciTree, AMissingAttributeCostsNoOther) {
     EXPECT_EQ(bridge.interruptLine, 16);
     EXPECT_EQ(bridge.children[0]->vendor, 0xFFFF);
     EXPECT_EQ(bridge.children[0]->device, 0xE300);
+    EXPECT_EQ(bridge.children[0]->subsystemDevice, 0xE310);
     EXPECT_EQ(bridge.children[0]->revision, 0xFF);
-    EXPECT_EQ(bridge.children[0]->linkWidth, 2);
+    EXPECT_EQ(bridge.children[0]->capabilities().linkWidth, 2);
 }
 
 TEST_F(PciTree, CapabilitiesAreReadFromTheSlowSpaceAlone) {
@@ -95,12 +99,12 @@ TEST_F(PciTree, CapabilitiesAreReadFromTheSlowSpaceAlone) {
     writeFile("/sys/devices/" + adapter + "/config", config);
     PciNode node;
     ASSERT_TRUE(fill_pci_node(node, ("/sys/devices/" + adapter).c_str()));
-    EXPECT_EQ(node.capabilities, 1U << 4 | 1U << 15);
-    EXPECT_EQ(node.linkWidth, 11);
+    EXPECT_EQ(node.capabilities().set, 1U << 4 | 1U << 15);
+    EXPECT_EQ(node.capabilities().linkWidth, 11);
     writeFile("/sys/devices/" + adapter + "/config", config.substr(0, 64));
     PciNode unprivileged;
     ASSERT_TRUE(fill_pci_node(unprivileged, ("/sys/devices/" + adapter + "/").c_str()));
-    EXPECT_EQ(unprivileged.capabilities, 0U);
+    EXPECT_EQ(unprivileged.capabilities().set, 0U);
     EXPECT_FALSE(fill_pci_node(unprivileged, "/sys/devices/pci0000:00"));
     EXPECT_FALSE(fill_pci_node(unprivileged, "/sys/devices/0000:ff:00.0"));
 }
