@@ -140,6 +140,14 @@ std::optional<std::uint32_t> PciIdDatabase::find(const Places& places, std::uint
     return place->position;
 }
 
+/// How much of a section to read at once: all of most, which are small.
+std::size_t PciIdDatabase::readSize(const Places& sections, std::uint32_t id) {
+    const auto next = std::ranges::upper_bound(sections, id, {}, &Place::key);
+    if (next == sections.end() || next == sections.begin()) return sectionBuffer;
+    const std::uint32_t size = next->position - std::prev(next)->position;
+    return std::clamp<std::size_t>(size, nameBuffer, sectionBuffer);
+}
+
 void PciIdDatabase::findSections() {
     // As if a newline stood before the text: every line then begins behind one.
     std::vector<char> buffer(searchBuffer);
@@ -171,16 +179,17 @@ void PciIdDatabase::addSection(std::uint64_t position, std::string_view lineStar
 const PciIdDatabase::Section& PciIdDatabase::section(Kind kind, std::uint32_t id) {
     const auto [place, isNew] = sections_.try_emplace({kind, id});
     if (isNew) {
-        const auto position = find(sectionsOf(kind), id);
-        if (position) place->second = readSection(kind, id, *position);
+        const Places& sections = sectionsOf(kind);
+        const auto position = find(sections, id);
+        if (position) place->second = readSection(kind, id, *position, readSize(sections, id));
     }
     return place->second;
 }
 
 PciIdDatabase::Section PciIdDatabase::readSection(Kind kind, std::uint32_t id,
-                                                  std::uint32_t position) {
+                                                  std::uint32_t position, std::size_t readSize) {
     Section section;
-    LineReader lines(std::cref(read_), position, sectionBuffer);
+    LineReader lines(std::cref(read_), position, readSize);
     const auto first = lines.next();
     if (!first || !holds(*first, kind, id)) return section;
     section.entry = newEntry(*first, kind);

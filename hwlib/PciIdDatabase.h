@@ -80,11 +80,12 @@ class PciIdDatabase {
 
     static void sort(Places& places);
     static std::optional<std::uint32_t> find(const Places& places, std::uint32_t key);
+    static std::size_t readSize(const Places& sections, std::uint32_t id);
     Places& sectionsOf(Kind kind) { return kind == Kind::Vendor ? vendors_ : baseClasses_; }
     void findSections();
     void addSection(std::uint64_t position, std::string_view lineStart);
     const Section& section(Kind kind, std::uint32_t id);
-    Section readSection(Kind kind, std::uint32_t id, std::uint32_t position);
+    Section readSection(Kind kind, std::uint32_t id, std::uint32_t position, std::size_t readSize);
     PciIdEntryPtr member(Kind kind, const Section& section, std::uint32_t key, std::uint32_t id);
     PciIdEntryPtr readEntry(Kind kind, std::uint32_t id, std::uint32_t position);
     PciIdEntryPtr readSubsystem(std::uint32_t device, std::uint32_t devicePosition,

@@ -34,7 +34,7 @@ class MappedPages {
  public:
     MappedPages(int file, std::uint64_t start, std::size_t length)
         : length_(length),
-          pages_(::mmap64(nullptr, length, PROT_READ, MAP_SHARED, file,
+          pages_(::mmap64(nullptr, length, PROT_READ, MAP_SHARED | MAP_POPULATE, file,
                           static_cast<off64_t>(start))) {}
     MappedPages(const MappedPages&) = delete;
     MappedPages& operator=(const MappedPages&) = delete;

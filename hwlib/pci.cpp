@@ -94,17 +94,17 @@ void readAttributes(PciNode& node, int directory) {
     readMissing(directory, "class", SysfsFormat::Hexadecimal, node.classCode);
 }
 
-bool hasBridgeClass(const PciNode& node) {
-    return std::ranges::count(bridgeClasses, node.classCode >> 8) > 0;
+/// Whether the function has a bus behind it, as its class tells, or else its header.
+bool isBridge(const PciNode& node, int configFile) {
+    if (node.classCode <= mostClassCode)
+        return std::ranges::count(bridgeClasses, node.classCode >> 8) > 0;
+    std::array<std::byte, pciConfigSize> config{};
+    return !tav::readConfigHeaderType(configFile, config) || *tav::hasBridgeHeader(config);
 }
 
-/// Returns whether the configuration space is a bridge's, as far as it can be read.
-std::optional<bool> readRevision(PciNode& node, int directory) {
-    const FileDescriptor file(tav::openForReading(directory, "config"));
-    std::array<std::byte, pciConfigSize> config;
-    if (!file.isOpen() || !tav::readConfigHeader(file.get(), config)) return std::nullopt;
-    node.revision = pci_get_revision(config);
-    return tav::hasBridgeHeader(config);
+void readRevision(PciNode& node, int configFile) {
+    std::array<std::byte, pciConfigSize> config{};
+    if (tav::readConfigRevision(configFile, config)) node.revision = pci_get_revision(config);
 }
 
 void attachNames(PciNode& node) {
@@ -204,8 +204,9 @@ bool fill_pci_node(PciNode& node, const char* dir) {
     node.directory_ = dir;
     node.directoryId_ = idOf(dir);
     readAttributes(node, directory.get());
-    node.mayHaveChildren_ = readRevision(node, directory.get()).value_or(false) ||
-                            hasBridgeClass(node) || node.classCode > mostClassCode;
+    const FileDescriptor config(tav::openForReading(directory.get(), "config"));
+    readRevision(node, config.get());
+    node.mayHaveChildren_ = isBridge(node, config.get());
     attachNames(node);
     return true;
 }

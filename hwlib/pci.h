@@ -84,7 +84,7 @@ using PciNodePtr = std::shared_ptr<const PciNode>;
 
 /// Reads the attributes of the function whose sysfs directory is `dir` and attaches the entries of
 /// the ID database, if that is loaded. False when the directory's name is no PCI address, or the
-/// directory cannot be opened. Of configuration space it reads the words around the revision.
+/// directory cannot be opened. Of configuration space it reads the one word with the revision.
 TAV_API bool fill_pci_node(PciNode& node, const char* dir);
 
 /// Scans a directory of PCI functions into the tree: the children of `node` are the functions in

@@ -8,8 +8,7 @@
 
 namespace {
 
-constexpr std::size_t commonHeader = 0x04;  // command, status, revision, class, ..., header type
-constexpr std::size_t commonHeaderSize = 12;
+constexpr std::size_t wordSize = 4;
 constexpr std::size_t statusOffset = 0x06;
 constexpr unsigned statusHasCapabilities = 1U << 4;
 constexpr std::size_t revisionOffset = 0x08;
@@ -63,6 +62,12 @@ auto bytesOf(PciConfig config) {
     return [config](std::size_t offset) { return byteOf(config, offset); };
 }
 
+/// Reads the word that the byte at `offset` is in.
+bool readWord(int configFile, tav::PciConfigRoom config, std::size_t offset) {
+    const std::size_t start = offset / wordSize * wordSize;
+    return tav::readOnceAt(configFile, config.subspan(start, wordSize), start) == wordSize;
+}
+
 }  // namespace
 
 std::uint32_t pci_get_caps(PciConfig config) {
@@ -95,27 +100,25 @@ std::optional<bool> tav::hasBridgeHeader(PciConfig config) {
     return (*headerType & 0x7FU) == 1 || (*headerType & 0x7FU) == cardBusHeader;
 }
 
-bool tav::readConfigHeader(int configFile, PciConfigRoom config) {
-    std::ranges::fill(config, std::byte{0});
-    const auto header = config.subspan<commonHeader, commonHeaderSize>();
-    return readOnceAt(configFile, header, commonHeader) == header.size();
+bool tav::readConfigRevision(int configFile, PciConfigRoom config) {
+    return readWord(configFile, config, revisionOffset);
+}
+
+bool tav::readConfigHeaderType(int configFile, PciConfigRoom config) {
+    return readWord(configFile, config, headerTypeOffset);
 }
 
 bool tav::readConfigCapabilities(int configFile, PciConfigRoom config) {
-    if (!readConfigHeader(configFile, config)) return false;
-    std::bitset<pciConfigSize / 4> present;
-    for (std::size_t at = commonHeader; at < commonHeader + commonHeaderSize; at += 4)
-        present[at / 4] = true;
+    std::ranges::fill(config, std::byte{0});
+    std::bitset<pciConfigSize / wordSize> present;
     const auto byteAt = [&](std::size_t offset) -> std::optional<unsigned> {
-        const std::size_t word = offset / 4;
-        if (word >= present.size()) return std::nullopt;
-        if (!present[word]) {
-            const auto bytes = config.subspan(4 * word, 4);
-            if (readOnceAt(configFile, bytes, 4 * word) != bytes.size()) return std::nullopt;
-            present[word] = true;
-        }
+        if (offset >= config.size()) return std::nullopt;
+        const std::size_t word = offset / wordSize;
+        if (!present[word] && !readWord(configFile, config, offset)) return std::nullopt;
+        present[word] = true;
         return std::to_integer<unsigned>(config[offset]);
     };
+    if (!byteAt(statusOffset)) return false;
     walkCapabilities(byteAt, [&](unsigned id, std::size_t offset) {
         if (id == expressCapability) byteAt(offset + linkStatusInCapability);
         return true;

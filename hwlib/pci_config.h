@@ -34,13 +34,16 @@ inline constexpr std::uint8_t unknownLinkWidth = 2;
 /// Whether the header is a bridge's (types 1 and 2); absent when the type is not there.
 std::optional<bool> hasBridgeHeader(PciConfig config);
 
-/// The two functions below read configuration space from a function's open "config" file into
-/// `config`, and only what is used: every word read goes to the device, which can take longer than
-/// the rest of an inventory. They return false when there is nothing to read.
+/// The functions below read configuration space from a function's open "config" file into `config`,
+/// and only what is used: every word read goes to the device, which can take longer than the rest
+/// of an inventory. They return false when there is nothing to read.
 using PciConfigRoom = std::span<std::byte, pciConfigSize>;
 
-/// Status, revision and header type. Everything else of `config` becomes 0.
-bool readConfigHeader(int configFile, PciConfigRoom config);
+/// What pci_get_revision() uses.
+bool readConfigRevision(int configFile, PciConfigRoom config);
+
+/// What hasBridgeHeader() uses.
+bool readConfigHeaderType(int configFile, PciConfigRoom config);
 
 /// What pci_get_caps() and pci_get_lnkwidth() use. Everything else becomes 0.
 bool readConfigCapabilities(int configFile, PciConfigRoom config);

