@@ -8,7 +8,6 @@
 
 #include <sys/mman.h>
 
-#include "core/FileDescriptor.h"
 #include "core/Waiting.h"
 
 namespace tav {
@@ -29,43 +28,33 @@ FileDescriptor openMemory() {
     return {};
 }
 
-/// Whole pages of a file, mapped for reading for as long as this object lives.
-class MappedPages {
- public:
-    MappedPages(int file, std::uint64_t start, std::size_t length)
-        : length_(length),
-          pages_(::mmap64(nullptr, length, PROT_READ, MAP_SHARED | MAP_POPULATE, file,
-                          static_cast<off64_t>(start))) {}
-    MappedPages(const MappedPages&) = delete;
-    MappedPages& operator=(const MappedPages&) = delete;
-    ~MappedPages() {
-        if (isMapped()) ::munmap(pages_, length_);
-    }
-
-    bool isMapped() const { return pages_ != MAP_FAILED; }
-    const std::byte* bytes() const { return static_cast<const std::byte*>(pages_); }
-
- private:
-    std::size_t length_;
-    void* pages_;
-};
-
 }  // namespace
 
-std::vector<std::byte> readPhysicalMemory(std::uint64_t address, std::size_t length) {
-    const FileDescriptor memory = openMemory();
-    if (!memory.isOpen()) return {};
+MappedMemory::MappedMemory(int memory, std::uint64_t address, std::size_t length)
+    : pages_(MAP_FAILED), mappedLength_(0) {
+    if (memory < 0) return;
     const auto pageSize = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
     const std::uint64_t start = address / pageSize * pageSize;
     const auto inPage = static_cast<std::size_t>(address - start);
-    const MappedPages pages(memory.get(), start, inPage + length);
-    if (!pages.isMapped()) {
+    mappedLength_ = inPage + length;
+    pages_ = ::mmap64(nullptr, mappedLength_, PROT_READ, MAP_SHARED | MAP_POPULATE, memory,
+                      static_cast<off64_t>(start));
+    if (pages_ == MAP_FAILED) {
         std::fprintf(stderr, "ERROR: Failed to map 0x%lx 0x%lx\n",
-                     static_cast<unsigned long>(start),
-                     static_cast<unsigned long>(inPage + length));
-        return {};
+                     static_cast<unsigned long>(start), static_cast<unsigned long>(mappedLength_));
+        return;
     }
-    return {pages.bytes() + inPage, pages.bytes() + inPage + length};
+    bytes_ = {static_cast<const std::byte*>(pages_) + inPage, length};
+}
+
+MappedMemory::~MappedMemory() {
+    if (pages_ != MAP_FAILED) ::munmap(pages_, mappedLength_);
+}
+
+PhysicalMemory::PhysicalMemory() : device_(openMemory()) {}
+
+MappedMemory PhysicalMemory::map(std::uint64_t address, std::size_t length) const {
+    return {device_.get(), address, length};
 }
 
 }  // namespace tav

@@ -156,7 +156,6 @@ std::vector<PciAddress> functionsIn(const std::string& directory, bool isListOfA
         const auto address = tav::parsePciAddress(name);
         const bool isLink = kind == DT_LNK;
         if (!address || (kind != DT_DIR && !(isLink && isListOfAll))) return;
-        if (isLink && leadsBehindBridge(directory + std::string(name))) return;
         functions.push_back(*address);
     });
     std::ranges::sort(functions);
@@ -215,10 +214,13 @@ int pci_node_scan(PciNode& node, const char* dir) {
     int count = 0;
     std::string path = dir;
     if (!path.ends_with('/')) path += '/';
-    for (const PciAddress& address : functionsIn(path, node.parent == nullptr)) {
+    const bool isListOfAll = node.parent == nullptr;
+    for (const PciAddress& address : functionsIn(path, isListOfAll)) {
+        const std::string childPath = path + tav::textOf(address);
+        if (isListOfAll && (findBelow(node, address) != nullptr || leadsBehindBridge(childPath)))
+            continue;
         auto child = std::make_unique<PciNode>();
         child->parent = &node;
-        const std::string childPath = path + tav::textOf(address);
         if (!fill_pci_node(*child, childPath.c_str())) continue;
         ++count;
         if (child->mayHaveChildren_) count += pci_node_scan(*child, childPath.c_str());

@@ -59,12 +59,27 @@ std::optional<std::string> readSystab() {
     return std::nullopt;
 }
 
-std::vector<std::byte> readEntryPointMemory() {
+struct MemoryRange {
+    std::uint64_t address;
+    std::size_t length;
+};
+
+/// Where to look for the entry point; absent when the firmware names no place.
+std::optional<MemoryRange> entryPointRange() {
     const auto systab = readSystab();
-    if (!systab) return tav::readPhysicalMemory(biosAddress, biosSize);
+    if (!systab) return MemoryRange{biosAddress, biosSize};
     const auto address = tav::smbiosAddressInSystab(*systab);
-    if (!address) return {};
-    return tav::readPhysicalMemory(*address, efiEntryPointRead);
+    if (!address) return std::nullopt;
+    return MemoryRange{*address, efiEntryPointRead};
+}
+
+std::vector<std::byte> copyTable(const MemoryRange& range) {
+    const tav::PhysicalMemory memory;
+    const auto entryPoint =
+        tav::findSmbiosEntryPoint(memory.map(range.address, range.length).bytes());
+    if (!entryPoint || entryPoint->tableLength == 0) return {};
+    const auto structures = memory.map(entryPoint->tableAddress, entryPoint->tableLength);
+    return {structures.bytes().begin(), structures.bytes().end()};
 }
 
 /// The first structure of a type for which `matches(record)` is true, or null.
@@ -102,9 +117,9 @@ const char* stringAt(const SMBIOS_RECORD* record, std::size_t field) {
 
 bool InitSMBIOS() {
     DeinitSMBIOS();
-    const auto entryPoint = tav::findSmbiosEntryPoint(readEntryPointMemory());
-    if (!entryPoint || entryPoint->tableLength == 0) return false;
-    pSMBTables = tav::readPhysicalMemory(entryPoint->tableAddress, entryPoint->tableLength);
+    const auto range = entryPointRange();
+    if (!range) return false;
+    pSMBTables = copyTable(*range);
     table = tav::SmbiosTable(pSMBTables);
     fSMBiosInited = !pSMBTables.empty();
     return fSMBiosInited;

@@ -61,7 +61,7 @@ void makeTree() {
             const auto& [maker, model] = models[(port * 15 + i) % std::size(models)];
             tav::test::addFunction(
                 {path + "/0000:" + tav::test::hex(port + 1, 2) + ":" + tav::test::hex(i, 2) + ".0",
-                 maker, model, maker, static_cast<std::uint16_t>(port), 0x020000, 1});
+                 maker, model, maker, 1, 0x020000, 1});
         }
     }
 }
