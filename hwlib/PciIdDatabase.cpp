@@ -100,8 +100,9 @@ std::size_t findSectionBreak(std::string_view text, std::size_t from, std::size_
     for (; from + block <= end; from += block) {
         unsigned char found = 0;
         for (std::size_t i = 0; i < block; ++i) {
-            found = static_cast<unsigned char>(
-                found | ((text[from + i] == '\n') & (text[from + i + 1] != '\t')));
+            const unsigned char newline = text[from + i] == '\n';
+            const unsigned char unindented = text[from + i + 1] != '\t';
+            found = static_cast<unsigned char>(found | (newline & unindented));
         }
         if (found != 0) break;
     }
@@ -197,10 +198,10 @@ PciIdDatabase::Section PciIdDatabase::readSection(Kind kind, std::uint32_t id,
     while (const auto line = lines.next()) {
         if (line->text.starts_with("\t\t")) continue;
         const PciIdLine parsed = parseAs(memberKind, *line);
-        if (parsed.kind == memberKind)
-            section.places.push_back({parsed.id, static_cast<std::uint32_t>(line->position)});
-        else if (parsed.kind != Kind::Malformed && parsed.kind != Kind::None)
-            break;
+        const bool saysNothing = parsed.kind == Kind::Malformed || parsed.kind == Kind::None;
+        if (saysNothing) continue;
+        if (parsed.kind != memberKind) break;
+        section.places.push_back({parsed.id, static_cast<std::uint32_t>(line->position)});
     }
     sort(section.places);
     return section;

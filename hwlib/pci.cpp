@@ -37,6 +37,11 @@ FileDescriptor openDirectory(const char* path) {
 
 /// What tells a directory from any other that had its name before; 0 when there is no such. The
 /// kernel's numbers need 64 bits in a 32-bit process too.
+ino64_t idOf(int directory) {
+    struct stat64 data;
+    return ::fstat64(directory, &data) == 0 ? data.st_ino : 0;
+}
+
 ino64_t idOf(const char* path) {
     struct stat64 data;
     return ::stat64(path, &data) == 0 ? data.st_ino : 0;
@@ -201,7 +206,7 @@ bool fill_pci_node(PciNode& node, const char* dir) {
     if (!address || !directory.isOpen()) return false;
     node.address = *address;
     node.directory_ = dir;
-    node.directoryId_ = idOf(dir);
+    node.directoryId_ = idOf(directory.get());
     readAttributes(node, directory.get());
     const FileDescriptor config(tav::openForReading(directory.get(), "config"));
     readRevision(node, config.get());

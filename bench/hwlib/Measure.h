@@ -55,6 +55,7 @@ struct ProcessCost {
 /// Runs a program to its end, with its output discarded. Ends this process when it fails.
 inline ProcessCost run(std::vector<std::string> command) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (std::string& argument : command)
         arguments.push_back(argument.data());
     arguments.push_back(nullptr);

@@ -20,17 +20,23 @@ constexpr std::size_t entryAddress = 0xF0000;
 std::string makeTable() {
     std::string table;
     for (int i = 0; i < structures; ++i) {
-        const std::string handle{static_cast<char>(i & 0xFF), static_cast<char>(i >> 8)};
-        table += std::string("\x09\x11", 2) + handle + std::string("\x01\xA5\x0B\x04\x03", 5) +
-                 handle + std::string("\x0C\x01\0\0\xFE\x08", 6);
-        table += "PCIe Slot " + std::to_string(i % 100) + std::string("\0x16 riser\0\0", 12);
+        std::string slot(17, '\0');
+        slot[0] = 9;
+        slot[1] = 17;
+        slot[2] = slot[9] = static_cast<char>(i & 0xFF);
+        slot[3] = slot[10] = static_cast<char>(i >> 8);
+        table.append(slot).append("PCIe Slot ").append(std::to_string(i % 100));
+        table.append(" riser").append(2, '\0');
     }
     return table;
 }
 
 std::string makeEntryPoint(std::size_t length) {
     std::string bytes(31, '\0');
-    bytes.replace(0, 8, std::string("_SM_\0\x1F\x02\x08", 8));
+    bytes.replace(0, 4, "_SM_");
+    bytes[5] = 31;
+    bytes[6] = 2;
+    bytes[7] = 8;
     for (std::size_t i = 0; i < 2; ++i)
         bytes[22 + i] = static_cast<char>(length >> 8 * i);
     for (std::size_t i = 0; i < 4; ++i)

@@ -65,8 +65,8 @@ void mirror(bench::Report& report) {
     std::vector<std::string> paths;
     collectPaths(*sysfs.root(), paths);
     const auto entries = static_cast<double>(paths.size());
-    report.value("entries mirrored", entries, "");
-    report.value("memory per entry", memory / entries, "bytes");
+    bench::Report::value("entries mirrored", entries, "");
+    bench::Report::value("memory per entry", memory / entries, "bytes");
 
     bool found = true;
     double least = 1;
@@ -83,7 +83,7 @@ void mirror(bench::Report& report) {
 
 }  // namespace
 
-extern "C" void* __libc_malloc(std::size_t size);
+extern "C" void* __libc_malloc(std::size_t size);  // NOLINT(bugprone-reserved-identifier)
 
 /// Counts what the C library's own would do.
 extern "C" void* malloc(std::size_t size) {
