@@ -1,8 +1,8 @@
 /// Any bytes as vital product data.
-#include "hwlib/pci_vpd.h"
-
 #include <cstdint>
 #include <cstdlib>
+
+#include "hwlib/pci_vpd.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto vpd = std::as_bytes(std::span(data, size));

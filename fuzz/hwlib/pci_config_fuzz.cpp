@@ -1,7 +1,5 @@
 /// Any bytes as configuration space. The words that are read from a device one by one must give the
 /// same answers as the whole space.
-#include "hwlib/pci_config.h"
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -12,6 +10,7 @@
 #include <sys/mman.h>
 
 #include "core/FileDescriptor.h"
+#include "hwlib/pci_config.h"
 
 namespace {
 

@@ -1,14 +1,13 @@
 /// Finding, copying and walking a table of 1,290 structures against copying and walking it once.
-/// Needs memory of its own: sim/enter .../bench_smbios
-#include "hwlib/smbios.h"
-
+/// Needs memory of its own: sim/enter .../smbios_bench
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 
 #include <sys/mman.h>
 
-#include "bench/hwlib/Measure.h"
+#include "bench/Measure.h"
+#include "hwlib/smbios.h"
 #include "tests/hwlib/MadeUpSysfs.h"
 
 namespace {

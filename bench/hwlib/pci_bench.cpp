@@ -1,15 +1,14 @@
 /// The PCI tree with names against lspci, and the ID database against reading all of it into maps.
 ///
-///   bench_pci                           on this machine
-///   sim/enter .../bench_pci --made-up   on a made-up tree of 256 functions
-#include "hwlib/pci.h"
-
+///   pci_bench                           on this machine
+///   sim/enter .../pci_bench --made-up   on a made-up tree of 256 functions
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <map>
 
-#include "bench/hwlib/Measure.h"
+#include "bench/Measure.h"
+#include "hwlib/pci.h"
 #include "tests/hwlib/MadeUpPci.h"
 
 namespace {

@@ -1,11 +1,10 @@
 /// Sysfs readers against open+read+close, the mirror against find.
-#include "hwlib/SysFs.h"
-
 #include <array>
 #include <cstdlib>
 #include <sstream>
 
-#include "bench/hwlib/Measure.h"
+#include "bench/Measure.h"
+#include "hwlib/SysFs.h"
 #include "hwlib/sysfs_readers.h"
 
 namespace {
