@@ -65,10 +65,10 @@ std::vector<tav::ImsmPlatform> tav::parseImsmPlatforms(std::string_view output) 
     std::optional<std::string> version;
     for (const std::string& line : splitLines(output)) {
         if (platforms.size() == mostPlatforms) break;
-        if (auto opened = textAfter(line, versionMark)) {
-            version = std::move(opened);
-        } else if (auto controller = textAfter(line, controllerMark); controller && version) {
-            platforms.push_back({*std::move(controller), *std::move(version)});
+        if (const auto opened = textAfter(line, versionMark)) {
+            version = opened;
+        } else if (const auto controller = textAfter(line, controllerMark); controller && version) {
+            platforms.push_back({*controller, *version});
             version.reset();
         }
     }

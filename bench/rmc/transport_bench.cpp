@@ -146,11 +146,11 @@ int main() {
         // As in the service, whose threads also watch for a stop while they wait.
         const tav::StopSignal stop;
         const tav::StopScope scope(&stop);
-        report.ratio("the same in a thread that can be stopped",
-                     bench::leastOf(
-                         rounds, [&] { return transport(document); },
-                         [&] { return bareLoop(frames); }),
-                     1.10);
+        report.ratio(
+            "the same in a thread that can be stopped",
+            bench::leastOf(
+                rounds, [&] { return transport(document); }, [&] { return bareLoop(frames); }),
+            1.10);
     }
     const long before = liveBytes;
     mostBytes = before;
