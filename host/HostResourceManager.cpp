@@ -12,6 +12,7 @@
 #include "core/Files.h"
 #include "core/Log.h"
 #include "core/ScratchFile.h"
+#include "core/StopSignal.h"
 #include "core/Waiting.h"
 #include "core/tavConfig.h"
 #include "core/tavUtils.h"
@@ -102,6 +103,8 @@ void HostResourceManager::cacheBuild() {
     {
         tav::InventoryCache<Inventory>::Build build(cache_);
         tavHostOSInfo host = populateHostInfo();
+        // A stop ends the commands that were asked; what they left open must not be reported.
+        if (tav::stopRequested()) return;
         Json::Value record = tav::renderHostInventory(host, populateCollectionInfo());
         build.publish({{std::move(host)}, {std::move(record)}});
         lastRefreshTime_ = tav::secondsNow();
@@ -237,7 +240,10 @@ std::optional<tavEvent> lastShutdownEvent() {
 void HostResourceManager::sendOSBootEvent() {
     const tavEvent bootEvent = hostEvent(osBootEvent, "TAV");
     tavEventHandler handler;
-    if (const auto shutdown = lastShutdownEvent()) handler.generateEvent(*shutdown);
+    const auto shutdownEvent = lastShutdownEvent();
+    // A stop may have cut the search for it short; the next start finds and tells both.
+    if (tav::stopRequested()) return;
+    if (shutdownEvent) handler.generateEvent(*shutdownEvent);
     handler.generateEvent(bootEvent);
     updateStartupFile();
 }

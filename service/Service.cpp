@@ -42,8 +42,8 @@ struct Requests {
 };
 
 Requests& requests() {
-    static Requests instance;
-    return instance;
+    static Requests* const instance = new Requests;  // a signal may come until the very end
+    return *instance;
 }
 
 void onStopSignal(int /*signal*/) {

@@ -216,6 +216,42 @@ TEST(HostManager, BootEventsWithoutAUsableHistory) {
     EXPECT_THAT(logs(), HasSubstr("Unable to record event history!"));
 }
 
+TEST(HostManager, WhatAStopHasCutShortIsNotReported) {
+    logEverything();
+    writeHostCommands();
+    writeCommand("esxtop", "touch /tmp/hangs; sleep 1000");
+    clockSpeed = 200;
+    Rmc rmc;
+    std::thread thread([] { manager().init(); });
+    while (!std::filesystem::exists("/tmp/hangs"))
+        std::this_thread::sleep_for(1ms);
+    manager().stopResourceManagerJob();
+    thread.join();
+    std::vector<Json::Value> records;
+    EXPECT_EQ(manager().getInventoryJsonObject(records), 0);
+    EXPECT_THAT(records, IsEmpty());
+    EXPECT_FALSE(manager().isInventoryReady(0));
+}
+
+TEST(HostManager, EventsThatAStopHasCutShortAreSentAtTheNextStart) {
+    logEverything();
+    writeHostCommands();
+    writeFile("/var/log/vmksummary.log", toldToShutDown);
+    // The first look finds the boots; the second, for the shutdown, hangs.
+    writeCommand("tail",
+                 "[ -e /tmp/first ] && { touch /tmp/hangs; sleep 1000; }\n"
+                 "touch /tmp/first; exec /usr/bin/tail \"$@\"");
+    clockSpeed = 200;
+    Rmc rmc;
+    std::thread thread([] { manager().init(); });
+    while (!std::filesystem::exists("/tmp/hangs"))
+        std::this_thread::sleep_for(1ms);
+    manager().stopResourceManagerJob();
+    thread.join();
+    EXPECT_THAT(eventIds(rmc), IsEmpty());
+    EXPECT_FALSE(std::filesystem::exists(history));
+}
+
 TEST(HostManager, TestEvents) {
     clockSpeed = 200;
     Rmc rmc;
