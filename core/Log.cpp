@@ -18,8 +18,6 @@ __attribute__((format(printf, 4, 0))) void writeFormatted(WriteLine writeLine, c
                                                           int line, const char* format,
                                                           va_list arguments) {
     std::array<char, 4096> message;
-    // The analyser does not follow the list into this function from where it was started.
-    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
     const int wanted = std::vsnprintf(message.data(), message.size(), format, arguments);
     const std::size_t size = std::clamp<std::size_t>(
         wanted < 0 ? 0 : static_cast<std::size_t>(wanted), 0, message.size() - 1);
