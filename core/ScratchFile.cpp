@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -20,13 +19,10 @@ constexpr std::chrono::milliseconds lookAgain{50};
 /// Somebody who plants files at the path as fast as we remove them does not keep us for ever.
 constexpr int attemptLimit = 100;
 
-/// Whether somebody of our own user works with the file at `path` right now.
-bool isInUse(const char* path) {
-    const FileDescriptor file(::open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+/// Whether the file could be a scratch file of ours.
+bool isOurs(int file) {
     struct stat status {};
-    if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return false;
-    if (!S_ISREG(status.st_mode) || status.st_uid != ::geteuid()) return false;
-    return ::flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    return ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == ::geteuid();
 }
 
 /// Whether the locked file is still the one that the path names.
@@ -37,26 +33,46 @@ bool isAt(const char* path, int file) {
            named.st_dev == held.st_dev;
 }
 
+enum class Stale { Gone, InUse, Stuck };
+
+/// Removes what stands at `path`, unless somebody of our own user works with it right now. A file
+/// of ours is locked while it is removed: whoever has just made it, and has not locked it yet, will
+/// notice that it is gone.
+Stale removeStale(const char* path) {
+    const FileDescriptor file(::open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    if (!file.isOpen() && errno == ENOENT) return Stale::Gone;
+    if (file.isOpen() && isOurs(file.get())) {
+        if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) return Stale::InUse;
+        if (!isAt(path, file.get())) return Stale::Gone;
+    }
+    return ::unlink(path) == 0 || errno == ENOENT ? Stale::Gone : Stale::Stuck;
+}
+
+/// Makes the file anew and locks it; not open when somebody else came first (errno EEXIST).
+FileDescriptor makeAnew(const char* path) {
+    constexpr int flags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    FileDescriptor file(::open(path, flags, 0600));
+    if (!file.isOpen()) return file;
+    if (::flock(file.get(), LOCK_EX | LOCK_NB) == 0 && isAt(path, file.get())) return file;
+    errno = EEXIST;
+    return FileDescriptor();
+}
+
 }  // namespace
 
 ScratchFile::ScratchFile(const char* path) : path_(path) {
-    constexpr int flags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     for (int attempt = 0; attempt < attemptLimit; ++attempt) {
-        while (isInUse(path)) {
+        Stale stale = removeStale(path);
+        while (stale == Stale::InUse) {
             if (pauseFor(lookAgain) == Pause::Stopped) {
                 errno = EINTR;
                 return;
             }
+            stale = removeStale(path);
         }
-        if (::unlink(path) != 0 && errno != ENOENT) return;
-        FileDescriptor file(::open(path, flags, 0600));
-        if (!file.isOpen() && errno != EEXIST) return;
-        // Between the creation and the lock another one may have taken the file for a stale one.
-        if (file.isOpen() && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0 &&
-            isAt(path, file.get())) {
-            file_ = std::move(file);
-            return;
-        }
+        if (stale == Stale::Stuck) return;
+        file_ = makeAnew(path);
+        if (file_.isOpen() || errno != EEXIST) return;
     }
 }
 
