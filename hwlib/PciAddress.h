@@ -8,7 +8,7 @@
 
 #include "core/Export.h"
 
-/// Where a PCI function sits on the bus: PCI Local Bus Specification 3.0, section 3.2.2.3.
+/// Where a PCI function sits on the bus: PCI Local Bus 3.0 (PCI-SIG), section 3.2.2.3.
 struct PciAddress {
     std::uint16_t domain = 0;
     std::uint8_t bus = 0;

@@ -8,7 +8,7 @@
 
 #include "core/Export.h"
 
-/// Header of every structure: System Management BIOS (SMBIOS) Reference Specification, DSP0134,
+/// Header of every structure: System Management BIOS (SMBIOS), DMTF DSP0134,
 /// "Structure header format". The formatted part follows it, then the string set.
 struct SMBIOS_RECORD {
     std::uint8_t type;

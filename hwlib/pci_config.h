@@ -7,8 +7,8 @@
 
 #include "core/Export.h"
 
-/// Decoding of a PCI function's configuration space: PCI Local Bus Specification 3.0, chapter 6 and
-/// appendix H; PCI Express Base Specification, section 7.5.3. The functions read nothing past the
+/// Decoding of a PCI function's configuration space: PCI Local Bus 3.0 (PCI-SIG), chapter 6 and
+/// appendix H; PCI Express Base, section 7.5.3. The functions read nothing past the
 /// given bytes, of which there are usually 256; all values are little-endian.
 
 inline constexpr std::size_t pciConfigSize = 256;
@@ -21,8 +21,8 @@ TAV_API std::uint32_t pci_get_caps(PciConfig config);
 /// The revision byte; 0 when it is not there.
 TAV_API std::uint8_t pci_get_revision(PciConfig config);
 
-/// Negotiated width of the PCI Express link as a slot data bus width code (System Management BIOS
-/// Reference Specification, "System Slots", offset 6): 8 for x1, 9 x2, 10 x4, 11 x8, 12 x12; 2,
+/// Negotiated width of the PCI Express link as a slot data bus width code (SMBIOS, DMTF
+/// DSP0134, "System Slots", offset 6): 8 for x1, 9 x2, 10 x4, 11 x8, 12 x12; 2,
 /// "unknown", for a function without such a link and for what the four low bits of the width cannot
 /// tell: x16, x32, and no link.
 TAV_API std::uint8_t pci_get_lnkwidth(PciConfig config);

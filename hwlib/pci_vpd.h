@@ -10,7 +10,7 @@
 
 #include "core/Export.h"
 
-/// Decoding of vital product data: PCI Local Bus Specification 3.0, appendix I. A record that does
+/// Decoding of vital product data: PCI Local Bus 3.0 (PCI-SIG), appendix I. A record that does
 /// not fit into its section, and what follows it there, is absent; so is everything behind an
 /// identifier string that does not fit into the data.
 

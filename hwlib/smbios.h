@@ -6,8 +6,8 @@
 #include "hwlib/SmbiosTable.h"
 
 /// The host's SMBIOS structures and what they tell about PCI functions: structure types 9 ("System
-/// Slots") and 41 ("Onboard Devices Extended Information") of the SMBIOS Reference Specification
-/// (DSP0134), and the platform's own types 203 (product name of a slot or onboard device) and 240
+/// Slots") and 41 ("Onboard Devices Extended Information") of SMBIOS (DMTF
+/// DSP0134), and the platform's own types 203 (product name of a slot or onboard device) and 240
 /// (firmware version).
 ///
 /// The table is copied once; records and texts point into the copy. The look-ups take no lock and

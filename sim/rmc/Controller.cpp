@@ -17,8 +17,8 @@ constexpr std::uint8_t invalidCommand = 0xC1;
 constexpr std::uint8_t invalidLength = 0xC7;
 constexpr std::uint8_t nothingThere = 0x80;  // no message, or no event, to be read
 
-/// A request whose answer never changes. Names and layouts as in the IPMI specification, second
-/// generation, v2.0; partition id is the platform's own.
+/// A request whose answer never changes. Names and layouts as in IPMI 2.0; partition id is the
+/// platform's own.
 struct Standard {
     std::uint8_t netFn;
     std::uint8_t command;
