@@ -1,5 +1,6 @@
 #include "hwlib/SmbiosTable.h"
 
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -20,6 +21,10 @@ constexpr unsigned version20 = 2 * 256;
 
 /// Version 2.1 of the standard itself gave the length as 30.
 constexpr std::size_t shortestEntryPoint = 30;
+
+/// DSP0134, "Text strings".
+constexpr std::string_view setEnd("\0\0", 2);
+static_assert(std::endian::native == std::endian::little);
 
 constexpr std::size_t longestSystabLine = 62;
 
@@ -45,6 +50,25 @@ bool isEntryPoint(Bytes bytes) {
     if (length < shortestEntryPoint || length > bytes.size()) return false;
     const unsigned version = field(bytes, majorOffset, 1) * 256 + field(bytes, minorOffset, 1);
     return sumsToZero(bytes.first(length)) && version > version20;
+}
+
+/// Where the two NUL bytes begin that end a string set, be it one without strings; npos when they
+/// are not there.
+std::size_t findSetEnd(std::string_view text) {
+    constexpr std::uint64_t lowBits = 0x0101010101010101;
+    constexpr std::uint64_t highBits = 0x8080808080808080;
+    std::size_t at = 0;
+    for (; at + sizeof(std::uint64_t) < text.size(); at += sizeof(std::uint64_t)) {
+        std::uint64_t bytes = 0;
+        std::uint64_t following = 0;
+        std::memcpy(&bytes, text.data() + at, sizeof bytes);
+        std::memcpy(&following, text.data() + at + 1, sizeof following);
+        const std::uint64_t both = bytes | following;
+        // The lowest bit that is set belongs to the first byte of `both` that is 0.
+        const std::uint64_t zeros = (both - lowBits) & ~both & highBits;
+        if (zeros != 0) return at + static_cast<std::size_t>(std::countr_zero(zeros)) / 8;
+    }
+    return text.find(setEnd, at);
 }
 
 Bytes bytesOf(const SMBIOS_RECORD* record) {
@@ -104,15 +128,10 @@ const SMBIOS_RECORD* SmbiosTable::first() const noexcept {
 
 const SMBIOS_RECORD* SmbiosTable::next(const SMBIOS_RECORD* record) const noexcept {
     if (!contains(record)) return nullptr;
-    std::string_view left = strings(record);
-    // A set without strings ends with two NUL bytes all the same.
-    if (left.starts_with('\0')) left.remove_prefix(1);
-    while (!left.empty() && left[0] != '\0') {
-        const std::size_t length = left.find('\0');
-        if (length == std::string_view::npos) return nullptr;
-        left.remove_prefix(length + 1);
-    }
-    return left.empty() ? nullptr : at(bytes_.size() - (left.size() - 1));
+    const std::string_view left = strings(record);
+    const std::size_t end = findSetEnd(left);
+    if (end == std::string_view::npos) return nullptr;
+    return at(bytes_.size() - left.size() + end + setEnd.size());
 }
 
 const char* SmbiosTable::string(const SMBIOS_RECORD* record, unsigned number) const noexcept {

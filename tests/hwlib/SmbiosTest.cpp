@@ -245,6 +245,24 @@ TEST(SmbiosTable, WhateverIsCutOffIsNotThere) {
     EXPECT_EQ(tav::SmbiosTable(std::as_bytes(std::span(tooShort))).first(), nullptr);
 }
 
+TEST(SmbiosTable, StringsEndAtTwoNulsWhereverTheseStand) {
+    const std::string structure = le(9, 1) + le(4, 1) + le(1, 2);
+    for (std::size_t length = 0; length < 40; ++length) {
+        for (const char character : {'\x01', '\x80', '\xFF'}) {
+            const std::string text(length, character);
+            for (const std::string& strings : {text, "A\0"s + text + "B"}) {
+                std::string bytes = structure;
+                bytes.append(strings).append(2, '\0').append(structure);
+                const tav::SmbiosTable two(std::as_bytes(std::span(bytes)));
+                const auto* const second = two.next(two.first());
+                ASSERT_EQ(reinterpret_cast<const char*>(second),
+                          bytes.data() + bytes.size() - structure.size());
+                EXPECT_EQ(two.next(second), nullptr);
+            }
+        }
+    }
+}
+
 std::optional<std::string> outputOf(const std::string& command) {
     const std::unique_ptr<FILE, int (*)(FILE*)> tool(::popen(command.c_str(), "r"), ::pclose);
     std::array<char, 4096> line;
