@@ -83,20 +83,19 @@ void parseEvent(std::string_view text, PciNode& node) {
 
 /// Reads an attribute whose value is not known yet.
 template <class Number>
-void readMissing(int directory, const char* name, SysfsFormat format, Number& value) {
+void readMissing(int directory, const char* name, Number& value) {
     if (value == tav::noSysfsValue<Number>)
-        tav::_get_sysfs_numeric(directory, name, format, &value);
+        tav::_get_sysfs_numeric(directory, name, SysfsFormat::Hexadecimal, &value);
 }
 
 void readAttributes(PciNode& node, int directory) {
     std::array<char, tav::attributeLimit> event;
     parseEvent({event.data(), tav::readFileOnce(directory, "uevent", event)}, node);
-    readMissing(directory, "vendor", SysfsFormat::Hexadecimal, node.vendor);
-    readMissing(directory, "device", SysfsFormat::Hexadecimal, node.device);
-    readMissing(directory, "subsystem_vendor", SysfsFormat::Hexadecimal, node.subsystemVendor);
-    readMissing(directory, "subsystem_device", SysfsFormat::Hexadecimal, node.subsystemDevice);
-    readMissing(directory, "irq", SysfsFormat::Decimal, node.interruptLine);
-    readMissing(directory, "class", SysfsFormat::Hexadecimal, node.classCode);
+    readMissing(directory, "vendor", node.vendor);
+    readMissing(directory, "device", node.device);
+    readMissing(directory, "subsystem_vendor", node.subsystemVendor);
+    readMissing(directory, "subsystem_device", node.subsystemDevice);
+    readMissing(directory, "class", node.classCode);
 }
 
 /// Whether the function has a bus behind it, as its class tells, or else its header.
@@ -236,6 +235,15 @@ int pci_node_scan(PciNode& node, const char* dir) {
 
 bool PciNode::isCurrent() const {
     return directoryId_ != 0 && idOf(directory_.c_str()) == directoryId_;
+}
+
+std::int32_t PciNode::interruptLine() const {
+    std::call_once(interruptLineOnce_, [this] {
+        std::int32_t line = -1;
+        tav::_get_sysfs_numeric((directory_ + "/irq").c_str(), SysfsFormat::Decimal, &line);
+        if (isCurrent()) interruptLine_ = line;
+    });
+    return interruptLine_;
 }
 
 const PciNode::Capabilities& PciNode::capabilities() const {

@@ -29,7 +29,6 @@ class TAV_API PciNode {
     std::uint16_t device = 0xFFFF;
     std::uint16_t subsystemVendor = 0xFFFF;
     std::uint16_t subsystemDevice = 0xFFFF;
-    std::int32_t interruptLine = -1;
     std::uint32_t classCode = 0xFFFFFFFF;  ///< 24 bits: base class, subclass, interface
     std::uint8_t revision = 0xFF;
 
@@ -44,9 +43,12 @@ class TAV_API PciNode {
     PciNode* parent = nullptr;  ///< the root of the tree is a node that stands for no function
     std::vector<std::unique_ptr<PciNode>> children;  ///< in the order of their addresses
 
-    /// What follows is read when it is first asked for, by whichever thread that is: it comes from
-    /// the function itself, which is slow, and few functions are ever asked. A function that has
-    /// been replaced since has none of it.
+    /// What follows is read when it is first asked for, by whichever thread that is: reading it is
+    /// slow, most of it being in the function itself, and few functions are ever asked. A function
+    /// that has been replaced since has none of it.
+
+    /// -1 when it is not told.
+    std::int32_t interruptLine() const;
 
     struct Capabilities {
         std::uint32_t set = 0;       ///< as pci_get_caps() tells them
@@ -73,6 +75,8 @@ class TAV_API PciNode {
     std::string directory_;
     ino64_t directoryId_ = 0;
     bool mayHaveChildren_ = false;
+    mutable std::once_flag interruptLineOnce_;
+    mutable std::int32_t interruptLine_ = -1;
     mutable std::once_flag capabilitiesOnce_;
     mutable Capabilities capabilities_;
     mutable std::once_flag vpdOnce_;

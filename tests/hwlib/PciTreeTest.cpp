@@ -81,7 +81,7 @@ TEST_F(PciTree, AMissingAttributeCostsNoOther) {
     EXPECT_EQ(bridge.subsystemVendor, 0xFFFF);
     EXPECT_EQ(bridge.subsystemDevice, 0x0953);
     EXPECT_EQ(bridge.revision, 0xF9);
-    EXPECT_EQ(bridge.interruptLine, 16);
+    EXPECT_EQ(bridge.interruptLine(), 16);
     EXPECT_EQ(bridge.children[0]->vendor, 0xFFFF);
     EXPECT_EQ(bridge.children[0]->device, 0xE300);
     EXPECT_EQ(bridge.children[0]->subsystemDevice, 0xE310);
@@ -140,6 +140,8 @@ TEST_F(PciTree, VitalProductDataIsOfTheFunctionThatIsThereNow) {
     ASSERT_NE(replaced, nullptr);
     EXPECT_STREQ(PciGetVPDtag(replaced.get(), "SN"), "B2");
     EXPECT_STREQ(PciGetVPDtag(node.get(), "SN"), "A1") << "what was handed out stays valid";
+    EXPECT_EQ(node->interruptLine(), -1) << "it was not asked for before";
+    EXPECT_EQ(replaced->interruptLine(), 16);
     EXPECT_EQ(PciGetnode_str("../devices/0000:01:00.0"), nullptr);
 }
 
