@@ -11,7 +11,6 @@
 #include <spawn.h>
 #include <unistd.h>
 
-#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
@@ -24,7 +23,9 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr std::chrono::minutes timeLimit{5};
-constexpr rlim_t fileSizeLimit = 64U << 20U;
+/// 64 MiB in blocks of 512 bytes. The shell sets it, because what the shell has started before we
+/// could is not limited any more.
+constexpr const char* limitFileSize = "ulimit -f 131072; ";
 /// How often a command is looked at on a kernel that cannot report its end (before Linux 5.3).
 constexpr int lookEveryMs = 20;
 
@@ -77,7 +78,7 @@ class SpawnSetup {
     pid_t spawn(const std::string& command) {
         std::string shell = "sh";
         std::string option = "-c";
-        std::string text = command;
+        std::string text = limitFileSize + command;
         std::array<char*, 4> arguments = {shell.data(), option.data(), text.data(), nullptr};
         pid_t child = -1;
         const int failure =
@@ -93,12 +94,7 @@ class SpawnSetup {
 pid_t startShell(const std::string& command, int output) {
     SpawnSetup setup;
     if (!setup.prepare(output)) return -1;
-    const pid_t child = setup.spawn(command);
-    if (child > 0) {
-        const rlimit limit{fileSizeLimit, fileSizeLimit};
-        ::prlimit(child, RLIMIT_FSIZE, &limit, nullptr);
-    }
-    return child;
+    return setup.spawn(command);
 }
 
 /// Takes what the pipe holds now.
