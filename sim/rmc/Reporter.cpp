@@ -40,6 +40,9 @@ void Reporter::report(const Outcome& outcome) {
         show(summaryOf(*outcome.finished));
     }
     if (outcome.doorBell && !outcome.doorBell->empty()) {
+        Json::Value line;
+        line["doorBell"] = *outcome.doorBell;
+        keep(line);
         show("Door bell: " + shown(*outcome.doorBell) + '\n');
     }
 }
