@@ -1,0 +1,22 @@
+#pragma once
+
+#include <span>
+#include <string>
+
+#include <json/value.h>
+
+namespace tav::sim {
+
+/// Sets members of one entry of a section of the description: the entry whose "name", "host" or
+/// "id" is `key`. Each of `assignments` is "member=value"; a value of digits becomes a number.
+/// Returns the entry, or null and says in `fault` why not.
+const Json::Value* changeEntry(Json::Value& server, const std::string& section,
+                               const std::string& key, std::span<const std::string> assignments,
+                               std::string& fault);
+
+/// The same for an order to the RAID library: "drive CONTROLLER ID member=value ..." or "volume
+/// ...". Other orders leave the description as it is. False, with `fault`, when it names nothing
+/// that exists.
+bool changeRaid(Json::Value& server, const std::string& order, std::string& fault);
+
+}  // namespace tav::sim

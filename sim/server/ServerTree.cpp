@@ -1,0 +1,204 @@
+#include "sim/server/ServerTree.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+#include "sim/rmc/Json.h"
+
+namespace tav::sim {
+namespace {
+
+/// The member as text, whatever scalar it is; empty when there is none.
+std::string text(const Json::Value& object, const char* name) {
+    const Json::Value& value = member(object, name);
+    return value.isNull() || value.isArray() || value.isObject() ? "" : value.asString();
+}
+
+/// "/sys/devices/pci0000:3b/0000:3b:00.0"
+std::string functionDirectory(const std::string& address) {
+    return "/sys/devices/pci" + address.substr(0, 7) + '/' + address;
+}
+
+/// A file of a PCI function's vital product data: the name, then the keywords as one read-only
+/// section (PCI Local Bus 3.0, Appendix I).
+std::string vitalProductData(const Json::Value& vpd) {
+    const auto resource = [](char tag, const std::string& content) {
+        return std::string{tag, static_cast<char>(content.size() & 0xFFU),
+                           static_cast<char>(content.size() >> 8U)} +
+               content;
+    };
+    std::string keywords;
+    for (const std::string& keyword : vpd.getMemberNames()) {
+        if (keyword.size() != 2) continue;
+        const std::string value = text(vpd, keyword.c_str());
+        keywords += keyword + static_cast<char>(value.size()) + value;
+    }
+    constexpr char nameTag = '\x82';
+    constexpr char readOnlyTag = '\x90';
+    constexpr char endTag = '\x78';
+    return resource(nameTag, text(vpd, "name")) + resource(readOnlyTag, keywords) + endTag;
+}
+
+struct FunctionAttribute {
+    const char* file;
+    const char* name;
+};
+
+constexpr std::array functionAttributes = {
+    FunctionAttribute{"class", "class"},
+    FunctionAttribute{"vendor", "vendor"},
+    FunctionAttribute{"device", "device"},
+    FunctionAttribute{"subsystem_vendor", "subVendor"},
+    FunctionAttribute{"subsystem_device", "subDevice"},
+};
+
+void buildFunction(const Json::Value& function, const Tree& tree) {
+    const std::string address = text(function, "address");
+    const std::string directory = functionDirectory(address) + '/';
+    for (const FunctionAttribute& attribute : functionAttributes) {
+        tree.write(directory + attribute.file, text(function, attribute.name) + '\n');
+    }
+    const std::string driver = "/sys/bus/pci/drivers/" + text(function, "driver");
+    tree.makeDirectory(driver);
+    tree.link(directory + "driver", driver);
+    tree.link("/sys/bus/pci/devices/" + address, functionDirectory(address));
+    if (const Json::Value& vpd = member(function, "vpd"); vpd.isObject()) {
+        tree.write(directory + "vpd", vitalProductData(vpd));
+    }
+    const std::string device = address.substr(0, address.rfind('.'));
+    const std::string slot = text(function, "slot");
+    if (!slot.empty()) {
+        tree.write("/sys/bus/pci/slots/" + slot + "/address", device + '\n');
+    }
+}
+
+void buildEthernet(const Json::Value& adapter, const Tree& tree) {
+    const std::string name = text(adapter, "name");
+    const std::string function = functionDirectory(text(adapter, "function"));
+    const std::string directory = function + "/net/" + name;
+    tree.write(directory + "/address", text(adapter, "mac") + '\n');
+    tree.write(directory + "/speed", text(adapter, "speed") + '\n');
+    tree.link(directory + "/device", function);
+    tree.link("/sys/class/net/" + name, directory);
+    tree.write(ethernetDirectory + name, "Description: " + text(adapter, "description") +
+                                             "\nFirmware Version: " + text(adapter, "firmware") +
+                                             "\nCable Type: " + text(adapter, "cable") +
+                                             "\nSpeed: " + text(adapter, "speed") + '\n');
+}
+
+/// The directory of a SCSI host, which for a SATA port stands below the port's own.
+std::string hostDirectory(const Json::Value& host) {
+    std::string directory = functionDirectory(text(host, "function"));
+    if (const std::string interface = text(host, "interface"); !interface.empty()) {
+        directory += "/net/" + interface;
+    }
+    if (const std::string ata = text(host, "ata"); !ata.empty()) directory += "/ata" + ata;
+    return directory + "/host" + text(host, "host");
+}
+
+/// Returns the directory of the host's entry in the SCSI host class.
+std::string buildScsiHost(const Json::Value& host, const Tree& tree) {
+    const std::string name = "host" + text(host, "host");
+    const std::string entry = hostDirectory(host) + "/scsi_host/" + name;
+    tree.write(entry + "/state", (host.isMember("state") ? text(host, "state") : "running") + '\n');
+    tree.link(entry + "/device", hostDirectory(host));
+    tree.link("/sys/class/scsi_host/" + name, entry);
+    return entry;
+}
+
+/// A field of fixed width, filled up with blanks.
+std::string field(std::string content, std::size_t width) {
+    content.resize(width, ' ');
+    return content;
+}
+
+/// Unit serial number (SPC-4, VPD page 80h).
+std::string serialPage(const std::string& serial) {
+    return std::string{'\0', '\x80', '\0', static_cast<char>(serial.size())} + serial;
+}
+
+void buildDisk(const Json::Value& disk, const Json::Value& hosts, const Tree& tree) {
+    const std::string address = text(disk, "address");
+    const std::string hostNumber = address.substr(0, address.find(':'));
+    const auto host = std::find_if(hosts.begin(), hosts.end(), [&](const Json::Value& candidate) {
+        return text(candidate, "host") == hostNumber;
+    });
+    if (host == hosts.end()) return;
+    const std::string device =
+        hostDirectory(*host) + "/target" + address.substr(0, address.rfind(':')) + '/' + address;
+    const std::string vendor = text(disk, "protocol") == "SATA" ? "ATA" : text(disk, "vendor");
+    tree.write(device + "/type", "0\n");
+    tree.write(device + "/state", "running\n");
+    tree.write(device + "/vendor", field(vendor, 8) + '\n');
+    tree.write(device + "/model", field(text(disk, "model"), 16) + '\n');
+    tree.write(device + "/rev", field(text(disk, "revision"), 4) + '\n');
+    tree.write(device + "/vpd_pg80", serialPage(text(disk, "serial")));
+    tree.write(device + "/block/" + text(disk, "block") + "/size", text(disk, "capacity") + '\n');
+    tree.makeDirectory(device + "/scsi_generic/" + text(disk, "name"));
+    tree.link(device + "/scsi_device/" + address + "/device", device);
+    tree.link("/sys/class/scsi_device/" + address, device + "/scsi_device/" + address);
+    tree.write(disksDirectory + text(disk, "name"), diskFacts(disk));
+}
+
+struct PortAttribute {
+    const char* file;
+    const char* name;
+};
+
+constexpr std::array scsiHostAttributes = {
+    PortAttribute{"fw_version", "firmware"},
+    PortAttribute{"option_rom_version", "rom"},
+    PortAttribute{"serialnum", "serial"},
+};
+constexpr std::array fcHostAttributes = {
+    PortAttribute{"node_name", "wwnn"},
+    PortAttribute{"port_name", "wwpn"},
+    PortAttribute{"port_state", "portState"},
+};
+
+void buildFibreChannelPort(const Json::Value& port, const Tree& tree) {
+    const std::string name = "host" + text(port, "host");
+    const std::string scsiHost = buildScsiHost(port, tree) + '/';
+    for (const PortAttribute& attribute : scsiHostAttributes) {
+        if (!port.isMember(attribute.name)) continue;
+        tree.write(scsiHost + attribute.file, text(port, attribute.name) + '\n');
+    }
+    const std::string fcHost = hostDirectory(port) + "/fc_host/" + name;
+    for (const PortAttribute& attribute : fcHostAttributes) {
+        tree.write(fcHost + '/' + attribute.file, text(port, attribute.name) + '\n');
+    }
+    tree.link("/sys/class/fc_host/" + name, fcHost);
+}
+
+}  // namespace
+
+std::string diskFacts(const Json::Value& disk) {
+    std::string lines;
+    for (const std::string& key : disk.getMemberNames()) {
+        lines += key + '=' + text(disk, key.c_str()) + '\n';
+    }
+    return lines;
+}
+
+void buildServer(const Json::Value& server, const Tree& tree) {
+    for (const char* directory :
+         {"/sys/bus/pci/devices", "/sys/bus/pci/slots", "/sys/class/net", "/sys/class/scsi_host",
+          "/sys/class/scsi_device", "/sys/class/fc_host"}) {
+        tree.makeDirectory(directory);
+    }
+    for (const Json::Value& function : member(server, "functions"))
+        buildFunction(function, tree);
+    for (const Json::Value& adapter : member(server, "ethernet"))
+        buildEthernet(adapter, tree);
+    const Json::Value& hosts = member(server, "scsiHosts");
+    for (const Json::Value& host : hosts)
+        buildScsiHost(host, tree);
+    for (const Json::Value& disk : member(server, "disks"))
+        buildDisk(disk, hosts, tree);
+    for (const Json::Value& port : member(server, "fibreChannel"))
+        buildFibreChannelPort(port, tree);
+    tree.write(serverDescription, oneLine(server) + '\n');
+}
+
+}  // namespace tav::sim

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <json/value.h>
+
+#include "sim/server/Tree.h"
+
+namespace tav::sim {
+
+/// Where the simulated parts of a server find the facts that the kernel cannot have, inside the
+/// private root. Rewriting one of these files changes a running server.
+inline constexpr const char* serverDescription = "/run/sim/server.json";
+inline constexpr const char* disksDirectory = "/run/sim/disks/";
+inline constexpr const char* ethernetDirectory = "/run/sim/ethernet/";
+
+/// Writes the /sys of a described server, and the files above. What the description lacks is left
+/// out; a member of the wrong type counts as absent.
+void buildServer(const Json::Value& server, const Tree& tree);
+
+/// The file of one simulated disk: its description as "key=value" lines.
+std::string diskFacts(const Json::Value& disk);
+
+}  // namespace tav::sim

@@ -1,0 +1,46 @@
+#include "sim/server/Tree.h"
+
+#include <fstream>
+#include <system_error>
+
+#include "sim/hostcmds/Files.h"
+
+namespace tav::sim {
+
+namespace fs = std::filesystem;
+
+fs::path Tree::inside(const std::string& path) const {
+    return root_ / fs::path(path).relative_path();
+}
+
+void Tree::write(const std::string& path, std::string_view text) const {
+    const fs::path target = inside(path);
+    if (fs::is_regular_file(target) && fileText(target) == text) return;
+    fs::create_directories(target.parent_path());
+    fs::path fresh = target;
+    fresh += ".new";
+    std::ofstream file(fresh, std::ios::binary | std::ios::trunc);
+    file.write(text.data(), static_cast<std::streamsize>(text.size()));
+    file.close();
+    if (!file) {
+        throw fs::filesystem_error("write", target, std::make_error_code(std::errc::io_error));
+    }
+    fs::rename(fresh, target);
+}
+
+void Tree::link(const std::string& path, const std::string& target) const {
+    const fs::path from = inside(path);
+    const fs::path relative = fs::path(target).lexically_relative(fs::path(path).parent_path());
+    if (fs::is_symlink(from)) {
+        if (fs::read_symlink(from) == relative) return;
+        fs::remove(from);
+    }
+    fs::create_directories(from.parent_path());
+    fs::create_symlink(relative, from);
+}
+
+void Tree::makeDirectory(const std::string& path) const {
+    fs::create_directories(inside(path));
+}
+
+}  // namespace tav::sim

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace tav::sim {
+
+/// Files under a directory that stands for the root of a file system. Throws std::filesystem_error
+/// when something cannot be written.
+class Tree {
+ public:
+    explicit Tree(std::filesystem::path root) : root_(std::move(root)) {}
+
+    /// Paths are absolute within the tree. Missing directories are made; a file that exists is
+    /// replaced in one step, so that whoever reads it meanwhile gets the old one or the new one.
+    /// What would not change is left alone, so that its directory does not seem to have changed.
+    void write(const std::string& path, std::string_view text) const;
+    /// A link to another absolute path of the tree, written relative as sysfs does.
+    void link(const std::string& path, const std::string& target) const;
+    void makeDirectory(const std::string& path) const;
+
+ private:
+    std::filesystem::path inside(const std::string& path) const;
+
+    std::filesystem::path root_;
+};
+
+}  // namespace tav::sim
