@@ -16,7 +16,11 @@ class Sector {
             bytes_[at + i] = static_cast<std::uint8_t>(value);
     }
 
-    void putWord(std::size_t word, std::uint64_t value) { put(2 * word, value, 2); }
+    void putWords(std::size_t word, std::uint64_t value, std::size_t words) {
+        put(2 * word, value, 2 * words);
+    }
+
+    void putWord(std::size_t word, std::uint64_t value) { putWords(word, value, 1); }
 
     /// The first character of each pair goes into the word's high byte.
     void putText(std::size_t word, const std::string& text, std::size_t words) {
@@ -55,11 +59,11 @@ DiskBytes identify(const DiskFacts& disk) {
     sector.putText(23, disk.text("revision"), 4);
     sector.putText(27, disk.text("model"), 20);
     sector.putWord(49, 0x0F00);
-    sector.put(2 * 60, std::min<std::uint64_t>(sectors, 0x0FFFFFFF), 4);
+    sector.putWords(60, std::min<std::uint64_t>(sectors, 0x0FFFFFFF), 2);
     sector.putWord(80, throughAcs3);
     sector.putWord(82, 0x0021);  // SMART, general purpose logging
     sector.putWord(85, 0x0021);
-    sector.put(2 * 100, sectors, 8);
+    sector.putWords(100, sectors, 4);
     sector.putWord(
         217, static_cast<std::uint64_t>(disk.number("rotation", disk.isSolidState() ? 1 : 7200)));
     sector.putWord(255, checksumFollows);

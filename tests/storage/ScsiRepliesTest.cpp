@@ -46,6 +46,8 @@ TEST(ScsiReplies, SataTemperatures) {
         page.resize(length);
         return page;
     };
+    Bytes highRevision = change(0, 0);
+    highRevision[1] = 1;
     constexpr int none = 1000;
     const struct {
         const char* name;
@@ -55,7 +57,7 @@ TEST(ScsiReplies, SataTemperatures) {
     } rows[] = {
         {"valid or supported", change(3, 0), -10, 60},
         {"no revision", change(0, 0), none, none},
-        {"the revision's high byte", change(1, 1), -10, 60},
+        {"the revision's high byte", highRevision, -10, 60},
         {"another page", change(2, 4), none, none},
         {"no mark", change(15, 0x3F), none, 60},
         {"no mark for the maximum", change(95, 0x3F), -10, none},
