@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
+#include <charconv>
 #include <cstring>
 #include <string>
 
@@ -131,7 +131,23 @@ constexpr LogSense informationalExceptionsCommand() {
     return cumulativeLogPage(informationalExceptionsPage, informationalExceptionsRoom);
 }
 
-/// The page that starts a text of `length` bytes by itself; see sas_parse_current().
+/// "ATA DEV STAT LOG(7)". Made for every command though only failures are told with it, so it must
+/// cost less than a formatting function does.
+class StatisticsLogName {
+ public:
+    explicit StatisticsLogName(std::uint8_t page) {
+        char* const end = std::to_chars(&text_[before], &text_[before + digits], page).ptr;
+        *end = ')';
+    }
+    const char* text() const { return text_.data(); }
+
+ private:
+    static constexpr std::size_t before = sizeof "ATA DEV STAT LOG(" - 1;
+    static constexpr std::size_t digits = 3;
+    std::array<char, before + digits + sizeof ")"> text_{"ATA DEV STAT LOG("};
+};
+
+/// The page as long as it says itself; see sas_parse_current().
 Bytes temperaturePageAt(const unsigned char* page) {
     const Bytes header = bytesOf(page, sizeof(LogPageHeader));
     return bytesOf(page, *temperaturePageSize(header));
@@ -223,10 +239,9 @@ std::int64_t get_sas_pwron(int fd) {
 // --- SATA disks ---------------------------------------------------------------------------------
 
 unsigned char* get_sata_log(int fd, std::uint8_t page, std::size_t* length) {
-    std::array<char, sizeof "ATA DEV STAT LOG(255)"> name;
-    std::snprintf(name.data(), name.size(), "ATA DEV STAT LOG(%d)", page);
+    const StatisticsLogName name(page);
     Reply<ataSector> reply;
-    if (ask(fd, __func__, {name.data(), 0}, deviceStatistics(page), reply) != 0) return nullptr;
+    if (ask(fd, __func__, {name.text(), 0}, deviceStatistics(page), reply) != 0) return nullptr;
     if (reply.received == 0) {
         logger.debug(here(), "ATA DEV STAT LOG(%d) returned no data.", page);
         return nullptr;
