@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
 #include "storage/scsi_pages.h"
 #include "storage/storage_utils.h"
@@ -25,8 +26,8 @@ std::optional<Layout> whole(Bytes reply) {
 }
 
 template <std::size_t Size>
-std::uint64_t bigEndian(const std::array<std::uint8_t, Size>& bytes) {
-    std::uint64_t value = 0;
+auto bigEndian(const std::array<std::uint8_t, Size>& bytes) {
+    std::conditional_t<(Size > sizeof(std::uint32_t)), std::uint64_t, std::uint32_t> value = 0;
     for (const std::uint8_t byte : bytes)
         value = value << 8U | byte;
     return value;

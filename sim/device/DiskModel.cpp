@@ -28,8 +28,8 @@ DiskAnswer refusal(std::uint8_t senseKey, std::uint8_t additionalSenseCode) {
     return answer;
 }
 
-std::uint64_t numberAt(Command command, std::size_t at, std::size_t size) {
-    std::uint64_t value = 0;
+std::uint32_t numberAt(Command command, std::size_t at, std::size_t size) {
+    std::uint32_t value = 0;
     for (const std::uint8_t byte : command.subspan(at, size))
         value = value << 8U | byte;
     return value;
@@ -272,9 +272,9 @@ DiskAnswer answerCommand(const DiskFacts& disk, std::span<const std::uint8_t> co
     Data data = operation->run(disk, command);
     if (!data) return refusal(illegalRequest, invalidField);
     if (operation->allocationSize != 0) {
-        const std::uint64_t allocation =
+        const std::size_t allocation =
             numberAt(command, operation->allocationAt, operation->allocationSize);
-        data->resize(std::min<std::uint64_t>(data->size(), allocation));
+        data->resize(std::min(data->size(), allocation));
     }
     return {std::move(*data), {}};
 }
