@@ -45,6 +45,16 @@ class InventoryCache {
         return {snapshot_, building};
     }
 
+    /// Publishes the current generation as `edit` changes a copy of it. A build that is running
+    /// knows nothing of it. Any thread.
+    template <class Edit>
+    void change(Edit edit) {
+        const std::lock_guard<std::mutex> held(snapshotLock_);
+        Inventory changed = *snapshot_;
+        edit(changed);
+        snapshot_ = std::make_shared<const Inventory>(std::move(changed));
+    }
+
     bool isBuildInProgress() const { return buildInProgress_; }
 
  private:

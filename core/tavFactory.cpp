@@ -1,11 +1,14 @@
 #include "core/tavFactory.h"
 
 #include "host/HostResourceManager.h"
+#include "nic/NICResourceManager.h"
 
 tavResourceManager* tavFactory::createInstance(int type) const {
     switch (type) {
         case HOST_OS_INFO:
             return HostResourceManager::getInstance();
+        case ETHERNET_DEVICES:
+            return NICResourceManager::getInstance();
         default:
             return nullptr;
     }

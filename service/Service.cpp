@@ -20,6 +20,7 @@
 #include "core/tavFactory.h"
 #include "core/tavJobManager.h"
 #include "core/tavUtils.h"
+#include "nic/NICEventMonitor.h"
 #include "rmc/tavIPMIDBService.h"
 #include "rmc/tavJsonAggregator.h"
 #include "service/CrashCapture.h"
@@ -111,10 +112,16 @@ bool startEverything() {
     tavJsonAggregator::getInstance()->sendInventory(true);
     tavJsonAggregator::getInstance()->sendInventory(false);
     tavIPMIDBService::starttavIPMIDBService();
+    if (tavConfig::getInstance()->isResourceEnabled(ETHERNET_DEVICES)) {
+        NICEventMonitor::startMonitoring();
+    }
     return true;
 }
 
 void stopEverything() {
+    if (tavConfig::getInstance()->isResourceEnabled(ETHERNET_DEVICES)) {
+        NICEventMonitor::stopMonitoring();
+    }
     tavIPMIDBService::stoptavIPMIDBService();
     tavJsonAggregator::stoptavJsonAggregator();
     tavJobManager::getInstance()->stopResourceManagers();
