@@ -109,6 +109,7 @@ void makeOwnDirectories() {
 bool startEverything() {
     tavUtils().initGeoIDMap();
     if (!tavJobManager::getInstance()->startResourceManagers()) return false;
+    tavJobManager::startTAVServer();
     tavJsonAggregator::getInstance()->sendInventory(true);
     tavJsonAggregator::getInstance()->sendInventory(false);
     tavIPMIDBService::starttavIPMIDBService();
@@ -119,6 +120,7 @@ bool startEverything() {
 }
 
 void stopEverything() {
+    tavJobManager::stopTAVServer();
     if (tavConfig::getInstance()->isResourceEnabled(ETHERNET_DEVICES)) {
         NICEventMonitor::stopMonitoring();
     }
