@@ -43,7 +43,7 @@ constexpr auto runningRetry = 5s;
 
 constexpr int recoveredEvent = 680;
 constexpr const char* healthy = "OK";
-constexpr const char* critical = "Critical";
+constexpr const char* criticalHealth = "Critical";
 
 /// Exactly one time-out of the loop falls into these seconds after a build, however the clock's
 /// whole seconds lie.
@@ -182,7 +182,7 @@ std::vector<PhyAdapterInventory> NICResourceManager::compareStatus(const Invento
         logger.debug(here(),
                      "Curr Intf name %s Current health  %s Prev intrf name %s Prev health %s",
                      name.c_str(), health.c_str(), name.c_str(), before->second.c_str());
-        if (health == before->second || health == critical) continue;
+        if (health == before->second || health == criticalHealth) continue;
         if (health == healthy) {
             recovered.push_back(adapter);
         } else {
