@@ -225,6 +225,7 @@ void NICResourceManager::createJsonStringUsingJsonCpp(Inventory& inventory) {
     for (const PhyAdapterInventory& adapter : inventory.adapters) {
         const Json::Value& record =
             inventory.records.emplace_back(tav::renderNicInventory(adapter));
+        if (!logger.writesDebug()) continue;
         logger.debug(here(), "Printing Ethernet Instance %zu:    %s", inventory.records.size(),
                      Json::writeString(styled, record).c_str());
     }
