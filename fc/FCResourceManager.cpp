@@ -143,6 +143,7 @@ std::vector<Json::Value> FCResourceManager::createJsonStringUsingJsonCpp(
 void FCResourceManager::raiseEvents(const std::vector<tavFCDeviceInfo>& previous,
                                     const std::vector<tavFCDeviceInfo>& current) {
     for (const tavFCDeviceInfo& port : current) {
+        if (tav::stopRequested()) return;  // a dead controller would hold up the stop at each event
         const tavFCDeviceInfo* const before = tav::findPreviousFcPort(port, previous, current);
         if (before == nullptr) continue;
         if (const auto change = compareStatus(*before, port)) raiseEvent(port, *change);
