@@ -116,8 +116,8 @@ std::vector<EthernetAdapter> readEthernetAdapters() {
     std::vector<EthernetAdapter> adapters;
     for (const std::string& name : namesIn(interfaces)) {
         std::error_code error;
-        const auto device = std::filesystem::canonical(interfaces + name + "/device", error);
-        const std::string pciAddress = pciAddressIn(device);
+        const auto target = std::filesystem::read_symlink(interfaces + name, error);
+        const std::string pciAddress = pciAddressIn(target);
         if (error || pciAddress.empty()) continue;
         adapters.push_back(readAdapter(name, pciAddress, socket, deviceNames));
     }
