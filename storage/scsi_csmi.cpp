@@ -59,7 +59,8 @@ std::optional<SasAddress> parseSasAddress(std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         const auto digit = hexDigit(text[i]);
         if (!digit) return std::nullopt;
-        address[i / 2] = static_cast<unsigned char>(address[i / 2] << 4U | *digit);
+        const unsigned before = address[i / 2];
+        address[i / 2] = static_cast<unsigned char>(before << 4U | *digit);
     }
     return address;
 }
