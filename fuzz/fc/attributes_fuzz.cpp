@@ -45,6 +45,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     port.settavFCWWPN(std::string(text.substr(size / 2)));
     tav::findPreviousFcPort(port, {port}, {port});
     for (const char c : tav::compactJson(tav::renderFcInventory(port)))
-        require(c >= ' ' && c <= '~');
+        require(c >= ' ' && c <= '\x7f');
     return 0;
 }

@@ -331,7 +331,17 @@ TEST(FCManager, APortThatComesBackIsNew) {
     EXPECT_THAT(events.ids(), IsEmpty());
 }
 
-/// Ports vanish between being listed and being read: none is reported half-read.
+/// A port whose entry is listed but leads nowhere any more has gone between the two.
+TEST(FCManager, APortThatHasGoneSinceItWasListedIsLeftOut) {
+    buildPorts();
+    fs::remove_all(fs::canonical("/sys/class/fc_host/host8"));
+    manager().cacheBuild();
+    const std::vector<Json::Value> ports = records();
+    ASSERT_EQ(ports.size(), 2U);
+    EXPECT_EQ(ports[0]["WWPN"], "20:01:00:11:11:00:00:01");
+    EXPECT_EQ(ports[1]["WWPN"], "10:00:00:10:9b:00:00:02");
+}
+
 TEST(FCManager, PortsThatComeAndGoWhileTheyAreRead) {
     buildPorts();
     std::atomic<bool> stop{false};
