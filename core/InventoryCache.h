@@ -1,9 +1,12 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <utility>
+
+#include "core/Waiting.h"
 
 namespace tav {
 
@@ -27,12 +30,20 @@ class InventoryCache {
         ~Build() { cache_.buildInProgress_ = false; }
 
         void publish(Inventory inventory) {
-            Snapshot fresh = std::make_shared<const Inventory>(std::move(inventory));
-            const std::lock_guard<std::mutex> held(cache_.snapshotLock_);
-            cache_.snapshot_ = std::move(fresh);
+            Snapshot snapshot = std::make_shared<const Inventory>(std::move(inventory));
+            {
+                const std::lock_guard<std::mutex> held(cache_.snapshotLock_);
+                cache_.snapshot_.swap(snapshot);
+            }
+            // Freeing thousands of records takes long. A reader that still copies from the old
+            // generation must not become its last owner.
+            while (snapshot.use_count() > 1 && pauseFor(readerPatience) == Pause::Finished) {
+            }
         }
 
      private:
+        static constexpr std::chrono::milliseconds readerPatience{1};
+
         InventoryCache& cache_;
         std::lock_guard<std::mutex> held_;
     };

@@ -2,6 +2,7 @@
 
 #include "host/HostResourceManager.h"
 #include "nic/NICResourceManager.h"
+#include "storage/SASResourceManager.h"
 
 tavResourceManager* tavFactory::createInstance(int type) const {
     switch (type) {
@@ -9,6 +10,8 @@ tavResourceManager* tavFactory::createInstance(int type) const {
             return HostResourceManager::getInstance();
         case ETHERNET_DEVICES:
             return NICResourceManager::getInstance();
+        case STORAGE_CONTROLLERS:
+            return SASResourceManager::getInstance();
         default:
             return nullptr;
     }

@@ -33,6 +33,7 @@
 #include "nic/NICResourceManager.h"
 #include "rmc/tavEventHandler.h"
 #include "rmc/tavMsgInfra.h"
+#include "storage/SASResourceManager.h"
 
 using tav::here;
 
@@ -52,6 +53,9 @@ void raiseHostEvent(int id, const std::string& /*location*/) {
 void raiseSystemEvent(int id, const std::string& /*location*/) {
     generateTestEvent(id);
 }
+void raiseStorageEvent(int id, const std::string& location) {
+    SASResourceManager::generateTestEvent(id, location, false);
+}
 
 /// Who raises test events.
 enum Category : int { NoCategory = -1, System = 1, Host = 2, Network = 3, Storage = 5 };
@@ -64,6 +68,7 @@ constexpr std::array raisers = {
     Raiser{System, raiseSystemEvent},
     Raiser{Host, raiseHostEvent},
     Raiser{Network, NICResourceManager::generateTestEvent},
+    Raiser{Storage, raiseStorageEvent},
 };
 
 struct TestEvent {
