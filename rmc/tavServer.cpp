@@ -54,7 +54,7 @@ void raiseSystemEvent(int id, const std::string& /*location*/) {
     generateTestEvent(id);
 }
 void raiseStorageEvent(int id, const std::string& location) {
-    SASResourceManager::generateTestEvent(id, location, false);
+    SASResourceManager::getInstance()->generateTestEvent(id, location, false);
 }
 
 /// Who raises test events.
