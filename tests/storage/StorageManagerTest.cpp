@@ -247,6 +247,18 @@ TEST(StorageManager, OutlivesAClockThatFails) {
     running.stop();
 }
 
+TEST(StorageManager, AClockThatIsSetBackPutsNothingOff) {
+    logEverything(storageOnly);
+    clockSpeed = 20000;
+    FakeFactory factory({{.name = "c"}});
+    const RunningManager running;
+    std::this_thread::sleep_for(300ms);
+    EXPECT_TRUE(soon([&] { return factory.count('P') > 0; }));
+    clockSpeed = 200;  // which takes the clock back by more than an hour
+    const auto before = factory.count('P');
+    EXPECT_TRUE(soon([&] { return factory.count('P') > before + 2; }));
+}
+
 TEST(StorageManager, ReadersGetThePreviousRecordsDuringABuild) {
     logEverything(storageOnly);
     clockSpeed = 1000;
