@@ -1,10 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "storage/ItavStorageControllerFactory.h"
@@ -80,6 +82,11 @@ class FakeFactory final : public ItavStorageControllerFactory {
             controllers_.push_back(new FakeController(std::move(script)));
     }
 
+    FakeFactory(const FakeFactory&) = delete;
+    FakeFactory& operator=(const FakeFactory&) = delete;
+    /// The registry does not forget: whoever asks it afterwards must not be running any more.
+    ~FakeFactory() { removeAll(); }
+
     int discoverControllers(std::vector<ItavStorageController*>& controllers) override {
         note('B');
         discovered();
@@ -94,10 +101,7 @@ class FakeFactory final : public ItavStorageControllerFactory {
     }
     void shutdownFactory() override {
         note('S');
-        const std::lock_guard<std::mutex> held(lock_);
-        for (FakeController* const controller : controllers_)
-            controller->processDeviceRemoval();
-        controllers_.clear();
+        removeAll();
     }
     void poll() override {
         note('P');
@@ -125,6 +129,12 @@ class FakeFactory final : public ItavStorageControllerFactory {
     void note(char call) {
         const std::lock_guard<std::mutex> held(lock_);
         journal_ += call;
+    }
+    void removeAll() {
+        const std::lock_guard<std::mutex> held(lock_);
+        for (FakeController* const controller : controllers_)
+            controller->processDeviceRemoval();
+        controllers_.clear();
     }
     void hand(std::vector<ItavStorageController*>& receiver) {
         const std::lock_guard<std::mutex> held(lock_);
