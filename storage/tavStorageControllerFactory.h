@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+
+#include "storage/ItavStorageControllerFactory.h"
+
+/// Finds the storage controllers that the kernel's SCSI layer shows. Complete, but registered only
+/// where the service wants it (tav::registerGenericStorageFactory()): where the vendor's library
+/// looks after the controllers, it is the better source.
+///
+/// The storage manager's thread discovers, polls and shuts down; any thread may ask for the list.
+/// The list has a recursive lock of its own; controllers are reported as gone outside it.
+class TAV_API tavStorageControllerFactory final : public ItavStorageControllerFactory {
+ public:
+    static tavStorageControllerFactory* getInstance();
+
+    int discoverControllers(std::vector<ItavStorageController*>& controllers) override;
+    int getControllers(std::uint8_t familyMask,
+                       std::vector<ItavStorageController*>& controllers) override;
+    void shutdownFactory() override;
+    void poll() override;
+    void deleteControllers(std::uint8_t familyMask) override;
+
+    /// The first controller of the list that this is one of; null for none. The caller holds no
+    /// reference.
+    ItavStorageController* FindExistingController(std::uint32_t chipsetID, std::uint32_t boardID,
+                                                  const std::string& pciLocation,
+                                                  std::uint32_t extra);
+    /// Drops the first removed controller at that PCI location.
+    void DeleteRemovedController(const std::string& pciLocation);
+
+ private:
+    class Host;
+
+    void discoverHost(const Host& host);
+    void claimHost(const Host& host);
+    std::vector<ItavStorageController*> takeAbandoned();
+
+    std::recursive_mutex lock_;
+    std::vector<ItavStorageController*> controllers_;  ///< one reference each
+    struct stat lastHosts_ {};                         ///< manager's thread only
+    struct stat lastDevices_ {};                       ///< manager's thread only
+};
+
+namespace tav {
+
+/// Registers the generic factory. Before the storage manager's thread starts.
+TAV_API void registerGenericStorageFactory();
+
+}  // namespace tav
