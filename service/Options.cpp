@@ -16,6 +16,7 @@ Without an option, runs in the foreground until SIGTERM or SIGINT asks it to sto
 SIGHUP looks whether a log has grown enough to be moved to the backup directory.
 
   --fibre-channel      watch the Fibre Channel ports too, and report their events
+  --generic-storage    also report storage through the kernel, for hosts without a vendor library
   --print              build the inventory once, print it, send nothing, and end
   --check-config FILE  say for each setting in FILE what is accepted and what is replaced
   --help               this text
@@ -34,8 +35,9 @@ Exit status:
 )";
 
 Options parseOptions(int argc, char** argv) {
-    constexpr std::array<option, 6> longOptions = {
+    constexpr std::array<option, 7> longOptions = {
         {{"fibre-channel", no_argument, nullptr, 'f'},
+         {"generic-storage", no_argument, nullptr, 'g'},
          {"print", no_argument, nullptr, 'p'},
          {"check-config", required_argument, nullptr, 'c'},
          {"help", no_argument, nullptr, 'h'},
@@ -47,6 +49,9 @@ Options parseOptions(int argc, char** argv) {
         switch (letter) {
             case 'f':
                 options.fibreChannel = true;
+                break;
+            case 'g':
+                options.genericStorage = true;
                 break;
             case 'p':
                 options.task = Task::Print;

@@ -3,9 +3,12 @@
 #include "service/CheckConfig.h"
 #include "service/Options.h"
 #include "service/Service.h"
+#include "storage/tavStorageControllerFactory.h"
 
 int main(int argc, char** argv) {
     const tavd::Options options = tavd::parseOptions(argc, argv);
+    // Before any thread runs: the list of factories has no lock.
+    if (options.genericStorage) tav::registerGenericStorageFactory();
     switch (options.task) {
         case tavd::Task::Help:
             std::cout << tavd::helpText;

@@ -78,6 +78,7 @@ TEST(Tavd, CommandLine) {
     } rows[] = {{"--version", 0, "tavd "},
                 {"--help", 0, "Exit status:"},
                 {"--nonsense", 2, "nonsense"},
+                {"--generic-storage --check-config /missing", 3, "/missing: No such file"},
                 {"word", 2, "unexpected argument 'word'"},
                 {"--check-config", 2, "requires an argument"},
                 {"--check-config /missing", 3, "/missing: No such file"},
