@@ -1,12 +1,10 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <memory>
 #include <mutex>
 #include <utility>
-
-#include "core/Waiting.h"
+#include <vector>
 
 namespace tav {
 
@@ -36,14 +34,13 @@ class InventoryCache {
                 cache_.snapshot_.swap(snapshot);
             }
             // Freeing thousands of records takes long. A reader that still copies from the old
-            // generation must not become its last owner.
-            while (snapshot.use_count() > 1 && pauseFor(readerPatience) == Pause::Finished) {
-            }
+            // generation must not become its last owner; a later build frees it then.
+            cache_.retired_.push_back(std::move(snapshot));
+            std::erase_if(cache_.retired_,
+                          [](const Snapshot& old) { return old.use_count() == 1; });
         }
 
      private:
-        static constexpr std::chrono::milliseconds readerPatience{1};
-
         InventoryCache& cache_;
         std::lock_guard<std::mutex> held_;
     };
@@ -73,6 +70,8 @@ class InventoryCache {
     std::atomic<bool> buildInProgress_{false};
     mutable std::mutex snapshotLock_;  ///< guards the pointer alone
     Snapshot snapshot_ = std::make_shared<const Inventory>();
+    /// Generations that somebody was still reading when they were replaced; under the build lock.
+    std::vector<Snapshot> retired_;
 };
 
 }  // namespace tav

@@ -203,6 +203,10 @@ void buildServer(const Json::Value& server, const Tree& tree) {
     for (const Json::Value& port : member(server, "fibreChannel"))
         buildFibreChannelPort(port, tree);
     tree.write(firmwareTables, "ACPI20=0x7bffe014\n");
+    if (const Json::Value& configuration = member(server, "configuration");
+        configuration.isObject()) {
+        tree.write("/etc/config/orn/tav/tav.conf", oneLine(configuration) + '\n');
+    }
     tree.write(serverDescription, oneLine(server) + '\n');
 }
 

@@ -109,6 +109,16 @@ TEST(InventoryCache, ReadersNeverWaitNeverSeeHalfABuildAndNeverFreeOne) {
     EXPECT_EQ(freedByReaders, 0);
 }
 
+TEST(InventoryCache, APublicationWaitsForNobody) {
+    tav::InventoryCache<int> cache;
+    tav::InventoryCache<int>::Build build(cache);
+    build.publish(1);
+    const auto compared = cache.read().first;  // a builder that compares with the one before
+    build.publish(2);
+    EXPECT_EQ(*compared, 1);
+    EXPECT_EQ(*cache.read().first, 2);
+}
+
 TEST(JobManager, StartsOneThreadPerTypeAndEndsThoseThatAreDisabled) {
     logEverything(R"("EnableResources":["StorageControllers"])");
     EXPECT_TRUE(tavJobManager::getInstance()->startResourceManagers());
