@@ -124,18 +124,16 @@ int tavStorageControllerFactory::discoverControllers(
         }
         abandoned = takeAbandoned();
     }
-    for (ItavStorageController* const controller : abandoned) {
-        controller->processDeviceRemoval();
-        controller->releaseReference();
-    }
+    for (ItavStorageController* const controller : abandoned)
+        controller->processDeviceRemoval();  // drops the reference that was taken
     return getControllers(TAV_FAMILY_ANY, controllers);
 }
 
 void tavStorageControllerFactory::discoverHost(const Host& host) {
     ItavStorageController* const known =
         FindExistingController(host.chipsetID, host.boardID, host.pciLocation, 0);
-    if (known == nullptr) {
-        claimHost(host);
+    if (known == nullptr || known->isRemoved()) {
+        claimHost(host, known);
         return;
     }
     logger.debug(here(), "Found port %s on controller @ %s.", host.port.c_str(),
@@ -143,7 +141,8 @@ void tavStorageControllerFactory::discoverHost(const Host& host) {
     generic(*known).addPort(host.port);
 }
 
-void tavStorageControllerFactory::claimHost(const Host& host) {
+/// `predecessor`, where there is one, has been removed before, and comes back with this host.
+void tavStorageControllerFactory::claimHost(const Host& host, ItavStorageController* predecessor) {
     logger.debug(here(), "Claim processing for %s [0x%x 0x%x] @ %s", host.port.c_str(),
                  host.chipsetID, host.boardID, host.pciLocation.c_str());
     ItavStorageController* controller = nullptr;
@@ -160,6 +159,10 @@ void tavStorageControllerFactory::claimHost(const Host& host) {
     logger.info(here(), "%s [0x%X, 0x%X %s] managed by device object: [%p]", host.port.c_str(),
                 host.chipsetID, host.boardID, host.pciLocation.c_str(),
                 static_cast<const void*>(controller));
+    if (predecessor != nullptr) {
+        controller->processDeviceAddition(predecessor);
+        DeleteRemovedController(host.pciLocation);
+    }
     generic(*controller).addPort(host.port);
     controllers_.push_back(controller);
 }

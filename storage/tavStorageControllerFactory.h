@@ -39,7 +39,7 @@ class TAV_API tavStorageControllerFactory final : public ItavStorageControllerFa
     class Host;
 
     void discoverHost(const Host& host);
-    void claimHost(const Host& host);
+    void claimHost(const Host& host, ItavStorageController* predecessor);
     std::vector<ItavStorageController*> takeAbandoned();
 
     std::recursive_mutex lock_;
