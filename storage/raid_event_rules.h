@@ -25,6 +25,9 @@ inline constexpr std::uint32_t fatal = 5;
 inline constexpr std::uint32_t dead = 6;
 }  // namespace event_class
 
+/// The code of the event that a drive has been inserted.
+inline constexpr std::uint32_t driveInsertedCode = 0x5B;
+
 /// A few numbers; none stands for any.
 class EventNumbers {
  public:
@@ -63,22 +66,21 @@ struct RaidEventRule {
     std::optional<TAV_RESOURCE_HEALTH> reported{};
 
     // What it does:
-    std::array<EventReport, 2> reports{};  ///< null for none
     std::optional<TAV_RESOURCE_STATE> state{};
     bool takesNewDriveState = false;  ///< the state is the one that the drive has changed to
     std::optional<TAV_RESOURCE_HEALTH> health{};
     int raises = 0;  ///< event ID; 0 for none
     bool critical = false;
     InventoryRequest inventory = InventoryRequest::None;
-    EventReport reportAfterwards = nullptr;
+    std::array<EventReport, 2> reports{};    ///< written first; null for none
+    EventReport reportAfterwards = nullptr;  ///< written last
 };
 
-/// An event's resource: the condition that the controller keeps for it, or null when the
-/// controller's inventory holds none.
+/// Of the resource that an event names; empty when the controller's inventory does not hold it.
 using ReportedHealth = std::optional<TAV_RESOURCE_HEALTH>;
 
-/// The first row that applies, or null. `reported` is the health that the resource's last event has
-/// reported; empty when the resource is not in the controller's inventory.
+/// The first row that applies, or null. `reported` is the health that the last event of the event's
+/// resource has reported.
 TAV_API const RaidEventRule* volumeEventRule(const TAV_SAS_EVENT_DETAIL& event,
                                              ReportedHealth reported);
 TAV_API const RaidEventRule* driveEventRule(const TAV_SAS_EVENT_DETAIL& event,
