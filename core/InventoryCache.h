@@ -28,8 +28,9 @@ class InventoryCache {
 
         void publish(Inventory inventory) {
             Snapshot fresh = std::make_shared<const Inventory>(std::move(inventory));
+            // The old generation, perhaps with its last owner here, is freed after the lock.
             const std::lock_guard<std::mutex> held(cache_.snapshotLock_);
-            cache_.snapshot_ = std::move(fresh);
+            cache_.snapshot_.swap(fresh);
         }
 
      private:

@@ -1,11 +1,14 @@
 #include "core/tavFactory.h"
 
 #include "host/HostResourceManager.h"
+#include "storage/SASResourceManager.h"
 
 tavResourceManager* tavFactory::createInstance(int type) const {
     switch (type) {
         case HOST_OS_INFO:
             return HostResourceManager::getInstance();
+        case STORAGE_CONTROLLERS:
+            return SASResourceManager::getInstance();
         default:
             return nullptr;
     }

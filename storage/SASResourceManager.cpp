@@ -1,0 +1,252 @@
+#include "storage/SASResourceManager.h"
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <utility>
+
+#include "core/StopSignal.h"
+#include "core/Waiting.h"
+#include "core/tavConfig.h"
+#include "core/tavUtils.h"
+#include "rmc/tavEventHandler.h"
+#include "rmc/tavJsonAggregator.h"
+#include "storage/registered_factories.h"
+#include "storage/sample_records.h"
+#include "storage/storage_utils.h"
+
+using tav::here;
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto& logger = tav::storageLog;
+
+constexpr long pollInterval = 10;
+constexpr auto runningRetry = 5s;
+constexpr auto clockRetry = 1s;
+
+constexpr const char* eventModule = "SASHBA";
+constexpr const char* noPartNumber = "NotAvailable";
+
+long refreshInterval() {
+    return tavConfig::getInstance()->getrefreshInterval(
+        TAV_MODULE_NAME_MAP.at(STORAGE_CONTROLLERS));
+}
+
+/// Whether the loop woke by its deadline and at least `interval` seconds have passed since then. A
+/// clock that was set back must not put off what is due by as much.
+bool isDue(const tav::LoopWake& wake, std::time_t since, long interval) {
+    const std::time_t elapsed = wake.elapsedSince(since);
+    return wake.deadline && (elapsed >= interval || elapsed < 0);
+}
+
+using Objects = std::vector<Json::Value>;
+constexpr std::array<Objects tav::StorageInventory::*, 4> objectsByKind = {
+    &tav::StorageInventory::controllers, &tav::StorageInventory::controllers,
+    &tav::StorageInventory::drives, &tav::StorageInventory::volumes};
+
+void copyKind(const tav::StorageInventory& inventory, int kind, Objects& objects) {
+    if (kind < 0 || static_cast<std::size_t>(kind) >= objectsByKind.size()) {
+        logger.warning(here(), "Unsupported inventory type");
+        objects.clear();
+        return;
+    }
+    objects = inventory.*objectsByKind.at(static_cast<std::size_t>(kind));
+}
+
+void raise(int eventID, const std::string& location, bool serviceEvent,
+           const tavInventoryBase& record, const char* source) {
+    tavEventHandler().generateEvent({eventID, location, eventModule, serviceEvent,
+                                     tavUtils::getTime(), noPartNumber, record.getVariableData(),
+                                     source});
+}
+
+bool isSomeControllerWithoutEvents() {
+    bool found = false;
+    tav::forEachFactory("Asking for a factory's controllers", [&](auto& factory) {
+        const tav::Controllers controllers = tav::knownControllers(factory);
+        tav::forEachController("Asking a controller for its events", controllers,
+                               [&](auto& controller) { found |= !controller.isEventsEnabled(); });
+    });
+    return found;
+}
+
+}  // namespace
+
+SASResourceManager* SASResourceManager::getInstance() {
+    static SASResourceManager* const instance = new SASResourceManager;  // outlives every thread
+    return instance;
+}
+
+void SASResourceManager::init() {
+    logger.debug(here(), "Entered init");
+    if (!beginLoop()) return;
+    startInventory();
+    endLoop();
+}
+
+void SASResourceManager::startInventory() {
+    logger.debug(here(), "reached startInventory");
+    const tav::StopScope scope(loop_.stopSignal());
+    const long refresh = refreshInterval();
+    logger.debug(here(), "SAS refresh interval: %ld", refresh);
+    logger.debug(here(), "SAS poll interval: %ld", pollInterval);
+    const std::chrono::seconds step(compute_gcd(refresh, pollInterval));
+    while (true) {
+        const tav::LoopWake wake = loop_.wait(step);
+        if (wake.stop) break;
+        if (wake.clockFailed) {
+            logger.error(here(), "Failed to get current time! (errno: %d)", errno);
+            tav::pauseFor(clockRetry);
+            continue;
+        }
+        if (wake.refresh || isDue(wake, lastRefreshTime_, refresh)) cacheBuild();
+        if (isDue(wake, lastPollTime_, pollInterval)) pollDevices();
+    }
+    processResourceManagerStop();
+}
+
+void SASResourceManager::stopResourceManagerJob() {
+    logger.info(here(), "Resource manager stop called.");
+    loop_.requestStop();
+    logger.info(here(), "Signalled for stop.");
+    waitForLoopEnd();
+    logger.info(here(), "Wait for resource manager stop completed with %d.", 0);
+}
+
+void SASResourceManager::processResourceManagerStop() {
+    logger.info(here(), "Resource manager stop in progress.");
+    tav::forEachFactory("Shutting a factory down",
+                        [](auto& factory) { factory.shutdownFactory(); });
+}
+
+/// False when a loop has been begun before: one thread at most, once.
+bool SASResourceManager::beginLoop() {
+    const std::lock_guard<std::mutex> held(loopStateLock_);
+    if (std::exchange(inited_, true)) return false;
+    loopRuns_ = true;
+    return true;
+}
+
+void SASResourceManager::endLoop() {
+    const std::lock_guard<std::mutex> held(loopStateLock_);
+    loopRuns_ = false;
+    loopEnded_.notify_all();
+}
+
+void SASResourceManager::waitForLoopEnd() {
+    std::unique_lock<std::mutex> held(loopStateLock_);
+    loopEnded_.wait(held, [this] { return !loopRuns_; });
+}
+
+void SASResourceManager::cacheBuild() {
+    logger.debug(here(), "Building storage cache.");
+    // A request that comes from now on may be about something that this build has passed by.
+    const bool askedBefore = pushWhenBuilt_.exchange(false);
+    {
+        tav::InventoryCache<tav::StorageInventory>::Build build(cache_);
+        tav::StorageInventory inventory = tav::renderStorage(tav::discoverStorage());
+        // A stop cuts discoveries short; what they left out must not be reported as gone.
+        if (tav::stopRequested()) return;
+        build.publish(std::move(inventory));
+        lastRefreshTime_ = tav::secondsNow();
+    }
+    const bool awaited = readiness_.complete();
+    if (!awaited && !askedBefore && !pushWhenBuilt_) return;
+    logger.debug(here(), "SASRM requesting cache push");
+    tavJsonAggregator::getInstance()->sendInventory(true);
+}
+
+void SASResourceManager::pollDevices() {
+    logger.debug(here(), "Polling devices.");
+    tav::forEachFactory("The poll of a factory", [](auto& factory) {
+        if (tav::stopRequested()) return;
+        tav::contain("The search for changed controllers", [&] { factory.poll(); });
+        tav::forEachController("The poll of a controller", tav::knownControllers(factory),
+                               [](auto& controller) { controller.poll(); });
+    });
+    lastPollTime_ = tav::secondsNow();
+}
+
+int SASResourceManager::getInventoryJsonObject(std::vector<Json::Value>& /*records*/) {
+    return 0;
+}
+
+int SASResourceManager::getInventoryJsonObject2(int kind, std::vector<Json::Value>& records) {
+    const auto [inventory, building] = cache_.read();
+    if (building) {
+        logger.debug(here(), "Cache build is in progress. Returning previously saved inventory.");
+    }
+    copyKind(*inventory, kind, records);
+    if (building) return 1;
+    logger.debug(here(), "returning Inventory size: %zu", records.size());
+    return 0;
+}
+
+void SASResourceManager::fetchPrevInventoryOfType(int kind,
+                                                  std::vector<Json::Value>& records) const {
+    copyKind(*cache_.read().first, kind, records);
+}
+
+bool SASResourceManager::isRunning() {
+    const bool built = tav::isBuiltWithinThreeTries(
+        runningRetry,
+        [this] {
+            const auto [inventory, building] = cache_.read();
+            return !building && !inventory->controllers.empty();
+        },
+        [this](int retry) {
+            const auto [inventory, building] = cache_.read();
+            logger.warning(
+                here(),
+                "_cacheBuildInProgress = %d,ControllerInventory.size() = %zu,retryCount = %d",
+                building ? 1 : 0, inventory->controllers.size(), retry);
+        });
+    if (built && isSomeControllerWithoutEvents()) {
+        logger.warning(here(),
+                       "LSI Events are disabled.Hence Storage Controllers is"
+                       "                                       partially functional.");
+    }
+    return built;
+}
+
+bool SASResourceManager::isInventoryReady(int iteration) {
+    const bool ready = readiness_.answer(iteration);
+    logger.info(here(), "SAS RM cache status %d", ready ? 1 : 0);
+    return ready;
+}
+
+void SASResourceManager::invalidateInventoryCache() {
+    logger.debug(here(), "Invalidating inventory cache.");
+    getInstance()->loop_.requestRefresh();
+    logger.debug(here(), "Inventory cache invalidated.");
+}
+
+void SASResourceManager::sendInventorytToRMCOnCacheBuild() {
+    logger.debug(here(), "Signalling for inventory push to RMC on cache build.");
+    getInstance()->pushWhenBuilt_ = true;
+    logger.debug(here(), "Signalled inventory push.");
+}
+
+void SASResourceManager::generateEvent(int eventID, const std::string& location, bool serviceEvent,
+                                       const tavInventoryBase& record) {
+    raise(eventID, location, serviceEvent, record, "TAV");
+}
+
+void SASResourceManager::generateEvent(int eventID, bool serviceEvent,
+                                       const tavInventoryBase& record) {
+    tavEventHandler().generateEvent(
+        {eventID, eventModule, serviceEvent, tavUtils::getTime(), record.getVariableData(), "TAV"});
+}
+
+void SASResourceManager::generateTestEvent(int eventID, const std::string& location,
+                                           bool serviceEvent) {
+    const auto record = tav::sampleRecord(eventID, location);
+    if (record == nullptr) {
+        logger.warning(here(), "There is no test event %d of storage.", eventID);
+        return;
+    }
+    raise(eventID, location, serviceEvent, *record, "TAV-CLI");
+}

@@ -1,0 +1,71 @@
+#include "storage/storage_inventory.h"
+
+#include <utility>
+
+#include "core/JsonText.h"
+#include "core/Logger.h"
+#include "storage/registered_factories.h"
+
+namespace tav {
+namespace {
+
+void discoverController(ItavStorageController& controller, StorageRecords& records) {
+    tavStorageControllerInfo info;
+    if (controller.discoverInventory(info) < 0) return;
+    records.controllers.push_back(std::move(info));
+    if (controller.discoverPhysicalDiskInventory(records.disks) < 0) return;
+    controller.discoverLogicalDiskInventory(records.volumes);
+}
+
+/// What an event of the resource tells about it, and its condition.
+Json::Value render(const tavStatusInfo& record) {
+    Json::Value event = record.getVariableData();
+    Json::Value object = std::move(event["Data"]);
+    object["Status"] = record.tavStatusInfo::getVariableData();
+    return object;
+}
+
+Json::Value render(const tavLogicalDiskInfo& volume) {
+    Json::Value object = render(static_cast<const tavStatusInfo&>(volume));
+    if (!object.isMember("Drives")) object["Drives"] = Json::Value(Json::arrayValue);
+    return object;
+}
+
+template <class Record>
+std::vector<Json::Value> renderAll(const std::vector<Record>& records, const char* kind) {
+    std::vector<Json::Value> objects;
+    objects.reserve(records.size());
+    for (const Record& record : records)
+        objects.push_back(render(record));
+    // Thousands of texts are only made when somebody reads them.
+    if (!CPlusPlusLogging::Logger::getInstance()->writesDebug()) return objects;
+    for (std::size_t i = 0; i < objects.size(); ++i) {
+        storageLog.debug(here(), "Printing %s instance %zu:    %s", kind, i,
+                         compactJson(objects[i]).c_str());
+    }
+    return objects;
+}
+
+}  // namespace
+
+StorageRecords discoverStorage() {
+    StorageRecords records;
+    forEachFactory("The discovery of a factory's controllers", [&](auto& factory) {
+        if (stopRequested()) return;
+        const Controllers controllers = discoverControllers(factory);
+        forEachController("Enabling a controller's events", controllers, [&](auto& controller) {
+            contain("The discovery of a controller",
+                    [&] { discoverController(controller, records); });
+            // Also where that failed: a controller in trouble has most to report.
+            controller.enableEvents();
+        });
+    });
+    return records;
+}
+
+StorageInventory renderStorage(const StorageRecords& records) {
+    return {renderAll(records.controllers, "controller"), renderAll(records.disks, "disk"),
+            renderAll(records.volumes, "logical disk")};
+}
+
+}  // namespace tav
