@@ -43,6 +43,11 @@ std::string identityOf(const tavLogicalDiskInfo& volume) {
     return volume.getDurableName();
 }
 
+template <class Record>
+void append(const std::vector<Record>& records, std::vector<Record>& list) {
+    list.insert(list.end(), records.begin(), records.end());
+}
+
 /// What the last event has reported of a resource; empty for none.
 tav::ReportedHealth reportedHealth(const tavStatusInfo* resource) {
     if (resource == nullptr) return std::nullopt;
@@ -119,7 +124,10 @@ int tavMegaRAIDController::discoverInventory(tavStorageControllerInfo& info) {
 }
 
 int tavMegaRAIDController::discoverPhysicalDiskInventory(std::vector<tavDiskInfo>& disks) {
-    if (isRemoved()) return getPhysicalDrivesInventory(disks);
+    if (isRemoved()) {
+        append(getPhysicalDrivesInventory(), disks);
+        return 0;
+    }
     const std::vector<PD_INFO> records =
         tavStoreLibInterface::getInstance()->getPDInventoryForCtrl(controllerId_);
     const std::string pciLocation = getPciLocation();
@@ -131,12 +139,15 @@ int tavMegaRAIDController::discoverPhysicalDiskInventory(std::vector<tavDiskInfo
     const std::lock_guard<std::recursive_mutex> held(lock_);
     driveConditions_.carry(fresh, disks_, [](const tavDiskInfo& disk) { return identityOf(disk); });
     disks_ = std::move(fresh);
-    disks = disks_;
+    append(disks_, disks);
     return 0;
 }
 
 int tavMegaRAIDController::discoverLogicalDiskInventory(std::vector<tavLogicalDiskInfo>& volumes) {
-    if (isRemoved()) return getLogicalDiskInventory(volumes);
+    if (isRemoved()) {
+        append(getLogicalDiskInventory(), volumes);
+        return 0;
+    }
     std::vector<tavLogicalDiskInfo> fresh;
     for (const LD_INFO& record :
          tavStoreLibInterface::getInstance()->getLDInventoryForCtrl(controllerId_)) {
@@ -146,7 +157,7 @@ int tavMegaRAIDController::discoverLogicalDiskInventory(std::vector<tavLogicalDi
     volumeConditions_.carry(fresh, volumes_,
                             [](const tavLogicalDiskInfo& volume) { return identityOf(volume); });
     volumes_ = std::move(fresh);
-    volumes = volumes_;
+    append(volumes_, volumes);
     return 0;
 }
 

@@ -23,6 +23,7 @@ class TAV_API tavMegaRAIDController : public tavStorageController {
 
     /// Negative when the library cannot be used or does not know the controller (any more).
     int discoverInventory(tavStorageControllerInfo& info) override;
+    /// Drives and volumes are appended: the manager gathers those of all controllers in one list.
     int discoverPhysicalDiskInventory(std::vector<tavDiskInfo>& disks) override;
     int discoverLogicalDiskInventory(std::vector<tavLogicalDiskInfo>& volumes) override;
 

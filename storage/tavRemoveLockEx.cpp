@@ -1,10 +1,10 @@
 #include "storage/tavRemoveLockEx.h"
 
-bool tavRemoveLockEx::enter() {
+std::shared_ptr<const tav::StopSignal> tavRemoveLockEx::enter() {
     const std::lock_guard<std::mutex> held(mutex_);
-    if (stopping_) return false;
+    if (stop_->requested()) return nullptr;
     ++running_;
-    return true;
+    return stop_;
 }
 
 void tavRemoveLockEx::leave() {
@@ -15,11 +15,11 @@ void tavRemoveLockEx::leave() {
 
 void tavRemoveLockEx::stopAndWait() {
     std::unique_lock<std::mutex> held(mutex_);
-    stopping_ = true;
+    stop_->request();
     finished_.wait(held, [this] { return running_ == 0; });
 }
 
 void tavRemoveLockEx::reopen() {
     const std::lock_guard<std::mutex> held(mutex_);
-    stopping_ = false;
+    if (stop_->requested()) stop_ = std::make_shared<tav::StopSignal>();
 }

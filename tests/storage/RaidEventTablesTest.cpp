@@ -42,6 +42,18 @@ RaidEventBytes notification(std::uint16_t locale, const Step& step) {
     return event;
 }
 
+/// Where both logs were.
+class LogMark {
+ public:
+    std::string linesSince() const {
+        return readFile(mainLog).substr(main_) + readFile(debugLog).substr(debug_);
+    }
+
+ private:
+    std::size_t main_ = readFile(mainLog).size();
+    std::size_t debug_ = readFile(debugLog).size();
+};
+
 class RaidEventTables : public testing::Test {
  protected:
     RaidEventTables() {
@@ -58,11 +70,11 @@ class RaidEventTables : public testing::Test {
             discoverRaid();
             for (std::size_t i = 0; i + 1 < row.events.size(); ++i)
                 ASSERT_TRUE(library.fire(notification(locale, row.events[i])));
-            const std::size_t logged = readFile(mainLog).size();
+            const LogMark logged;
             const std::size_t sent = rmc_.commands().size();
             ASSERT_TRUE(library.fire(notification(locale, row.events.back())));
             expectEvents(sent, row.raised);
-            const std::string log = readFile(mainLog).substr(logged);
+            const std::string log = logged.linesSince();
             EXPECT_THAT(log, HasSubstr(row.line));
             const std::string inventory = row.inventory;
             EXPECT_EQ(log.find("Signalled inventory push.") != std::string::npos,
@@ -117,7 +129,11 @@ TEST_F(RaidEventTables, Volumes) {
             {{{0x51, 4}}, {681}, "Failed/Critical"},
             {{{0xFA, 3}, {0xFB, 5}}, {681}, "Degraded/Critical"},
             {{{0xFB, 4}, {0xFC, 4}}, {}, "Degraded/Critical", critical},
-            {{{0x8B, 2}}, {}, "Optimal/OK", "", "invalidate"},
+            {{{0x8B, 2}},
+             {},
+             "Optimal/OK",
+             "Invalidate cache as LD has been deleted",
+             "invalidate"},
             {{{0xF9, 2}},
              {},
              "Optimal/OK",

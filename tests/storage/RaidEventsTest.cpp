@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "core/Waiting.h"
 #include "tests/storage/RaidServer.h"
 
 namespace {
@@ -225,9 +226,10 @@ TEST_F(RaidEvents, NoneIsHandledAfterAnUnregistrationThatFailed) {
 TEST_F(RaidEvents, UnregistrationWaitsForTheCallbackThatRuns) {
     FakeRaidLibrary library({fakeController(0, "SV1")});
     discoverRaid();
-    static std::atomic<bool> inHandler, finished;
+    static std::atomic<bool> inHandler, stopped, finished;
     tavSASLSIEvent::_tavSASFunc = [](TAV_SAS_EVENT_DETAIL*) {
         inHandler = true;
+        stopped = tav::pauseFor(1min) == tav::Pause::Stopped;
         std::this_thread::sleep_for(100ms);
         finished = true;
     };
@@ -236,6 +238,7 @@ TEST_F(RaidEvents, UnregistrationWaitsForTheCallbackThatRuns) {
         std::this_thread::yield();
     tavSASLSIEvent::getInstance()->UnregisterForAEN();
     EXPECT_TRUE(finished);
+    EXPECT_TRUE(stopped) << "its waits end early";
     caller.join();
     EXPECT_EQ(library.unregistrations(), 1);
 }
