@@ -107,120 +107,82 @@ class RaidEventTables : public testing::Test {
     Rmc rmc_;
 };
 
+// clang-format off
 TEST_F(RaidEventTables, Volumes) {
     const char* const bad = "Ignoring WARNING event as device is already in BAD state";
     const char* const critical = "Ignoring FATAL event as device already in CRITICAL state";
-    check(
-        0x0001,
-        {
-            {{{0x8A, 2, absent}}, {}, "Optimal/OK", "", "push"},
-            {{{0x8A, 6}}, {}, "Optimal/OK", "", "push"},
-            {{{0xFB, 4, absent}},
-             {},
-             "Optimal/OK",
-             "event (251, 4) received for VD[77] absent in TAV inventory."},
-            {{{0xFC, 5, absent}}, {}, "Optimal/OK", "event (252, 5) received for VD[77] absent"},
-            {{{0x8B, 2, absent}}, {}, "Optimal/OK"},
-            {{{0xFA, 3}}, {}, "Partially degraded/Warning"},
-            {{{0xFA, 3}, {0xFA, 3}}, {}, "Partially degraded/Warning", bad},
-            {{{0xFB, 3}}, {}, "Optimal/OK", bad},
-            {{{0xFB, 4}}, {681}, "Degraded/Critical"},
-            {{{0xFC, 5}}, {681}, "Offline/Critical"},
-            {{{0x51, 4}}, {681}, "Failed/Critical"},
-            {{{0xFA, 3}, {0xFB, 5}}, {681}, "Degraded/Critical"},
-            {{{0xFB, 4}, {0xFC, 4}}, {}, "Degraded/Critical", critical},
-            {{{0x8B, 2}},
-             {},
-             "Optimal/OK",
-             "Invalidate cache as LD has been deleted",
-             "invalidate"},
-            {{{0xF9, 2}},
-             {},
-             "Optimal/OK",
-             "Ignoring event ID 249  INFO event as device is already in OK state"},
-            {{{0xFB, 4}, {0xF9, 2}}, {683}, "Optimal/OK"},
-            {{{0xFB, 4}, {0xF8, 2}}, {}, "Degraded/Critical", "Ignoring event ID 248  INFO event"},
-            {{{0xFB, 6}}, {}, "Optimal/OK"},
-            {{{0xFB, 1}},
-             {},
-             "Optimal/OK",
-             "Event received for lesser severity ignoring the FW event"},
-        });
+    check(0x0001, {
+        {{{0x8A, 2, absent}}, {}, "Optimal/OK", "", "push"},
+        {{{0x8A, 6}}, {}, "Optimal/OK", "", "push"},
+        {{{0xFB, 4, absent}}, {}, "Optimal/OK", "(251, 4) received for VD[77] absent in TAV inventory."},
+        {{{0xFC, 5, absent}}, {}, "Optimal/OK", "(252, 5) received for VD[77] absent in TAV inventory."},
+        {{{0x8B, 2, absent}}, {}, "Optimal/OK"},
+        {{{0xFA, 3}}, {}, "Partially degraded/Warning"},
+        {{{0xFA, 3}, {0xFA, 3}}, {}, "Partially degraded/Warning", bad},
+        {{{0xFB, 3}}, {}, "Optimal/OK", bad},
+        {{{0xFB, 4}}, {681}, "Degraded/Critical"},
+        {{{0xFC, 5}}, {681}, "Offline/Critical"},
+        {{{0x51, 4}}, {681}, "Failed/Critical"},
+        {{{0xFA, 3}, {0xFB, 5}}, {681}, "Degraded/Critical"},
+        {{{0xFB, 4}, {0xFC, 4}}, {}, "Degraded/Critical", critical},
+        {{{0x8B, 2}}, {}, "Optimal/OK", "Invalidate cache as LD has been deleted", "invalidate"},
+        {{{0xF9, 2}}, {}, "Optimal/OK", "event ID 249  INFO event as device is already in OK state"},
+        {{{0xFB, 4}, {0xF9, 2}}, {683}, "Optimal/OK"},
+        {{{0xFB, 4}, {0xF8, 2}}, {}, "Degraded/Critical", "Ignoring event ID 248  INFO event"},
+        {{{0xFB, 6}}, {}, "Optimal/OK"},
+        {{{0xFB, 1}}, {}, "Optimal/OK", "Event received for lesser severity ignoring the FW event"},
+    });
 }
 
 TEST_F(RaidEventTables, Drives) {
     const char* const bad = "Ignoring WARNING event as device is already in BAD state";
+    const char* const critical = "Ignoring FATAL event as device already in CRITICAL state";
+    const char* const inserted = "PD has been inserted to existing  location";
+    const char* const removed = "TAV has realized that PD has been removed";
+    const char* const error = "Error reported on PD [SV1-B] @ slot [1] for controller [SV1].";
     const char* const unknown = "received for PD[NotAvailable] absent in TAV inventory.";
-    const char* const prediction =
+    const char* const foreign = "State variable not recognized by TAV SAS RM. Skipping the event";
+    const std::string predicted =
         "Reporting predictive failure event on PD [SV1-B] @ slot [1] for controller [SV1]";
-    const std::string withPeriod = std::string(prediction) + ".\n";
-    const std::string withoutPeriod = std::string(prediction) + "\n";
+    const std::string withPeriod = predicted + ".\n";
+    const std::string withoutPeriod = predicted + "\n";
     std::vector<Row> rows{
         {{{0x57, 3, absent}}, {}, "Online/OK", unknown},
-        {{{0x01, 5, absent}},
-         {},
-         "Online/OK",
-         "Ignoring CRITICAL/FATAL/WARNING event (1, 5) received"},
+        {{{0x01, 5, absent}}, {}, "Online/OK", "Ignoring CRITICAL/FATAL/WARNING event (1, 5)"},
         {{{0x70, 2, absent}}, {}, "Online/OK", unknown},
         {{{0x57, 2, absent}}, {}, "Online/OK"},
         {{{0x5B, 2, absent}}, {}, "Online/OK", "", "push"},
         {{{0x5B, 3, absent}}, {}, "Online/OK", unknown, "push"},
-        {{{0x5B, 2, 9}}, {}, "Online/OK", "PD has been inserted to existing  location", "push"},
-        {{{0x5B, 4, 9}}, {}, "Online/OK", "PD has been inserted to existing  location", "push"},
-        {{{0x70, 2, 9}}, {538}, "Online/Critical", "TAV has realized that PD has been removed"},
-        {{{0x70, 2, 9}, {0x70, 2, 9}},
-         {},
-         "Online/Critical",
-         "TAV has realized that PD has been removed"},
-        {{{0x72, 2, 9, 0x11}},
-         {538},
-         "Failed/Critical",
-         "PD status has been changed New status: 17",
-         "push"},
+        {{{0x5B, 2, 9}}, {}, "Online/OK", inserted, "push"},
+        {{{0x5B, 4, 9}}, {}, "Online/OK", inserted, "push"},
+        {{{0x70, 2, 9}}, {538}, "Online/Critical", removed},
+        {{{0x70, 2, 9}, {0x70, 2, 9}}, {}, "Online/Critical", removed},
+        {{{0x72, 2, 9, 0x11}}, {538}, "Failed/Critical", "changed New status: 17\n", "push"},
         {{{0x72, 2, 9, 0x01}}, {538}, "Unconfigured bad/Critical", "New status: 1\n", "push"},
-        {{{0x72, 2, 9, 0x10}}, {538}, "Offline/Critical", "New status: 16", "push"},
-        {{{0x72, 2, 9, 0x11}, {0x72, 2, 9, 0x01}},
-         {},
-         "Failed/Critical",
-         "Skipping the event as fru is already BAD state"},
-        {{{0x72, 2, 9, 0x12}},
-         {},
-         "Online/OK",
-         "State variable not recognized by TAV SAS RM. Skipping the event"},
-        {{{0x57, 2, 9}}, {539}, "Predictive failure/Warning"},
+        {{{0x72, 2, 9, 0x10}}, {538}, "Offline/Critical", "New status: 16\n", "push"},
+        {{{0x72, 2, 9, 0x11}, {0x72, 2, 9, 0x01}}, {}, "Failed/Critical", "fru is already BAD state"},
+        {{{0x72, 2, 9, 0x12}}, {}, "Online/OK", foreign},
+        {{{0x57, 2, 9}}, {539}, "Predictive failure/Warning", withPeriod.c_str()},
         {{{0x57, 2, 9}, {0x57, 2, 9}}, {}, "Predictive failure/Warning", bad},
-        {{{0x57, 3, 9}},
-         {539},
-         "Predictive failure/Warning",
-         "Error reported on PD [SV1-B] @ slot [1] for controller [SV1]."},
-        {{{0x57, 2, 9}, {0x57, 3, 9}},
-         {},
-         "Predictive failure/Warning",
-         "Error reported on PD [SV1-B]"},
+        {{{0x57, 3, 9}}, {539}, "Predictive failure/Warning", error},
+        {{{0x57, 3, 9}}, {539}, "Predictive failure/Warning", withPeriod.c_str()},
+        {{{0x57, 2, 9}, {0x57, 3, 9}}, {}, "Predictive failure/Warning", error},
+        {{{0x57, 2, 9}, {0x57, 3, 9}}, {}, "Predictive failure/Warning", bad},
+        {{{0x60, 3, 9}}, {539}, "Predictive failure/Warning", withoutPeriod.c_str()},
         {{{0x57, 2, 9}, {0x60, 3, 9}}, {}, "Predictive failure/Warning", bad},
         {{{0x60, 2, 9}}, {}, "Online/OK"},
         {{{0x61, 3, 9}}, {}, "Online/OK"},
         {{{0x01, 4, 9}}, {538}, "Failed/Critical"},
         {{{0x57, 5, 9}}, {538}, "Failed/Critical"},
-        {{{0x01, 4, 9}, {0x70, 5, 9}},
-         {},
-         "Failed/Critical",
-         "Ignoring FATAL event as device already in CRITICAL state"},
+        {{{0x01, 4, 9}, {0x70, 5, 9}}, {}, "Failed/Critical", critical},
         {{{0x01, 6, 9}}, {}, "Online/OK"},
-        {{{0x57, 2, 9}}, {539}, "Predictive failure/Warning", withPeriod.c_str()},
-        {{{0x60, 3, 9}}, {539}, "Predictive failure/Warning", withoutPeriod.c_str()},
     };
-    const std::map<std::uint8_t, const char*> working{{0x00, "Online/OK"},  {0x02, "Online/OK"},
-                                                      {0x14, "Rebuild/OK"}, {0x18, "Online/OK"},
-                                                      {0x20, "Online/OK"},  {0x40, "Online/OK"}};
+    const std::map<std::uint8_t, const char*> working{
+        {0x00, "Online/OK"}, {0x02, "Online/OK"}, {0x14, "Rebuild/OK"},
+        {0x18, "Online/OK"}, {0x20, "Online/OK"}, {0x40, "Online/OK"}};
     for (const auto& [state, condition] : working) {
-        rows.push_back(
-            {{{0x72, 2, 9, state}}, {}, "Online/OK", "Skipping the event as fru is already OK"});
-        rows.push_back({{{0x72, 2, 9, 0x11}, {0x72, 2, 9, state}},
-                        {540},
-                        condition,
-                        "PD status has been changed",
-                        "push"});
+        rows.push_back({{{0x72, 2, 9, state}}, {}, "Online/OK", "Skipping the event as fru is already OK"});
+        rows.push_back({{{0x72, 2, 9, 0x11}, {0x72, 2, 9, state}}, {540}, condition, "changed New status", "push"});
     }
     check(0x0002, rows);
 }
@@ -230,10 +192,7 @@ TEST_F(RaidEventTables, Controllers) {
         {{{0x0C, 2}}, {}, "Running/OK", "Dropping the event as Device already in OK state."},
         {{{0x0C, 3}}, {}, "Running/OK"},
         {{{0x01, 4}, {0x0D, 2}}, {}, "Failed/Critical"},
-        {{{0x01, 4}, {0x02, 5}},
-         {},
-         "Failed/Critical",
-         "Dropping the event 389 as device already in CRITICAL state."},
+        {{{0x01, 4}, {0x02, 5}}, {}, "Failed/Critical", "Dropping the event 389 as device already in CRITICAL state."},
     };
     for (const int eventClass : {4, 5, 6})
         rows.push_back({{{0x0C, eventClass}}, {398}, "Failed/Critical"});
@@ -241,5 +200,6 @@ TEST_F(RaidEventTables, Controllers) {
         rows.push_back({{{0x01, 4}, {code, 2}}, {397}, "Running/OK"});
     check(0x0020, rows);
 }
+// clang-format on
 
 }  // namespace
