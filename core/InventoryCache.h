@@ -1,9 +1,12 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <utility>
+
+#include "core/Waiting.h"
 
 namespace tav {
 
@@ -27,13 +30,20 @@ class InventoryCache {
         ~Build() { cache_.buildInProgress_ = false; }
 
         void publish(Inventory inventory) {
-            Snapshot fresh = std::make_shared<const Inventory>(std::move(inventory));
-            // The old generation, perhaps with its last owner here, is freed after the lock.
-            const std::lock_guard<std::mutex> held(cache_.snapshotLock_);
-            cache_.snapshot_.swap(fresh);
+            Snapshot snapshot = std::make_shared<const Inventory>(std::move(inventory));
+            {
+                const std::lock_guard<std::mutex> held(cache_.snapshotLock_);
+                cache_.snapshot_.swap(snapshot);
+            }
+            // Freeing thousands of records takes long. A reader that still copies from the old
+            // generation must not become its last owner.
+            while (snapshot.use_count() > 1 && pauseFor(readerPatience) == Pause::Finished) {
+            }
         }
 
      private:
+        static constexpr std::chrono::milliseconds readerPatience{1};
+
         InventoryCache& cache_;
         std::lock_guard<std::mutex> held_;
     };
@@ -44,6 +54,16 @@ class InventoryCache {
         const bool building = buildInProgress_;
         const std::lock_guard<std::mutex> held(snapshotLock_);
         return {snapshot_, building};
+    }
+
+    /// Publishes the current generation as `edit` changes a copy of it. A build that is running
+    /// knows nothing of it. Any thread.
+    template <class Edit>
+    void change(Edit edit) {
+        const std::lock_guard<std::mutex> held(snapshotLock_);
+        Inventory changed = *snapshot_;
+        edit(changed);
+        snapshot_ = std::make_shared<const Inventory>(std::move(changed));
     }
 
     bool isBuildInProgress() const { return buildInProgress_; }

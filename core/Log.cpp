@@ -58,6 +58,10 @@ void ModuleLog::debug(SourceLine line, const char* format, ...) const {
     va_end(arguments);
 }
 
+bool ModuleLog::writesDebug() const {
+    return Logger::getInstance()->writesDebug();
+}
+
 void ModuleLog::infoText(SourceLine line, const std::string& text) const {
     Logger::getInstance()->info(text, module_, line.number);
 }

@@ -36,6 +36,9 @@ class TAV_API ModuleLog {
     void debug(SourceLine line, const char* format, ...) const
         __attribute__((format(printf, 3, 4)));
 
+    /// Whether debug lines are written, for messages whose arguments are costly to make.
+    bool writesDebug() const;
+
     /// A ready text of any length, written whole.
     void infoText(SourceLine line, const std::string& text) const;
 

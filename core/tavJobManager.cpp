@@ -8,6 +8,7 @@
 #include "core/Threads.h"
 #include "core/tavConfig.h"
 #include "core/tavFactory.h"
+#include "rmc/tavServer.h"
 
 using tav::at;
 using tav::here;
@@ -66,6 +67,14 @@ void tavJobManager::stopResourceManagers() {
         tav::joinThread(threads.at(resourceTypeIndex(started.type)));
     }
     logger.info(at(221), "TAV Exiting Gracefully!");
+}
+
+void tavJobManager::startTAVServer() {
+    TAVServer::initializeTAVServer();
+}
+
+void tavJobManager::stopTAVServer() {
+    TAVServer::stopTAVServer();
 }
 
 void* initializeResourceManager(void* type) {

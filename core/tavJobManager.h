@@ -20,6 +20,10 @@ class TAV_API tavJobManager {
     /// marks the end.
     void stopResourceManagers();
 
+    /// Starts and stops the server of the command-line clients.
+    static void startTAVServer();
+    static void stopTAVServer();
+
  private:
     tavJobManager() = default;
 

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "hwlib/FileReading.h"
+#include "hwlib/OwnedCopies.h"
 #include "hwlib/SysfsNumbers.h"
 
 namespace {
@@ -16,13 +17,6 @@ Number readNumber(const char* path, SysfsFormat format) {
     return number;
 }
 
-/// A new buffer with a copy of `bytes`; null without memory.
-void* newCopy(std::span<const char> bytes) {
-    void* const copy = std::malloc(bytes.size());
-    if (copy != nullptr) std::memcpy(copy, bytes.data(), bytes.size());
-    return copy;
-}
-
 }  // namespace
 
 char* get_sysfs_str(const char* path) {
@@ -31,18 +25,16 @@ char* get_sysfs_str(const char* path) {
     const std::size_t length = tav::readFileOnce(path, {text, tav::attributeLimit});
     text[length] = '\0';
     if (text[0] == '\0') return nullptr;
-    const std::size_t lineLength = std::strcspn(text, "\n");
-    text[lineLength] = '\0';
-    return static_cast<char*>(newCopy({text, lineLength + 1}));
+    return tav::newText({text, std::strcspn(text, "\n")});
 }
 
 unsigned char* get_sysfs_buf(const char* path, std::size_t* size) {
     char bytes[tav::attributeLimit];
     const std::size_t length = tav::readFileOnce(path, bytes);
     if (length == 0) return nullptr;
-    void* const buffer = newCopy({bytes, length});
+    unsigned char* const buffer = tav::newBytes(std::as_bytes(std::span(bytes, length)));
     if (buffer != nullptr) *size = length;
-    return static_cast<unsigned char*>(buffer);
+    return buffer;
 }
 
 std::uint64_t get_sysfs_llhex(const char* path) {

@@ -15,6 +15,7 @@ Usage: tavd [OPTION]
 Without an option, runs in the foreground until SIGTERM or SIGINT asks it to stop.
 SIGHUP looks whether a log has grown enough to be moved to the backup directory.
 
+  --fibre-channel      watch the Fibre Channel ports too, and report their events
   --print              build the inventory once, print it, send nothing, and end
   --check-config FILE  say for each setting in FILE what is accepted and what is replaced
   --help               this text
@@ -33,8 +34,9 @@ Exit status:
 )";
 
 Options parseOptions(int argc, char** argv) {
-    constexpr std::array<option, 5> longOptions = {
-        {{"print", no_argument, nullptr, 'p'},
+    constexpr std::array<option, 6> longOptions = {
+        {{"fibre-channel", no_argument, nullptr, 'f'},
+         {"print", no_argument, nullptr, 'p'},
          {"check-config", required_argument, nullptr, 'c'},
          {"help", no_argument, nullptr, 'h'},
          {"version", no_argument, nullptr, 'v'},
@@ -43,23 +45,27 @@ Options parseOptions(int argc, char** argv) {
     int letter = 0;
     while ((letter = ::getopt_long(argc, argv, "h", longOptions.data(), nullptr)) != -1) {
         switch (letter) {
+            case 'f':
+                options.fibreChannel = true;
+                break;
             case 'p':
                 options.task = Task::Print;
                 break;
             case 'c':
-                options = {Task::CheckConfig, ::optarg};
+                options.task = Task::CheckConfig;
+                options.file = ::optarg;
                 break;
             case 'h':
-                return {Task::Help, {}};
+                return {Task::Help, {}, false};
             case 'v':
-                return {Task::Version, {}};
+                return {Task::Version, {}, false};
             default:
-                return {Task::Refuse, {}};
+                return {Task::Refuse, {}, false};
         }
     }
     if (::optind < argc) {
         std::cerr << "tavd: unexpected argument '" << argv[::optind] << "'; see tavd --help\n";
-        return {Task::Refuse, {}};
+        return {Task::Refuse, {}, false};
     }
     return options;
 }

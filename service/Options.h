@@ -9,7 +9,8 @@ enum class Task { Serve, Help, Version, CheckConfig, Print, Refuse };
 
 struct Options {
     Task task = Task::Serve;
-    std::string file;  ///< for Task::CheckConfig
+    std::string file;           ///< for Task::CheckConfig
+    bool fibreChannel = false;  ///< for Task::Serve: run the Fibre Channel manager too
 };
 
 /// Reads the command line; what is wrong with it has been told on the standard error then.

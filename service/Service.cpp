@@ -4,6 +4,9 @@
 #include <atomic>
 #include <cerrno>
 #include <iostream>
+#include <thread>
+#include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -16,10 +19,13 @@
 #include "core/Log.h"
 #include "core/Logger.h"
 #include "core/StopSignal.h"
+#include "core/Threads.h"
 #include "core/tavConfig.h"
 #include "core/tavFactory.h"
 #include "core/tavJobManager.h"
 #include "core/tavUtils.h"
+#include "fc/FCResourceManager.h"
+#include "nic/NICEventMonitor.h"
 #include "rmc/tavIPMIDBService.h"
 #include "rmc/tavJsonAggregator.h"
 #include "service/CrashCapture.h"
@@ -103,26 +109,64 @@ void makeOwnDirectories() {
     }
 }
 
+/// The Fibre Channel manager on a thread of its own; the job manager runs all others.
+class FibreChannel {
+ public:
+    bool start() {
+        const int failure =
+            tav::startThread(thread_, "tav-fc", [] { FCResourceManager::getInstance()->init(); });
+        if (failure == 0) return true;
+        logger.error(tav::here(), "The Fibre Channel manager cannot be started (errno: %d)",
+                     failure);
+        return false;
+    }
+    void stop() {
+        if (!thread_.joinable()) return;
+        FCResourceManager::getInstance()->stopResourceManagerJob();
+        tav::joinThread(thread_);
+    }
+
+ private:
+    std::thread thread_;
+};
+
 /// The push is asked for before its thread starts: only then does the first inventory leave right
 /// after the managers are ready, instead of one push interval later.
 bool startEverything() {
     tavUtils().initGeoIDMap();
     if (!tavJobManager::getInstance()->startResourceManagers()) return false;
+    tavJobManager::startTAVServer();
     tavJsonAggregator::getInstance()->sendInventory(true);
     tavJsonAggregator::getInstance()->sendInventory(false);
     tavIPMIDBService::starttavIPMIDBService();
+    if (tavConfig::getInstance()->isResourceEnabled(ETHERNET_DEVICES)) {
+        NICEventMonitor::startMonitoring();
+    }
     return true;
 }
 
 void stopEverything() {
+    tavJobManager::stopTAVServer();
+    if (tavConfig::getInstance()->isResourceEnabled(ETHERNET_DEVICES)) {
+        NICEventMonitor::stopMonitoring();
+    }
     tavIPMIDBService::stoptavIPMIDBService();
     tavJsonAggregator::stoptavJsonAggregator();
     tavJobManager::getInstance()->stopResourceManagers();
 }
 
+void addFibreChannel(Json::Value& document) {
+    FCResourceManager* const manager = FCResourceManager::getInstance();
+    manager->cacheBuild();
+    std::vector<Json::Value> ports;
+    manager->getInventoryJsonObject(ports);
+    for (Json::Value& port : ports)
+        document["FibreChannelDevices"].append(std::move(port));
+}
+
 }  // namespace
 
-int serve() {
+int serve(bool withFibreChannel) {
     const sigset_t whileWaiting = handleSignals();
     const tav::StopScope scope(&requests().stop);
     tav::FileDescriptor lock;
@@ -137,8 +181,10 @@ int serve() {
         logger.warning(tav::here(),
                        "There is no usable configuration file; the built-in defaults apply.");
     }
-    const bool started = startEverything();
+    FibreChannel fibreChannel;
+    const bool started = startEverything() && (!withFibreChannel || fibreChannel.start());
     if (started) waitForStop(whileWaiting);
+    fibreChannel.stop();
     stopEverything();
     return started ? 0 : 1;
 }
@@ -152,7 +198,8 @@ int printInventory() {
         tavResourceManager* const manager = tavFactory().createInstance(type);
         if (manager != nullptr) manager->cacheBuild();
     }
-    const Json::Value document = tavJsonAggregator::collectInventory();
+    Json::Value document = tavJsonAggregator::collectInventory();
+    addFibreChannel(document);
     if (document.isNull()) {
         std::cerr << "tavd: there is no inventory; is any resource enabled?\n";
         return 1;

@@ -20,7 +20,7 @@ int main(int argc, char** argv) {
         case tavd::Task::Refuse:
             return 2;
         case tavd::Task::Serve:
-            return tavd::serve();
+            return tavd::serve(options.fibreChannel);
     }
     return 2;
 }

@@ -8,8 +8,10 @@ namespace tav::ctl {
 /// What the client ends with.
 enum ExitStatus : int {
     Done = 0,
-    Failed = 1,   ///< The request was understood and could not be fulfilled.
-    Misused = 2,  ///< The command line does not say what to do.
+    Failed = 1,     ///< The request was understood and could not be fulfilled.
+    Misused = 2,    ///< The command line does not say what to do.
+    NoService = 3,  ///< No service takes requests on this host.
+    NoAnswer = 4,   ///< The service has not answered in time.
 };
 
 using Arguments = std::span<const char* const>;
@@ -23,6 +25,9 @@ struct Command {
     ExitStatus (*run)(Arguments arguments);
 };
 
+extern const Command eventCommand;
 extern const Command locationCommand;
+extern const Command sendCommand;
+extern const Command statusCommand;
 
 }  // namespace tav::ctl

@@ -1,14 +1,13 @@
 #include <array>
-#include <charconv>
 #include <cstdint>
 #include <iomanip>
 #include <iostream>
 #include <optional>
 #include <string_view>
-#include <system_error>
 
 #include "hwlib/physloc.h"
 #include "tools/Command.h"
+#include "tools/LocationCode.h"
 
 namespace tav::ctl {
 namespace {
@@ -47,15 +46,6 @@ and FFFFFFFFFFFFFF00 (not expressible as a code).
 Exit status: 0 printed, 1 the code names no place, 2 not a code.
 )";
 
-std::optional<std::uint64_t> parseCode(std::string_view text) {
-    if (text.size() != 16) return std::nullopt;
-    std::uint64_t code = 0;
-    const char* const end = text.data() + text.size();
-    const auto [next, error] = std::from_chars(text.data(), end, code, 16);
-    if (error != std::errc{} || next != end) return std::nullopt;
-    return code;
-}
-
 const char* whyNowhere(std::uint64_t code) {
     switch (code) {
         case 0xFFFFFFFFFFFFFFFF:
@@ -84,11 +74,9 @@ ExitStatus run(Arguments arguments) {
         std::cerr << "tavctl location: exactly one CODE is needed; see tavctl location --help\n";
         return Misused;
     }
-    const std::optional<std::uint64_t> code = parseCode(arguments[0]);
+    const std::optional<std::uint64_t> code = parseLocationCode(arguments[0]);
     if (!code) {
-        std::cerr << "tavctl location: '" << arguments[0]
-                  << "' is not a location code, which is 16 hexadecimal digits such as "
-                     "0003000106010005\n";
+        std::cerr << "tavctl location: " << notALocationCode(arguments[0]) << '\n';
         return Misused;
     }
     if (printForms(*code) == Done) return Done;

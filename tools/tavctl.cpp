@@ -10,7 +10,7 @@
 namespace tav::ctl {
 namespace {
 
-const std::array commands{&locationCommand};
+const std::array commands{&eventCommand, &sendCommand, &statusCommand, &locationCommand};
 
 bool asksForHelp(std::string_view argument) {
     return argument == "--help" || argument == "-h";

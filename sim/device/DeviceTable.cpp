@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <map>
 #include <mutex>
+#include <string_view>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -18,6 +19,7 @@ namespace {
 struct Table {
     std::mutex lock;
     std::map<std::string, std::shared_ptr<Device>, std::less<>> devices;
+    std::map<std::string, FindDevice> finders;  ///< by the prefix of their paths
     std::map<ino_t, std::shared_ptr<OpenDevice>> opened;
 };
 
@@ -33,11 +35,26 @@ std::optional<ino_t> socketInode(int descriptor) {
     return status.st_ino;
 }
 
-std::shared_ptr<Device> deviceAt(const char* path) {
+FindDevice finderOf(std::string_view path) {
+    Table& known = table();
+    const std::lock_guard guard(known.lock);
+    for (const auto& [prefix, find] : known.finders) {
+        if (path.starts_with(prefix)) return find;
+    }
+    return nullptr;
+}
+
+std::shared_ptr<Device> installedDevice(const char* path) {
     Table& known = table();
     const std::lock_guard guard(known.lock);
     const auto found = known.devices.find(path);
     return found == known.devices.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<Device> deviceAt(const char* path) {
+    if (auto device = installedDevice(path)) return device;
+    const FindDevice find = finderOf(path);
+    return find == nullptr ? nullptr : find(path);
 }
 
 std::shared_ptr<OpenDevice> openedAs(ino_t inode) {
@@ -81,6 +98,12 @@ void installDevice(const std::string& path, std::shared_ptr<Device> device) {
     Table& known = table();
     const std::lock_guard guard(known.lock);
     known.devices[path] = std::move(device);
+}
+
+void installDevices(const std::string& prefix, FindDevice find) {
+    Table& known = table();
+    const std::lock_guard guard(known.lock);
+    known.finders[prefix] = find;
 }
 
 void removeDevice(const std::string& path) {

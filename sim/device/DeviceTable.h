@@ -46,6 +46,11 @@ class Device {
 void installDevice(const std::string& path, std::shared_ptr<Device> device);
 void removeDevice(const std::string& path);
 
+/// From now on a path that begins with `prefix`, and has no device of its own, is served by what
+/// `find` makes of it; null: by nothing.
+using FindDevice = std::shared_ptr<Device> (*)(const std::string& path);
+void installDevices(const std::string& prefix, FindDevice find);
+
 /// open() of `path`: a descriptor or a negative error number; empty when no device is installed.
 std::optional<int> openDevice(const char* path, int flags);
 

@@ -19,6 +19,11 @@ std::string firstLine(const std::string& path) {
     return text.substr(0, text.find('\n'));
 }
 
+std::string linkTarget(const std::string& path) {
+    std::error_code error;
+    return std::filesystem::read_symlink(path, error).filename();
+}
+
 std::vector<std::string> namesIn(const std::string& directory) {
     std::vector<std::string> names;
     std::error_code error;

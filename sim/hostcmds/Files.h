@@ -11,6 +11,9 @@ std::string fileText(const std::string& path);
 /// The file's first line without its end; empty when it cannot be read.
 std::string firstLine(const std::string& path);
 
+/// The last component of a link's target; empty when it cannot be read.
+std::string linkTarget(const std::string& path);
+
 /// The names in a directory, sorted; none when it cannot be read.
 std::vector<std::string> namesIn(const std::string& directory);
 

@@ -16,15 +16,6 @@ const std::string pciDevices = "/sys/bus/pci/devices/";
 const std::string pciSlots = "/sys/bus/pci/slots/";
 const std::string scsiHosts = "/sys/class/scsi_host/";
 
-std::string row(const std::string& label, const std::string& value) {
-    return "   " + label + ": " + value + '\n';
-}
-
-std::string linkTarget(const std::string& path) {
-    std::error_code error;
-    return std::filesystem::read_symlink(path, error).filename();
-}
-
 /// Names of the physical slots by the address without function that each slot's file holds.
 std::map<std::string, std::string> readSlots() {
     std::map<std::string, std::string> slots;
@@ -39,7 +30,12 @@ std::string padded(std::string text, std::size_t width) {
     return text + "  ";
 }
 
-/// A table as the hypervisor prints it: a heading, a line of dashes, then the rows.
+}  // namespace
+
+std::string row(const std::string& label, const std::string& value) {
+    return "   " + label + ": " + value + '\n';
+}
+
 std::string table(const std::vector<std::vector<std::string>>& rows) {
     std::vector<std::size_t> widths(rows.front().size());
     for (const auto& cells : rows) {
@@ -63,7 +59,6 @@ std::string table(const std::vector<std::vector<std::string>>& rows) {
     return text;
 }
 
-/// The last component of the path that is a PCI address: "0000:00:1f.2".
 std::string pciAddressIn(const std::filesystem::path& path) {
     std::string address;
     for (const auto& part : path) {
@@ -73,8 +68,6 @@ std::string pciAddressIn(const std::filesystem::path& path) {
     }
     return address;
 }
-
-}  // namespace
 
 std::string valueOf(std::string_view text, std::string_view key, char separator) {
     while (!text.empty()) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <map>
 #include <span>
 #include <string>
@@ -11,6 +12,12 @@
 
 /// What the hypervisor's commands print, from the facts of a Linux machine.
 namespace tav::sim {
+
+/// "   Label: value", as the hypervisor prints one fact of several.
+std::string row(const std::string& label, const std::string& value);
+
+/// A table as the hypervisor prints it: a heading (the first row), a line of dashes, then the rows.
+std::string table(const std::vector<std::vector<std::string>>& rows);
 
 /// `localcli system version get`. `osRelease` is the text of /etc/os-release; the kernel's release
 /// stands for the build, and for the version of a system that has none.
@@ -54,6 +61,9 @@ struct SummaryLine {
     std::string text;
 };
 std::string summaryLog(std::vector<SummaryLine> lines);
+
+/// The last component of the path that is a PCI address ("0000:00:1f.2"); empty when there is none.
+std::string pciAddressIn(const std::filesystem::path& path);
 
 /// The value of `key` in "key=value" or "key: value" lines, without quotes; empty when not there.
 std::string valueOf(std::string_view text, std::string_view key, char separator);

@@ -40,6 +40,10 @@ std::string vitalProductData(const Json::Value& vpd) {
     return resource(nameTag, text(vpd, "name")) + resource(readOnlyTag, keywords) + endTag;
 }
 
+/// The tables that the firmware names. SMBIOS is none of them, so that nobody waits for a memory
+/// device to read it from.
+constexpr const char* firmwareTables = "/sys/firmware/efi/systab";
+
 struct FunctionAttribute {
     const char* file;
     const char* name;
@@ -198,6 +202,7 @@ void buildServer(const Json::Value& server, const Tree& tree) {
         buildDisk(disk, hosts, tree);
     for (const Json::Value& port : member(server, "fibreChannel"))
         buildFibreChannelPort(port, tree);
+    tree.write(firmwareTables, "ACPI20=0x7bffe014\n");
     tree.write(serverDescription, oneLine(server) + '\n');
 }
 

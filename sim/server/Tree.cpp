@@ -30,7 +30,9 @@ void Tree::write(const std::string& path, std::string_view text) const {
 
 void Tree::link(const std::string& path, const std::string& target) const {
     const fs::path from = inside(path);
-    const fs::path relative = fs::path(target).lexically_relative(fs::path(path).parent_path());
+    const fs::path pointed = target;
+    const fs::path above = pointed.parent_path().lexically_relative(fs::path(path).parent_path());
+    const fs::path relative = (above / pointed.filename()).lexically_normal();
     if (fs::is_symlink(from)) {
         if (fs::read_symlink(from) == relative) return;
         fs::remove(from);

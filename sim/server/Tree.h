@@ -16,7 +16,8 @@ class Tree {
     /// replaced in one step, so that whoever reads it meanwhile gets the old one or the new one.
     /// What would not change is left alone, so that its directory does not seem to have changed.
     void write(const std::string& path, std::string_view text) const;
-    /// A link to another absolute path of the tree, written relative as sysfs does.
+    /// A link to another absolute path of the tree, written as sysfs does: relative, and ending
+    /// with the target's name even where the target is a directory above.
     void link(const std::string& path, const std::string& target) const;
     void makeDirectory(const std::string& path) const;
 

@@ -69,31 +69,44 @@ TEST(Readiness, TheLastRoundLeavesAWishForAPush) {
     EXPECT_FALSE(answeredAfter.complete()) << "once";
 }
 
-TEST(InventoryCache, ReadersNeverWaitAndNeverSeeHalfABuild) {
-    tav::InventoryCache<std::vector<int>> cache;
-    EXPECT_TRUE(cache.read().first->empty());
+/// Numbers that are all alike, and that know who frees them.
+struct Numbers {
+    std::vector<int> all;
+    std::shared_ptr<void> owner;
+};
+
+TEST(InventoryCache, ReadersNeverWaitNeverSeeHalfABuildAndNeverFreeOne) {
+    tav::InventoryCache<Numbers> cache;
+    EXPECT_TRUE(cache.read().first->all.empty());
     std::atomic<bool> done{false};
+    std::atomic<int> freedByReaders{0};
+    const auto noteFreeing = [&, builder = std::this_thread::get_id()](void*) {
+        if (std::this_thread::get_id() != builder) ++freedByReaders;
+    };
     std::vector<std::thread> readers;
     for (int reader = 0; reader < 3; ++reader) {
         readers.emplace_back([&] {
             while (!done) {
                 const auto [numbers, building] = cache.read();
-                for (const int number : *numbers)
-                    EXPECT_EQ(number, numbers->front());
+                for (const int number : numbers->all)
+                    EXPECT_EQ(number, numbers->all.front());
             }
         });
     }
     for (int generation = 1; generation <= 2000; ++generation) {
-        tav::InventoryCache<std::vector<int>>::Build build(cache);
+        tav::InventoryCache<Numbers>::Build build(cache);
         EXPECT_TRUE(cache.read().second);
-        if (generation % 3 != 0) build.publish(std::vector<int>(100, generation));
-        const auto& seen = *cache.read().first;
-        EXPECT_EQ(seen.front(), generation % 3 != 0 ? generation : generation - 1);
+        if (generation % 3 != 0) {
+            build.publish({std::vector<int>(100, generation), {&cache, noteFreeing}});
+        }
+        const int seen = cache.read().first->all.front();
+        EXPECT_EQ(seen, generation % 3 != 0 ? generation : generation - 1);
     }
     done = true;
     for (std::thread& reader : readers)
         reader.join();
     EXPECT_FALSE(cache.read().second);
+    EXPECT_EQ(freedByReaders, 0);
 }
 
 TEST(JobManager, StartsOneThreadPerTypeAndEndsThoseThatAreDisabled) {

@@ -34,10 +34,10 @@ tav::CommandResult tavd(const std::string& arguments) {
 /// A running service; its standard error goes to a file.
 class Tavd {
  public:
-    Tavd() : process_(::fork()) {
+    explicit Tavd(const char* argument = nullptr) : process_(::fork()) {
         if (process_ == 0) {
             [[maybe_unused]] const auto* file = std::freopen("/tmp/stderr", "w", stderr);
-            ::execl(TAVD, TAVD, nullptr);
+            ::execl(TAVD, TAVD, argument, nullptr);
             ::_exit(127);
         }
     }
@@ -59,6 +59,10 @@ class Tavd {
         ::waitpid(process_, &status, 0);
         process_ = -1;
         return status;
+    }
+    /// The names of its threads, a line each.
+    std::string threads() const {
+        return runShell("cat /proc/" + std::to_string(process_) + "/task/*/comm").output;
     }
     void signal(int number) const { ::kill(process_, number); }
 
@@ -109,6 +113,29 @@ TEST(Tavd, PrintsTheInventoryAndSendsNothing) {
     EXPECT_FALSE(std::filesystem::exists("/opt/orn/tav/data/ornTAVStartup.txt"));
     tav::test::writeConfiguration(R"("EnableResources":[])");
     EXPECT_EQ(tavd("--print").exitStatus, 1);
+}
+
+TEST(Tavd, FibreChannelIsWatchedWhereWanted) {
+    logEverything(R"("EnableResources":[])");
+    writeFile("/sys/class/fc_host/host8/port_state", "Linkdown\n");
+    writeFile("/sys/class/scsi_host/host8/serialnum", "FC1\n");
+    const Json::Value document = tav::test::parseJson(tavd("--print").output);
+    EXPECT_EQ(document["FibreChannelDevices"][0]["SerialNumber"], "FC1");
+    EXPECT_EQ(document["FibreChannelDevices"][0]["Status"]["State"], "Linkdown");
+    EXPECT_FALSE(document.isMember("HostDataCollection"));
+    {
+        std::filesystem::remove_all("/var/log/tav");
+        Tavd service("--fibre-channel");
+        service.waitForLog("Building FC Cache");
+        EXPECT_THAT(service.threads(), HasSubstr("tav-fc\n"));
+        const auto begin = Clock::now();
+        EXPECT_EQ(service.stop(SIGTERM), 0);
+        EXPECT_LT(Clock::now() - begin, 1500ms);
+    }
+    std::filesystem::remove_all("/var/log/tav");
+    Tavd service;
+    service.waitForLog("starts.");
+    EXPECT_THAT(service.threads(), testing::Not(HasSubstr("tav-fc")));
 }
 
 TEST(Tavd, StopsAtOnceAndRunsOnlyOnce) {

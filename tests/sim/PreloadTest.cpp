@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -62,6 +63,21 @@ TEST(Preload, CarriesCommandsToTheControllerAndGivesUpLikeTheDriver) {
     EXPECT_THAT(record.str(),
                 HasSubstr(R"({"command":"MPEventGen","frames":1,"payload":"{\"ID\":356}"})"));
     EXPECT_THAT(record.str(), HasSubstr(R"({"violation":")"));
+}
+
+TEST(Preload, ServesTheDisksThatHaveFacts) {
+    const auto ask = [](const std::string& command) {
+        return outputOf("LD_PRELOAD=" TAV_PRELOAD " " TAV_SEND_SCSI_COMMAND " /dev/sg5 " + command +
+                        " 2>&1");
+    };
+    const std::string serialNumber = "12 01 80 00 FC 00";
+    EXPECT_EQ(ask(serialNumber), "error 2\nstatus 1");
+    std::filesystem::create_directories("/run/sim/disks");
+    std::ofstream("/run/sim/disks/sg5") << "protocol=SAS\nserial=S47\n";
+    EXPECT_EQ(ask(serialNumber), "00800003533437\nstatus 0");
+    EXPECT_EQ(ask("12 01 80 00 05 00"), "0080000353\nstatus 0") << "cut to the allocation length";
+    EXPECT_EQ(ask("12 01 C0 00 FC 00"), "sense 700005000000000A00000000240000000000\nstatus 0");
+    EXPECT_EQ(ask("F0 00 00 00 00 00"), "sense 700005000000000A00000000200000000000\nstatus 0");
 }
 
 }  // namespace

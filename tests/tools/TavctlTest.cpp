@@ -13,8 +13,17 @@ struct Outcome {
     std::string output;
 };
 
+/// For use between single quotes.
+std::string quoted(const std::string& text) {
+    std::string result;
+    for (const char c : text)
+        result += c == '\'' ? "'\\''" : std::string(1, c);
+    return result;
+}
+
 Outcome tavctl(const std::string& arguments) {
-    std::FILE* const pipe = ::popen((TAVCTL " 2>&1 " + arguments).c_str(), "r");
+    const std::string command = "exec 2>&1; " TAVCTL " " + arguments;
+    std::FILE* const pipe = ::popen(("bash -c '" + quoted(command) + '\'').c_str(), "r");
     Outcome outcome{-1, {}};
     std::array<char, 4096> chunk;
     while (const std::size_t size = std::fread(chunk.data(), 1, chunk.size(), pipe)) {
@@ -75,6 +84,53 @@ TEST(Tavctl, ExplainsItself) {
         EXPECT_NE(outcome.output.find("tavctl"), std::string::npos);
     }
     EXPECT_NE(tavctl("location --help").output.find("r001i06s03"), std::string::npos);
+}
+
+TEST(Tavctl, NeverWaitsForAServiceThatDoesNotRun) {
+    struct Case {
+        const char* arguments;
+        int status;
+        const char* reason;
+    };
+    const std::vector<Case> cases{
+        {"event 708", 3, "tavd does not run"},
+        {"event 999", 2, "is no ID of a test event"},
+        {"event 708x", 2, "is no ID of a test event"},
+        {"event 538 --location x", 2, "is not a location code"},
+        {"event 538 --place FFFFFFFFFFFFFFFF", 2, "exactly one ID"},
+        {"event", 2, "exactly one ID"},
+        {"send - </dev/null", 2, "is no JSON"},
+        {"send - <<<'{\"ID\":1}'", 3, "tavd does not run"},
+        {"send /none", 1, "cannot read /none"},
+        {"send /dev/zero", 2, "longer than"},
+        {"status", 3, "does not run"},
+        {"status now", 2, "nothing to be added"},
+    };
+    for (const Case& each : cases) {
+        const Outcome outcome = tavctl(each.arguments);
+        EXPECT_EQ(outcome.status, each.status) << each.arguments;
+        EXPECT_NE(outcome.output.find(each.reason), std::string::npos)
+            << each.arguments << ": " << outcome.output;
+    }
+}
+
+/// What stands for the service holds the request pipe open for a second, and answers nothing.
+constexpr const char* silentService =
+    "--version; mkfifo /run/orntav; sleep 1 <>/run/orntav >/dev/null & sleep 0.2; ";
+
+TEST(Tavctl, NoticesAServiceThatEndsWithoutAnAnswer) {
+    const Outcome outcome =
+        tavctl(silentService + std::string(TAVCTL " event 708; echo $?; ls /run"));
+    EXPECT_NE(outcome.output.find("has ended without an answer\n4\n"), std::string::npos)
+        << outcome.output;
+    EXPECT_EQ(outcome.output.find("orntavcli"), std::string::npos) << "it leaves no pipe";
+}
+
+TEST(Tavctl, RemovesItsPipeWhenItIsInterrupted) {
+    const Outcome outcome = tavctl(
+        silentService + std::string("timeout -s INT 0.3 " TAVCTL " event 708; echo $?; ls /run"));
+    EXPECT_NE(outcome.output.find("has not answered\n"), std::string::npos) << outcome.output;
+    EXPECT_EQ(outcome.output.find("orntavcli"), std::string::npos) << outcome.output;
 }
 
 }  // namespace

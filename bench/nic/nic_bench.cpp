@@ -1,0 +1,216 @@
+// What Ethernet costs: from a link change to the inventory, a rebuild, a poll, and the stand-in for
+// the hypervisor's interface list. In a private root and network, which it fills.
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include "bench/Measure.h"
+#include "core/FileDescriptor.h"
+#include "nic/LinkMessages.h"
+#include "nic/NICEventMonitor.h"
+#include "nic/NICResourceManager.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr int cables = 100;  // of two interfaces each
+constexpr int rebuiltAdapters = 64;
+constexpr int linkChanges = 400;
+constexpr int polls = 2000;
+
+std::string adapter(int number) {
+    return "eth" + std::to_string(number);
+}
+
+void must(const std::string& command) {
+    if (std::system(command.c_str()) != 0) ::_exit(2);
+}
+
+void makeCables() {
+    std::ofstream batch("/tmp/batch");
+    for (int number = 0; number < cables * 2; number += 2)
+        batch << "link add " << adapter(number) << " type veth peer name " << adapter(number + 1)
+              << "\nlink set " << adapter(number + 1) << " up\n";
+    batch.close();
+    must("ip -batch /tmp/batch");
+}
+
+void makeSysfs() {
+    fs::create_directories("/sys/class/net");
+    fs::create_directories("/run/sim/ethernet");
+    for (int number = 0; number < cables * 2; ++number) {
+        const std::string function = "/sys/devices/pci0000:3b/0000:3b:00.0";
+        const std::string directory = function + "/net/" + adapter(number);
+        fs::create_directories(directory);
+        fs::create_directory_symlink("../..", directory + "/device");
+        fs::create_directory_symlink(directory, "/sys/class/net/" + adapter(number));
+        std::ofstream("/run/sim/ethernet/" + adapter(number))
+            << "Description: Simulated adapter\nFirmware Version: 1\nSpeed: 10000\n";
+    }
+}
+
+/// A host that lists some adapters as fast as a shell can.
+void listAdapters(int count) {
+    std::ofstream list("/tmp/list");
+    list << "header\n------\n";
+    for (int number = 0; number < count; ++number)
+        list << adapter(number * 2) << " 0000:3b:00.0 veth Up Up 1000 Full m 1500 Adapter\n";
+    list.close();
+    std::ofstream("/run/sim/bin/localcli")
+        << "#!/bin/sh\ncase \"$*\" in 'network nic list') cat /tmp/list;;\n"
+           "*) echo 'Firmware Version: 1';; esac\n";
+    fs::permissions("/run/sim/bin/localcli", fs::perms::owner_all);
+}
+
+void setLink(const std::string& name, bool up) {
+    static const tav::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    ifreq request{};
+    std::strncpy(request.ifr_name, name.c_str(), IFNAMSIZ - 1);
+    if (::ioctl(socket.get(), SIOCGIFFLAGS, &request) != 0) ::_exit(2);
+    const int flags = request.ifr_flags;
+    request.ifr_flags = static_cast<short>(up ? flags | IFF_UP : flags & ~IFF_UP);
+    if (::ioctl(socket.get(), SIOCSIFFLAGS, &request) != 0) ::_exit(2);
+}
+
+struct Latency {
+    double median, percentile99;
+};
+
+/// Microseconds from taking a link down until `isDown` says so.
+Latency measureLatency(const std::function<bool()>& isDown) {
+    std::vector<double> samples;
+    for (int change = 0; change < linkChanges; ++change) {
+        setLink(adapter(0), true);
+        while (isDown())
+            std::this_thread::sleep_for(1ms);
+        const auto start = Clock::now();
+        setLink(adapter(0), false);
+        while (!isDown())
+            std::this_thread::yield();
+        samples.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
+    }
+    std::sort(samples.begin(), samples.end());
+    return {samples[samples.size() / 2], samples[samples.size() * 99 / 100]};
+}
+
+/// A program that does nothing but receive: the last flags that the kernel told of the adapter.
+Latency bareReceiver() {
+    const tav::FileDescriptor socket(
+        ::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_ROUTE));
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = RTMGRP_LINK;
+    if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        ::_exit(2);
+    const auto index = static_cast<int>(::if_nametoindex(adapter(0).c_str()));
+    std::atomic<bool> down{true};
+    std::atomic<bool> done{false};
+    std::thread receiver([&] {
+        std::array<std::byte, 65536> buffer{};
+        while (!done) {
+            const ssize_t size = ::recv(socket.get(), buffer.data(), buffer.size(), 0);
+            if (size <= 0) continue;
+            const auto batch = std::span(buffer).first(static_cast<std::size_t>(size));
+            for (const tav::LinkMessage& message : tav::decodeLinkMessages(batch)) {
+                if (message.interfaceIndex == index && !tav::isTransient(message.flags))
+                    down = (message.flags & IFF_UP) == 0;
+            }
+        }
+    });
+    const Latency latency = measureLatency([&] { return down.load(); });
+    done = true;
+    setLink(adapter(0), true);
+    receiver.join();
+    return latency;
+}
+
+Latency monitor() {
+    NICResourceManager* const manager = NICResourceManager::getInstance();
+    NICEventMonitor::startMonitoring();
+    std::this_thread::sleep_for(50ms);
+    const Latency latency = measureLatency(
+        [&] { return manager->getHealthOfIntf(adapter(0).c_str())->state == "Down"; });
+    NICEventMonitor::stopMonitoring();
+    return latency;
+}
+
+void printLatency(const char* what, const Latency& ours, const Latency& bare) {
+    std::printf("%-44s %8.0f us, 99th percentile %8.0f us; bare receiver %.0f and %.0f us\n", what,
+                ours.median, ours.percentile99, bare.median, bare.percentile99);
+}
+
+/// The commands of a rebuild and nothing else.
+void commandsOfARebuild() {
+    must("localcli network nic list >> /tmp/floor");
+    for (int number = 0; number < rebuiltAdapters; ++number)
+        must("localcli network nic get -n " + adapter(number * 2) + " >> /tmp/floor");
+    fs::remove("/tmp/floor");
+}
+
+/// Processor time of this process without its children.
+double ownSeconds() {
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return bench::secondsOf(usage.ru_utime) + bench::secondsOf(usage.ru_stime);
+}
+
+}  // namespace
+
+int main() {
+    makeCables();
+    makeSysfs();
+    bench::Report report;
+    report.ratio("stand-in's list of 200, beside ip -j link",
+                 bench::leastOf(
+                     30,
+                     [] {
+                         return bench::run({LOCALCLI, "network", "nic", "list"}).wall;
+                     },
+                     [] {
+                         return bench::run({"ip", "-j", "link"}).wall;
+                     }),
+                 2.0);
+
+    listAdapters(1);
+    NICResourceManager* const manager = NICResourceManager::getInstance();
+    manager->cacheBuild();
+    printLatency("a link goes down", monitor(), bareReceiver());
+
+    listAdapters(rebuiltAdapters);
+    report.ratio("a rebuild of 64, beside its 65 commands",
+                 bench::leastOf(
+                     10, [&] { return bench::secondsPerCall(1, [&] { manager->cacheBuild(); }); },
+                     [] { return bench::secondsPerCall(1, commandsOfARebuild); }),
+                 1.05);  // of commands that take a millisecond; the hypervisor's take far more
+
+    const double ownBefore = ownSeconds();
+    const double wall = bench::secondsPerCall(1, [&] { manager->cacheBuild(); });
+    bench::Report::value("a rebuild's own processor time, of its wall time",
+                         (ownSeconds() - ownBefore) / wall * 100, "%");
+
+    for (int poll = 0; poll < 20; ++poll)
+        manager->checkLinkState();
+    const double before = bench::allocatedBytes();
+    for (int poll = 0; poll < polls; ++poll)
+        manager->checkLinkState();
+    report.value("growth over 2,000 polls", bench::allocatedBytes() - before, "bytes", 0);
+    return report.exitStatus();
+}

@@ -1,0 +1,246 @@
+#include "fc/FCResourceManager.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <string_view>
+#include <utility>
+
+#include "core/Log.h"
+#include "core/StopSignal.h"
+#include "core/Waiting.h"
+#include "core/tavConfig.h"
+#include "core/tavUtils.h"
+#include "fc/FCAdapterTables.h"
+#include "fc/FCEvents.h"
+#include "fc/FCPortText.h"
+#include "rmc/tavEventHandler.h"
+#include "rmc/tavJsonAggregator.h"
+
+using tav::here;
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr tav::ModuleLog logger{"FC_RM"};
+
+constexpr const char* moduleName = "FCHBA";
+constexpr auto loopStep = 10s;
+constexpr std::time_t stepSeconds = std::chrono::seconds(loopStep).count();
+constexpr long defaultRefreshInterval = 30;
+constexpr std::time_t recentRefreshSeconds = 3;
+constexpr auto runningRetry = 3s;
+
+long refreshInterval() {
+    const long seconds = tavConfig::getInstance()->getrefreshInterval("FibreChannelDevices");
+    return seconds < 1 ? defaultRefreshInterval : seconds;
+}
+
+/// A clock that was set back must not keep the inventory from being rebuilt.
+bool isRefreshDue(std::time_t elapsed, long interval) {
+    return elapsed >= interval || elapsed < 0;
+}
+
+/// At the first deadline after a build, whatever second it falls on.
+bool isPortCheckDue(std::time_t elapsed) {
+    return elapsed >= stepSeconds && elapsed < 2 * stepSeconds;
+}
+
+/// A reader answers null for what it cannot read.
+std::string_view textOf(const char* text) {
+    return text == nullptr ? std::string_view() : std::string_view(text);
+}
+
+tavFCDeviceInfo samplePort() {
+    tavFCDeviceInfo port;
+    port.settavFCModel("Sample 16Gb 2P FC HBA");
+    port.settavFCSerialNumber("SMPL000001");
+    port.settavFCPartNumber("SMP001");
+    port.settavFCFirmwareVersion("8.05.61 (d0d5)");
+    port.settavFCRomVersion("3.54");
+    port.settavFCWWPN("50:00:00:00:00:00:00:01");
+    port.settavFCWWNN("50:00:00:00:00:00:00:02");
+    return port;
+}
+
+}  // namespace
+
+FCResourceManager* FCResourceManager::getInstance() {
+    static FCResourceManager* const instance = new FCResourceManager;  // outlives every thread
+    return instance;
+}
+
+void FCResourceManager::init() {
+    logger.debug(here(), "Initializing FCRM");
+    if (!getFCInventory().empty()) return;
+    const tav::StopScope scope(loop_.stopSignal());
+    startInventory();
+}
+
+void FCResourceManager::startInventory() {
+    logger.debug(here(), "Entry startInventory");
+    if (lastRefreshTime_ != 0 && tav::secondsNow() - lastRefreshTime_ < recentRefreshSeconds) {
+        logger.debug(here(), "Cache was recently refreshed. skipping the current refresh cycle");
+        return;
+    }
+    const long interval = refreshInterval();
+    while (true) {
+        const tav::LoopWake wake = loop_.wait(loopStep);
+        if (wake.clockFailed) {
+            logger.error(here(), "Failed to get current time! (errno: %d)", errno);
+            return;
+        }
+        if (wake.stop) return;
+        const std::time_t elapsed = wake.elapsedSince(lastRefreshTime_);
+        if (wake.refresh || isRefreshDue(elapsed, interval) ||
+            (isPortCheckDue(elapsed) && waitOnPortState(getFCInventory().size()))) {
+            cacheBuild();
+        }
+    }
+}
+
+void FCResourceManager::stopResourceManagerJob() {
+    logger.info(here(), "Resource manager stop called.");
+    loop_.requestStop();
+    logger.info(here(), "Signalled for stop.");
+}
+
+void FCResourceManager::cacheBuild() {
+    logger.debug(here(), "Building FC Cache");
+    const Snapshot previous = backupInventory();
+    {
+        tav::InventoryCache<Inventory>::Build build(cache_);
+        auto found = discover();
+        // A stop ends the waits of the hardware library; what they left open must not be reported.
+        if (tav::stopRequested()) return;
+        if (!found) {
+            seenStates_.clear();
+            build.publish({});
+            return;
+        }
+        seenStates_ = std::move(found->states);
+        std::vector<Json::Value> records = createJsonStringUsingJsonCpp(found->ports);
+        build.publish({std::move(found->ports), std::move(records)});
+    }
+    raiseEvents(previous->ports, cache_.read().first->ports);
+    lastRefreshTime_ = tav::secondsNow();
+    if (readiness_.complete()) {
+        logger.debug(here(), "FCRM requesting cache push");
+        tavJsonAggregator::getInstance()->sendInventory(true);
+    }
+}
+
+std::vector<Json::Value> FCResourceManager::createJsonStringUsingJsonCpp(
+    const std::vector<tavFCDeviceInfo>& ports) {
+    std::vector<Json::Value> records;
+    records.reserve(ports.size());
+    for (const tavFCDeviceInfo& port : ports)
+        records.push_back(tav::renderFcInventory(port));
+    return records;
+}
+
+void FCResourceManager::raiseEvents(const std::vector<tavFCDeviceInfo>& previous,
+                                    const std::vector<tavFCDeviceInfo>& current) {
+    for (const tavFCDeviceInfo& port : current) {
+        if (tav::stopRequested()) return;  // a dead controller would hold up the stop at each event
+        const tavFCDeviceInfo* const before = tav::findPreviousFcPort(port, previous, current);
+        if (before == nullptr) continue;
+        if (const auto change = compareStatus(*before, port)) raiseEvent(port, *change);
+    }
+}
+
+std::optional<FCResourceManager::StatusChange> FCResourceManager::compareStatus(
+    const tavFCDeviceInfo& before, const tavFCDeviceInfo& now) {
+    const tavFCDeviceStatusInfo& then = before.gettavFCStatus();
+    if (then.getFCDeviceHealth() == now.gettavFCStatus().getFCDeviceHealth()) return std::nullopt;
+    const auto eventId = tav::fcEventOf(now.gettavFCStatus().getFCDeviceState());
+    if (!eventId) return std::nullopt;
+    return StatusChange{tav::displayText(then.getFCDeviceState()), *eventId};
+}
+
+void FCResourceManager::raiseEvent(const tavFCDeviceInfo& port, const StatusChange& change) {
+    logger.info(here(), "Port %s has changed from %s to %s.", port.gettavFCWWPN().c_str(),
+                change.previousState.c_str(),
+                tav::displayText(port.gettavFCStatus().getFCDeviceState()));
+    tavEventHandler().generateEvent(
+        {change.eventId, port.gettavFCOemPhyLoc().getFCPhysicalLocation(), moduleName,
+         tav::isFcServiceEvent(change.eventId), tavUtils::getTime(), port.gettavFCPartNumber(),
+         getVariableData(port, change.eventId), "TAV"});
+}
+
+void FCResourceManager::generateTestEvent(int eventId, const std::string& /*location*/) {
+    const tavFCDeviceInfo sample = samplePort();
+    tavEventHandler().generateEvent(
+        {eventId, "NOT AVAILABLE", moduleName, tav::isFcServiceEvent(eventId), tavUtils::getTime(),
+         sample.gettavFCPartNumber(), getVariableData(sample, 0), "TAV-CLI"});
+}
+
+int FCResourceManager::getInventoryJsonObject(std::vector<Json::Value>& records) {
+    const auto [inventory, building] = cache_.read();
+    records = inventory->records;
+    return building ? 1 : 0;
+}
+
+std::vector<tavFCDeviceInfo> FCResourceManager::getFCInventory() const {
+    return cache_.read().first->ports;
+}
+
+bool FCResourceManager::isRunning() {
+    return tav::isBuiltWithinThreeTries(
+        runningRetry,
+        [this] {
+            const auto [inventory, building] = cache_.read();
+            return !building && !inventory->ports.empty();
+        },
+        [this](int retry) {
+            const auto [inventory, building] = cache_.read();
+            logger.warning(here(),
+                           "_cacheBuildInProgress = %d,FCInventory.size() =%zu,retryCount = %d",
+                           building ? 1 : 0, inventory->ports.size(), retry);
+        });
+}
+
+bool FCResourceManager::isInventoryReady(int iteration) {
+    const bool ready = readiness_.answer(iteration);
+    logger.info(here(), "FC cache status %d", ready ? 1 : 0);
+    return ready;
+}
+
+void FCResourceManager::getFcaHostCntlrModel(unsigned long key, char* modelOut, int* convergedOut) {
+    const std::string_view model = tav::fcAdapterModel(static_cast<std::uint32_t>(key));
+    modelOut[model.copy(modelOut, sizeof(tavFCAdapterModel::model) - 1)] = '\0';
+    if (convergedOut != nullptr) *convergedOut = tav::isConvergedModel(model) ? 1 : 0;
+}
+
+std::string FCResourceManager::getFcaHostCntlrPartNumber(unsigned long key) {
+    return std::string(tav::fcAdapterPartNumber(static_cast<std::uint32_t>(key)));
+}
+
+TAV_RESOURCE_STATE FCResourceManager::getState(const char* portState) {
+    return tav::parsePortState(textOf(portState));
+}
+
+TAV_RESOURCE_HEALTH FCResourceManager::getHealth(TAV_RESOURCE_STATE state) {
+    return tav::healthOfPort(state);
+}
+
+std::string FCResourceManager::portWWNtoString(const char* name) {
+    return tav::parseWorldWideName(textOf(name)).value_or(tav::fcNotAvailable);
+}
+
+std::string FCResourceManager::getDescription(int eventId) {
+    return tav::fcEventText(eventId);
+}
+
+void FCResourceManager::jsonInventory(Json::Value& record, const tavFCDeviceInfo& port) {
+    record = tav::renderFcPort(port);
+}
+
+Json::Value FCResourceManager::getVariableData(const tavFCDeviceInfo& port, int eventId) {
+    Json::Value data(Json::objectValue);
+    jsonInventory(data["Data"], port);
+    data["Type"] = "FibreChannelDevice";
+    data["EventInfo"] = getDescription(eventId);
+    return data;
+}

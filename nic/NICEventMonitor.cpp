@@ -1,0 +1,245 @@
+#include "nic/NICEventMonitor.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <sys/socket.h>
+
+#include "core/Log.h"
+#include "core/Threads.h"
+#include "nic/NICPhysicalAdapter.h"
+#include "nic/NICResourceManager.h"
+
+using tav::here;
+
+namespace {
+
+constexpr tav::ModuleLog logger{"NIC_EVENT"};
+
+constexpr std::size_t notificationSize = 65536;
+constexpr std::size_t linkTargetSize = 512;
+constexpr const char* startFailed =
+    "Unable to start the monitoring service for the ethernet instances: %s";
+
+/// The target of the interface's link in sysfs; empty when it has none (any more).
+std::string sysfsTarget(const char* name) {
+    std::array<char, linkTargetSize> target{};
+    const std::string path = std::string("/sys/class/net/") + name;
+    const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+    return length < 0 ? std::string()
+                      : std::string(target.data(), static_cast<std::size_t>(length));
+}
+
+/// Reads the interface anew, and tells the manager when it is not as the inventory has it.
+void reviewLink(const char* name, const tav::NicCondition& cached) {
+    NICPhysicalAdapter probe;
+    const auto [firmware, bus, health, state] = probe.get_ethtool_info(name);
+    if (state.empty()) return;  // it has vanished
+    if (tav::NicCondition{state, health} == cached) {
+        logger.debug(here(),
+                     "Ignoring state change notification for interface: %2s as no state change "
+                     "detected",
+                     name);
+        return;
+    }
+    logger.debug(here(), "get<1> = %s, get<2>=%s, _existingStatus[0] = %s, _existingStatus[1] = %s",
+                 bus.c_str(), health.c_str(), cached.state.c_str(), cached.health.c_str());
+    NICResourceManager::getInstance()->updateStateAndHealth(name, state, health);
+}
+
+}  // namespace
+
+void tav::applyLinkMessage(const LinkMessage& message) {
+    std::array<char, IF_NAMESIZE> name{};
+    if (::if_indextoname(static_cast<unsigned>(message.interfaceIndex), name.data()) == nullptr)
+        return;  // it has vanished
+    if (const char* const kind = nonPhysicalKind(sysfsTarget(name.data())); kind != nullptr) {
+        logger.debug(here(),
+                     "Interface : %2s went for change of state. Ignoring as it is a %s interface",
+                     name.data(), kind);
+        return;
+    }
+    logger.debug(here(), "Interface : %2s went for change of state", name.data());
+    if (isTransient(message.flags)) {
+        logger.debug(here(), "Skipping transient event for Interface = %2s, ifimsg->ifi_flags = %x",
+                     name.data(), message.flags);
+        return;
+    }
+    const auto cached = NICResourceManager::getInstance()->getHealthOfIntf(name.data());
+    if (!cached) {
+        logger.debug(here(),
+                     "State change detected for interface : %2s. Ignoring as it is not part of TAV "
+                     "inventory",
+                     name.data());
+        return;
+    }
+    reviewLink(name.data(), *cached);
+}
+
+void tav::reviewAllLinks() {
+    for (const PhyAdapterInventory& adapter :
+         NICResourceManager::getInstance()->getNICInventory()) {
+        reviewLink(adapter.getIntfName().c_str(), {adapter.getState(), adapter.getHealth()});
+    }
+}
+
+NICEventMonitor& NICEventMonitor::instance() {
+    static NICEventMonitor* const monitor = new NICEventMonitor;  // outlives every thread
+    return *monitor;
+}
+
+int NICEventMonitor::startMonitoring() {
+    NICEventMonitor& monitor = instance();
+    if (monitor.netlinkThread_.joinable()) return 0;
+    monitor.slots_.restart();
+    monitor.stopProducer_ = false;
+    logger.debug(here(), "Creating a producer thread");
+    int error = tav::startThread(monitor.netlinkThread_, "tav-link-recv",
+                                 [&monitor] { monitor.startNetCheck(); });
+    if (error == 0) {
+        logger.debug(here(), "Creating a consumer thread");
+        error = tav::startThread(monitor.netlinkConsumerThread_, "tav-link-apply",
+                                 [&monitor] { monitor.processNICEvents(); });
+    }
+    if (error == 0) return 0;
+    logger.error(here(), startFailed, std::strerror(error));
+    stopMonitoring();
+    return -1;
+}
+
+int NICEventMonitor::stopMonitoring() {
+    logger.debug(here(), "Stopping event monitoring for Ethernet");
+    NICEventMonitor& monitor = instance();
+    monitor.slots_.stop();
+    const int result = monitor.wakeProducer();
+    tav::joinThread(monitor.netlinkThread_);
+    tav::joinThread(monitor.netlinkConsumerThread_);
+    return result;
+}
+
+/// Asks the receiving thread to end. One that has not opened its pipe yet sees the flag instead.
+int NICEventMonitor::wakeProducer() {
+    const std::lock_guard<std::mutex> held(pipeLock_);
+    stopProducer_ = true;
+    if (!pipeWriteEnd_.isOpen()) {
+        logger.error(here(), "Invalid file descriptor");
+        return -1;
+    }
+    const ssize_t written = ::write(pipeWriteEnd_.get(), "S", 1);
+    if (written == 1) return 0;
+    logger.error(here(), "Unable to write to pipe fd, result: %d, Error: %s",
+                 static_cast<int>(written), std::strerror(errno));
+    return -1;
+}
+
+bool NICEventMonitor::openDescriptors() {
+    const std::lock_guard<std::mutex> held(pipeLock_);
+    if (stopProducer_) return false;
+    netlink_.reset(::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_ROUTE));
+    if (!netlink_.isOpen()) {
+        logger.error(here(), "socket call to monitor ethernet device failed: %s",
+                     std::strerror(errno));
+        return false;
+    }
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = RTMGRP_LINK;
+    if (::bind(netlink_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        logger.error(here(), "bind call to monitor ethernet device failed: %s",
+                     std::strerror(errno));
+        return false;
+    }
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+        logger.error(here(), "Unable to open a pipe for pipefd file descriptor");
+        return false;
+    }
+    pipeReadEnd_.reset(ends[0]);
+    pipeWriteEnd_.reset(ends[1]);
+    return true;
+}
+
+void NICEventMonitor::closeDescriptors() {
+    const std::lock_guard<std::mutex> held(pipeLock_);
+    netlink_.reset();
+    pipeReadEnd_.reset();
+    pipeWriteEnd_.reset();
+}
+
+void NICEventMonitor::startNetCheck() {
+    if (!openDescriptors()) {
+        closeDescriptors();
+        return;
+    }
+    try {
+        receiveUntilStopped();
+    } catch (const std::bad_alloc&) {
+        logger.error(here(), "Unable to allocate Memory for Ethernet Event");
+    }
+    closeDescriptors();
+}
+
+void NICEventMonitor::receiveUntilStopped() {
+    std::array<pollfd, 2> watched = {pollfd{netlink_.get(), POLLIN, 0},
+                                     pollfd{pipeReadEnd_.get(), POLLIN, 0}};
+    tav::Notification buffer(notificationSize);
+    while (true) {
+        if (::poll(watched.data(), watched.size(), -1) <= 0) {
+            logger.debug(here(), "Error in select(): %s", std::strerror(errno));
+            std::this_thread::yield();
+            continue;
+        }
+        if (watched[1].revents != 0) return;
+        if (watched[0].revents != 0) receive(watched[0].fd, buffer);
+    }
+}
+
+void NICEventMonitor::receive(int socket, tav::Notification& buffer) {
+    logger.debug(here(), "Waiting for event notification from netlink");
+    ssize_t received = 0;
+    do {
+        received = ::recv(socket, buffer.data(), buffer.size(), MSG_DONTWAIT);
+    } while (received < 0 && errno == EINTR);
+    if (received < 0) {
+        // Most likely the socket's buffer has overrun, and notifications are lost (ENOBUFS).
+        logger.warning(here(), "recv failed : %s", std::strerror(errno));
+        slots_.reportMissed();
+        return;
+    }
+    logger.debug(here(), "recv() returned : %d", static_cast<int>(received));
+    NICEventList({buffer.begin(), buffer.begin() + received});
+}
+
+void NICEventMonitor::NICEventList(tav::Notification notification) {
+    if (slots_.post(std::move(notification))) {
+        std::this_thread::yield();
+    } else if (!slots_.isStopped()) {
+        logger.debug(here(), "Event Droped as consumer is slow to consume events");
+    }
+}
+
+void NICEventMonitor::processNICEvents() {
+    consumeEventList();
+}
+
+void NICEventMonitor::consumeEventList() {
+    while (true) {
+        const tav::NotificationSlots::Work work = slots_.take();
+        if (work.stopped) return;
+        for (const tav::Notification& notification : work.notifications) {
+            for (const tav::LinkMessage& message : tav::decodeLinkMessages(notification))
+                tav::applyLinkMessage(message);
+        }
+        if (work.missed) tav::reviewAllLinks();
+    }
+}

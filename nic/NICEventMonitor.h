@@ -1,0 +1,55 @@
+#pragma once
+
+#include <mutex>
+#include <thread>
+
+#include "core/Export.h"
+#include "core/FileDescriptor.h"
+#include "nic/LinkMessages.h"
+#include "nic/NotificationSlots.h"
+
+/// Keeps the inventory's Ethernet interfaces current between the manager's rebuilds: one thread
+/// receives the kernel's link notifications, a second one looks at the interfaces that they name
+/// and tells the manager. Started and stopped from the service's own thread.
+class TAV_API NICEventMonitor {
+ public:
+    /// Starts both threads; 0, also when they are running already. -1 when a thread cannot be
+    /// created; none is running then.
+    static int startMonitoring();
+
+    /// Stops and joins both threads; 0. -1 when the receiving thread could not be told, because it
+    /// has ended by itself or was never started.
+    static int stopMonitoring();
+
+ private:
+    static NICEventMonitor& instance();
+
+    void startNetCheck();
+    void NICEventList(tav::Notification notification);
+    void processNICEvents();
+    void consumeEventList();
+
+    bool openDescriptors();
+    void closeDescriptors();
+    void receiveUntilStopped();
+    void receive(int socket, tav::Notification& buffer);
+    int wakeProducer();
+
+    std::mutex pipeLock_;  ///< guards the opening and closing of the descriptors, and the flag
+    tav::FileDescriptor netlink_, pipeReadEnd_, pipeWriteEnd_;
+    bool stopProducer_ = false;
+
+    tav::NotificationSlots slots_;
+    std::thread netlinkThread_;
+    std::thread netlinkConsumerThread_;
+};
+
+namespace tav {
+
+/// Looks at the interface that a link message names, and brings the manager's inventory up to date.
+void applyLinkMessage(const LinkMessage& message);
+
+/// The same for every interface of the inventory: after notifications were lost.
+void reviewAllLinks();
+
+}  // namespace tav

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <json/value.h>
+
+#include "core/Export.h"
+#include "nic/PhyAdapterInventory.h"
+
+/// How an Ethernet interface is written. Pure functions.
+namespace tav {
+
+/// The interface in the inventory: "Model", "SerialNumber", "PartNumber", "FirmwareVersion",
+/// "MACAddress", "SpeedMbps", "Oem" {"DeviceName", "Description", "PhysicalLocation"} and "Status"
+/// {"State", "Health"}.
+TAV_API Json::Value renderNicInventory(const PhyAdapterInventory& adapter);
+
+/// What an event tells of the interface: "Data" (the same without "Status"), "Type" and
+/// "EventInfo", the description of that event ID.
+TAV_API Json::Value renderNicEvent(const PhyAdapterInventory& adapter, int eventId);
+
+}  // namespace tav

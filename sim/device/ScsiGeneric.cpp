@@ -1,0 +1,154 @@
+#include "sim/device/ScsiGeneric.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+
+#include "sim/device/DiskModel.h"
+
+namespace tav::sim {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::uint16_t hostTimedOut = 0x03;
+constexpr std::uint16_t driverTimedOut = 0x06;
+constexpr std::uint16_t driverSense = 0x08;
+constexpr unsigned char checkConditionStatus = 0x02;
+
+/// An open /dev/sgN: looks at the request as the kernel's driver does, and lets the script complete
+/// it.
+class ScsiGenericFile final : public OpenDevice {
+ public:
+    ScsiGenericFile(FileDescriptor deviceEnd, ScsiScript script)
+        : OpenDevice(std::move(deviceEnd)), script_(std::move(script)) {}
+
+    int control(int /*descriptor*/, unsigned long request, void* argument) override {
+        constexpr int longestCommand = 16;
+        if (request != SG_IO) return -ENOTTY;
+        if (argument == nullptr) return -EFAULT;
+        auto& header = *static_cast<sg_io_hdr*>(argument);
+        if (header.interface_id != 'S') return -ENOSYS;
+        if (header.cmdp == nullptr || header.cmd_len < 6 || header.cmd_len > longestCommand) {
+            return -EMSGSIZE;
+        }
+        header.status = header.masked_status = header.msg_status = header.sb_len_wr = 0;
+        header.host_status = header.driver_status = 0;
+        header.info = SG_INFO_OK;
+        return -script_(header);
+    }
+
+ private:
+    const ScsiScript script_;
+};
+
+class ScriptedDevice final : public Device {
+ public:
+    explicit ScriptedDevice(ScsiScript script) : script_(std::move(script)) {}
+
+    std::shared_ptr<OpenDevice> open(FileDescriptor deviceEnd, int& /*error*/) override {
+        return std::make_shared<ScsiGenericFile>(std::move(deviceEnd), script_);
+    }
+
+ private:
+    const ScsiScript script_;
+};
+
+void completeTimedOut(sg_io_hdr& request) {
+    request.host_status = hostTimedOut;
+    request.driver_status = driverTimedOut;
+    request.info |= SG_INFO_CHECK;
+    request.resid = static_cast<int>(request.dxfer_len);
+}
+
+/// The disk whose facts are in one file.
+class DiskDevice final : public Device {
+ public:
+    explicit DiskDevice(std::string factsPath) : factsPath_(std::move(factsPath)) {}
+
+    std::shared_ptr<OpenDevice> open(FileDescriptor deviceEnd, int& error) override {
+        if (!facts(factsPath_).isPresent()) {
+            error = ENXIO;
+            return nullptr;
+        }
+        return std::make_shared<ScsiGenericFile>(
+            std::move(deviceEnd),
+            [path = factsPath_](sg_io_hdr& request) { return serve(path, request); });
+    }
+
+ private:
+    static DiskFacts facts(const std::string& path) {
+        std::ifstream file(path);
+        if (!file) return DiskFacts("present=no");
+        return DiskFacts(std::string(std::istreambuf_iterator<char>(file), {}));
+    }
+
+    static int serve(const std::string& path, sg_io_hdr& request) {
+        constexpr auto recheck = 20ms;
+        DiskFacts disk = facts(path);
+        const auto deadline = std::chrono::steady_clock::now() +
+                              std::chrono::milliseconds(disk.number("patience", request.timeout));
+        while (disk.isPresent() && !disk.answers()) {
+            if (std::chrono::steady_clock::now() >= deadline) {
+                completeTimedOut(request);
+                return 0;
+            }
+            std::this_thread::sleep_for(recheck);
+            disk = facts(path);
+        }
+        if (!disk.isPresent()) return ENODEV;
+        const DiskAnswer answer = answerCommand(disk, {request.cmdp, request.cmd_len});
+        if (answer.sense.empty()) {
+            completeWithData(request, answer.data);
+        } else {
+            completeWithSense(request, answer.sense);
+        }
+        return 0;
+    }
+
+    const std::string factsPath_;
+};
+
+std::shared_ptr<Device> findDisk(const std::string& path) {
+    constexpr std::string_view before = "/dev/sg";
+    const std::string name = "sg" + path.substr(before.size());
+    if (name.find('/') != std::string::npos) return nullptr;
+    const std::string factsPath = disksOfThisProcess + name;
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(factsPath, error)) return nullptr;
+    return std::make_shared<DiskDevice>(factsPath);
+}
+
+[[gnu::constructor]] void serveTheDisks() {
+    installDevices("/dev/sg", findDisk);
+}
+
+}  // namespace
+
+void completeWithData(sg_io_hdr& request, std::span<const std::uint8_t> data) {
+    const std::size_t count = std::min<std::size_t>(data.size(), request.dxfer_len);
+    std::copy_n(data.begin(), count, static_cast<std::uint8_t*>(request.dxferp));
+    request.resid = static_cast<int>(request.dxfer_len - count);
+}
+
+void completeWithSense(sg_io_hdr& request, std::span<const std::uint8_t> sense) {
+    const std::size_t count = std::min<std::size_t>(sense.size(), request.mx_sb_len);
+    std::copy_n(sense.begin(), count, request.sbp);
+    request.sb_len_wr = static_cast<unsigned char>(count);
+    request.status = checkConditionStatus;
+    request.masked_status = checkConditionStatus >> 1U;
+    request.driver_status = driverSense;
+    request.info |= SG_INFO_CHECK;
+    request.resid = static_cast<int>(request.dxfer_len);
+}
+
+std::shared_ptr<Device> scriptedScsiDevice(ScsiScript script) {
+    return std::make_shared<ScriptedDevice>(std::move(script));
+}
+
+}  // namespace tav::sim

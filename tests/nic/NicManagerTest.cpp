@@ -1,0 +1,316 @@
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/tavUtils.h"
+#include "nic/NICResourceManager.h"
+#include "tests/support/Rmc.h"
+#include "tests/support/Service.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using tav::test::clockSpeed;
+using tav::test::logEverything;
+using tav::test::logs;
+using tav::test::openDescriptors;
+using tav::test::parseJson;
+using tav::test::Rmc;
+using tav::test::writeCommand;
+using tav::test::writeFile;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+
+NICResourceManager& manager() {
+    return *NICResourceManager::getInstance();
+}
+
+void writeList(const std::string& rows) {
+    writeFile("/tmp/list", "header\n------\n" + rows);
+}
+
+std::string row(const std::string& name, const std::string& pci, const std::string& link) {
+    return name + ' ' + pci + " igbn Up " + link + " 1000 Full 02:00:00:00:01:00 1500 Intel I350\n";
+}
+
+/// A host with the interfaces of /tmp/list.
+void writeHost() {
+    writeFile("/tmp/details", "   Cable Type: Twisted Pair\n   Firmware Version: 1.63\n");
+    writeFile("/tmp/pci",
+              "0000:01:00.0\n   Address: 0000:01:00.0\n   Slot Description: x r001i02s00\n"
+              "0000:3b:00.1\n   Address: 0000:3b:00.1\n   Slot Description: x r001i01s03\n");
+    writeCommand("localcli",
+                 "echo \"$*\" >> /tmp/asked\n"
+                 "case \"$*\" in\n"
+                 "'network nic list') cat /tmp/list;;\n"
+                 "'network nic get -n '*) cat /tmp/details;;\n"
+                 "'hardware pci list') cat /tmp/pci;;\n"
+                 "*) exit 1;;\nesac");
+}
+
+std::vector<Json::Value> inventory() {
+    std::vector<Json::Value> records;
+    manager().getInventoryJsonObject(records);
+    return records;
+}
+
+std::string healthOf(const char* name) {
+    const auto condition = manager().getHealthOfIntf(name);
+    return condition ? condition->state + '/' + condition->health : "absent";
+}
+
+TEST(NicManager, ItsRecords) {
+    logEverything();
+    writeHost();
+    tavUtils().initGeoIDMap();
+    writeList(row("vmnic0", "0000:01:00.0", "Up") + row("vmnic1", "0000:3b:00.1", "Down") +
+              row("vmnic2", "0000:99:00.0", "Dormant"));
+    manager().cacheBuild();
+    const auto records = inventory();
+    ASSERT_THAT(records, SizeIs(3));
+    EXPECT_EQ(records[0], parseJson(R"({"Model": "Intel I350", "SerialNumber": "",
+        "PartNumber": "I350T4V2", "FirmwareVersion": "1.63", "MACAddress": "02:00:00:00:01:00",
+        "SpeedMbps": 1000, "Oem": {"DeviceName": "vmnic0",
+        "Description": "PCI 0000:01:00.0 r001i02s00", "PhysicalLocation": "FFFF000102FFFF88"},
+        "Status": {"State": "Running", "Health": "OK"}})"))
+        << records[0].toStyledString();
+    EXPECT_EQ(records[1]["Oem"]["PhysicalLocation"].asString(), "0003000101010005");
+    EXPECT_EQ(records[1]["Status"], parseJson(R"({"State": "Down", "Health": "Unknown"})"));
+    EXPECT_EQ(records[2]["Oem"]["PhysicalLocation"].asString(), "FFFFFFFFFFFFFFFF");
+    EXPECT_EQ(records[2]["Status"]["State"].asString(), "Running") << "it has a cable";
+    EXPECT_TRUE(std::filesystem::is_empty("/opt/orn/tav/data"));
+}
+
+TEST(NicManager, NamesThatNoInterfaceCanHaveAreNeverExecuted) {
+    logEverything();
+    writeHost();
+    writeList(row("$(touch${IFS}/tmp/hacked)", "x", "Up") +
+              row("a;touch${IFS}/tmp/hacked", "x", "Up") + row("vmnic0", "x", "Up"));
+    manager().cacheBuild();
+    EXPECT_THAT(inventory(), SizeIs(3));
+    EXPECT_FALSE(std::filesystem::exists("/tmp/hacked"));
+    EXPECT_EQ(tav::test::readFile("/tmp/asked"), "network nic list\nnetwork nic get -n vmnic0\n");
+    EXPECT_THAT(logs(), HasSubstr("Refusing the interface name \"$(touch${IFS}/tmp/hacked)\"."));
+}
+
+TEST(NicManager, AListThatFailsLeavesTheInventoryAsItIs) {
+    logEverything();
+    writeHost();
+    writeList(row("vmnic0", "0000:01:00.0", "Up"));
+    manager().cacheBuild();
+    for (int round = 0; round < 3; ++round) {
+        writeCommand("localcli", "printf 'header\\n-\\n'; exit 1");
+        manager().cacheBuild();
+        EXPECT_FALSE(manager().checkLinkState());
+        EXPECT_THAT(inventory(), SizeIs(1));
+        writeHost();
+        manager().cacheBuild();
+        EXPECT_THAT(inventory(), SizeIs(1));
+    }
+    EXPECT_THAT(logs(), HasSubstr("An error occurred while trying to fetch NIC information"));
+    writeList("");
+    manager().cacheBuild();
+    EXPECT_THAT(inventory(), IsEmpty()) << "a host may have none";
+    EXPECT_THAT(logs(), HasSubstr("No NIC found!"));
+}
+
+TEST(NicManager, UnusableDetailsAndSpeedLeaveTheRestOfTheRecord) {
+    logEverything();
+    writeHost();
+    writeFile("/tmp/details", "\x01\xff nothing");
+    writeList("vmnic0 p d Up Dormant fast Full m 1500 \xff model\n");
+    manager().cacheBuild();
+    const auto records = inventory();
+    ASSERT_THAT(records, SizeIs(1));
+    EXPECT_EQ(records[0]["SpeedMbps"].asInt(), 0);
+    EXPECT_EQ(records[0]["FirmwareVersion"].asString(), "");
+    EXPECT_EQ(records[0]["Model"].asString(), "\xEF\xBF\xBD model") << "valid UTF-8";
+    EXPECT_EQ(records[0]["Status"]["State"].asString(), "Other");
+    EXPECT_THAT(logs(), HasSubstr("Error occurred in identifying the speed"));
+    EXPECT_THAT(logs(), HasSubstr("Error occurred in identifying fw version."));
+}
+
+TEST(NicManager, APollSeesAChangedLinkOnly) {
+    writeHost();
+    writeCommand("localcli",
+                 "case \"$*\" in 'network nic list') cat /tmp/list;; *) cat /tmp/details;; esac");
+    writeList(row("vmnic0", "p", "Up") + row("vmnic1", "p", "Down"));
+    manager().cacheBuild();
+    EXPECT_FALSE(manager().checkLinkState());
+    writeList(row("vmnic0", "p", "Up") + row("vmnic1", "p", "Up"));
+    EXPECT_TRUE(manager().checkLinkState());
+    writeList(row("vmnic0", "p", "Up") + row("vmnic7", "p", "Up"));
+    EXPECT_FALSE(manager().checkLinkState()) << "one that is not in the inventory";
+}
+
+/// Events pass once the service has pushed its first inventory. The manager's own thread is kept
+/// out of the way: it waits on a slow clock.
+class NicEvents : public testing::Test {
+ protected:
+    void SetUp() override {
+        logEverything(R"("EnableResources": ["HostOSInfo"])");
+        tav::test::writeHostCommands();
+        writeHost();
+        service_.emplace(500);
+        ASSERT_TRUE(rmc_.waitForCommands(2));
+        service_.reset();
+        clockSpeed = 500;
+    }
+
+    void build(const std::string& vmnic0) {
+        writeList(row("vmnic0", "0000:3b:00.1", vmnic0));
+        manager().cacheBuild();
+    }
+
+    std::vector<int> events() const {
+        std::vector<int> ids;
+        for (const auto& command : rmc_.commands()) {
+            const int id = parseJson(command.payload)["ID"].asInt();
+            if (command.name == "MPEventGen" && id != 356) ids.push_back(id);
+        }
+        return ids;
+    }
+
+    Rmc rmc_;
+    std::optional<tav::test::Service> service_;
+};
+
+TEST_F(NicEvents, OnlyARecoveryRaisesOne) {
+    tavUtils().initGeoIDMap();
+    build("Down");
+    build("Up");
+    EXPECT_THAT(events(), ElementsAre(680));
+    const Json::Value event = parseJson(rmc_.commands().back().payload);
+    EXPECT_EQ(event["PhysicalLocation"].asString(), "0003000101010005");
+    EXPECT_EQ(event["VariableData"]["Type"].asString(), "EthernetDevice");
+    EXPECT_EQ(event["VariableData"]["EventInfo"].asString(), "");
+    EXPECT_EQ(event["VariableData"]["Data"]["Oem"]["DeviceName"].asString(), "vmnic0");
+    EXPECT_FALSE(event["VariableData"]["Data"].isMember("Status"));
+    for (const char* link : {"Up", "Unknown", "Down", "Down"})
+        build(link);
+    EXPECT_THAT(events(), SizeIs(1));
+    EXPECT_THAT(logs(), HasSubstr("State change noticed from Critical to Unknown"));
+    build("Up");
+    EXPECT_THAT(events(), ElementsAre(680, 680));
+}
+
+TEST_F(NicEvents, ARecoveryThatTheMonitorSawIsRaisedOnceAtTheNextBuild) {
+    build("Up");
+    manager().updateStateAndHealth("vmnic0", "Down", "Unknown");
+    EXPECT_EQ(healthOf("vmnic0"), "Down/Unknown");
+    EXPECT_EQ(inventory()[0]["Status"]["State"].asString(), "Down");
+    manager().updateStateAndHealth("vmnic0", "Running", "OK");
+    EXPECT_THAT(events(), IsEmpty());
+    build("Up");
+    build("Up");
+    EXPECT_THAT(events(), ElementsAre(680));
+    manager().updateStateAndHealth("vmnic0", "Down", "Unknown");
+    build("Down");
+    manager().updateStateAndHealth("vmnic0", "Running", "OK");
+    build("Up");
+    EXPECT_THAT(events(), ElementsAre(680, 680));
+    manager().updateStateAndHealth("nobody", "Down", "Unknown");
+    EXPECT_EQ(healthOf("nobody"), "absent");
+}
+
+TEST_F(NicEvents, AnInterfaceThatComesAnewRaisesNone) {
+    build("Down");
+    writeList("");
+    manager().cacheBuild();
+    build("Up");
+    EXPECT_THAT(events(), IsEmpty());
+}
+
+TEST_F(NicEvents, ATestEventIsASample) {
+    NICResourceManager::generateTestEvent(678, "0003000101010005");
+    const Json::Value event = parseJson(rmc_.commands().back().payload);
+    EXPECT_EQ(event["ID"].asInt(), 678);
+    EXPECT_EQ(event["Source"].asString(), "TAV-CLI");
+    EXPECT_EQ(event["VariableData"]["EventInfo"].asString(), "Injected Event");
+    EXPECT_EQ(event["VariableData"]["Data"]["MACAddress"].asString(), "02:00:00:00:00:01");
+}
+
+/// A build that stands still in the details of an interface until told to go on.
+class HeldBuild {
+ public:
+    HeldBuild() {
+        writeCommand("localcli",
+                     "case \"$*\" in 'network nic list') cat /tmp/list;;\n"
+                     "*) touch /tmp/held; while [ ! -e /tmp/go ]; do sleep 0.01; done;"
+                     " cat /tmp/details;; esac");
+        thread_ = std::thread([] { manager().init(); });
+        while (!std::filesystem::exists("/tmp/held"))
+            std::this_thread::sleep_for(1ms);
+    }
+    HeldBuild(const HeldBuild&) = delete;
+    HeldBuild& operator=(const HeldBuild&) = delete;
+    ~HeldBuild() {
+        manager().stopResourceManagerJob();
+        thread_.join();
+    }
+
+ private:
+    std::thread thread_;
+};
+
+TEST(NicManager, AChangeDuringABuildOutlivesIt) {
+    writeHost();
+    writeList(row("vmnic0", "p", "Up"));
+    manager().cacheBuild();
+    clockSpeed = 1000;
+    std::this_thread::sleep_for(10ms);  // a build right after this one would be skipped
+    const HeldBuild build;
+    std::vector<Json::Value> records;
+    EXPECT_EQ(manager().getInventoryJsonObject(records), 1);
+    EXPECT_THAT(records, SizeIs(1));
+    manager().updateStateAndHealth("vmnic0", "Down", "Unknown");
+    EXPECT_EQ(healthOf("vmnic0"), "Down/Unknown");
+    writeFile("/tmp/go", "");
+    while (manager().getInventoryJsonObject(records) == 1)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(healthOf("vmnic0"), "Down/Unknown") << "the build had read the list before";
+}
+
+TEST(NicManager, AStopEndsAProbeAndReportsNothingOfIt) {
+    writeHost();
+    writeList(row("vmnic0", "p", "Up") + row("vmnic1", "p", "Up"));
+    const std::size_t before = openDescriptors();
+    const auto started = std::chrono::steady_clock::now();
+    { const HeldBuild build; }
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 5s);
+    EXPECT_THAT(inventory(), IsEmpty());
+    EXPECT_TRUE(std::filesystem::is_empty("/opt/orn/tav/data"));
+    EXPECT_LE(openDescriptors(), before + 1) << "the stop signal's";
+}
+
+TEST(NicManager, RebuildsEveryThirtySecondsAndPollsOnceInBetween) {
+    logEverything();
+    clockSpeed = 100;
+    writeHost();
+    writeList(row("vmnic0", "p", "Up"));
+    std::thread thread([] { manager().init(); });
+    std::this_thread::sleep_for(1550ms);  // 155 s of the fast clock
+    manager().stopResourceManagerJob();
+    thread.join();
+    const std::string log = logs();
+    const auto count = [&log](const std::string& text) {
+        int found = 0;
+        for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
+            ++found;
+        return found;
+    };
+    EXPECT_GE(count("Refreshing Ethernet cache"), 4);
+    EXPECT_LE(count("Refreshing Ethernet cache"), 6);
+    EXPECT_NEAR(count("Polling for interface link state change."),
+                count("Refreshing Ethernet cache"), 1);
+}
+
+}  // namespace

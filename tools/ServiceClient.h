@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "tools/Command.h"
+
+namespace tav::ctl {
+
+/// Whether a service reads requests.
+bool serviceRuns();
+
+/// Hands one request to the service and waits for its answer. `command` begins what is told on the
+/// standard error when that fails. Done when the service has answered with success, Failed when it
+/// has answered otherwise, NoService and NoAnswer.
+ExitStatus askService(std::string_view command, std::uint16_t messageCode,
+                      const std::string& payload);
+
+}  // namespace tav::ctl
