@@ -22,7 +22,7 @@ namespace {
 constexpr ModuleLog logger{"STOR_CTLR"};
 
 constexpr std::string_view blanks = " \t\r\n\f\v";
-constexpr std::uint64_t blockSize = 512;  // of the kernel's block counts
+constexpr unsigned long long blockSize = 512;  // of the kernel's block counts
 constexpr const char* logicalVolume = "LOGICAL VOLUME";
 constexpr const char* unknownSerial = "NotAvailable";
 
@@ -330,11 +330,10 @@ bool describeDisk(const std::string& link, int node, tavDiskInfo& disk) {
     setSerialNumber(link, disk);
     logger.debug(here(), "%s: Disk Model %s", link.c_str(), model.c_str());
     setModel(model, disk);
-    const std::uint64_t blocks = get_BlockSize(link.c_str());
-    disk.setCapacityBytes(blocks * blockSize);
-    logger.debug(here(), "%s: Drv size %llu Blocks, %llu bytes", link.c_str(),
-                 static_cast<unsigned long long>(blocks),
-                 static_cast<unsigned long long>(blocks * blockSize));
+    const unsigned long long blocks = get_BlockSize(link.c_str());
+    const unsigned long long bytes = blocks * blockSize;
+    disk.setCapacityBytes(bytes);
+    logger.debug(here(), "%s: Drv size %llu Blocks, %llu bytes", link.c_str(), blocks, bytes);
     disk.setRevision(trimmed(OwnedText(get_sas_DiskRev(link.c_str()))));
     logger.debug(here(), "%s: SCSI PhyDrvFWRev %s", link.c_str(), disk.getRevision().c_str());
     const bool isAta = trimmed(OwnedText(get_DiskVendor(link.c_str()))) == ataProtocol;

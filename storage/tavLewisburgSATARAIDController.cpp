@@ -103,7 +103,7 @@ int tavLewisburgSATARAIDController::getDiskSlotNumberFromATAPort(const tavDiskIn
     return slot;
 }
 
-std::string tavLewisburgSATARAIDController::identityOf(const tavDiskInfo& disk) const {
+std::string tavLewisburgSATARAIDController::diskIdentity(const tavDiskInfo& disk) const {
     return tav::isLocation(disk.getPhysicalLocation()) ? disk.getPhysicalLocation()
                                                        : disk.getOSSCSILink();
 }

@@ -24,7 +24,7 @@ class TAV_API tavLewisburgSATARAIDController : public tavStorageController {
                                    std::string pciLocation);
     ~tavLewisburgSATARAIDController() override = default;
 
-    std::string identityOf(const tavDiskInfo& disk) const override;
+    std::string diskIdentity(const tavDiskInfo& disk) const override;
     void logUnidentified(const char* which, std::size_t index,
                          const tavDiskInfo& disk) const override;
     std::string vanishedReason(const tavDiskInfo& disk) const override;

@@ -307,7 +307,7 @@ bool tavStorageController::generateEventOnStatusChange(const tavDiskInfo& curren
 
 std::string tavStorageController::discoverFirmwareVersion() {
     const Lock held(lock_);
-    const std::string text =
+    std::string text =
         ports_.empty() ? "" : portAttribute(ports_.front(), "firmware_revision").value_or("");
     logger.debug(here(), "%s: SCSI HOST HBA Firmware: %s", pciLocation_.c_str(), text.c_str());
     return text;
@@ -315,7 +315,7 @@ std::string tavStorageController::discoverFirmwareVersion() {
 
 std::string tavStorageController::discoverSerialNumber() {
     const Lock held(lock_);
-    const std::string text =
+    std::string text =
         ports_.empty() ? "" : portAttribute(ports_.front(), "board_tracer").value_or("");
     logger.debug(here(), "%s: SCSI HOST HBA Board Tracer: %s", pciLocation_.c_str(), text.c_str());
     return text;
@@ -486,7 +486,7 @@ int tavStorageController::discoverLogicalDiskInventory(std::vector<tavLogicalDis
     return getLogicalDiskInventory(volumes);
 }
 
-std::string tavStorageController::identityOf(const tavDiskInfo& disk) const {
+std::string tavStorageController::diskIdentity(const tavDiskInfo& disk) const {
     if (tav::isLocation(disk.getPhysicalLocation())) return disk.getPhysicalLocation();
     return disk.getSlot() < 0 ? "" : std::to_string(disk.getSlot());
 }
@@ -506,7 +506,7 @@ void tavStorageController::synchronizePhysicalDrivesInventory() {
     // Of two disks that claim one place the first has it; the other one counts as new there.
     std::unordered_map<std::string, std::size_t> current;
     for (std::size_t index = 0; index < disks_.size(); ++index) {
-        const std::string identity = identityOf(disks_[index]);
+        const std::string identity = diskIdentity(disks_[index]);
         if (identity.empty()) {
             logUnidentified("disk", index, disks_[index]);
         } else {
@@ -515,7 +515,7 @@ void tavStorageController::synchronizePhysicalDrivesInventory() {
     }
     for (std::size_t index = 0; index < previousDisks_.size(); ++index) {
         const tavDiskInfo& previous = previousDisks_[index];
-        const std::string identity = identityOf(previous);
+        const std::string identity = diskIdentity(previous);
         if (identity.empty()) {
             logUnidentified("prev disk", index, previous);
             continue;

@@ -100,7 +100,7 @@ class TAV_API tavStorageController : public ItavStorageController {
     static bool claim(tavStorageController* controller, ItavStorageController*& out);
 
     /// By what a disk is recognised in the next discovery; empty: it is not.
-    virtual std::string identityOf(const tavDiskInfo& disk) const;
+    virtual std::string diskIdentity(const tavDiskInfo& disk) const;
     virtual void logUnidentified(const char* which, std::size_t index,
                                  const tavDiskInfo& disk) const;
     /// Why a disk that was not found any more is offline; empty leaves it as it is.
@@ -130,7 +130,6 @@ class TAV_API tavStorageController : public ItavStorageController {
     void compareDisk(const tavDiskInfo& current, const tavDiskInfo& previous);
     void pollDisks();
     bool describeDisk(const std::string& link, int ataPort, tavDiskInfo& disk);
-    void setCondition(tavDiskInfo& disk, const tav::DiskJudgement& judgement) const;
     void raisePendingEvents();
 
     DiskEvents pendingEvents_;

@@ -14,7 +14,7 @@ namespace {
 /// A word of the description that goes into a command: letters, digits, ':' and '.' alone.
 std::string word(const Json::Value& object, const char* name) {
     const Json::Value& value = member(object, name);
-    const std::string text = value.isString() ? value.asString() : "";
+    std::string text = value.isString() ? value.asString() : "";
     const bool plain = !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) {
         return std::isalnum(c) != 0 || c == ':' || c == '.';
     });
@@ -38,7 +38,8 @@ void makeLinks(const Json::Value& adapters) {
     for (const Json::Value& adapter : adapters) {
         const std::string name = word(adapter, "name");
         const std::string cable = name + ".c";
-        ip("link add " + name + " address " + word(adapter, "mac") + " type veth peer name " +
+        const std::string address = " address " + word(adapter, "mac");
+        ip(std::string("link add ").append(name).append(address).append(" type veth peer name ") +
            cable);
         ip("link set " + cable + " up");
         setLink(adapter);

@@ -32,7 +32,7 @@ std::string vitalProductData(const Json::Value& vpd) {
     for (const std::string& keyword : vpd.getMemberNames()) {
         if (keyword.size() != 2) continue;
         const std::string value = text(vpd, keyword.c_str());
-        keywords += keyword + static_cast<char>(value.size()) + value;
+        keywords.append(keyword).append(1, static_cast<char>(value.size())).append(value);
     }
     constexpr char nameTag = '\x82';
     constexpr char readOnlyTag = '\x90';
@@ -104,7 +104,7 @@ std::string hostDirectory(const Json::Value& host) {
 /// Returns the directory of the host's entry in the SCSI host class.
 std::string buildScsiHost(const Json::Value& host, const Tree& tree) {
     const std::string name = "host" + text(host, "host");
-    const std::string entry = hostDirectory(host) + "/scsi_host/" + name;
+    std::string entry = hostDirectory(host) + "/scsi_host/" + name;
     tree.write(entry + "/state", (host.isMember("state") ? text(host, "state") : "running") + '\n');
     tree.link(entry + "/device", hostDirectory(host));
     tree.link("/sys/class/scsi_host/" + name, entry);

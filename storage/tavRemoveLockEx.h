@@ -1,0 +1,50 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+
+#include "core/Export.h"
+#include "core/StopSignal.h"
+
+/// Guards callbacks of somebody else's threads against the end of what they work on: counts those
+/// that run, lets no further one begin while a stop is wanted, and lets the stopper wait for the
+/// last. Any thread; its lock is held while nothing else is called.
+class TAV_API tavRemoveLockEx {
+ public:
+    /// One callback, from its first line to its last. What it waits for ends early when the stop
+    /// comes meanwhile.
+    class Callback {
+     public:
+        explicit Callback(tavRemoveLockEx& lock)
+            : lock_(lock), stop_(lock.enter()), scope_(stop_.get()) {}
+        Callback(const Callback&) = delete;
+        Callback& operator=(const Callback&) = delete;
+        ~Callback() {
+            if (mayRun()) lock_.leave();
+        }
+        /// False when it came after the stop: it has to return at once.
+        bool mayRun() const { return stop_ != nullptr; }
+
+     private:
+        tavRemoveLockEx& lock_;
+        const std::shared_ptr<const tav::StopSignal> stop_;
+        const tav::StopScope scope_;
+    };
+
+    /// Lets no further callback begin and waits for those that run. Not from within a callback.
+    void stopAndWait();
+    /// Lets callbacks begin again.
+    void reopen();
+
+ private:
+    /// Null while a stop is wanted.
+    std::shared_ptr<const tav::StopSignal> enter();
+    void leave();
+
+    std::mutex mutex_;
+    std::condition_variable finished_;
+    std::size_t running_ = 0;
+    std::shared_ptr<tav::StopSignal> stop_ = std::make_shared<tav::StopSignal>();
+};
