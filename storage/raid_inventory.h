@@ -2,9 +2,9 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 
 #include "core/Export.h"
+#include "storage/storage_location.h"
 #include "storage/tavDiskInfo.h"
 #include "storage/tavLogicalDiskInfo.h"
 #include "storage/tavStorageControllerInfo.h"
@@ -14,17 +14,8 @@
 /// "NotAvailable". Any thread.
 namespace tav {
 
-/// What texts hold that are not known.
-inline constexpr const char* notAvailable = "NotAvailable";
-
-/// The location of what cannot be placed.
-inline constexpr const char* noLocation = "FFFFFFFFFFFFFFFF";
-
 /// The health that the library's code stands for: 1 OK, 2 Warning, 4 Critical, any other Unknown.
 TAV_API TAV_RESOURCE_HEALTH getHealthEnum(std::uint32_t code);
-
-/// The state of that display string, in capitals or not; Unknown for any other text.
-TAV_API TAV_RESOURCE_STATE resourceStateOf(std::string_view text);
 
 /// The state that inventory shows of a drive in that state of the firmware.
 TAV_API TAV_RESOURCE_STATE stateOfDrive(std::uint16_t firmwareState);

@@ -106,7 +106,7 @@ std::uint32_t pciIdOf(const _MR_CTRL_INFO& record) {
     return std::uint32_t{record.pciDeviceId} << 16U | record.vendorId;
 }
 
-std::string pciLocationText(const _SL_PCI_INFO_T& record) {
+std::string pciLocationText(const SL_PCI_INFO_T& record) {
     return printed("%.04x:%.02x:%.02x.%.01x", record.domain, record.bus, unsigned{record.device},
                    unsigned{record.function});
 }

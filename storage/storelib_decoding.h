@@ -67,7 +67,7 @@ TAV_API std::string fieldText(std::string_view field);
 
 /// Device ID x 65536 + vendor ID.
 TAV_API std::uint32_t pciIdOf(const _MR_CTRL_INFO& record);
-TAV_API std::string pciLocationText(const _SL_PCI_INFO_T& record);
+TAV_API std::string pciLocationText(const SL_PCI_INFO_T& record);
 
 /// The drive; none for what is no disk.
 TAV_API std::optional<PD_INFO> toDrive(const _MR_PD_INFO& record, std::uint16_t deviceId);

@@ -34,7 +34,7 @@ static_assert(offsetof(_SL_LIB_CMD_PARAM_T, data) == 32);
 static_assert(sizeof(_SL_LIB_CMD_PARAM_T) == 32 + sizeof(void*));
 
 /// Frame of a command that is passed through to the firmware.
-struct __attribute__((packed)) _SL_DCMD_FRAME_T {
+struct __attribute__((packed)) SL_DCMD_FRAME_T {
     std::uint32_t outputSize;
     std::uint32_t opcode;
     std::uint8_t reserved8[4];
@@ -44,34 +44,34 @@ struct __attribute__((packed)) _SL_DCMD_FRAME_T {
     std::uint8_t reserved17[11];
     void* output;
 };
-static_assert(offsetof(_SL_DCMD_FRAME_T, direction) == 12);
-static_assert(offsetof(_SL_DCMD_FRAME_T, mailbox) == 16);
-static_assert(offsetof(_SL_DCMD_FRAME_T, output) == 28);
-static_assert(sizeof(_SL_DCMD_FRAME_T) == 28 + sizeof(void*));
+static_assert(offsetof(SL_DCMD_FRAME_T, direction) == 12);
+static_assert(offsetof(SL_DCMD_FRAME_T, mailbox) == 16);
+static_assert(offsetof(SL_DCMD_FRAME_T, output) == 28);
+static_assert(sizeof(SL_DCMD_FRAME_T) == 28 + sizeof(void*));
 
-struct __attribute__((packed)) _SL_CTRL_LIST_T {
+struct __attribute__((packed)) SL_CTRL_LIST_T {
     std::uint16_t count;
     std::uint8_t isSimulation;  ///< 1: the library runs without hardware
     std::uint8_t reserved3;
     std::uint32_t controllerIds[64];  ///< the top byte is 0 for a MegaRAID controller
 };
-static_assert(offsetof(_SL_CTRL_LIST_T, controllerIds) == 4);
-static_assert(sizeof(_SL_CTRL_LIST_T) == 260);
+static_assert(offsetof(SL_CTRL_LIST_T, controllerIds) == 4);
+static_assert(sizeof(SL_CTRL_LIST_T) == 260);
 
-struct __attribute__((packed)) _SL_REG_AEN_CONTROLLER_T {
+struct __attribute__((packed)) SL_REG_AEN_CONTROLLER_T {
     std::uint32_t controllerId;
     std::uint16_t locale;
     std::uint8_t reserved6;
     std::int8_t eventClass;  ///< the lowest one to be told
     std::uint32_t sequenceNumber;
 };
-static_assert(sizeof(_SL_REG_AEN_CONTROLLER_T) == 12);
+static_assert(sizeof(SL_REG_AEN_CONTROLLER_T) == 12);
 
 struct _SL_EVENT_DETAIL_T;
 
 struct __attribute__((packed)) _SL_REG_AEN_INPUT_T {
     std::uint32_t controllerCount;
-    _SL_REG_AEN_CONTROLLER_T controllers[64];
+    SL_REG_AEN_CONTROLLER_T controllers[64];
     void (*callback)(_SL_EVENT_DETAIL_T* event);
 };
 static_assert(offsetof(_SL_REG_AEN_INPUT_T, controllers) == 4);
@@ -107,7 +107,7 @@ struct __attribute__((packed)) _MR_CTRL_INFO {
 static_assert(offsetof(_MR_CTRL_INFO, packageVersion) == 1600);
 static_assert(sizeof(_MR_CTRL_INFO) == 2384);
 
-struct __attribute__((packed)) _SL_PCI_INFO_T {
+struct __attribute__((packed)) SL_PCI_INFO_T {
     std::uint32_t bus;
     std::uint8_t device;
     std::uint8_t function;
@@ -115,8 +115,8 @@ struct __attribute__((packed)) _SL_PCI_INFO_T {
     std::uint32_t domain;
     std::uint8_t reserved84[28];
 };
-static_assert(offsetof(_SL_PCI_INFO_T, domain) == 80);
-static_assert(sizeof(_SL_PCI_INFO_T) == 112);
+static_assert(offsetof(SL_PCI_INFO_T, domain) == 80);
+static_assert(sizeof(SL_PCI_INFO_T) == 112);
 
 struct __attribute__((packed)) _MR_MFC_MFG {
     std::uint8_t reserved0[2];
@@ -201,12 +201,12 @@ static_assert(offsetof(_MR_LD_INFO, identifier) == 312);
 static_assert(sizeof(_MR_LD_INFO) == 384);
 
 /// The drives of one volume.
-struct __attribute__((packed)) _SL_PD_IN_LD_LIST_T {
+struct __attribute__((packed)) SL_PD_IN_LD_LIST_T {
     std::uint32_t count;
     std::uint16_t deviceIds[256];
 };
-static_assert(offsetof(_SL_PD_IN_LD_LIST_T, deviceIds) == 4);
-static_assert(sizeof(_SL_PD_IN_LD_LIST_T) == 516);
+static_assert(offsetof(SL_PD_IN_LD_LIST_T, deviceIds) == 4);
+static_assert(sizeof(SL_PD_IN_LD_LIST_T) == 516);
 
 struct __attribute__((packed)) _MR_ENCL_LIST {
     std::uint8_t reserved0[4616];

@@ -150,7 +150,7 @@ bool tavStoreLibInterface::initializeLibrary() {
     pfnProcessLibCommand = pfnProcessLibCommandMR.load();
     handleChildSignals();
     logger.info(here(), "Initializing library for MegaRAID SAS Controller...");
-    _SL_CTRL_LIST_T list{};
+    SL_CTRL_LIST_T list{};
     const std::uint32_t status = InitializeLibraryMR(&list);
     initializeMRsuccessful = status == success;
     const auto* const text =
@@ -175,7 +175,7 @@ void tavStoreLibInterface::mergeControllerLists() {
 }
 
 /// Under the list's lock.
-void tavStoreLibInterface::replaceControllerList(const _SL_CTRL_LIST_T& list) {
+void tavStoreLibInterface::replaceControllerList(const SL_CTRL_LIST_T& list) {
     gCtrlList_ = list;
     gCtrlList_.count = static_cast<std::uint16_t>(countIn(list.controllerIds, list.count));
     gTotalControllers_ = gCtrlList_.count;
@@ -230,7 +230,7 @@ std::uint32_t tavStoreLibInterface::currentController() {
     return gCtrlList_.controllerIds[index];
 }
 
-std::uint32_t tavStoreLibInterface::InitializeLibraryMR(_SL_CTRL_LIST_T* list) {
+std::uint32_t tavStoreLibInterface::InitializeLibraryMR(SL_CTRL_LIST_T* list) {
     _SL_LIB_CMD_PARAM_T command{};
     command.commandType = LibraryCommand;
     command.commandCode = Initialize;
@@ -250,7 +250,7 @@ std::uint32_t tavStoreLibInterface::UnInitializeLibrary() {
     return status;
 }
 
-std::uint32_t tavStoreLibInterface::getCtrlList(_SL_CTRL_LIST_T* list) {
+std::uint32_t tavStoreLibInterface::getCtrlList(SL_CTRL_LIST_T* list) {
     _SL_LIB_CMD_PARAM_T command{};
     command.commandType = LibraryCommand;
     command.commandCode = ControllerList;
@@ -283,7 +283,7 @@ std::uint32_t tavStoreLibInterface::GetEnclListFunc(_MR_ENCL_LIST* list) {
 }
 
 std::string tavStoreLibInterface::getCtrlPCILoc() {
-    _SL_PCI_INFO_T record{};
+    SL_PCI_INFO_T record{};
     return controllerCommand(PciInfo, &record, sizeof record) == success
                ? storelib::pciLocationText(record)
                : "";
@@ -317,7 +317,7 @@ std::uint32_t tavStoreLibInterface::FireLDInfo(_MR_LD_INFO* record, std::uint8_t
 
 std::uint32_t tavStoreLibInterface::passThrough(std::uint32_t opcode, std::uint8_t mailbox,
                                                 void* output, std::uint32_t size) {
-    _SL_DCMD_FRAME_T frame{};
+    SL_DCMD_FRAME_T frame{};
     frame.outputSize = size;
     frame.opcode = opcode;
     frame.direction = controllerToHost;
@@ -395,7 +395,7 @@ void tavStoreLibInterface::retire(Member Generation::*member) {
 
 void tavStoreLibInterface::buildControllerInfo() {
     retire(&Generation::controllers);
-    _SL_CTRL_LIST_T list{};
+    SL_CTRL_LIST_T list{};
     // A list that could not be read says nothing of controllers that had been there.
     if (getCtrlList(&list) == success) {
         const std::lock_guard<std::mutex> listHeld(listLock_);
@@ -486,7 +486,7 @@ std::vector<LD_INFO> tavStoreLibInterface::readVolumes(std::uint32_t controllerI
                            static_cast<unsigned>(index), static_cast<unsigned>(list->count));
             continue;
         }
-        _SL_PD_IN_LD_LIST_T members{};
+        SL_PD_IN_LD_LIST_T members{};
         readMembers(targetId, members);
         LD_INFO volume = storelib::toVolume(record, GetUserDataBlockSizeOfPdInLD(members));
         volume.memberDrives = getPDInLD(members, controllerId);
@@ -496,7 +496,7 @@ std::vector<LD_INFO> tavStoreLibInterface::readVolumes(std::uint32_t controllerI
 }
 
 /// The drives of a volume; none when they cannot be read.
-bool tavStoreLibInterface::readMembers(std::uint8_t targetId, _SL_PD_IN_LD_LIST_T& members) {
+bool tavStoreLibInterface::readMembers(std::uint8_t targetId, SL_PD_IN_LD_LIST_T& members) {
     _SL_LIB_CMD_PARAM_T command{};
     command.commandType = VolumeCommand;
     command.commandCode = VolumeDrives;
@@ -510,7 +510,7 @@ bool tavStoreLibInterface::readMembers(std::uint8_t targetId, _SL_PD_IN_LD_LIST_
 }
 
 std::uint32_t tavStoreLibInterface::GetUserDataBlockSizeOfPdInLD(
-    const _SL_PD_IN_LD_LIST_T& members) {
+    const SL_PD_IN_LD_LIST_T& members) {
     if (members.count == 0) return defaultBlockSize;
     _MR_PD_INFO record{};
     if (PDInfo(&record, members.deviceIds[0]) != success || record.userDataBlockSize == 0) {
@@ -519,7 +519,7 @@ std::uint32_t tavStoreLibInterface::GetUserDataBlockSizeOfPdInLD(
     return record.userDataBlockSize;
 }
 
-std::vector<std::string> tavStoreLibInterface::getPDInLD(const _SL_PD_IN_LD_LIST_T& members,
+std::vector<std::string> tavStoreLibInterface::getPDInLD(const SL_PD_IN_LD_LIST_T& members,
                                                          std::uint32_t controllerId) const {
     std::vector<std::string> serials;
     const auto drives = current_.drives.find(controllerId);

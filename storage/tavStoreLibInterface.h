@@ -57,9 +57,9 @@ class TAV_API tavStoreLibInterface {
 
     // One command each, for the current controller: the one that a cache build is at, and the first
     // one otherwise. Not to be called during a cache build by other threads.
-    std::uint32_t InitializeLibraryMR(_SL_CTRL_LIST_T* list);
+    std::uint32_t InitializeLibraryMR(SL_CTRL_LIST_T* list);
     std::uint32_t UnInitializeLibrary();
-    std::uint32_t getCtrlList(_SL_CTRL_LIST_T* list);
+    std::uint32_t getCtrlList(SL_CTRL_LIST_T* list);
     std::uint32_t getCtrlInfoFunc(_MR_CTRL_INFO* record);
     std::uint32_t GetPDListFunc(_MR_PD_LIST* list, std::uint32_t size);
     std::uint32_t GetEnclListFunc(_MR_ENCL_LIST* list);
@@ -99,7 +99,7 @@ class TAV_API tavStoreLibInterface {
     bool loadLibrary();
     bool initializeLibrary();
     void mergeControllerLists();
-    void replaceControllerList(const _SL_CTRL_LIST_T& list);
+    void replaceControllerList(const SL_CTRL_LIST_T& list);
     void closeLibrary();
 
     template <class Member>
@@ -109,9 +109,9 @@ class TAV_API tavStoreLibInterface {
     void buildLDInfo();
     std::vector<PD_INFO> readDrives();
     std::vector<LD_INFO> readVolumes(std::uint32_t controllerId);
-    bool readMembers(std::uint8_t targetId, _SL_PD_IN_LD_LIST_T& members);
-    std::uint32_t GetUserDataBlockSizeOfPdInLD(const _SL_PD_IN_LD_LIST_T& members);
-    std::vector<std::string> getPDInLD(const _SL_PD_IN_LD_LIST_T& members,
+    bool readMembers(std::uint8_t targetId, SL_PD_IN_LD_LIST_T& members);
+    std::uint32_t GetUserDataBlockSizeOfPdInLD(const SL_PD_IN_LD_LIST_T& members);
+    std::vector<std::string> getPDInLD(const SL_PD_IN_LD_LIST_T& members,
                                        std::uint32_t controllerId) const;
     std::string getControllerSerialNo();
     std::uint32_t passThrough(std::uint32_t opcode, std::uint8_t mailbox, void* output,
@@ -127,8 +127,8 @@ class TAV_API tavStoreLibInterface {
     void* library_ = nullptr;
 
     std::mutex listLock_;  ///< guards the three below; the library is not called under it
-    _SL_CTRL_LIST_T gCtrlListMR_{};
-    _SL_CTRL_LIST_T gCtrlList_{};
+    SL_CTRL_LIST_T gCtrlListMR_{};
+    SL_CTRL_LIST_T gCtrlList_{};
     std::uint32_t gTotalControllers_ = 0;
 
     std::mutex cache_lock;
