@@ -200,24 +200,38 @@ void NICEventMonitor::receiveUntilStopped() {
             continue;
         }
         if (watched[1].revents != 0) return;
-        if (watched[0].revents != 0) receive(watched[0].fd, buffer);
+        if (watched[0].revents != 0) receiveAll(watched[0].fd, buffer);
     }
 }
 
-void NICEventMonitor::receive(int socket, tav::Notification& buffer) {
+/// Empties the socket. Once its buffer has overrun (ENOBUFS), the kernel drops what follows without
+/// a word until all that was in it has been read: only then is there something to be made up for.
+void NICEventMonitor::receiveAll(int socket, tav::Notification& buffer) {
+    bool isMissed = false;
+    while (!slots_.isStopped()) {
+        const int error = receive(socket, buffer);
+        if (error == EAGAIN) break;
+        isMissed |= error != 0;
+        if (error != 0 && error != ENOBUFS) break;
+    }
+    if (isMissed) slots_.reportMissed();
+}
+
+/// Receives one batch and posts it; 0, or the error number.
+int NICEventMonitor::receive(int socket, tav::Notification& buffer) {
     logger.debug(here(), "Waiting for event notification from netlink");
     ssize_t received = 0;
     do {
         received = ::recv(socket, buffer.data(), buffer.size(), MSG_DONTWAIT);
     } while (received < 0 && errno == EINTR);
     if (received < 0) {
-        // Most likely the socket's buffer has overrun, and notifications are lost (ENOBUFS).
-        logger.warning(here(), "recv failed : %s", std::strerror(errno));
-        slots_.reportMissed();
-        return;
+        const int error = errno;
+        if (error != EAGAIN) logger.warning(here(), "recv failed : %s", std::strerror(error));
+        return error;
     }
     logger.debug(here(), "recv() returned : %d", static_cast<int>(received));
     NICEventList({buffer.begin(), buffer.begin() + received});
+    return 0;
 }
 
 void NICEventMonitor::NICEventList(tav::Notification notification) {

@@ -32,7 +32,8 @@ class TAV_API NICEventMonitor {
     bool openDescriptors();
     void closeDescriptors();
     void receiveUntilStopped();
-    void receive(int socket, tav::Notification& buffer);
+    void receiveAll(int socket, tav::Notification& buffer);
+    int receive(int socket, tav::Notification& buffer);
     int wakeProducer();
 
     std::mutex pipeLock_;  ///< guards the opening and closing of the descriptors, and the flag

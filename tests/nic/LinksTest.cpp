@@ -77,8 +77,11 @@ std::string stateOf(const std::string& name) {
     return condition ? condition->state : "absent";
 }
 
+/// The kernel tells that a link has come up once a second at most, for all networks of the machine
+/// together, and later when it has much to do.
 bool becomes(const std::string& name, const std::string& state) {
-    for (int tries = 0; tries < 2000 && stateOf(name) != state; ++tries)
+    const auto end = std::chrono::steady_clock::now() + 20s;
+    while (stateOf(name) != state && std::chrono::steady_clock::now() < end)
         std::this_thread::sleep_for(1ms);
     return stateOf(name) == state;
 }
