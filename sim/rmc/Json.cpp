@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <exception>
 #include <iterator>
 #include <memory>
@@ -43,6 +44,10 @@ bool isUtf8(std::string_view text) {
     return true;
 }
 
+bool isScalar(const Json::Value& value) {
+    return !value.isNull() && !value.isArray() && !value.isObject();
+}
+
 }  // namespace
 
 std::optional<Json::Value> parseJson(std::string_view text, std::string& fault) {
@@ -71,8 +76,17 @@ const Json::Value& member(const Json::Value& object, const char* name) {
     return object.isObject() ? object[name] : Json::Value::nullSingleton();
 }
 
+std::string textOf(const Json::Value& object, const char* name) {
+    const Json::Value& value = member(object, name);
+    return isScalar(value) ? value.asString() : "";
+}
+
+std::int64_t numberOf(const Json::Value& object, const char* name) {
+    return std::strtoll(textOf(object, name).c_str(), nullptr, 0);
+}
+
 std::string shown(const Json::Value& value) {
-    if (value.isNull() || value.isArray() || value.isObject()) return "?";
+    if (!isScalar(value)) return "?";
     std::string text = value.asString();
     const auto control = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
     std::replace_if(text.begin(), text.end(), control, '.');

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,6 +14,12 @@ std::optional<Json::Value> parseJson(std::string_view text, std::string& fault);
 
 /// The member `name` of `object`, or null when there is none or `object` is no object.
 const Json::Value& member(const Json::Value& object, const char* name);
+
+/// The member `name` as text; empty when it is no scalar.
+std::string textOf(const Json::Value& object, const char* name);
+
+/// The member `name` as a number, which may also be text such as "0x18"; 0 when it is none.
+std::int64_t numberOf(const Json::Value& object, const char* name);
 
 /// A scalar as a person reads it, without control characters; "?" for anything else.
 std::string shown(const Json::Value& value);

@@ -27,7 +27,10 @@ Json::Value* findEntry(Json::Value& list, const std::string& key) {
     return nullptr;
 }
 
-Json::Value scalar(const std::string& text) {
+/// Digits become a number, what is in brackets a list; all else is text.
+Json::Value valueOf(const std::string& text) {
+    std::string fault;
+    if (text.starts_with('[')) return parseJson(text, fault).value_or(text);
     const bool isNumber = !text.empty() && text.size() < 19 &&
                           text.find_first_not_of("0123456789") == std::string::npos;
     return isNumber ? Json::Value(Json::Int64(std::stoll(text))) : Json::Value(text);
@@ -40,7 +43,7 @@ bool assign(Json::Value& entry, std::span<const std::string> assignments, std::s
             fault = "not of the form member=value: " + assignment;
             return false;
         }
-        entry[assignment.substr(0, equals)] = scalar(assignment.substr(equals + 1));
+        entry[assignment.substr(0, equals)] = valueOf(assignment.substr(equals + 1));
     }
     return true;
 }

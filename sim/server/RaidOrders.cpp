@@ -10,17 +10,13 @@
 #include "core/FileDescriptor.h"
 
 namespace tav::sim {
-namespace {
-constexpr const char* ordersSocket = "/run/sim/storelib";
-}
-
 void orderRaid(const std::string& order) {
     const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, ordersSocket, sizeof address.sun_path - 1);
+    std::strncpy(address.sun_path, raidOrders, sizeof address.sun_path - 1);
     if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        throw std::runtime_error(std::string("no RAID library at ") + ordersSocket);
+        throw std::runtime_error(std::string("no RAID library at ") + raidOrders);
     }
     const std::string line = order + '\n';
     std::array<char, 512> answer{};

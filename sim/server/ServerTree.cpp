@@ -9,12 +9,6 @@
 namespace tav::sim {
 namespace {
 
-/// The member as text, whatever scalar it is; empty when there is none.
-std::string text(const Json::Value& object, const char* name) {
-    const Json::Value& value = member(object, name);
-    return value.isNull() || value.isArray() || value.isObject() ? "" : value.asString();
-}
-
 /// "/sys/devices/pci0000:3b/0000:3b:00.0"
 std::string functionDirectory(const std::string& address) {
     return "/sys/devices/pci" + address.substr(0, 7) + '/' + address;
@@ -31,13 +25,13 @@ std::string vitalProductData(const Json::Value& vpd) {
     std::string keywords;
     for (const std::string& keyword : vpd.getMemberNames()) {
         if (keyword.size() != 2) continue;
-        const std::string value = text(vpd, keyword.c_str());
+        const std::string value = textOf(vpd, keyword.c_str());
         keywords.append(keyword).append(1, static_cast<char>(value.size())).append(value);
     }
     constexpr char nameTag = '\x82';
     constexpr char readOnlyTag = '\x90';
     constexpr char endTag = '\x78';
-    return resource(nameTag, text(vpd, "name")) + resource(readOnlyTag, keywords) + endTag;
+    return resource(nameTag, textOf(vpd, "name")) + resource(readOnlyTag, keywords) + endTag;
 }
 
 /// The tables that the firmware names. SMBIOS is none of them, so that nobody waits for a memory
@@ -58,12 +52,12 @@ constexpr std::array functionAttributes = {
 };
 
 void buildFunction(const Json::Value& function, const Tree& tree) {
-    const std::string address = text(function, "address");
+    const std::string address = textOf(function, "address");
     const std::string directory = functionDirectory(address) + '/';
     for (const FunctionAttribute& attribute : functionAttributes) {
-        tree.write(directory + attribute.file, text(function, attribute.name) + '\n');
+        tree.write(directory + attribute.file, textOf(function, attribute.name) + '\n');
     }
-    const std::string driver = "/sys/bus/pci/drivers/" + text(function, "driver");
+    const std::string driver = "/sys/bus/pci/drivers/" + textOf(function, "driver");
     tree.makeDirectory(driver);
     tree.link(directory + "driver", driver);
     tree.link("/sys/bus/pci/devices/" + address, functionDirectory(address));
@@ -71,41 +65,42 @@ void buildFunction(const Json::Value& function, const Tree& tree) {
         tree.write(directory + "vpd", vitalProductData(vpd));
     }
     const std::string device = address.substr(0, address.rfind('.'));
-    const std::string slot = text(function, "slot");
+    const std::string slot = textOf(function, "slot");
     if (!slot.empty()) {
         tree.write("/sys/bus/pci/slots/" + slot + "/address", device + '\n');
     }
 }
 
 void buildEthernet(const Json::Value& adapter, const Tree& tree) {
-    const std::string name = text(adapter, "name");
-    const std::string function = functionDirectory(text(adapter, "function"));
+    const std::string name = textOf(adapter, "name");
+    const std::string function = functionDirectory(textOf(adapter, "function"));
     const std::string directory = function + "/net/" + name;
-    tree.write(directory + "/address", text(adapter, "mac") + '\n');
-    tree.write(directory + "/speed", text(adapter, "speed") + '\n');
+    tree.write(directory + "/address", textOf(adapter, "mac") + '\n');
+    tree.write(directory + "/speed", textOf(adapter, "speed") + '\n');
     tree.link(directory + "/device", function);
     tree.link("/sys/class/net/" + name, directory);
-    tree.write(ethernetDirectory + name, "Description: " + text(adapter, "description") +
-                                             "\nFirmware Version: " + text(adapter, "firmware") +
-                                             "\nCable Type: " + text(adapter, "cable") +
-                                             "\nSpeed: " + text(adapter, "speed") + '\n');
+    tree.write(ethernetDirectory + name, "Description: " + textOf(adapter, "description") +
+                                             "\nFirmware Version: " + textOf(adapter, "firmware") +
+                                             "\nCable Type: " + textOf(adapter, "cable") +
+                                             "\nSpeed: " + textOf(adapter, "speed") + '\n');
 }
 
 /// The directory of a SCSI host, which for a SATA port stands below the port's own.
 std::string hostDirectory(const Json::Value& host) {
-    std::string directory = functionDirectory(text(host, "function"));
-    if (const std::string interface = text(host, "interface"); !interface.empty()) {
+    std::string directory = functionDirectory(textOf(host, "function"));
+    if (const std::string interface = textOf(host, "interface"); !interface.empty()) {
         directory += "/net/" + interface;
     }
-    if (const std::string ata = text(host, "ata"); !ata.empty()) directory += "/ata" + ata;
-    return directory + "/host" + text(host, "host");
+    if (const std::string ata = textOf(host, "ata"); !ata.empty()) directory += "/ata" + ata;
+    return directory + "/host" + textOf(host, "host");
 }
 
 /// Returns the directory of the host's entry in the SCSI host class.
 std::string buildScsiHost(const Json::Value& host, const Tree& tree) {
-    const std::string name = "host" + text(host, "host");
+    const std::string name = "host" + textOf(host, "host");
     std::string entry = hostDirectory(host) + "/scsi_host/" + name;
-    tree.write(entry + "/state", (host.isMember("state") ? text(host, "state") : "running") + '\n');
+    tree.write(entry + "/state",
+               (host.isMember("state") ? textOf(host, "state") : "running") + '\n');
     tree.link(entry + "/device", hostDirectory(host));
     tree.link("/sys/class/scsi_host/" + name, entry);
     return entry;
@@ -123,26 +118,27 @@ std::string serialPage(const std::string& serial) {
 }
 
 void buildDisk(const Json::Value& disk, const Json::Value& hosts, const Tree& tree) {
-    const std::string address = text(disk, "address");
+    const std::string address = textOf(disk, "address");
     const std::string hostNumber = address.substr(0, address.find(':'));
     const auto host = std::find_if(hosts.begin(), hosts.end(), [&](const Json::Value& candidate) {
-        return text(candidate, "host") == hostNumber;
+        return textOf(candidate, "host") == hostNumber;
     });
     if (host == hosts.end()) return;
     const std::string device =
         hostDirectory(*host) + "/target" + address.substr(0, address.rfind(':')) + '/' + address;
-    const std::string vendor = text(disk, "protocol") == "SATA" ? "ATA" : text(disk, "vendor");
+    const std::string vendor = textOf(disk, "protocol") == "SATA" ? "ATA" : textOf(disk, "vendor");
     tree.write(device + "/type", "0\n");
     tree.write(device + "/state", "running\n");
     tree.write(device + "/vendor", field(vendor, 8) + '\n');
-    tree.write(device + "/model", field(text(disk, "model"), 16) + '\n');
-    tree.write(device + "/rev", field(text(disk, "revision"), 4) + '\n');
-    tree.write(device + "/vpd_pg80", serialPage(text(disk, "serial")));
-    tree.write(device + "/block/" + text(disk, "block") + "/size", text(disk, "capacity") + '\n');
-    tree.makeDirectory(device + "/scsi_generic/" + text(disk, "name"));
+    tree.write(device + "/model", field(textOf(disk, "model"), 16) + '\n');
+    tree.write(device + "/rev", field(textOf(disk, "revision"), 4) + '\n');
+    tree.write(device + "/vpd_pg80", serialPage(textOf(disk, "serial")));
+    tree.write(device + "/block/" + textOf(disk, "block") + "/size",
+               textOf(disk, "capacity") + '\n');
+    tree.makeDirectory(device + "/scsi_generic/" + textOf(disk, "name"));
     tree.link(device + "/scsi_device/" + address + "/device", device);
     tree.link("/sys/class/scsi_device/" + address, device + "/scsi_device/" + address);
-    tree.write(disksDirectory + text(disk, "name"), diskFacts(disk));
+    tree.write(disksDirectory + textOf(disk, "name"), diskFacts(disk));
 }
 
 struct PortAttribute {
@@ -162,15 +158,15 @@ constexpr std::array fcHostAttributes = {
 };
 
 void buildFibreChannelPort(const Json::Value& port, const Tree& tree) {
-    const std::string name = "host" + text(port, "host");
+    const std::string name = "host" + textOf(port, "host");
     const std::string scsiHost = buildScsiHost(port, tree) + '/';
     for (const PortAttribute& attribute : scsiHostAttributes) {
         if (!port.isMember(attribute.name)) continue;
-        tree.write(scsiHost + attribute.file, text(port, attribute.name) + '\n');
+        tree.write(scsiHost + attribute.file, textOf(port, attribute.name) + '\n');
     }
     const std::string fcHost = hostDirectory(port) + "/fc_host/" + name;
     for (const PortAttribute& attribute : fcHostAttributes) {
-        tree.write(fcHost + '/' + attribute.file, text(port, attribute.name) + '\n');
+        tree.write(fcHost + '/' + attribute.file, textOf(port, attribute.name) + '\n');
     }
     tree.link("/sys/class/fc_host/" + name, fcHost);
 }
@@ -180,7 +176,7 @@ void buildFibreChannelPort(const Json::Value& port, const Tree& tree) {
 std::string diskFacts(const Json::Value& disk) {
     std::string lines;
     for (const std::string& key : disk.getMemberNames()) {
-        lines += key + '=' + text(disk, key.c_str()) + '\n';
+        lines += key + '=' + textOf(disk, key.c_str()) + '\n';
     }
     return lines;
 }

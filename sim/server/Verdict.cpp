@@ -20,46 +20,37 @@ std::string condition(const std::string& identity, const std::string& state) {
     return identity + ": " + state;
 }
 
-std::string text(const Json::Value& object, const char* name) {
-    const Json::Value& value = member(object, name);
-    return value.isNull() || value.isArray() || value.isObject() ? "" : value.asString();
-}
-
-int number(const Json::Value& object, const char* name) {
-    return static_cast<int>(std::strtol(text(object, name).c_str(), nullptr, 0));
-}
-
 // What a server's parts have to be reported as.
 
 std::string diskHealth(const Json::Value& disk) {
     constexpr int wornOut = 95;
-    if (text(disk, "answers") == "no" || text(disk, "present") == "no") return "Critical";
-    return number(disk, "wear") >= wornOut || number(disk, "errors") > 0 ? "Warning" : "OK";
+    if (textOf(disk, "answers") == "no" || textOf(disk, "present") == "no") return "Critical";
+    return numberOf(disk, "wear") >= wornOut || numberOf(disk, "errors") > 0 ? "Warning" : "OK";
 }
 
 std::string driveHealth(const Json::Value& drive) {
     constexpr std::array failed = {0x01, 0x10, 0x11};
-    const int state = number(drive, "state");
+    const auto state = numberOf(drive, "state");
     return std::find(failed.begin(), failed.end(), state) == failed.end() ? "OK" : "Critical";
 }
 
 std::string volumeState(const Json::Value& volume) {
     constexpr std::array states = {"Offline", "Partially degraded", "Degraded", "Optimal"};
-    const auto state = static_cast<std::size_t>(number(volume, "state"));
+    const auto state = static_cast<std::size_t>(numberOf(volume, "state"));
     return state < states.size() ? states[state] : "Unknown";
 }
 
 std::string linkState(const Json::Value& adapter) {
-    return text(adapter, "link") == "up" ? "Running" : "Down";
+    return textOf(adapter, "link") == "up" ? "Running" : "Down";
 }
 
 Conditions expectedDrives(const Json::Value& server) {
     Conditions drives;
     for (const Json::Value& disk : member(server, "disks"))
-        drives.insert(condition(text(disk, "serial"), diskHealth(disk)));
+        drives.insert(condition(textOf(disk, "serial"), diskHealth(disk)));
     for (const Json::Value& controller : member(member(server, "raid"), "controllers")) {
         for (const Json::Value& drive : member(controller, "drives"))
-            drives.insert(condition(text(drive, "serial"), driveHealth(drive)));
+            drives.insert(condition(textOf(drive, "serial"), driveHealth(drive)));
     }
     return drives;
 }
@@ -68,7 +59,7 @@ Conditions expectedVolumes(const Json::Value& server) {
     Conditions volumes;
     for (const Json::Value& controller : member(member(server, "raid"), "controllers")) {
         for (const Json::Value& volume : member(controller, "volumes"))
-            volumes.insert(condition(text(volume, "identifier"), volumeState(volume)));
+            volumes.insert(condition(textOf(volume, "identifier"), volumeState(volume)));
     }
     return volumes;
 }
@@ -76,7 +67,7 @@ Conditions expectedVolumes(const Json::Value& server) {
 Conditions expectedAdapters(const Json::Value& server) {
     Conditions adapters;
     for (const Json::Value& adapter : member(server, "ethernet"))
-        adapters.insert(condition(text(adapter, "name"), linkState(adapter)));
+        adapters.insert(condition(textOf(adapter, "name"), linkState(adapter)));
     return adapters;
 }
 
@@ -88,7 +79,7 @@ Conditions reported(const Json::Value& section, const char* object, const char* 
     for (const Json::Value& record : section) {
         const Json::Value& holder = *object == '\0' ? record : member(record, object);
         conditions.insert(
-            condition(text(holder, identity), text(member(record, "Status"), status)));
+            condition(textOf(holder, identity), textOf(member(record, "Status"), status)));
     }
     return conditions;
 }
@@ -109,7 +100,7 @@ void compareSection(std::string_view name, const Conditions& expected, const Con
 
 bool isExpectedEvent(const Json::Value& event, const std::string& expected) {
     const std::size_t at = expected.find('@');
-    return text(event, "ID") == expected.substr(0, at) &&
+    return textOf(event, "ID") == expected.substr(0, at) &&
            (at == std::string::npos ||
             oneLine(event).find(expected.substr(at + 1)) != std::string::npos);
 }
@@ -122,18 +113,18 @@ std::vector<Reported> readRecord(const std::string& text, std::vector<std::strin
     for (std::string line; std::getline(lines, line);) {
         std::string fault;
         const auto entry = parseJson(line, fault);
-        const std::string violation = entry ? sim::text(*entry, "violation") : "unreadable line";
+        const std::string violation = entry ? textOf(*entry, "violation") : "unreadable line";
         if (!violation.empty()) {
             faults.push_back("violation: " + violation);
             continue;
         }
         if (!entry->isMember("command")) continue;
-        auto document = parseJson(sim::text(*entry, "payload"), fault);
+        auto document = parseJson(textOf(*entry, "payload"), fault);
         if (!document) {
             faults.push_back("unreadable report: " + fault);
             continue;
         }
-        reports.push_back({sim::text(*entry, "command"), std::move(*document)});
+        reports.push_back({textOf(*entry, "command"), std::move(*document)});
     }
     return reports;
 }
@@ -147,7 +138,7 @@ std::vector<std::string> compareEvents(std::span<const Reported> reports,
         if (next < expected.size() && isExpectedEvent(report.document, expected[next])) {
             ++next;
         } else {
-            faults.push_back("event " + text(report.document, "ID") + " came where " +
+            faults.push_back("event " + textOf(report.document, "ID") + " came where " +
                              (next < expected.size() ? expected[next] : std::string("none")) +
                              " was expected");
         }

@@ -5,6 +5,7 @@
 #include <exception>
 #include <iostream>
 #include <span>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -65,16 +66,30 @@ int raid(Arguments arguments) {
     return succeeded;
 }
 
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
 int verdict(Arguments arguments) {
     std::vector<std::string> faults;
     const std::vector<Reported> reports = readRecord(fileText(arguments[0]), faults);
-    for (const auto& found : {compareEvents(reports, arguments.subspan(1)),
-                              compareInventory(reports, readServer(serverDescription))}) {
+    const Arguments events = arguments.subspan(1);
+    for (const auto& found :
+         {compareEvents(reports, events), compareInventory(reports, readServer(serverDescription)),
+          linesOf(fileText(raidViolations))}) {
         faults.insert(faults.end(), found.begin(), found.end());
     }
     for (const std::string& fault : faults)
-        std::cout << "  " << fault << '\n';
-    return faults.empty() ? succeeded : failed;
+        std::cerr << "  " << fault << '\n';
+    if (!faults.empty()) return failed;
+    std::cout << "Each of the " << events.size()
+              << " expected events came, once and in order. The last inventory agrees with the "
+                 "server.\n";
+    return succeeded;
 }
 
 struct Subcommand {

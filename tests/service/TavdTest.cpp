@@ -116,6 +116,39 @@ TEST(Tavd, PrintsTheInventoryAndSendsNothing) {
     EXPECT_EQ(tavd("--print").exitStatus, 1);
 }
 
+TEST(Tavd, TheVendorsRaidLibrary) {
+    const auto server = tav::test::parseJson(readFile(TAV_SERVERS "/four-socket.json"));
+    const struct {
+        const char* directory;
+        const char* says;
+        const char* member;
+        int value;
+        unsigned controllers, drives, volumes;
+    } rows[] = {
+        {"/missing", "Failed to load library for monitoring MegaRAID devices.", "", 0, 0, 0, 0},
+        {TAV_EMPTY_STORELIB, "Unable to get Entry Point function address", "", 0, 0, 0, 0},
+        {TAV_STORELIB, "failed _NOT_PRESENT", "initialization", 0x802C, 0, 0, 0},
+        {TAV_STORELIB, "running under Simulation Mode", "simulation", 1, 1, 6, 2},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.says);
+        std::filesystem::remove_all("/var/log/tav");
+        logEverything(R"("EnableResources":["StorageControllers"])");
+        Json::Value changed = server;
+        changed["raid"][row.member] = row.value;
+        writeFile("/run/sim/server.json", changed.toStyledString());
+        ::setenv("LD_LIBRARY_PATH", row.directory, 1);
+        const tav::CommandResult result = tavd("--print");
+        EXPECT_EQ(result.exitStatus, row.controllers > 0 ? 0 : 1);
+        const Json::Value found = tav::test::parseJson(result.output)["HostDataCollection"];
+        EXPECT_EQ(found["StorageControllers"].size(), row.controllers);
+        EXPECT_EQ(found["Drives"].size(), row.drives);
+        EXPECT_EQ(found["Volumes"].size(), row.volumes);
+        EXPECT_THAT(logs(), HasSubstr(row.says));
+        EXPECT_THAT(readFile("/run/sim/storelib.violations"), IsEmpty());
+    }
+}
+
 TEST(Tavd, FibreChannelIsWatchedWhereWanted) {
     logEverything(R"("EnableResources":[])");
     writeFile("/sys/class/fc_host/host8/port_state", "Linkdown\n");
