@@ -85,8 +85,7 @@ bool tavStorageController::claim(tavStorageController* controller, ItavStorageCo
     return true;
 }
 
-// --- Identity and copies
-// ---------------------------------------------------------------------------
+// --- Identity and copies -------------------------------------------------------------------------
 
 bool tavStorageController::isMatchingController(std::uint32_t chipsetID, std::uint32_t boardID,
                                                 const std::string& pciLocation,
@@ -201,8 +200,7 @@ int tavStorageController::getATAPortForControllerPort(std::size_t index) const {
     return number;
 }
 
-// --- Events
-// ----------------------------------------------------------------------------------------
+// --- Events --------------------------------------------------------------------------------------
 
 bool tavStorageController::enableEvents() {
     const Lock held(lock_);
@@ -302,8 +300,7 @@ bool tavStorageController::generateEventOnStatusChange(const tavDiskInfo& curren
     return true;
 }
 
-// --- Ports and the controller
-// ------------------------------------------------------------------------
+// --- Ports and the controller --------------------------------------------------------------------
 
 std::string tavStorageController::discoverFirmwareVersion() {
     const Lock held(lock_);
@@ -398,8 +395,7 @@ int tavStorageController::discoverInventory(tavStorageControllerInfo& info) {
     return 0;
 }
 
-// --- Disks
-// -----------------------------------------------------------------------------------------
+// --- Disks ---------------------------------------------------------------------------------------
 
 int tavStorageController::discoverPhysicalDiskSlotNumber(tavDiskInfo& disk) {
     disk.setSlot(-1);
@@ -563,8 +559,7 @@ void tavStorageController::compareDisk(const tavDiskInfo& current, const tavDisk
     generateEventOnStatusChange(current, gone);
 }
 
-// --- Polling, removal and return
-// -----------------------------------------------------------------------
+// --- Polling, removal and return -----------------------------------------------------------------
 
 void tavStorageController::poll() {
     if (isRemoved()) return;

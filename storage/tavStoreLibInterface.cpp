@@ -104,8 +104,7 @@ tavStoreLibInterface* tavStoreLibInterface::getInstance() {
     return objInstance;
 }
 
-// --- Loading and unloading
-// ---------------------------------------------------------------------------
+// --- Loading and unloading -----------------------------------------------------------------------
 
 int tavStoreLibInterface::tavStoreInit() {
     const std::lock_guard<std::mutex> held(initLock_);
@@ -211,8 +210,7 @@ void tavStoreLibInterface::unloadDLLs() {
     closeLibrary();
 }
 
-// --- Commands
-// ----------------------------------------------------------------------------------------
+// --- Commands ------------------------------------------------------------------------------------
 
 std::uint32_t tavStoreLibInterface::ProcessLibCommandCall(_SL_LIB_CMD_PARAM_T* command) {
     if (storelib::isMegaRaid(currentController())) {
@@ -355,8 +353,7 @@ std::string tavStoreLibInterface::getControllerSerialNo() {
     return storelib::fieldText({record.serialNumber, sizeof record.serialNumber});
 }
 
-// --- Building the cache
-// ----------------------------------------------------------------------------------
+// --- Building the cache --------------------------------------------------------------------------
 
 void tavStoreLibInterface::cacheBuild(std::string_view scope) {
     struct Scope {
@@ -534,8 +531,7 @@ std::vector<std::string> tavStoreLibInterface::getPDInLD(const SL_PD_IN_LD_LIST_
     return serials;
 }
 
-// --- Reading the cache
-// -----------------------------------------------------------------------------------
+// --- Reading the cache ---------------------------------------------------------------------------
 
 bool tavStoreLibInterface::takeLock(std::unique_lock<std::mutex>& held) {
     for (int attempt = 0; attempt < lockAttempts; ++attempt) {
