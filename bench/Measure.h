@@ -77,6 +77,22 @@ inline ProcessCost run(std::vector<std::string> command) {
     return {wall.count(), secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime)};
 }
 
+struct Latency {
+    double median, percentile99;
+};
+
+inline Latency latencyOf(std::vector<double> samples) {
+    std::sort(samples.begin(), samples.end());
+    return {samples[samples.size() / 2], samples[samples.size() * 99 / 100]};
+}
+
+/// Microseconds.
+inline void printLatency(const char* what, const Latency& ours, const char* beside,
+                         const Latency& theirs) {
+    std::printf("%-44s %8.0f us, 99th percentile %8.0f us; %s %.0f and %.0f us\n", what,
+                ours.median, ours.percentile99, beside, theirs.median, theirs.percentile99);
+}
+
 /// Bytes that are allocated now.
 inline double allocatedBytes() {
     const struct mallinfo2 info = ::mallinfo2();

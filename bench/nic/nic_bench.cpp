@@ -90,12 +90,8 @@ void setLink(const std::string& name, bool up) {
     if (::ioctl(socket.get(), SIOCSIFFLAGS, &request) != 0) ::_exit(2);
 }
 
-struct Latency {
-    double median, percentile99;
-};
-
 /// Microseconds from taking a link down until `isDown` says so.
-Latency measureLatency(const std::function<bool()>& isDown) {
+bench::Latency measureLatency(const std::function<bool()>& isDown) {
     std::vector<double> samples;
     for (int change = 0; change < linkChanges; ++change) {
         setLink(adapter(0), true);
@@ -107,12 +103,11 @@ Latency measureLatency(const std::function<bool()>& isDown) {
             std::this_thread::yield();
         samples.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
     }
-    std::sort(samples.begin(), samples.end());
-    return {samples[samples.size() / 2], samples[samples.size() * 99 / 100]};
+    return bench::latencyOf(std::move(samples));
 }
 
 /// A program that does nothing but receive: the last flags that the kernel told of the adapter.
-Latency bareReceiver() {
+bench::Latency bareReceiver() {
     const tav::FileDescriptor socket(
         ::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_ROUTE));
     sockaddr_nl address{};
@@ -135,26 +130,21 @@ Latency bareReceiver() {
             }
         }
     });
-    const Latency latency = measureLatency([&] { return down.load(); });
+    const bench::Latency latency = measureLatency([&] { return down.load(); });
     done = true;
     setLink(adapter(0), true);
     receiver.join();
     return latency;
 }
 
-Latency monitor() {
+bench::Latency monitor() {
     NICResourceManager* const manager = NICResourceManager::getInstance();
     NICEventMonitor::startMonitoring();
     std::this_thread::sleep_for(50ms);
-    const Latency latency = measureLatency(
+    const bench::Latency latency = measureLatency(
         [&] { return manager->getHealthOfIntf(adapter(0).c_str())->state == "Down"; });
     NICEventMonitor::stopMonitoring();
     return latency;
-}
-
-void printLatency(const char* what, const Latency& ours, const Latency& bare) {
-    std::printf("%-44s %8.0f us, 99th percentile %8.0f us; bare receiver %.0f and %.0f us\n", what,
-                ours.median, ours.percentile99, bare.median, bare.percentile99);
 }
 
 /// The commands of a rebuild and nothing else.
@@ -192,7 +182,7 @@ int main() {
     listAdapters(1);
     NICResourceManager* const manager = NICResourceManager::getInstance();
     manager->cacheBuild();
-    printLatency("a link goes down", monitor(), bareReceiver());
+    bench::printLatency("a link goes down", monitor(), "bare receiver", bareReceiver());
 
     listAdapters(rebuiltAdapters);
     report.ratio("a rebuild of 64, beside its 65 commands",
