@@ -138,6 +138,7 @@ void buildDisk(const Json::Value& disk, const Json::Value& hosts, const Tree& tr
     tree.makeDirectory(device + "/scsi_generic/" + textOf(disk, "name"));
     tree.link(device + "/scsi_device/" + address + "/device", device);
     tree.link("/sys/class/scsi_device/" + address, device + "/scsi_device/" + address);
+    tree.link("/sys/bus/scsi/devices/" + address, device);
     tree.write(disksDirectory + textOf(disk, "name"), diskFacts(disk));
 }
 
