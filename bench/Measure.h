@@ -108,7 +108,7 @@ class Report {
                     pair.ours * 1e6, pair.theirs * 1e6, ratio, bound, verdict(ratio, bound));
     }
     void value(const char* what, double value, const char* unit, double bound) {
-        std::printf("%-44s %11.3f %s   (bound %.0f)%s\n", what, value, unit, bound,
+        std::printf("%-44s %11.3f %s   (bound %g)%s\n", what, value, unit, bound,
                     verdict(value, bound));
     }
     static void value(const char* what, double value, const char* unit) {
