@@ -37,7 +37,7 @@ MappedMemory::MappedMemory(int memory, std::uint64_t address, std::size_t length
     const std::uint64_t start = address / pageSize * pageSize;
     const auto inPage = static_cast<std::size_t>(address - start);
     mappedLength_ = inPage + length;
-    pages_ = ::mmap64(nullptr, mappedLength_, PROT_READ, MAP_SHARED | MAP_POPULATE, memory,
+    pages_ = ::mmap64(nullptr, mappedLength_, PROT_READ, MAP_SHARED, memory,
                       static_cast<off64_t>(start));
     if (pages_ == MAP_FAILED) {
         std::fprintf(stderr, "ERROR: Failed to map 0x%lx 0x%lx\n",

@@ -101,37 +101,34 @@ std::optional<std::uint64_t> smbiosAddressInSystab(std::string_view systab) {
     return std::nullopt;
 }
 
-const SMBIOS_RECORD* SmbiosTable::at(std::size_t offset) const noexcept {
-    const std::size_t left = bytes_.size() - offset;
+const SMBIOS_RECORD* SmbiosTable::at(const std::byte* start) const noexcept {
+    const auto left = static_cast<std::size_t>(end() - start);
     if (left < sizeof(SMBIOS_RECORD)) return nullptr;
-    const auto* const record = reinterpret_cast<const SMBIOS_RECORD*>(bytes_.data() + offset);
+    const auto* const record = reinterpret_cast<const SMBIOS_RECORD*>(start);
     return record->length >= sizeof(SMBIOS_RECORD) && record->length <= left ? record : nullptr;
 }
 
 std::string_view SmbiosTable::strings(const SMBIOS_RECORD* record) const noexcept {
-    const char* const start = reinterpret_cast<const char*>(record) + record->length;
-    const char* const end = reinterpret_cast<const char*>(bytes_.data() + bytes_.size());
-    return {start, static_cast<std::size_t>(end - start)};
+    const std::byte* const start = reinterpret_cast<const std::byte*>(record) + record->length;
+    return {reinterpret_cast<const char*>(start), static_cast<std::size_t>(end() - start)};
 }
 
 bool SmbiosTable::contains(const SMBIOS_RECORD* record) const noexcept {
     const auto* const start = reinterpret_cast<const std::byte*>(record);
     const std::less<> before;
-    return !bytes_.empty() && !before(start, bytes_.data()) &&
-           before(start, bytes_.data() + bytes_.size()) &&
-           at(static_cast<std::size_t>(start - bytes_.data())) != nullptr;
+    return !before(start, bytes_.data()) && before(start, end()) && at(start) != nullptr;
 }
 
 const SMBIOS_RECORD* SmbiosTable::first() const noexcept {
-    return at(0);
+    return at(bytes_.data());
 }
 
 const SMBIOS_RECORD* SmbiosTable::next(const SMBIOS_RECORD* record) const noexcept {
     if (!contains(record)) return nullptr;
     const std::string_view left = strings(record);
-    const std::size_t end = findSetEnd(left);
-    if (end == std::string_view::npos) return nullptr;
-    return at(bytes_.size() - left.size() + end + setEnd.size());
+    const std::size_t length = findSetEnd(left);
+    if (length == std::string_view::npos) return nullptr;
+    return at(reinterpret_cast<const std::byte*>(left.data()) + length + setEnd.size());
 }
 
 const char* SmbiosTable::string(const SMBIOS_RECORD* record, unsigned number) const noexcept {

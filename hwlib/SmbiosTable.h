@@ -54,7 +54,9 @@ class TAV_API SmbiosTable {
     const char* string(const SMBIOS_RECORD* record, unsigned number) const noexcept;
 
  private:
-    const SMBIOS_RECORD* at(std::size_t offset) const noexcept;
+    const std::byte* end() const noexcept { return bytes_.data() + bytes_.size(); }
+    /// The structure at `start`, which lies in the table or at its end; null when it does not fit.
+    const SMBIOS_RECORD* at(const std::byte* start) const noexcept;
     bool contains(const SMBIOS_RECORD* record) const noexcept;
     /// From the record's string set to the end of the table.
     std::string_view strings(const SMBIOS_RECORD* record) const noexcept;
