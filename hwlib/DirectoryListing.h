@@ -20,12 +20,10 @@ inline unsigned char kindByStat(int directory, const char* name) {
     return static_cast<unsigned char>(IFTODT(data.st_mode));
 }
 
-/// Calls `visit(name, kind)` for each entry of the directory but "." and "..", in the kernel's
-/// order; `kind` is a DT_... constant. A directory that cannot be read has no entries. `extraFlags`
-/// are further flags for open().
+/// Calls `visit(name, kind)` for each entry of the freshly opened directory but "." and "..", in
+/// the kernel's order; `kind` is a DT_... constant. A directory that cannot be read has no entries.
 template <class Visit>
-void forEachEntry(const char* path, int extraFlags, Visit visit) {
-    const FileDescriptor directory(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | extraFlags));
+void forEachEntry(const FileDescriptor& directory, Visit visit) {
     if (!directory.isOpen()) return;
     alignas(dirent64) std::array<char, 32768> buffer;
     while (true) {
@@ -40,6 +38,13 @@ void forEachEntry(const char* path, int extraFlags, Visit visit) {
                                                     : kindByStat(directory.get(), entry->d_name));
         }
     }
+}
+
+/// The same by path; `extraFlags` are further flags for open().
+template <class Visit>
+void forEachEntry(const char* path, int extraFlags, Visit visit) {
+    forEachEntry(FileDescriptor(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | extraFlags)),
+                 visit);
 }
 
 }  // namespace tav

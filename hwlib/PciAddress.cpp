@@ -2,7 +2,6 @@
 
 #include <array>
 #include <charconv>
-#include <cstdio>
 
 namespace tav {
 namespace {
@@ -42,6 +41,13 @@ std::optional<PciAddress> parseJoined(std::string_view text, std::string_view en
     return parseWithEnd({buffer.data(), text.size() + ending.size() + 1});
 }
 
+/// Overwrites `digits` characters from `at` on.
+void putHex(std::string& text, std::size_t at, std::size_t digits, unsigned value) {
+    constexpr std::string_view hexadecimal = "0123456789abcdef";
+    for (; digits > 0; value >>= 4)
+        text[at + --digits] = hexadecimal[value & 0xFU];
+}
+
 }  // namespace
 
 std::optional<PciAddress> parsePciAddress(std::string_view text) {
@@ -53,10 +59,12 @@ std::optional<PciAddress> parsePciDevice(std::string_view text) {
 }
 
 std::string textOf(const PciAddress& address) {
-    std::array<char, longestText> text;
-    const int length = std::snprintf(text.data(), text.size(), "%04x:%02x:%02x.%x", address.domain,
-                                     address.bus, address.device & 0x1FU, address.function & 7U);
-    return {text.data(), static_cast<std::size_t>(length)};
+    std::string text = "0000:00:00.0";
+    putHex(text, 0, 4, address.domain);
+    putHex(text, 5, 2, address.bus);
+    putHex(text, 8, 2, address.device & 0x1FU);
+    putHex(text, 11, 1, address.function & 7U);
+    return text;
 }
 
 }  // namespace tav

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 
 #include <fcntl.h>
 
@@ -31,8 +32,9 @@ std::string_view lastComponent(std::string_view path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-FileDescriptor openDirectory(const char* path) {
-    return FileDescriptor(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+/// `path` may be relative to the open directory `parent`.
+FileDescriptor openDirectory(int parent, const std::string& path) {
+    return FileDescriptor(::openat(parent, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 /// What tells a directory from any other that had its name before; 0 when there is no such. The
@@ -99,16 +101,21 @@ void readAttributes(PciNode& node, int directory) {
 }
 
 /// Whether the function has a bus behind it, as its class tells, or else its header.
-bool isBridge(const PciNode& node, int configFile) {
+bool isBridge(const PciNode& node, int directory) {
     if (node.classCode <= mostClassCode)
         return std::ranges::count(bridgeClasses, node.classCode >> 8) > 0;
+    const FileDescriptor configFile(tav::openForReading(directory, "config"));
     std::array<std::byte, pciConfigSize> config{};
-    return !tav::readConfigHeaderType(configFile, config) || *tav::hasBridgeHeader(config);
+    return !tav::readConfigHeaderType(configFile.get(), config) || *tav::hasBridgeHeader(config);
 }
 
-void readRevision(PciNode& node, int configFile) {
+/// Since Linux 4.10 the kernel tells it without asking the function.
+void readRevision(PciNode& node, int directory) {
+    readMissing(directory, "revision", node.revision);
+    if (node.revision != tav::noSysfsValue<std::uint8_t>) return;
+    const FileDescriptor configFile(tav::openForReading(directory, "config"));
     std::array<std::byte, pciConfigSize> config{};
-    if (tav::readConfigRevision(configFile, config)) node.revision = pci_get_revision(config);
+    if (tav::readConfigRevision(configFile.get(), config)) node.revision = pci_get_revision(config);
 }
 
 void attachNames(PciNode& node) {
@@ -154,9 +161,9 @@ bool leadsBehindBridge(const std::string& link) {
 
 /// The functions in a directory. Only the list of all functions consists of links; a link in a
 /// bridge's own directory would lead anywhere.
-std::vector<PciAddress> functionsIn(const std::string& directory, bool isListOfAll) {
+std::vector<PciAddress> functionsIn(const FileDescriptor& directory, bool isListOfAll) {
     std::vector<PciAddress> functions;
-    tav::forEachEntry(directory.c_str(), 0, [&](std::string_view name, unsigned char kind) {
+    tav::forEachEntry(directory, [&](std::string_view name, unsigned char kind) {
         const auto address = tav::parsePciAddress(name);
         const bool isLink = kind == DT_LNK;
         if (!address || (kind != DT_DIR && !(isLink && isListOfAll))) return;
@@ -172,6 +179,13 @@ struct Tree {
 
 std::mutex treeLock;
 std::shared_ptr<const Tree> hostTree;
+
+void collectBelow(const PciNode& node, std::set<PciAddress>& addresses) {
+    for (const auto& child : node.children) {
+        addresses.insert(child->address);
+        collectBelow(*child, addresses);
+    }
+}
 
 const PciNode* findBelow(const PciNode& node, const PciAddress& address) {
     for (const auto& child : node.children) {
@@ -199,35 +213,40 @@ std::shared_ptr<const Tree> scanHost() {
 
 }  // namespace
 
-bool fill_pci_node(PciNode& node, const char* dir) {
-    const auto address = tav::parsePciAddress(lastComponent(dir));
-    const FileDescriptor directory = openDirectory(dir);
-    if (!address || !directory.isOpen()) return false;
-    node.address = *address;
-    node.directory_ = dir;
-    node.directoryId_ = idOf(directory.get());
-    readAttributes(node, directory.get());
-    const FileDescriptor config(tav::openForReading(directory.get(), "config"));
-    readRevision(node, config.get());
-    node.mayHaveChildren_ = isBridge(node, config.get());
-    attachNames(node);
+bool PciNode::fill(std::string directory, const FileDescriptor& opened) {
+    const auto parsed = tav::parsePciAddress(lastComponent(directory));
+    if (!parsed || !opened.isOpen()) return false;
+    address = *parsed;
+    directory_ = std::move(directory);
+    directoryId_ = idOf(opened.get());
+    readAttributes(*this, opened.get());
+    readRevision(*this, opened.get());
+    mayHaveChildren_ = isBridge(*this, opened.get());
+    attachNames(*this);
     return true;
+}
+
+bool fill_pci_node(PciNode& node, const char* dir) {
+    return node.fill(dir, openDirectory(AT_FDCWD, dir));
 }
 
 int pci_node_scan(PciNode& node, const char* dir) {
     int count = 0;
     std::string path = dir;
     if (!path.ends_with('/')) path += '/';
+    const FileDescriptor directory = openDirectory(AT_FDCWD, path);
     const bool isListOfAll = node.parent == nullptr;
-    for (const PciAddress& address : functionsIn(path, isListOfAll)) {
-        const std::string childPath = path + tav::textOf(address);
-        if (isListOfAll && (findBelow(node, address) != nullptr || leadsBehindBridge(childPath)))
-            continue;
+    std::set<PciAddress> known;
+    if (isListOfAll) collectBelow(node, known);
+    for (const PciAddress& address : functionsIn(directory, isListOfAll)) {
+        const std::string name = tav::textOf(address);
+        if (isListOfAll && (known.contains(address) || leadsBehindBridge(path + name))) continue;
         auto child = std::make_unique<PciNode>();
         child->parent = &node;
-        if (!fill_pci_node(*child, childPath.c_str())) continue;
+        if (!child->fill(path + name, openDirectory(directory.get(), name))) continue;
         ++count;
-        if (child->mayHaveChildren_) count += pci_node_scan(*child, childPath.c_str());
+        if (child->mayHaveChildren_) count += pci_node_scan(*child, child->directory_.c_str());
+        if (isListOfAll) collectBelow(*child, known);
         node.children.push_back(std::move(child));
     }
     return count;
@@ -258,7 +277,7 @@ const PciNode::Capabilities& PciNode::capabilities() const {
 
 const PciNode::Vpd& PciNode::vpd() const {
     std::call_once(vpdOnce_, [this] {
-        const FileDescriptor directory = openDirectory(directory_.c_str());
+        const FileDescriptor directory = openDirectory(AT_FDCWD, directory_);
         if (!directory.isOpen()) return;
         const std::vector<std::byte> data = readVpd(directory.get());
         if (!isCurrent()) return;

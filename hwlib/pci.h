@@ -9,6 +9,7 @@
 #include <sys/types.h>
 
 #include "core/Export.h"
+#include "core/FileDescriptor.h"
 #include "hwlib/PciAddress.h"
 #include "hwlib/pci_ids.h"
 #include "hwlib/pci_vpd.h"
@@ -72,6 +73,9 @@ class TAV_API PciNode {
     friend bool fill_pci_node(PciNode& node, const char* dir);
     friend int pci_node_scan(PciNode& node, const char* dir);
 
+    /// `directory` is its path, under which it has been opened as `opened`.
+    bool fill(std::string directory, const tav::FileDescriptor& opened);
+
     std::string directory_;
     ino64_t directoryId_ = 0;
     bool mayHaveChildren_ = false;
@@ -88,7 +92,8 @@ using PciNodePtr = std::shared_ptr<const PciNode>;
 
 /// Reads the attributes of the function whose sysfs directory is `dir` and attaches the entries of
 /// the ID database, if that is loaded. False when the directory's name is no PCI address, or the
-/// directory cannot be opened. Of configuration space it reads the one word with the revision.
+/// directory cannot be opened. Configuration space is asked, for single words, only where the
+/// kernel does not tell the revision or the class.
 TAV_API bool fill_pci_node(PciNode& node, const char* dir);
 
 /// Scans a directory of PCI functions into the tree: the children of `node` are the functions in

@@ -56,6 +56,7 @@ inline void addFunction(const MadeUpFunction& function) {
     put("subsystem_vendor", function.subsystemVendor, 4);
     put("subsystem_device", function.subsystemDevice, 4);
     put("class", function.classCode, 6);
+    put("revision", function.revision, 2);
     writeFile(directory + "/irq", "16\n");
     const std::string address = function.path.substr(function.path.rfind('/') + 1);
     writeFile(directory + "/uevent",

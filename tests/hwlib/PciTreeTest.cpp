@@ -73,7 +73,9 @@ TEST_F(PciTree, AMissingAttributeCostsNoOther) {
     std::filesystem::remove("/sys/devices/" + adapter + "/subsystem_device");
     std::filesystem::remove(directory + "/class");
     std::filesystem::remove(directory + "/subsystem_vendor");
+    std::filesystem::remove(directory + "/revision");
     std::filesystem::remove("/sys/devices/" + adapter + "/config");
+    std::filesystem::remove("/sys/devices/" + adapter + "/revision");
     writeFile("/sys/devices/" + adapter + "/vendor", "nonsense");
     ASSERT_EQ(pci_node_scan(root, devices), 8);
     const PciNode& bridge = *root.children[1];
