@@ -16,20 +16,28 @@ namespace {
 constexpr const char* devices = "/sys/bus/pci/devices/";
 constexpr const char* idFile = "/usr/share/misc/pci.ids";
 
-const char* nameOf(const PciIdEntryPtr& entry) {
-    return entry == nullptr ? "?" : entry->name.c_str();
+std::string_view nameOf(const PciIdEntryPtr& entry) {
+    return entry == nullptr ? "?" : std::string_view(entry->name);
 }
 
-void printTree(const PciNode& node) {
+void append(std::string& text, std::string_view label, std::string_view name, unsigned id) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    text.append(label).append(name).append(" [");
+    for (int shift = 12; shift >= 0; shift -= 4)
+        text += digits[id >> shift & 0xFU];
+    text.append("]\n");
+}
+
+void print(const PciNode& node, std::string& text) {
     for (const auto& child : node.children) {
-        std::printf(
-            "Slot:\t%s\nClass:\t%s [%04x]\nVendor:\t%s [%04x]\nDevice:\t%s [%04x]\n"
-            "SVendor:\t%s [%04x]\nSDevice:\t%s [%04x]\nRev:\t%02x\n\n",
-            tav::textOf(child->address).c_str(), nameOf(child->classEntry), child->classCode >> 8,
-            nameOf(child->vendorEntry), child->vendor, nameOf(child->deviceEntry), child->device,
-            nameOf(child->subsystemVendorEntry), child->subsystemVendor,
-            nameOf(child->subsystemEntry), child->subsystemDevice, child->revision);
-        printTree(*child);
+        text.append("Slot:\t").append(tav::textOf(child->address)).append("\n");
+        append(text, "Class:\t", nameOf(child->classEntry), child->classCode >> 8);
+        append(text, "Vendor:\t", nameOf(child->vendorEntry), child->vendor);
+        append(text, "Device:\t", nameOf(child->deviceEntry), child->device);
+        append(text, "SVendor:\t", nameOf(child->subsystemVendorEntry), child->subsystemVendor);
+        append(text, "SDevice:\t", nameOf(child->subsystemEntry), child->subsystemDevice);
+        append(text, "Rev:\t", "", child->revision);
+        print(*child, text);
     }
 }
 
@@ -37,7 +45,9 @@ int list() {
     PciNode root;
     scan_hw_ids();
     if (pci_node_scan(root, devices) == 0) return 1;
-    printTree(root);
+    std::string text;
+    print(root, text);
+    std::fwrite(text.data(), 1, text.size(), stdout);
     return 0;
 }
 
