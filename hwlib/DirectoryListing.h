@@ -20,8 +20,14 @@ inline unsigned char kindByStat(int directory, const char* name) {
     return static_cast<unsigned char>(IFTODT(data.st_mode));
 }
 
-/// Calls `visit(name, kind)` for each entry of the freshly opened directory but "." and "..", in
-/// the kernel's order; `kind` is a DT_... constant. A directory that cannot be read has no entries.
+struct DirectoryEntry {
+    std::string_view name;
+    unsigned char kind;  ///< DT_... constant
+    ino64_t inode;       ///< of a link its own
+};
+
+/// Calls `visit(entry)` for each entry of the freshly opened directory but "." and "..", in the
+/// kernel's order. A directory that cannot be read has no entries.
 template <class Visit>
 void forEachEntry(const FileDescriptor& directory, Visit visit) {
     if (!directory.isOpen()) return;
@@ -34,8 +40,10 @@ void forEachEntry(const FileDescriptor& directory, Visit visit) {
             at += entry->d_reclen;
             const std::string_view name = entry->d_name;
             if (name == "." || name == "..") continue;
-            visit(name, entry->d_type != DT_UNKNOWN ? entry->d_type
-                                                    : kindByStat(directory.get(), entry->d_name));
+            const unsigned char kind = entry->d_type != DT_UNKNOWN
+                                           ? entry->d_type
+                                           : kindByStat(directory.get(), entry->d_name);
+            visit(DirectoryEntry{name, kind, entry->d_ino});
         }
     }
 }

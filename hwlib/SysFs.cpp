@@ -147,25 +147,24 @@ void SysFs::Mirror::listDirectory(const Directory& directory) {
     const int follow = directory.node == &nodes.front() ? 0 : O_NOFOLLOW;
     std::string path = directory.path + '/';
     const std::size_t nameStart = path.size();
-    tav::forEachEntry(directory.path.c_str(), follow,
-                      [&](std::string_view entry, unsigned char kind) {
-                          const std::string_view name = names.keep(entry);
-                          path.replace(nameStart, std::string::npos, name);
-                          switch (kind) {
-                              case DT_DIR:
-                                  addDirectory(path, directory.path, name);
-                                  break;
-                              case DT_LNK:
-                                  addNode(links.emplace_back(directory.path, name), path);
-                                  break;
-                              case DT_REG:
-                                  addNode(attribs.emplace_back(directory.path, name), path);
-                                  break;
-                              default:
-                                  addNode(others.emplace_back(directory.path, name), path);
-                          }
-                          directory.node->addChildtoBack(&nodes.back());
-                      });
+    tav::forEachEntry(directory.path.c_str(), follow, [&](const tav::DirectoryEntry& entry) {
+        const std::string_view name = names.keep(entry.name);
+        path.replace(nameStart, std::string::npos, name);
+        switch (entry.kind) {
+            case DT_DIR:
+                addDirectory(path, directory.path, name);
+                break;
+            case DT_LNK:
+                addNode(links.emplace_back(directory.path, name), path);
+                break;
+            case DT_REG:
+                addNode(attribs.emplace_back(directory.path, name), path);
+                break;
+            default:
+                addNode(others.emplace_back(directory.path, name), path);
+        }
+        directory.node->addChildtoBack(&nodes.back());
+    });
 }
 
 /// Open addressing, at most half full.

@@ -32,21 +32,17 @@ std::string_view lastComponent(std::string_view path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-/// `path` may be relative to the open directory `parent`.
-FileDescriptor openDirectory(int parent, const std::string& path) {
-    return FileDescriptor(::openat(parent, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+FileDescriptor openDirectory(const std::string& path) {
+    return FileDescriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 /// What tells a directory from any other that had its name before; 0 when there is no such. The
-/// kernel's numbers need 64 bits in a 32-bit process too.
-ino64_t idOf(int directory) {
+/// kernel's numbers need 64 bits in a 32-bit process too. `path` may be relative to `parent`.
+ino64_t idOf(int parent, const std::string& path) {
     struct stat64 data;
-    return ::fstat64(directory, &data) == 0 ? data.st_ino : 0;
-}
-
-ino64_t idOf(const char* path) {
-    struct stat64 data;
-    return ::stat64(path, &data) == 0 ? data.st_ino : 0;
+    const bool isDirectory =
+        ::fstatat64(parent, path.c_str(), &data, 0) == 0 && S_ISDIR(data.st_mode);
+    return isDirectory ? data.st_ino : 0;
 }
 
 /// Takes "8086:0D57" apart; leaves the ids alone when they are not that.
@@ -83,37 +79,50 @@ void parseEvent(std::string_view text, PciNode& node) {
     }
 }
 
+/// Where a function's attributes are: short ways from an open directory spare the kernel long ones.
+struct Attributes {
+    int parent;
+    std::string prefix;  ///< "0000:3b:00.1/"
+
+    std::string pathOf(const char* name) const { return prefix + name; }
+    FileDescriptor open(const char* name) const {
+        return FileDescriptor(tav::openForReading(parent, pathOf(name).c_str()));
+    }
+};
+
 /// Reads an attribute whose value is not known yet.
 template <class Number>
-void readMissing(int directory, const char* name, Number& value) {
-    if (value == tav::noSysfsValue<Number>)
-        tav::_get_sysfs_numeric(directory, name, SysfsFormat::Hexadecimal, &value);
+void readMissing(const Attributes& attributes, const char* name, Number& value) {
+    if (value != tav::noSysfsValue<Number>) return;
+    tav::_get_sysfs_numeric(attributes.parent, attributes.pathOf(name).c_str(),
+                            SysfsFormat::Hexadecimal, &value);
 }
 
-void readAttributes(PciNode& node, int directory) {
+void readAttributes(PciNode& node, const Attributes& attributes) {
     std::array<char, tav::attributeLimit> event;
-    parseEvent({event.data(), tav::readFileOnce(directory, "uevent", event)}, node);
-    readMissing(directory, "vendor", node.vendor);
-    readMissing(directory, "device", node.device);
-    readMissing(directory, "subsystem_vendor", node.subsystemVendor);
-    readMissing(directory, "subsystem_device", node.subsystemDevice);
-    readMissing(directory, "class", node.classCode);
+    const std::string path = attributes.pathOf("uevent");
+    parseEvent({event.data(), tav::readFileOnce(attributes.parent, path.c_str(), event)}, node);
+    readMissing(attributes, "vendor", node.vendor);
+    readMissing(attributes, "device", node.device);
+    readMissing(attributes, "subsystem_vendor", node.subsystemVendor);
+    readMissing(attributes, "subsystem_device", node.subsystemDevice);
+    readMissing(attributes, "class", node.classCode);
 }
 
 /// Whether the function has a bus behind it, as its class tells, or else its header.
-bool isBridge(const PciNode& node, int directory) {
+bool isBridge(const PciNode& node, const Attributes& attributes) {
     if (node.classCode <= mostClassCode)
         return std::ranges::count(bridgeClasses, node.classCode >> 8) > 0;
-    const FileDescriptor configFile(tav::openForReading(directory, "config"));
+    const FileDescriptor configFile = attributes.open("config");
     std::array<std::byte, pciConfigSize> config{};
     return !tav::readConfigHeaderType(configFile.get(), config) || *tav::hasBridgeHeader(config);
 }
 
 /// Since Linux 4.10 the kernel tells it without asking the function.
-void readRevision(PciNode& node, int directory) {
-    readMissing(directory, "revision", node.revision);
+void readRevision(PciNode& node, const Attributes& attributes) {
+    readMissing(attributes, "revision", node.revision);
     if (node.revision != tav::noSysfsValue<std::uint8_t>) return;
-    const FileDescriptor configFile(tav::openForReading(directory, "config"));
+    const FileDescriptor configFile = attributes.open("config");
     std::array<std::byte, pciConfigSize> config{};
     if (tav::readConfigRevision(configFile.get(), config)) node.revision = pci_get_revision(config);
 }
@@ -159,17 +168,23 @@ bool leadsBehindBridge(const std::string& link) {
     return tav::parsePciAddress(above).has_value();
 }
 
+struct Function {
+    PciAddress address;
+    std::string name;
+    ino64_t id;  ///< see idOf(); 0 where only the end of a link has one
+};
+
 /// The functions in a directory. Only the list of all functions consists of links; a link in a
 /// bridge's own directory would lead anywhere.
-std::vector<PciAddress> functionsIn(const FileDescriptor& directory, bool isListOfAll) {
-    std::vector<PciAddress> functions;
-    tav::forEachEntry(directory, [&](std::string_view name, unsigned char kind) {
-        const auto address = tav::parsePciAddress(name);
-        const bool isLink = kind == DT_LNK;
-        if (!address || (kind != DT_DIR && !(isLink && isListOfAll))) return;
-        functions.push_back(*address);
+std::vector<Function> functionsIn(const FileDescriptor& directory, bool isListOfAll) {
+    std::vector<Function> functions;
+    tav::forEachEntry(directory, [&](const tav::DirectoryEntry& entry) {
+        const auto address = tav::parsePciAddress(entry.name);
+        const bool isLink = entry.kind == DT_LNK;
+        if (!address || (entry.kind != DT_DIR && !(isLink && isListOfAll))) return;
+        functions.push_back({*address, std::string(entry.name), isLink ? 0 : entry.inode});
     });
-    std::ranges::sort(functions);
+    std::ranges::sort(functions, {}, &Function::address);
     return functions;
 }
 
@@ -213,39 +228,52 @@ std::shared_ptr<const Tree> scanHost() {
 
 }  // namespace
 
-bool PciNode::fill(std::string directory, const FileDescriptor& opened) {
-    const auto parsed = tav::parsePciAddress(lastComponent(directory));
-    if (!parsed || !opened.isOpen()) return false;
+/// A function's directory and what it was when it was found. Of one that has been replaced since,
+/// the node holds what could be read, and is not current.
+struct PciNode::Place {
+    Attributes attributes;
+    std::string path;
+    ino64_t id;
+};
+
+bool PciNode::fill(const Place& place) {
+    const auto parsed = tav::parsePciAddress(lastComponent(place.path));
+    if (!parsed || place.id == 0) return false;
     address = *parsed;
-    directory_ = std::move(directory);
-    directoryId_ = idOf(opened.get());
-    readAttributes(*this, opened.get());
-    readRevision(*this, opened.get());
-    mayHaveChildren_ = isBridge(*this, opened.get());
+    directory_ = place.path;
+    directoryId_ = place.id;
+    readAttributes(*this, place.attributes);
+    const bool hasVanished = vendor == tav::noSysfsValue<std::uint16_t> && !isCurrent();
+    if (hasVanished) return false;
+    readRevision(*this, place.attributes);
+    mayHaveChildren_ = isBridge(*this, place.attributes);
     attachNames(*this);
     return true;
 }
 
 bool fill_pci_node(PciNode& node, const char* dir) {
-    return node.fill(dir, openDirectory(AT_FDCWD, dir));
+    const std::string path = dir;
+    return node.fill({{AT_FDCWD, path + '/'}, path, idOf(AT_FDCWD, path)});
 }
 
 int pci_node_scan(PciNode& node, const char* dir) {
     int count = 0;
     std::string path = dir;
     if (!path.ends_with('/')) path += '/';
-    const FileDescriptor directory = openDirectory(AT_FDCWD, path);
+    const FileDescriptor directory = openDirectory(path);
     const bool isListOfAll = node.parent == nullptr;
     std::set<PciAddress> known;
     if (isListOfAll) collectBelow(node, known);
-    for (const PciAddress& address : functionsIn(directory, isListOfAll)) {
-        const std::string name = tav::textOf(address);
-        if (isListOfAll && (known.contains(address) || leadsBehindBridge(path + name))) continue;
+    for (const Function& function : functionsIn(directory, isListOfAll)) {
+        const std::string childPath = path + function.name;
+        if (isListOfAll && (known.contains(function.address) || leadsBehindBridge(childPath)))
+            continue;
         auto child = std::make_unique<PciNode>();
         child->parent = &node;
-        if (!child->fill(path + name, openDirectory(directory.get(), name))) continue;
+        const ino64_t id = function.id != 0 ? function.id : idOf(directory.get(), function.name);
+        if (!child->fill({{directory.get(), function.name + '/'}, childPath, id})) continue;
         ++count;
-        if (child->mayHaveChildren_) count += pci_node_scan(*child, child->directory_.c_str());
+        if (child->mayHaveChildren_) count += pci_node_scan(*child, childPath.c_str());
         if (isListOfAll) collectBelow(*child, known);
         node.children.push_back(std::move(child));
     }
@@ -253,7 +281,7 @@ int pci_node_scan(PciNode& node, const char* dir) {
 }
 
 bool PciNode::isCurrent() const {
-    return directoryId_ != 0 && idOf(directory_.c_str()) == directoryId_;
+    return directoryId_ != 0 && idOf(AT_FDCWD, directory_) == directoryId_;
 }
 
 std::int32_t PciNode::interruptLine() const {
@@ -277,7 +305,7 @@ const PciNode::Capabilities& PciNode::capabilities() const {
 
 const PciNode::Vpd& PciNode::vpd() const {
     std::call_once(vpdOnce_, [this] {
-        const FileDescriptor directory = openDirectory(AT_FDCWD, directory_);
+        const FileDescriptor directory = openDirectory(directory_);
         if (!directory.isOpen()) return;
         const std::vector<std::byte> data = readVpd(directory.get());
         if (!isCurrent()) return;

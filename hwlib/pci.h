@@ -9,7 +9,6 @@
 #include <sys/types.h>
 
 #include "core/Export.h"
-#include "core/FileDescriptor.h"
 #include "hwlib/PciAddress.h"
 #include "hwlib/pci_ids.h"
 #include "hwlib/pci_vpd.h"
@@ -73,8 +72,8 @@ class TAV_API PciNode {
     friend bool fill_pci_node(PciNode& node, const char* dir);
     friend int pci_node_scan(PciNode& node, const char* dir);
 
-    /// `directory` is its path, under which it has been opened as `opened`.
-    bool fill(std::string directory, const tav::FileDescriptor& opened);
+    struct Place;
+    bool fill(const Place& place);
 
     std::string directory_;
     ino64_t directoryId_ = 0;

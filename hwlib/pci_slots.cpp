@@ -81,11 +81,11 @@ int pcislot_scsi_host(const char* path) {
 std::optional<std::string> get_pcislot(const PciAddress& address) {
     std::optional<std::string> slot;
     const std::string directory(slotsDirectory);
-    tav::forEachEntry(directory.c_str(), 0, [&](std::string_view name, unsigned char) {
+    tav::forEachEntry(directory.c_str(), 0, [&](const tav::DirectoryEntry& entry) {
         std::array<char, slotAddressLimit> text;
-        const std::string path = directory + std::string(name) + "/address";
+        const std::string path = directory + std::string(entry.name) + "/address";
         const std::size_t length = tav::readFileOnce(path.c_str(), text);
-        if (isSlotOf({text.data(), length}, address)) slot = name;
+        if (isSlotOf({text.data(), length}, address)) slot = entry.name;
     });
     return slot;
 }

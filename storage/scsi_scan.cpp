@@ -48,8 +48,8 @@ void addDevice(std::string link, DevicesByController& devices) {
 
 std::shared_ptr<const DevicesByController> listDevices() {
     DevicesByController devices;
-    forEachEntry(scsiDevices, 0, [&devices](std::string_view name, unsigned char) {
-        addDevice(std::string(name), devices);
+    forEachEntry(scsiDevices, 0, [&devices](const DirectoryEntry& entry) {
+        addDevice(std::string(entry.name), devices);
     });
     for (auto& [controller, list] : devices) {
         std::sort(list.begin(), list.end(),

@@ -42,7 +42,8 @@ using Prefixes = std::span<const std::string_view>;
 /// none.
 std::string firstEntry(const char* directory, Prefixes prefixes) {
     std::string first;
-    tav::forEachEntry(directory, 0, [&](std::string_view name, unsigned char /*kind*/) {
+    tav::forEachEntry(directory, 0, [&](const tav::DirectoryEntry& entry) {
+        const std::string_view name = entry.name;
         const bool fits =
             std::any_of(prefixes.begin(), prefixes.end(),
                         [&](std::string_view begin) { return name.starts_with(begin); });

@@ -83,7 +83,7 @@ class Floor {
 
     void operator()() const {
         for (const char* directory : {"/sys/class/fc_host/", "/sys/class/scsi_host/"})
-            tav::forEachEntry(directory, 0, [](std::string_view, unsigned char) {});
+            tav::forEachEntry(directory, 0, [](const tav::DirectoryEntry&) {});
         for (const PortPaths& port : ports_) {
             for (const std::string& link : port.links)
                 readLink(link);

@@ -188,7 +188,7 @@ std::string_view shown(const tav::OwnedText& text) {
 int list() {
     std::vector<std::string> names;
     tav::forEachEntry("/sys/class/scsi_device/", 0,
-                      [&](std::string_view name, unsigned char) { names.emplace_back(name); });
+                      [&](const tav::DirectoryEntry& entry) { names.emplace_back(entry.name); });
     std::sort(names.begin(), names.end());
     for (const std::string& name : names) {
         const char* const link = name.c_str();
