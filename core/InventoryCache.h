@@ -1,10 +1,16 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <utility>
 #include <vector>
+
+#include <json/value.h>
+
+#include "core/Waiting.h"
 
 namespace tav {
 
@@ -73,5 +79,30 @@ class InventoryCache {
     /// Generations that somebody was still reading when they were replaced; under the build lock.
     std::vector<Snapshot> retired_;
 };
+
+/// Replaces `records` by those of the last published generation; returns 1 when the next one is
+/// being built, else 0. Any thread.
+template <class Inventory>
+int copyRecords(const InventoryCache<Inventory>& cache, std::vector<Json::Value>& records) {
+    const auto [inventory, building] = cache.read();
+    records = inventory->records;
+    return building ? 1 : 0;
+}
+
+/// Whether the cache holds a built inventory, which has something in `list`: asks up to three times
+/// and pauses after each no, which it reports: report(building, size, retry), where `building` is 1
+/// during a build and `retry` counts from 0. Any thread; a stop ends the pauses.
+template <class Inventory, class List, class Report>
+bool holdsInventory(const InventoryCache<Inventory>& cache, List Inventory::*list,
+                    std::chrono::seconds pause, Report report) {
+    for (int retry = 0; retry < 3; ++retry) {
+        const auto [inventory, building] = cache.read();
+        const std::size_t size = ((*inventory).*list).size();
+        if (!building && size > 0) return true;
+        report(building ? 1 : 0, size, retry);
+        if (pauseFor(pause) == Pause::Stopped) return false;
+    }
+    return false;
+}
 
 }  // namespace tav

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <ctime>
@@ -8,6 +9,7 @@
 #include <optional>
 
 #include "core/Export.h"
+#include "core/Log.h"
 #include "core/StopSignal.h"
 #include "core/Waiting.h"
 
@@ -35,6 +37,20 @@ class TAV_API ManagerLoop {
     /// Waits until a stop or a refresh is asked for (also before the call), any signal arrives, or
     /// `step` has passed. Loop's thread only. When no clock can be read, errno tells why.
     LoopWake wait(std::chrono::seconds step);
+
+    /// Calls `round(wake)` whenever the loop wakes, until a stop is asked for or no clock can be
+    /// read. Loop's thread only.
+    template <class Round>
+    void run(std::chrono::seconds step, const ModuleLog& logger, Round round) {
+        while (true) {
+            const LoopWake wake = wait(step);
+            if (wake.clockFailed) {
+                logger.error(here(), "Failed to get current time! (errno: %d)", errno);
+            }
+            if (wake.clockFailed || wake.stop) return;
+            round(wake);
+        }
+    }
 
     /// Any thread.
     void requestStop();
@@ -68,16 +84,10 @@ class TAV_API Readiness {
     std::atomic<bool> pushWhenBuilt_{false};
 };
 
-/// Asks `isBuilt` up to three times whether a manager holds a built inventory; after each no it
-/// calls `report` with the number of tries before this one, and pauses.
-template <class IsBuilt, class Report>
-bool isBuiltWithinThreeTries(std::chrono::seconds pause, IsBuilt isBuilt, Report report) {
-    for (int retry = 0; retry < 3; ++retry) {
-        if (isBuilt()) return true;
-        report(retry);
-        if (pauseFor(pause) == Pause::Stopped) return false;
-    }
-    return false;
+/// Whether a loop that begins has nothing to do, because the inventory is only seconds old.
+inline bool isRecent(std::time_t lastRefresh) {
+    constexpr std::time_t recentSeconds = 3;
+    return lastRefresh != 0 && secondsNow() - lastRefresh < recentSeconds;
 }
 
 }  // namespace tav

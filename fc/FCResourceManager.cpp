@@ -1,6 +1,5 @@
 #include "fc/FCResourceManager.h"
 
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <string_view>
@@ -29,7 +28,6 @@ constexpr const char* moduleName = "FCHBA";
 constexpr auto loopStep = 10s;
 constexpr std::time_t stepSeconds = std::chrono::seconds(loopStep).count();
 constexpr long defaultRefreshInterval = 30;
-constexpr std::time_t recentRefreshSeconds = 3;
 constexpr auto runningRetry = 3s;
 
 long refreshInterval() {
@@ -80,24 +78,18 @@ void FCResourceManager::init() {
 
 void FCResourceManager::startInventory() {
     logger.debug(here(), "Entry startInventory");
-    if (lastRefreshTime_ != 0 && tav::secondsNow() - lastRefreshTime_ < recentRefreshSeconds) {
+    if (tav::isRecent(lastRefreshTime_)) {
         logger.debug(here(), "Cache was recently refreshed. skipping the current refresh cycle");
         return;
     }
     const long interval = refreshInterval();
-    while (true) {
-        const tav::LoopWake wake = loop_.wait(loopStep);
-        if (wake.clockFailed) {
-            logger.error(here(), "Failed to get current time! (errno: %d)", errno);
-            return;
-        }
-        if (wake.stop) return;
+    loop_.run(loopStep, logger, [&](const tav::LoopWake& wake) {
         const std::time_t elapsed = wake.elapsedSince(lastRefreshTime_);
         if (wake.refresh || isRefreshDue(elapsed, interval) ||
             (isPortCheckDue(elapsed) && waitOnPortState(getFCInventory().size()))) {
             cacheBuild();
         }
-    }
+    });
 }
 
 void FCResourceManager::stopResourceManagerJob() {
@@ -177,9 +169,7 @@ void FCResourceManager::generateTestEvent(int eventId, const std::string& /*loca
 }
 
 int FCResourceManager::getInventoryJsonObject(std::vector<Json::Value>& records) {
-    const auto [inventory, building] = cache_.read();
-    records = inventory->records;
-    return building ? 1 : 0;
+    return tav::copyRecords(cache_, records);
 }
 
 std::vector<tavFCDeviceInfo> FCResourceManager::getFCInventory() const {
@@ -187,17 +177,11 @@ std::vector<tavFCDeviceInfo> FCResourceManager::getFCInventory() const {
 }
 
 bool FCResourceManager::isRunning() {
-    return tav::isBuiltWithinThreeTries(
-        runningRetry,
-        [this] {
-            const auto [inventory, building] = cache_.read();
-            return !building && !inventory->ports.empty();
-        },
-        [this](int retry) {
-            const auto [inventory, building] = cache_.read();
+    return tav::holdsInventory(
+        cache_, &Inventory::ports, runningRetry, [](int building, std::size_t size, int retry) {
             logger.warning(here(),
                            "_cacheBuildInProgress = %d,FCInventory.size() =%zu,retryCount = %d",
-                           building ? 1 : 0, inventory->ports.size(), retry);
+                           building, size, retry);
         });
 }
 

@@ -1,6 +1,5 @@
 #include "host/HostResourceManager.h"
 
-#include <cerrno>
 #include <chrono>
 #include <optional>
 #include <string>
@@ -39,7 +38,6 @@ constexpr std::size_t startupHistoryLimit = 4096;
 constexpr auto bootSettleTime = 10s;
 constexpr auto loopStep = 60s;
 constexpr std::time_t refreshAfterSeconds = 59;
-constexpr std::time_t recentRefreshSeconds = 3;
 constexpr auto runningRetry = 3s;
 constexpr long mbytesPerGiB = 1024;
 
@@ -71,25 +69,16 @@ void HostResourceManager::init() {
 
 void HostResourceManager::startInventory() {
     logger.debug(here(), "Entry startInventory");
-    if (lastRefreshTime_ != 0) {
-        logger.debug(here(), "Attempting to refresh Cache.");
-        if (tav::secondsNow() - lastRefreshTime_ < recentRefreshSeconds) {
-            logger.debug(here(),
-                         "cache was recently refreshed. skipping the current refresh cycle");
-            return;
-        }
+    if (lastRefreshTime_ != 0) logger.debug(here(), "Attempting to refresh Cache.");
+    if (tav::isRecent(lastRefreshTime_)) {
+        logger.debug(here(), "cache was recently refreshed. skipping the current refresh cycle");
+        return;
     }
-    while (true) {
-        const tav::LoopWake wake = loop_.wait(loopStep);
-        if (wake.clockFailed) {
-            logger.error(here(), "Failed to get current time! (errno: %d)", errno);
-            return;
-        }
-        if (wake.stop) return;
+    loop_.run(loopStep, logger, [&](const tav::LoopWake& wake) {
         if (wake.refresh || wake.elapsedSince(lastRefreshTime_) > refreshAfterSeconds) {
             cacheBuild();
         }
-    }
+    });
 }
 
 void HostResourceManager::stopResourceManagerJob() {
@@ -156,12 +145,11 @@ void HostResourceManager::getTotalPhysicalMemory(tavHostOSInfo& host) {
 }
 
 int HostResourceManager::getInventoryJsonObject(std::vector<Json::Value>& records) {
-    const auto [inventory, building] = cache_.read();
-    if (building) {
+    const int building = tav::copyRecords(cache_, records);
+    if (building != 0) {
         logger.debug(here(), "Cache build is in progress. Returning previous copy of inventory.");
     }
-    records = inventory->records;
-    return building ? 1 : 0;
+    return building;
 }
 
 std::vector<tavHostOSInfo> HostResourceManager::getHostInventory() const {
@@ -169,17 +157,11 @@ std::vector<tavHostOSInfo> HostResourceManager::getHostInventory() const {
 }
 
 bool HostResourceManager::isRunning() {
-    return tav::isBuiltWithinThreeTries(
-        runningRetry,
-        [this] {
-            const auto [inventory, building] = cache_.read();
-            return !building && !inventory->records.empty();
-        },
-        [this](int retry) {
-            const auto [inventory, building] = cache_.read();
+    return tav::holdsInventory(
+        cache_, &Inventory::records, runningRetry, [](int building, std::size_t size, int retry) {
             logger.warning(here(),
                            "_cacheBuildInProgress = %d,HostInventory.size() =%zu,retryCount =%d",
-                           building ? 1 : 0, inventory->records.size(), retry);
+                           building, size, retry);
         });
 }
 

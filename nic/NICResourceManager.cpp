@@ -1,7 +1,6 @@
 #include "nic/NICResourceManager.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <utility>
 
@@ -38,7 +37,6 @@ constexpr std::size_t listLimit = 16U << 20U;
 constexpr auto loopStep = 10s;
 constexpr std::time_t refreshAfterSeconds = 29;
 constexpr std::time_t linkPollAfterSeconds = 10;
-constexpr std::time_t recentRefreshSeconds = 3;
 constexpr auto runningRetry = 5s;
 
 constexpr int recoveredEvent = 680;
@@ -95,21 +93,12 @@ void NICResourceManager::init() {
 
 void NICResourceManager::startInventory() {
     logger.debug(here(), "Entry startInventory");
-    if (lastRefreshTime_ != 0) {
-        logger.debug(here(), "Attempting to refresh Cache.");
-        if (tav::secondsNow() - lastRefreshTime_ < recentRefreshSeconds) {
-            logger.debug(here(),
-                         "cache was recently refreshed. skipping the current refresh cycle");
-            return;
-        }
+    if (lastRefreshTime_ != 0) logger.debug(here(), "Attempting to refresh Cache.");
+    if (tav::isRecent(lastRefreshTime_)) {
+        logger.debug(here(), "cache was recently refreshed. skipping the current refresh cycle");
+        return;
     }
-    while (true) {
-        const tav::LoopWake wake = loop_.wait(loopStep);
-        if (wake.clockFailed) {
-            logger.error(here(), "Failed to get current time! (errno: %d)", errno);
-            return;
-        }
-        if (wake.stop) return;
+    loop_.run(loopStep, logger, [&](const tav::LoopWake& wake) {
         const std::time_t elapsed = wake.elapsedSince(lastRefreshTime_);
         if (wake.refresh || elapsed > refreshAfterSeconds) {
             logger.debug(here(), "Refreshing Ethernet cache");
@@ -118,7 +107,7 @@ void NICResourceManager::startInventory() {
             logger.debug(here(), "Polling for interface link state change.");
             if (checkLinkState()) cacheBuild();
         }
-    }
+    });
 }
 
 void NICResourceManager::stopResourceManagerJob() {
@@ -279,26 +268,19 @@ std::vector<PhyAdapterInventory> NICResourceManager::getNICInventory() const {
 }
 
 int NICResourceManager::getInventoryJsonObject(std::vector<Json::Value>& records) {
-    const auto [inventory, building] = cache_.read();
-    if (building) {
+    const int building = tav::copyRecords(cache_, records);
+    if (building != 0) {
         logger.debug(here(), "Cache build is in progress. Returning previous copy of inventory.");
     }
-    records = inventory->records;
-    return building ? 1 : 0;
+    return building;
 }
 
 bool NICResourceManager::isRunning() {
-    return tav::isBuiltWithinThreeTries(
-        runningRetry,
-        [this] {
-            const auto [inventory, building] = cache_.read();
-            return !building && !inventory->records.empty();
-        },
-        [this](int retry) {
-            const auto [inventory, building] = cache_.read();
+    return tav::holdsInventory(
+        cache_, &Inventory::records, runningRetry, [](int building, std::size_t size, int retry) {
             logger.warning(here(),
                            "_cacheBuildInProgress = %d,NICInventory.size() =%zu, retryCount = %d",
-                           building ? 1 : 0, inventory->records.size(), retry);
+                           building, size, retry);
         });
 }
 

@@ -191,18 +191,13 @@ void SASResourceManager::fetchPrevInventoryOfType(int kind,
 }
 
 bool SASResourceManager::isRunning() {
-    const bool built = tav::isBuiltWithinThreeTries(
-        runningRetry,
-        [this] {
-            const auto [inventory, building] = cache_.read();
-            return !building && !inventory->controllers.empty();
-        },
-        [this](int retry) {
-            const auto [inventory, building] = cache_.read();
+    const bool built = tav::holdsInventory(
+        cache_, &tav::StorageInventory::controllers, runningRetry,
+        [](int building, std::size_t size, int retry) {
             logger.warning(
                 here(),
                 "_cacheBuildInProgress = %d,ControllerInventory.size() = %zu,retryCount = %d",
-                building ? 1 : 0, inventory->controllers.size(), retry);
+                building, size, retry);
         });
     if (built && isSomeControllerWithoutEvents()) {
         logger.warning(here(),
