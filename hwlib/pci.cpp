@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <set>
+#include <utility>
 
 #include <fcntl.h>
 
@@ -253,7 +254,9 @@ bool PciNode::fill(const Place& place) {
 
 bool fill_pci_node(PciNode& node, const char* dir) {
     const std::string path = dir;
-    return node.fill({{AT_FDCWD, path + '/'}, path, idOf(AT_FDCWD, path)});
+    const ino64_t id = idOf(AT_FDCWD, path);
+    Attributes attributes{AT_FDCWD, path + '/'};
+    return node.fill({std::move(attributes), path, id});
 }
 
 int pci_node_scan(PciNode& node, const char* dir) {
@@ -271,7 +274,8 @@ int pci_node_scan(PciNode& node, const char* dir) {
         auto child = std::make_unique<PciNode>();
         child->parent = &node;
         const ino64_t id = function.id != 0 ? function.id : idOf(directory.get(), function.name);
-        if (!child->fill({{directory.get(), function.name + '/'}, childPath, id})) continue;
+        Attributes attributes{directory.get(), function.name + '/'};
+        if (!child->fill({std::move(attributes), childPath, id})) continue;
         ++count;
         if (child->mayHaveChildren_) count += pci_node_scan(*child, childPath.c_str());
         if (isListOfAll) collectBelow(*child, known);
