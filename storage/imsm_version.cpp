@@ -65,9 +65,9 @@ std::vector<tav::ImsmPlatform> tav::parseImsmPlatforms(std::string_view output) 
     std::optional<std::string> version;
     for (const std::string& line : splitLines(output)) {
         if (platforms.size() == mostPlatforms) break;
-        if (const auto opened = textAfter(line, versionMark)) {
-            version = opened;
-        } else if (const auto controller = textAfter(line, controllerMark); controller && version) {
+        if (!version) {
+            version = textAfter(line, versionMark);
+        } else if (const auto controller = textAfter(line, controllerMark)) {
             platforms.push_back({*controller, *version});
             version.reset();
         }

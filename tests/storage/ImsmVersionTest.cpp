@@ -30,7 +30,7 @@ TEST(ImsmVersion, PairsEachVersionWithTheNextController) {
     } rows[] = {{"one", version + controller, {pair}},
                 {"a controller of its own", controller + version, {}},
                 {"two controllers after a version", version + controller + controller, {pair}},
-                {"the later of two versions", "Version : 1\n" + version + controller, {pair}},
+                {"the first of two versions", version + "Version : 1\n" + controller, {pair}},
                 {"no line end", version + controller.substr(0, controller.size() - 1), {pair}},
                 {"nothing", "", {}},
                 {"binary", std::string("\0Version : \xff\nController : ", 26), {{"", "\xff"}}}};
