@@ -115,7 +115,7 @@ void setMediaType(const std::string& link, int rotationRate, tavDiskInfo& disk) 
 }
 
 /// An ATA disk that stands behind the kernel's own translation has no port page.
-std::string protocolOf(const std::string& link, int node, bool isAta) {
+std::string protocolOf(const std::string& link, const std::string& device, int node, bool isAta) {
     const int identifier = get_scsi_transport_protocol(node);
     if (identifier < 0 ||
         static_cast<std::size_t>(identifier) >= SCSI_Protocol_Identifiers.size()) {
@@ -123,8 +123,8 @@ std::string protocolOf(const std::string& link, int node, bool isAta) {
         return isAta ? ataProtocol : "";
     }
     const char* const name = SCSI_Protocol_Identifiers[static_cast<std::size_t>(identifier)];
-    logger.debug(here(), "%s: Device %s: Protocol %d (%s)", link.c_str(), link.c_str(), identifier,
-                 name);
+    logger.debug(here(), "%s: Device %s: Protocol %d (%s)", link.c_str(), device.c_str(),
+                 identifier, name);
     return name;
 }
 
@@ -164,6 +164,15 @@ void setSerialNumber(const std::string& link, tavDiskInfo& disk) {
     }
     logger.debug(here(), "%s: Disk serialnum from %s: %s", link.c_str(), source, serial.c_str());
     disk.setSerialNumber(serial);
+}
+
+void setBlockDevice(const std::string& link, tavDiskInfo& disk) {
+    const tavBlockDevice device = get_BlockDevice(link.c_str());
+    if (!device.name.empty()) disk.setOSDeviceName("/dev/" + device.name);
+    const unsigned long long blocks = device.sectors;
+    const unsigned long long bytes = blocks * blockSize;
+    disk.setCapacityBytes(bytes);
+    logger.debug(here(), "%s: Drv size %llu Blocks, %llu bytes", link.c_str(), blocks, bytes);
 }
 
 bool isPhysicalDisk(const std::string& link, const std::string& model) {
@@ -330,16 +339,14 @@ bool describeDisk(const std::string& link, int node, tavDiskInfo& disk) {
     setSerialNumber(link, disk);
     logger.debug(here(), "%s: Disk Model %s", link.c_str(), model.c_str());
     setModel(model, disk);
-    const unsigned long long blocks = get_BlockSize(link.c_str());
-    const unsigned long long bytes = blocks * blockSize;
-    disk.setCapacityBytes(bytes);
-    logger.debug(here(), "%s: Drv size %llu Blocks, %llu bytes", link.c_str(), blocks, bytes);
+    setBlockDevice(link, disk);
     disk.setRevision(trimmed(OwnedText(get_sas_DiskRev(link.c_str()))));
     logger.debug(here(), "%s: SCSI PhyDrvFWRev %s", link.c_str(), disk.getRevision().c_str());
     const bool isAta = trimmed(OwnedText(get_DiskVendor(link.c_str()))) == ataProtocol;
-    disk.setProtocol(protocolOf(link, node, isAta));
+    disk.setProtocol(protocolOf(link, disk.getOSDeviceName(), node, isAta));
     if (isAta) {
-        logger.debug(here(), "%s: Device %s: Found an ATA disk", link.c_str(), link.c_str());
+        logger.debug(here(), "%s: Device %s: Found an ATA disk", link.c_str(),
+                     disk.getOSDeviceName().c_str());
         describeAtaDisk(link, node, disk);
     } else {
         setMediaType(link, get_scsi_disk_medium_rotation_rate(node), disk);

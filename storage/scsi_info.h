@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include <scsi/sg.h>
 
@@ -127,7 +128,14 @@ TAV_API char* get_DiskType(const char* link);
 TAV_API bool is_direct_access_block_device(const char* link);
 /// Name of the SCSI generic node ("sg3"); null when there is none.
 TAV_API char* get_ScsiGeneric(const char* link);
-/// Size of the block device in sectors of 512 bytes; 0 when there is none.
+/// The disk's block device: its name ("sda") and its size in sectors of 512 bytes; empty and 0 when
+/// there is none.
+struct tavBlockDevice {
+    std::string name;
+    std::uint64_t sectors = 0;
+};
+TAV_API tavBlockDevice get_BlockDevice(const char* link);
+/// The same size alone.
 TAV_API std::uint64_t get_BlockSize(const char* link);
 /// Serial number from the kernel's copy of VPD page 80h or of the standard INQUIRY data.
 TAV_API char* get_unit_sn_from_sysfs_vpd_pg80(const char* link);

@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "core/Log.h"
 #include "hwlib/DirectoryListing.h"
@@ -52,16 +53,12 @@ std::string firstEntry(const char* directory, Prefixes prefixes) {
     return first;
 }
 
-/// The directory of the disk's block device; empty for none. Old kernels link to it from the
-/// device's own directory, by the name "block:sda".
-std::string blockDirectory(const char* link) {
-    constexpr std::array<std::string_view, 2> prefixes = {"block:", "sd"};
-    for (const char* const place : {"/device/", "/device/block/"}) {
-        const Path directory = ofDevice(link, place);
-        const std::string entry = firstEntry(directory, prefixes);
-        if (!entry.empty()) return std::string(directory) + entry;
-    }
-    return {};
+constexpr std::string_view oldBlockPrefix = "block:";
+
+std::uint64_t sectorsOf(const std::string& blockDirectory) {
+    const std::uint64_t sectors = get_sysfs_ullong((blockDirectory + "/size").c_str());
+    constexpr std::uint64_t unreadable = ~std::uint64_t{0};
+    return sectors == unreadable ? 0 : sectors;
 }
 
 struct RawAttribute {
@@ -106,12 +103,22 @@ char* get_ScsiGeneric(const char* link) {
     return name.empty() ? nullptr : tav::newText(name);
 }
 
+/// Old kernels link to the block device from the device's own directory, by the name "block:sda".
+tavBlockDevice get_BlockDevice(const char* link) {
+    constexpr std::array<std::string_view, 2> prefixes = {oldBlockPrefix, "sd"};
+    for (const char* const place : {"/device/", "/device/block/"}) {
+        const Path directory = ofDevice(link, place);
+        std::string entry = firstEntry(directory, prefixes);
+        if (entry.empty()) continue;
+        const std::uint64_t sectors = sectorsOf(std::string(directory) + entry);
+        if (entry.starts_with(oldBlockPrefix)) entry.erase(0, oldBlockPrefix.size());
+        return {std::move(entry), sectors};
+    }
+    return {};
+}
+
 std::uint64_t get_BlockSize(const char* link) {
-    const std::string directory = blockDirectory(link);
-    if (directory.empty()) return 0;
-    const std::uint64_t sectors = get_sysfs_ullong((directory + "/size").c_str());
-    constexpr std::uint64_t unreadable = ~std::uint64_t{0};
-    return sectors == unreadable ? 0 : sectors;
+    return get_BlockDevice(link).sectors;
 }
 
 char* get_unit_sn_from_sysfs_vpd_pg80(const char* link) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
+#include <utility>
 #include <vector>
 
 #include "core/tavUtils.h"
@@ -36,6 +37,12 @@ std::string locationCode(const std::vector<std::string>& place, physloc_type_t t
 }
 
 }  // namespace
+
+RackPlace rackPlace(const std::string& pciLocation) {
+    std::vector<std::string> place = tavUtils().getGeoIDInfo(pciLocation);
+    place.resize(placeParts);
+    return {std::move(place[0]), std::move(place[1]), std::move(place[slotPart])};
+}
 
 std::string controllerLocation(const std::string& pciLocation) {
     const std::vector<std::string> place = placeOf(pciLocation, placeParts);

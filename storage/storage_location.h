@@ -18,6 +18,13 @@ inline bool isLocation(const std::string& location) {
     return !location.empty() && location != noLocation;
 }
 
+/// Where a PCI function is by the host's geographic identity ("001", "01", "00"); empty what the
+/// host does not know.
+struct RackPlace {
+    std::string rack, position, slot;
+};
+TAV_API RackPlace rackPlace(const std::string& pciLocation);
+
 /// Location code of a controller: of its PCIe slot, or, without one, of the chipset that it is a
 /// part of. noLocation when the host does not know where the function is.
 TAV_API std::string controllerLocation(const std::string& pciLocation);

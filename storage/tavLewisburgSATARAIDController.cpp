@@ -44,7 +44,7 @@ bool tavLewisburgSATARAIDController::claimDevice(std::uint32_t chipsetID, std::u
         return false;
     }
     return claim(new (std::nothrow) tavLewisburgSATARAIDController(chipsetID, boardID, pciLocation),
-                 out);
+                 logger, out);
 }
 
 int tavLewisburgSATARAIDController::discoverInventory(tavStorageControllerInfo& info) {

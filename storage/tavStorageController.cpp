@@ -49,6 +49,27 @@ std::string orNotAvailable(std::string text) {
     return text.empty() ? tav::notAvailable : std::move(text);
 }
 
+void logPlace(const std::string& pciLocation, const tavStorageControllerInfo& controller) {
+    const tav::RackPlace place = tav::rackPlace(pciLocation);
+    const std::string location = controller.getPhysicalLocation();
+    const std::string description = controller.getDescription();
+    if (place.rack.empty()) {
+        logger.debug(here(), "pciloc=[%s] phyloc=[%s] Description=[%s]", pciLocation.c_str(),
+                     location.c_str(), description.c_str());
+        return;
+    }
+    logger.debug(here(), "pciloc=[%s] rack=[%s] upos=[%s] slot=[%s] phyloc=[%s] Description=[%s]",
+                 pciLocation.c_str(), place.rack.c_str(), place.position.c_str(),
+                 place.slot.c_str(), location.c_str(), description.c_str());
+}
+
+void logPlace(const std::string& pciLocation, const tavDiskInfo& disk) {
+    const tav::RackPlace place = tav::rackPlace(pciLocation);
+    logger.debug(here(), "Disk: HBA pciloc=[%s] rack=[%s] upos=[%s] disk slot=[%s] phyloc=[%s]",
+                 pciLocation.c_str(), place.rack.c_str(), place.position.c_str(),
+                 std::to_string(disk.getSlot()).c_str(), disk.getPhysicalLocation().c_str());
+}
+
 /// The four display strings of a change, for its log line.
 struct Change {
     Change(const tavStatusInfo& current, const tavStatusInfo& previous)
@@ -74,13 +95,14 @@ bool tavStorageController::claimDevice(std::uint32_t chipsetID, std::uint32_t bo
     std::uint8_t family = 0;
     if (getStorageControllerModel(chipsetID, boardID, 0, &family) == nullptr) return false;
     return claim(new (std::nothrow) tavStorageController(chipsetID, boardID, pciLocation, family),
-                 out);
+                 logger, out);
 }
 
-bool tavStorageController::claim(tavStorageController* controller, ItavStorageController*& out) {
+bool tavStorageController::claim(tavStorageController* controller, const tav::ModuleLog& familyLog,
+                                 ItavStorageController*& out) {
     if (controller == nullptr) return false;
-    logger.info(here(), "Claimed device [%s 0x%x 0x%x].", controller->pciLocation_.c_str(),
-                controller->getChipsetID(), controller->getBoardID());
+    familyLog.info(here(), "Claimed device [%s 0x%x 0x%x].", controller->pciLocation_.c_str(),
+                   controller->getChipsetID(), controller->getBoardID());
     out = controller;
     return true;
 }
@@ -379,8 +401,7 @@ int tavStorageController::discoverInventory(tavStorageControllerInfo& info) {
         info_.setSerialNumber(orNotAvailable(discoverSerialNumber()));
         info_.setPhysicalLocation(tav::controllerLocation(pciLocation_));
         info_.setDescription(tav::controllerDescription(pciLocation_));
-        logger.debug(here(), "pciloc=[%s] phyloc=[%s] Description=[%s]", pciLocation_.c_str(),
-                     info_.getPhysicalLocation().c_str(), info_.getDescription().c_str());
+        logPlace(pciLocation_, info_);
         info_.clearControllerPortList();
         for (const tavStorageControllerPortInfo& port : discoverPorts())
             info_.addControllerPort(port);
@@ -433,8 +454,7 @@ bool tavStorageController::describeDisk(const std::string& link, int ataPort, ta
     disk.setATAPort(ataPort);
     discoverPhysicalDiskSlotNumber(disk);
     disk.setPhysicalLocation(tav::driveLocation(pciLocation_, disk.getSlot()));
-    logger.debug(here(), "Disk: HBA pciloc=[%s] disk slot=[%d] phyloc=[%s]", pciLocation_.c_str(),
-                 disk.getSlot(), disk.getPhysicalLocation().c_str());
+    logPlace(pciLocation_, disk);
     if (!validatePhysicalDisk(disk)) {
         logger.debug(here(), "%s: Not allowed as physical drive during validation.", link.c_str());
         return false;

@@ -9,6 +9,10 @@
 #include "storage/ItavStorageController.h"
 #include "storage/storage_conditions.h"
 
+namespace tav {
+class ModuleLog;
+}
+
 /// What reports changes of a controller and its disks, as a set of flags.
 enum tavStorageControllerFlags : std::uint32_t {
     TAV_CONTROLLER_REPORTS_ITSELF = 1,  ///< controller and ports are not polled for events
@@ -96,8 +100,9 @@ class TAV_API tavStorageController : public ItavStorageController {
                          std::uint8_t family);
     ~tavStorageController() override = default;
 
-    /// Hands a new controller to its factory.
-    static bool claim(tavStorageController* controller, ItavStorageController*& out);
+    /// Hands a new controller to its factory, which its family logs.
+    static bool claim(tavStorageController* controller, const tav::ModuleLog& familyLog,
+                      ItavStorageController*& out);
 
     /// By what a disk is recognised in the next discovery; empty: it is not.
     virtual std::string diskIdentity(const tavDiskInfo& disk) const;

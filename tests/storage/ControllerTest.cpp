@@ -145,6 +145,7 @@ TEST_F(Controllers, AreDescribedWithTheirDisks) {
     }
     const tavDiskInfo& first = disks_[0];
     EXPECT_EQ(first.getSerialNumber(), "S0");
+    EXPECT_EQ(first.getOSDeviceName(), "/dev/sda");
     EXPECT_EQ(first.getModel(), "INTEL SSDSC2BB480G7");
     EXPECT_EQ(first.getRevision(), "N2010121");
     EXPECT_EQ(first.getMediaType(), "SSD");

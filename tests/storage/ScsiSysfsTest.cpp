@@ -70,14 +70,19 @@ TEST(ScsiSysfs, FindsTheGenericNode) {
     EXPECT_EQ(owned(get_ScsiGeneric(link)), "scsi_generic:sg3");
 }
 
-TEST(ScsiSysfs, FindsTheSizeWhereverTheBlockDeviceIs) {
-    EXPECT_EQ(get_BlockSize(link), 0U);
+TEST(ScsiSysfs, FindsTheBlockDeviceWhereverItIs) {
+    const auto expect = [](const char* name, std::uint64_t sectors) {
+        EXPECT_EQ(get_BlockDevice(link).name, name);
+        EXPECT_EQ(get_BlockDevice(link).sectors, sectors);
+        EXPECT_EQ(get_BlockSize(link), sectors);
+    };
+    expect("", 0);
     writeFile(device + "block/sdb/size", "1953525168\n");
-    EXPECT_EQ(get_BlockSize(link), 1953525168U);
+    expect("sdb", 1953525168);
     writeFile(device + "block/sda/size", "no number");
-    EXPECT_EQ(get_BlockSize(link), 0U);
-    writeFile(device + "block:sda/size", "18446744073709551614\n");
-    EXPECT_EQ(get_BlockSize(link), 18446744073709551614U) << "the device's own directory first";
+    expect("sda", 0);
+    writeFile(device + "block:sdc/size", "18446744073709551614\n");
+    expect("sdc", 18446744073709551614U);  // the device's own directory first
 }
 
 TEST(ScsiSysfs, SerialNumbers) {
