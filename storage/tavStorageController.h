@@ -100,7 +100,7 @@ class TAV_API tavStorageController : public ItavStorageController {
                          std::uint8_t family);
     ~tavStorageController() override = default;
 
-    /// Hands a new controller to its factory, which its family logs.
+    /// Hands a new controller to its factory; the line about it goes to the log of its family.
     static bool claim(tavStorageController* controller, const tav::ModuleLog& familyLog,
                       ItavStorageController*& out);
 

@@ -30,6 +30,8 @@ using tav::test::openDescriptors;
 using tav::test::parseJson;
 using tav::test::Rmc;
 using tav::test::writeCommand;
+using testing::AllOf;
+using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -151,6 +153,12 @@ TEST_F(Controllers, AreDescribedWithTheirDisks) {
     EXPECT_EQ(first.getMediaType(), "SSD");
     EXPECT_EQ(first.getCapacityBytes(), 937703088ULL * 512);
     EXPECT_EQ(first.getState(), TAV_STATE_RUNNING);
+    EXPECT_THAT(
+        logs(),
+        AllOf(ContainsRegex("STOR_LB[^\n]*Claimed device .0000:00:17.0 0x28268086 0xd71590"),
+              HasSubstr("pciloc=[0000:00:17.0] rack=[001] upos=[06] slot=[00] phyloc=["),
+              HasSubstr("Disk: HBA pciloc=[0000:00:17.0] rack=[001] upos=[06] disk slot=[3] phyl"),
+              HasSubstr("0:0:0:0: Device /dev/sda: Found an ATA disk")));
     discover();
     EXPECT_THAT(disks_, SizeIs(4)) << "found again, not added";
     EXPECT_THAT(events(), IsEmpty());
