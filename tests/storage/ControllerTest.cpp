@@ -23,7 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using tav::test::clockSpeed;
 using tav::test::logEverything;
 using tav::test::logs;
 using tav::test::openDescriptors;
