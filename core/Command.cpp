@@ -14,8 +14,8 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
-#include "core/FileDescriptor.h"
-#include "core/StopSignal.h"
+#include "base/FileDescriptor.h"
+#include "base/StopSignal.h"
 
 namespace tav {
 namespace {

@@ -10,7 +10,7 @@
 
 #include <json/value.h>
 
-#include "core/Waiting.h"
+#include "base/Waiting.h"
 
 namespace tav {
 

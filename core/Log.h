@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 namespace tav {
 

@@ -17,7 +17,7 @@
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 
-#include "core/Files.h"
+#include "base/Files.h"
 #include "core/tavConfig.h"
 #include "core/tavUtils.h"
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "core/Export.h"
-#include "core/FileDescriptor.h"
+#include "base/Export.h"
+#include "base/FileDescriptor.h"
 
 namespace CPlusPlusLogging {
 

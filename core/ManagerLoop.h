@@ -8,10 +8,10 @@
 #include <mutex>
 #include <optional>
 
-#include "core/Export.h"
+#include "base/Export.h"
+#include "base/StopSignal.h"
+#include "base/Waiting.h"
 #include "core/Log.h"
-#include "core/StopSignal.h"
-#include "core/Waiting.h"
 
 namespace tav {
 

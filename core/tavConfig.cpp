@@ -16,7 +16,7 @@
 #include <json/reader.h>
 #include <json/value.h>
 
-#include "core/Files.h"
+#include "base/Files.h"
 #include "core/tavResourceManager.h"
 
 namespace {

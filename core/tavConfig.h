@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// What became of one member of a configuration file.
 struct tavSettingReport {

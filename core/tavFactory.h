@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "core/tavResourceManager.h"
 
 /// Knows which manager looks after which type of resource.

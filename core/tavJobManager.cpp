@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <stdexcept>
 
+#include "base/Threads.h"
 #include "core/Log.h"
-#include "core/Threads.h"
 #include "core/tavConfig.h"
 #include "core/tavFactory.h"
 #include "rmc/tavServer.h"

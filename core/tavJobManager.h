@@ -3,7 +3,7 @@
 #include <array>
 #include <thread>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "core/tavResourceManager.h"
 
 /// Starts and stops the resource managers. All calls come from the service's own thread; they take

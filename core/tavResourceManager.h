@@ -7,7 +7,7 @@
 
 #include <json/value.h>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Kinds of resources. The values index threads and stand in configuration tables.
 enum MODULE_NAME : int {

@@ -17,10 +17,10 @@
 #include <sys/stat.h>
 #include <sys/utsname.h>
 
+#include "base/Files.h"
+#include "base/ScratchFile.h"
 #include "core/Command.h"
-#include "core/Files.h"
 #include "core/Log.h"
-#include "core/ScratchFile.h"
 
 using tav::here;
 

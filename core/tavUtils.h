@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Asks the host operating system about itself. All objects share the same caches. Everything may
 /// be called from any thread, except initGeoIDMap(), which must have returned before a thread that

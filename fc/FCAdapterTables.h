@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Catalogue data of the Fibre Channel and converged network adapters that are known by name. The
 /// key of a row is the PCI subsystem device ID × 65536 + the subsystem vendor ID. Texts are

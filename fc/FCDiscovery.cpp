@@ -6,12 +6,12 @@
 
 #include <unistd.h>
 
+#include "base/FileReading.h"
 #include "core/Log.h"
 #include "core/tavUtils.h"
 #include "fc/FCAdapterTables.h"
 #include "fc/FCPortText.h"
 #include "fc/FCResourceManager.h"
-#include "hwlib/FileReading.h"
 #include "hwlib/pci.h"
 #include "hwlib/pci_slots.h"
 #include "hwlib/smbios.h"

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "fc/FCRecords.h"
 
 /// Which event a change of a Fibre Channel port's condition is, and what the event says.

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "storage/tavResourceStatus.h"
 
 /// What the texts and links of a Fibre Channel port in sysfs mean. Any bytes will do.

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "core/JsonText.h"
+#include "base/JsonText.h"
 
 namespace tav {
 namespace {

@@ -5,7 +5,7 @@
 
 #include <json/value.h>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "storage/tavResourceStatus.h"
 
 namespace tav {

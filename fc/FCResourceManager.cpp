@@ -5,9 +5,9 @@
 #include <string_view>
 #include <utility>
 
+#include "base/StopSignal.h"
+#include "base/Waiting.h"
 #include "core/Log.h"
-#include "core/StopSignal.h"
-#include "core/Waiting.h"
 #include "core/tavConfig.h"
 #include "core/tavUtils.h"
 #include "fc/FCAdapterTables.h"

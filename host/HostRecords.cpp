@@ -1,6 +1,6 @@
 #include "host/HostRecords.h"
 
-#include "core/JsonText.h"
+#include "base/JsonText.h"
 
 namespace tav {
 namespace {

@@ -6,7 +6,7 @@
 
 #include <json/value.h>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Memory of the host, in GiB.
 class tavHostMemorySummary {

@@ -7,12 +7,12 @@
 
 #include <fcntl.h>
 
+#include "base/Files.h"
+#include "base/ScratchFile.h"
+#include "base/StopSignal.h"
+#include "base/Waiting.h"
 #include "core/Command.h"
-#include "core/Files.h"
 #include "core/Log.h"
-#include "core/ScratchFile.h"
-#include "core/StopSignal.h"
-#include "core/Waiting.h"
 #include "core/tavConfig.h"
 #include "core/tavUtils.h"
 #include "host/HostBoot.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Where a PCI function sits on the bus: PCI Local Bus 3.0 (PCI-SIG), section 3.2.2.3.
 struct PciAddress {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "hwlib/LineReader.h"
+#include "base/LineReader.h"
 
 namespace tav {
 namespace {

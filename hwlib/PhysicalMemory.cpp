@@ -8,7 +8,7 @@
 
 #include <sys/mman.h>
 
-#include "core/Waiting.h"
+#include "base/Waiting.h"
 
 namespace tav {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <span>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 
 namespace tav {
 

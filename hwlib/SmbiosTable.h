@@ -6,7 +6,7 @@
 #include <span>
 #include <string_view>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Header of every structure: System Management BIOS (SMBIOS), DMTF DSP0134,
 /// "Structure header format". The formatted part follows it, then the string set.

@@ -12,7 +12,7 @@
 
 #include <fcntl.h>
 
-#include "hwlib/DirectoryListing.h"
+#include "base/DirectoryListing.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "hwlib/SysFsElement.h"
 
 /// One node of the mirrored tree: an element and, in order, the nodes below it. Neither the element

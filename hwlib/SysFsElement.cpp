@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "hwlib/FileReading.h"
+#include "base/FileReading.h"
 
 std::string SysFsElement::getName() const {
     return std::string(name_);

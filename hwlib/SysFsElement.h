@@ -7,7 +7,7 @@
 
 #include <sys/stat.h>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// One entry of a mirrored sysfs tree, and something that is neither file, link nor directory.
 ///

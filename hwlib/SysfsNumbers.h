@@ -8,7 +8,7 @@
 
 #include <fcntl.h>
 
-#include "hwlib/FileReading.h"
+#include "base/FileReading.h"
 
 namespace tav {
 

@@ -9,9 +9,9 @@
 
 #include <sys/stat.h>
 
-#include "core/FileDescriptor.h"
-#include "hwlib/DirectoryListing.h"
-#include "hwlib/FileReading.h"
+#include "base/DirectoryListing.h"
+#include "base/FileDescriptor.h"
+#include "base/FileReading.h"
 #include "hwlib/SysfsNumbers.h"
 #include "hwlib/pci_config.h"
 

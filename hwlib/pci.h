@@ -8,7 +8,7 @@
 
 #include <sys/types.h>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "hwlib/PciAddress.h"
 #include "hwlib/pci_ids.h"
 #include "hwlib/pci_vpd.h"

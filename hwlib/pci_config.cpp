@@ -4,7 +4,7 @@
 #include <array>
 #include <bitset>
 
-#include "hwlib/FileReading.h"
+#include "base/FileReading.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <span>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Decoding of a PCI function's configuration space: PCI Local Bus 3.0 (PCI-SIG), chapter 6 and
 /// appendix H; PCI Express Base, section 7.5.3. The functions read nothing past the

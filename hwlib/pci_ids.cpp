@@ -1,7 +1,7 @@
 #include "hwlib/pci_ids.h"
 
-#include "core/FileDescriptor.h"
-#include "hwlib/FileReading.h"
+#include "base/FileDescriptor.h"
+#include "base/FileReading.h"
 
 namespace {
 

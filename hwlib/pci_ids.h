@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "hwlib/PciIdDatabase.h"
 
 /// The machine's PCI ID database: names of vendors, devices, subsystems and device classes. The

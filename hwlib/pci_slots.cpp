@@ -4,8 +4,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "hwlib/DirectoryListing.h"
-#include "hwlib/FileReading.h"
+#include "base/DirectoryListing.h"
+#include "base/FileReading.h"
 #include "hwlib/smbios.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "hwlib/PciAddress.h"
 
 /// Where a PCI function sits: by the slots of SMBIOS (see hwlib/smbios.h, which must have been

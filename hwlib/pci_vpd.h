@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Decoding of vital product data: PCI Local Bus 3.0 (PCI-SIG), appendix I. A record that does
 /// not fit into its section, and what follows it there, is absent; so is everything behind an

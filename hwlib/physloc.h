@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Physical location codes: one 64-bit number names one component by the place where it sits
 /// (rack, chassis position in the rack, and a path inside the chassis).

@@ -4,8 +4,8 @@
 #include <optional>
 #include <vector>
 
-#include "core/FileDescriptor.h"
-#include "hwlib/FileReading.h"
+#include "base/FileDescriptor.h"
+#include "base/FileReading.h"
 #include "hwlib/PhysicalMemory.h"
 
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "hwlib/SmbiosTable.h"
 
 /// The host's SMBIOS structures and what they tell about PCI functions: structure types 9 ("System

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "hwlib/FileReading.h"
-#include "hwlib/OwnedCopies.h"
+#include "base/FileReading.h"
+#include "base/OwnedCopies.h"
 #include "hwlib/SysfsNumbers.h"
 
 namespace {

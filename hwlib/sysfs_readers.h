@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Readers of single-value files under sysfs and procfs.
 ///

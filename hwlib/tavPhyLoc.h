@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "hwlib/physloc.h"
 
 /// How the resource managers name a place. Any thread may call it.

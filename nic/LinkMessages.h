@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// What the kernel says of links (rtnetlink(7)). Pure functions: any bytes and any text will do.
 namespace tav {

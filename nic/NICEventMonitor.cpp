@@ -15,8 +15,8 @@
 #include <net/if.h>
 #include <sys/socket.h>
 
+#include "base/Threads.h"
 #include "core/Log.h"
-#include "core/Threads.h"
 #include "nic/NICPhysicalAdapter.h"
 #include "nic/NICResourceManager.h"
 

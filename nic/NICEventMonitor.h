@@ -3,8 +3,8 @@
 #include <mutex>
 #include <thread>
 
-#include "core/Export.h"
-#include "core/FileDescriptor.h"
+#include "base/Export.h"
+#include "base/FileDescriptor.h"
 #include "nic/LinkMessages.h"
 #include "nic/NotificationSlots.h"
 

@@ -13,10 +13,10 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include "base/FileDescriptor.h"
+#include "base/ScratchFile.h"
 #include "core/Command.h"
-#include "core/FileDescriptor.h"
 #include "core/Log.h"
-#include "core/ScratchFile.h"
 #include "core/tavUtils.h"
 #include "hwlib/sysfs_readers.h"
 #include "hwlib/tavPhyLoc.h"

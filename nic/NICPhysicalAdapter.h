@@ -5,7 +5,7 @@
 #include <tuple>
 #include <vector>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "nic/PhyAdapterInventory.h"
 
 /// Asks the host about one Ethernet interface. Cheap to make; one object belongs to one thread. The

@@ -6,11 +6,11 @@
 
 #include <json/writer.h>
 
+#include "base/ScratchFile.h"
+#include "base/StopSignal.h"
+#include "base/Waiting.h"
 #include "core/Command.h"
 #include "core/Log.h"
-#include "core/ScratchFile.h"
-#include "core/StopSignal.h"
-#include "core/Waiting.h"
 #include "core/tavUtils.h"
 #include "nic/NICPhysicalAdapter.h"
 #include "nic/NicRecords.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "core/JsonText.h"
+#include "base/JsonText.h"
 
 namespace tav {
 namespace {

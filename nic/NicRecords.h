@@ -2,7 +2,7 @@
 
 #include <json/value.h>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "nic/PhyAdapterInventory.h"
 
 /// How an Ethernet interface is written. Pure functions.

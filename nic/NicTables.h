@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "storage/tavResourceStatus.h"
 
 /// What the host's network commands print, and what it means. Pure functions of text: any text will

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <vector>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 namespace tav {
 

@@ -7,7 +7,7 @@
 #include <span>
 #include <string_view>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// The frames that carry a named command to the management controller: request data of OEM NetFn
 /// 3Ah, command 80h. Numbers are little endian.

@@ -5,10 +5,10 @@
 #include <string_view>
 #include <thread>
 
-#include "core/JsonText.h"
+#include "base/JsonText.h"
+#include "base/StopSignal.h"
+#include "base/Threads.h"
 #include "core/Log.h"
-#include "core/StopSignal.h"
-#include "core/Threads.h"
 #include "core/tavUtils.h"
 #include "rmc/tavJsonAggregator.h"
 #include "rmc/tavipmi.h"

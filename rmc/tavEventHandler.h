@@ -5,7 +5,7 @@
 
 #include <json/value.h>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// One event: something happened on the host. A plain value.
 class TAV_API tavEvent {

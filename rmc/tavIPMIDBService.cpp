@@ -3,9 +3,9 @@
 #include <cerrno>
 #include <chrono>
 
+#include "base/Threads.h"
+#include "base/Waiting.h"
 #include "core/Log.h"
-#include "core/Threads.h"
-#include "core/Waiting.h"
 #include "core/tavConfig.h"
 #include "rmc/tavJsonAggregator.h"
 #include "rmc/tavipmi.h"

@@ -4,8 +4,8 @@
 #include <mutex>
 #include <thread>
 
-#include "core/Export.h"
-#include "core/StopSignal.h"
+#include "base/Export.h"
+#include "base/StopSignal.h"
 
 /// The controller cannot call the host; it leaves a request behind a "door bell". One thread looks
 /// there once per door-bell interval and asks for an inventory push when the controller wants one.

@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "core/JsonText.h"
+#include "base/JsonText.h"
+#include "base/Threads.h"
+#include "base/Waiting.h"
 #include "core/Log.h"
-#include "core/Threads.h"
-#include "core/Waiting.h"
 #include "core/tavConfig.h"
 #include "core/tavFactory.h"
 #include "rmc/tavipmi.h"

@@ -8,8 +8,8 @@
 
 #include <json/value.h>
 
-#include "core/Export.h"
-#include "core/StopSignal.h"
+#include "base/Export.h"
+#include "base/StopSignal.h"
 
 /// Joins the inventories of all enabled managers into one document and sends it to the management
 /// controller as "WriteInventory". One push thread does the sending: it waits until every manager

@@ -13,9 +13,9 @@
 
 #include <sys/stat.h>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
+#include "base/Waiting.h"
 #include "core/Log.h"
-#include "core/Waiting.h"
 
 using tav::here;
 

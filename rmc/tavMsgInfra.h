@@ -8,7 +8,7 @@
 #include <span>
 #include <string>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// The pipes between the service and its command-line clients, and what travels on them. Used by
 /// both sides.

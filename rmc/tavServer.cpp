@@ -22,10 +22,10 @@
 #include <json/value.h>
 #include <sys/stat.h>
 
-#include "core/JsonText.h"
+#include "base/JsonText.h"
+#include "base/Threads.h"
+#include "base/Waiting.h"
 #include "core/Log.h"
-#include "core/Threads.h"
-#include "core/Waiting.h"
 #include "core/tavConfig.h"
 #include "core/tavFactory.h"
 #include "core/tavUtils.h"

@@ -5,9 +5,9 @@
 
 #include <sys/stat.h>
 
-#include "core/Export.h"
-#include "core/FileDescriptor.h"
-#include "core/StopSignal.h"
+#include "base/Export.h"
+#include "base/FileDescriptor.h"
+#include "base/StopSignal.h"
 
 /// Body of the server's thread; the argument is not used. Returns null.
 TAV_API void* startTestEventServer(void* unused);

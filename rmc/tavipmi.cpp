@@ -13,10 +13,10 @@
 #include <linux/ipmi.h>
 #include <sys/ioctl.h>
 
+#include "base/StopSignal.h"
+#include "base/Waiting.h"
 #include "core/Command.h"
 #include "core/Log.h"
-#include "core/StopSignal.h"
-#include "core/Waiting.h"
 
 using tav::at;
 using tav::here;

@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "core/Export.h"
-#include "core/FileDescriptor.h"
+#include "base/Export.h"
+#include "base/FileDescriptor.h"
 #include "rmc/RmcFrame.h"
 
 namespace ipmi {

@@ -15,11 +15,11 @@
 #include <json/writer.h>
 #include <sys/file.h>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
+#include "base/StopSignal.h"
+#include "base/Threads.h"
 #include "core/Log.h"
 #include "core/Logger.h"
-#include "core/StopSignal.h"
-#include "core/Threads.h"
 #include "core/tavConfig.h"
 #include "core/tavFactory.h"
 #include "core/tavJobManager.h"

@@ -5,8 +5,8 @@
 #include <chrono>
 #include <utility>
 
-#include "core/StopSignal.h"
-#include "core/Waiting.h"
+#include "base/StopSignal.h"
+#include "base/Waiting.h"
 #include "core/tavConfig.h"
 #include "core/tavUtils.h"
 #include "rmc/tavEventHandler.h"

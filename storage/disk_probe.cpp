@@ -10,9 +10,9 @@
 
 #include <fcntl.h>
 
+#include "base/printed.h"
 #include "core/Log.h"
 #include "hwlib/sysfs_readers.h"
-#include "storage/printed.h"
 #include "storage/scsi_info.h"
 #include "storage/storage_utils.h"
 

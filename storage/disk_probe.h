@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "core/Export.h"
-#include "core/FileDescriptor.h"
+#include "base/Export.h"
+#include "base/FileDescriptor.h"
 #include "storage/storage_conditions.h"
 #include "storage/tavDiskInfo.h"
 

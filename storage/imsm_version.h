@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Firmware version of the Intel SATA RAID controller whose name (its PCI location, "0000:00:17.0")
 /// is given, as `mdadm --detail-platform` tells it; empty when it tells none. The command is run at

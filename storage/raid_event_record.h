@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Event notifications of RAID controllers, as the controllers' firmware writes them. Decoding
 /// only: plain functions without state, for any bytes and any thread.

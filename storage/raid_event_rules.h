@@ -6,7 +6,7 @@
 #include <initializer_list>
 #include <optional>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "storage/sas_event_detail.h"
 #include "storage/tavResourceStatus.h"
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "storage/storage_location.h"
 #include "storage/tavDiskInfo.h"
 #include "storage/tavLogicalDiskInfo.h"

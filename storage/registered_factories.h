@@ -2,8 +2,8 @@
 
 #include <exception>
 
+#include "base/StopSignal.h"
 #include "core/Log.h"
-#include "core/StopSignal.h"
 #include "storage/ItavStorageControllerFactory.h"
 
 /// How the storage manager walks over everything that has been registered: a factory or a

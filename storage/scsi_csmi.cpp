@@ -9,7 +9,7 @@
 
 #include <sys/ioctl.h>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 #include "core/Log.h"
 #include "hwlib/sysfs_readers.h"
 #include "storage/scsi_info.h"

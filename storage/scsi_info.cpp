@@ -9,8 +9,8 @@
 
 #include <sys/ioctl.h>
 
+#include "base/OwnedCopies.h"
 #include "core/Log.h"
-#include "hwlib/OwnedCopies.h"
 #include "hwlib/sysfs_readers.h"
 #include "storage/scsi_commands.h"
 #include "storage/scsi_pages.h"

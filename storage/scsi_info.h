@@ -6,7 +6,7 @@
 
 #include <scsi/sg.h>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Questions to one disk: as SCSI commands through an open SCSI generic node (/dev/sgN), or to the
 /// kernel's SCSI device class in sysfs.

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// What the bytes that a disk has sent mean. Pure functions of any bytes of any number: what is not
 /// there, is another page than the one asked for, or is marked as not valid, is absent. The values

@@ -11,8 +11,8 @@
 
 #include <unistd.h>
 
+#include "base/DirectoryListing.h"
 #include "core/Log.h"
-#include "hwlib/DirectoryListing.h"
 #include "storage/storage_utils.h"
 
 namespace tav {

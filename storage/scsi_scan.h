@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// What the kernel's SCSI classes list, by the controller behind which it stands. Any thread.
 namespace tav {

@@ -6,9 +6,9 @@
 #include <string_view>
 #include <utility>
 
+#include "base/DirectoryListing.h"
+#include "base/OwnedCopies.h"
 #include "core/Log.h"
-#include "hwlib/DirectoryListing.h"
-#include "hwlib/OwnedCopies.h"
 #include "hwlib/sysfs_readers.h"
 #include "storage/scsi_info.h"
 #include "storage/scsi_replies.h"

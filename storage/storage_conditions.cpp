@@ -6,7 +6,7 @@
 
 #include <strings.h>
 
-#include "storage/printed.h"
+#include "base/printed.h"
 
 namespace tav {
 namespace {

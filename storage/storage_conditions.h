@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "storage/tavResourceStatus.h"
 #include "storage/tavStorageControllerInfo.h"
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "core/JsonText.h"
+#include "base/JsonText.h"
 #include "core/Logger.h"
 #include "storage/registered_factories.h"
 

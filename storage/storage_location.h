@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Where storage sits, by the PCI function of its controller. Any thread.
 namespace tav {

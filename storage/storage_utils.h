@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Small helpers that controllers, factories and the storage resource manager share. Plain
 /// functions without state, for any thread.

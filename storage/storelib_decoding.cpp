@@ -4,7 +4,7 @@
 #include <array>
 #include <cctype>
 
-#include "storage/printed.h"
+#include "base/printed.h"
 
 namespace tav::storelib {
 namespace {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "storage/storelib_records.h"
 
 /// One controller of the vendor library.

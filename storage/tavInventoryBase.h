@@ -2,7 +2,7 @@
 
 #include <json/value.h>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "storage/tavResourceStatus.h"
 
 /// Base of the storage inventory records.

@@ -5,9 +5,9 @@
 #include <utility>
 #include <vector>
 
+#include "base/printed.h"
 #include "core/Log.h"
 #include "storage/imsm_version.h"
-#include "storage/printed.h"
 #include "storage/scsi_scan.h"
 #include "storage/storage_location.h"
 #include "storage/storage_utils.h"

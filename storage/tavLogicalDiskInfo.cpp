@@ -1,6 +1,6 @@
 #include "storage/tavLogicalDiskInfo.h"
 
-#include "core/JsonText.h"
+#include "base/JsonText.h"
 
 using tav::jsonText;
 

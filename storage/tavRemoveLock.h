@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 /// Keeps an object alive while anybody uses it, and tells its users that the device behind it is
 /// gone.

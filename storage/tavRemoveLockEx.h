@@ -5,8 +5,8 @@
 #include <memory>
 #include <mutex>
 
-#include "core/Export.h"
-#include "core/StopSignal.h"
+#include "base/Export.h"
+#include "base/StopSignal.h"
 
 /// Guards callbacks of somebody else's threads against the end of what they work on: counts those
 /// that run, lets no further one begin while a stop is wanted, and lets the stopper wait for the

@@ -6,9 +6,9 @@
 #include <span>
 #include <string>
 
+#include "base/StopSignal.h"
+#include "base/Waiting.h"
 #include "core/Log.h"
-#include "core/StopSignal.h"
-#include "core/Waiting.h"
 #include "storage/raid_event_record.h"
 #include "storage/tavStoreLibInterface.h"
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <mutex>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "storage/sas_event_detail.h"
 #include "storage/storelib_records.h"
 #include "storage/tavRemoveLockEx.h"

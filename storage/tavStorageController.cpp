@@ -5,9 +5,9 @@
 #include <unordered_map>
 #include <utility>
 
+#include "base/StopSignal.h"
+#include "base/Waiting.h"
 #include "core/Log.h"
-#include "core/StopSignal.h"
-#include "core/Waiting.h"
 #include "core/tavUtils.h"
 #include "hwlib/sysfs_readers.h"
 #include "storage/SASResourceManager.h"

@@ -1,6 +1,6 @@
 #include "storage/tavStorageControllerInfo.h"
 
-#include "core/JsonText.h"
+#include "base/JsonText.h"
 
 using tav::jsonText;
 

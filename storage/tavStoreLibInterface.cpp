@@ -9,8 +9,8 @@
 
 #include <dlfcn.h>
 
+#include "base/Waiting.h"
 #include "core/Log.h"
-#include "core/Waiting.h"
 
 using tav::here;
 

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Export.h"
+#include "base/Export.h"
 #include "storage/storelib_decoding.h"
 #include "storage/storelib_records.h"
 

@@ -10,7 +10,7 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 #include "rmc/tavMsgInfra.h"
 
 namespace tav::ctl {

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "base/DirectoryListing.h"
 #include "bench/Measure.h"
 #include "fc/FCResourceManager.h"
-#include "hwlib/DirectoryListing.h"
 
 namespace {
 

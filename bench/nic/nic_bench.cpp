@@ -19,8 +19,8 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include "base/FileDescriptor.h"
 #include "bench/Measure.h"
-#include "core/FileDescriptor.h"
 #include "nic/LinkMessages.h"
 #include "nic/NICEventMonitor.h"
 #include "nic/NICResourceManager.h"

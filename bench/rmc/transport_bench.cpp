@@ -19,8 +19,8 @@
 #include <linux/ipmi.h>
 #include <sys/ioctl.h>
 
+#include "base/StopSignal.h"
 #include "bench/Measure.h"
-#include "core/StopSignal.h"
 #include "rmc/tavipmi.h"
 #include "sim/device/DeviceTable.h"
 #include "sim/device/IpmiFile.h"

@@ -9,14 +9,14 @@
 #include <string>
 #include <string_view>
 
+#include "base/DirectoryListing.h"
+#include "base/printed.h"
 #include "bench/Measure.h"
 #include "bench/storage/CallTimes.h"
-#include "hwlib/DirectoryListing.h"
 #include "hwlib/sysfs_readers.h"
 #include "sim/server/ServerTree.h"
 #include "sim/server/Tree.h"
 #include "storage/SASResourceManager.h"
-#include "storage/printed.h"
 #include "storage/scsi_info.h"
 #include "storage/tavStorageControllerFactory.h"
 

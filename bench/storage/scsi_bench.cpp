@@ -15,8 +15,8 @@
 #include <scsi/sg.h>
 #include <sys/ioctl.h>
 
+#include "base/FileDescriptor.h"
 #include "bench/Measure.h"
-#include "core/FileDescriptor.h"
 #include "hwlib/sysfs_readers.h"
 #include "sim/device/DiskModel.h"
 #include "sim/device/ScsiGeneric.h"

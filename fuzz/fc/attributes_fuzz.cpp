@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/JsonText.h"
+#include "base/JsonText.h"
 #include "fc/FCEvents.h"
 #include "fc/FCPortText.h"
 #include "fc/FCRecords.h"

@@ -9,7 +9,7 @@
 
 #include <sys/mman.h>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 #include "hwlib/pci_config.h"
 
 namespace {

@@ -9,7 +9,7 @@
 
 #include <json/reader.h>
 
-#include "core/JsonText.h"
+#include "base/JsonText.h"
 #include "storage/raid_inventory.h"
 #include "storage/storage_inventory.h"
 #include "storage/storelib_decoding.h"

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 
 /// The device nodes that this process sees although the machine has none of them. The interposed
 /// open() and ioctl() (Interposer.cpp) ask here first and go to the kernel for everything else.

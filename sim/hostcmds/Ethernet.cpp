@@ -11,7 +11,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 #include "sim/hostcmds/Files.h"
 #include "sim/hostcmds/HostCommands.h"
 

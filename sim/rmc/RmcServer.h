@@ -6,7 +6,7 @@
 #include <span>
 #include <string>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 #include "sim/rmc/Controller.h"
 #include "sim/rmc/Reporter.h"
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <thread>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 
 namespace tav::sim {
 

@@ -8,9 +8,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "base/ScratchFile.h"
+#include "base/StopSignal.h"
 #include "core/Command.h"
-#include "core/ScratchFile.h"
-#include "core/StopSignal.h"
 #include "tests/support/Files.h"
 
 namespace {

@@ -17,8 +17,8 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include "base/FileDescriptor.h"
 #include "core/Command.h"
-#include "core/FileDescriptor.h"
 #include "nic/NICEventMonitor.h"
 #include "nic/NICPhysicalAdapter.h"
 #include "nic/NICResourceManager.h"

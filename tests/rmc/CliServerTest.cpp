@@ -14,7 +14,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 #include "rmc/tavMsgInfra.h"
 #include "rmc/tavServer.h"
 #include "tests/support/Rmc.h"

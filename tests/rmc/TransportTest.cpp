@@ -8,7 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/StopSignal.h"
+#include "base/StopSignal.h"
 #include "rmc/tavipmi.h"
 #include "sim/device/FakeIpmiDevice.h"
 #include "tests/support/FastWaiting.h"

@@ -13,7 +13,7 @@
 #include <linux/ipmi.h>
 #include <sys/ioctl.h>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 #include "sim/device/FakeIpmiDevice.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <scsi/sg.h>
 #include <sys/ioctl.h>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
-#include "core/JsonText.h"
+#include "base/JsonText.h"
 #include "storage/tavDiskInfo.h"
 #include "storage/tavLogicalDiskInfo.h"
 #include "storage/tavStorageControllerInfo.h"

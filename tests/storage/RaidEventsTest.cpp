@@ -6,7 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/Waiting.h"
+#include "base/Waiting.h"
 #include "tests/storage/RaidServer.h"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 #include "hwlib/sysfs_readers.h"
 #include "sim/device/ScsiGeneric.h"
 #include "storage/scsi_info.h"

@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 #include "hwlib/sysfs_readers.h"
 #include "storage/scsi_info.h"
 #include "tests/support/Files.h"

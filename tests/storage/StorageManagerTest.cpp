@@ -5,8 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/StopSignal.h"
-#include "core/Waiting.h"
+#include "base/StopSignal.h"
+#include "base/Waiting.h"
 #include "storage/SASResourceManager.h"
 #include "tests/storage/FakeFactory.h"
 #include "tests/support/Rmc.h"

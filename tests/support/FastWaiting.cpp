@@ -1,4 +1,4 @@
-/// Implements core/Waiting.h on a clock that the tests speed up or break.
+/// Implements base/Waiting.h on a clock that the tests speed up or break.
 #include "tests/support/FastWaiting.h"
 
 #include <algorithm>
@@ -6,8 +6,8 @@
 
 #include <poll.h>
 
-#include "core/StopSignal.h"
-#include "core/Waiting.h"
+#include "base/StopSignal.h"
+#include "base/Waiting.h"
 
 namespace tav {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 
 namespace tav {
 

@@ -3,7 +3,7 @@
 #include <functional>
 #include <thread>
 
-#include "core/Export.h"
+#include "base/Export.h"
 
 namespace tav {
 

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 
 namespace tav {
 

@@ -1,4 +1,4 @@
-#include "storage/printed.h"
+#include "base/printed.h"
 
 #include <array>
 #include <cstdarg>

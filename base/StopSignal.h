@@ -2,8 +2,8 @@
 
 #include <atomic>
 
-#include "core/Export.h"
-#include "core/FileDescriptor.h"
+#include "base/Export.h"
+#include "base/FileDescriptor.h"
 
 namespace tav {
 

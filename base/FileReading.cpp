@@ -1,4 +1,4 @@
-#include "hwlib/FileReading.h"
+#include "base/FileReading.h"
 
 #include <array>
 #include <cerrno>
@@ -7,7 +7,7 @@
 #include <limits.h>
 #include <unistd.h>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 
 namespace tav {
 namespace {

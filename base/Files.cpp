@@ -1,4 +1,4 @@
-#include "core/Files.h"
+#include "base/Files.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "core/Threads.h"
+#include "base/Threads.h"
 
 #include <cerrno>
 #include <system_error>

@@ -1,4 +1,4 @@
-#include "core/ScratchFile.h"
+#include "base/ScratchFile.h"
 
 #include <cerrno>
 #include <chrono>
@@ -9,8 +9,8 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include "core/Files.h"
-#include "core/Waiting.h"
+#include "base/Files.h"
+#include "base/Waiting.h"
 
 namespace tav {
 namespace {

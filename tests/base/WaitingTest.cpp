@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/Waiting.h"
+#include "base/Waiting.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "core/StopSignal.h"
-#include "core/Waiting.h"
+#include "base/StopSignal.h"
+#include "base/Waiting.h"
 
 namespace {
 

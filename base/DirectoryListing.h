@@ -9,7 +9,7 @@
 
 #include <sys/stat.h>
 
-#include "core/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 
 namespace tav {
 

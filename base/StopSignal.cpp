@@ -1,4 +1,4 @@
-#include "core/StopSignal.h"
+#include "base/StopSignal.h"
 
 #include <cerrno>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "core/Waiting.h"
+#include "base/Waiting.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 
 #include <poll.h>
 
-#include "core/StopSignal.h"
+#include "base/StopSignal.h"
 
 namespace tav {
 namespace {
