@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "base/Export.h"
-#include "storage/tavResourceStatus.h"
+#include "core/tavResourceStatus.h"
 
 /// What the texts and links of a Fibre Channel port in sysfs mean. Any bytes will do.
 namespace tav {

@@ -6,7 +6,7 @@
 #include <json/value.h>
 
 #include "base/Export.h"
-#include "storage/tavResourceStatus.h"
+#include "core/tavResourceStatus.h"
 
 namespace tav {
 

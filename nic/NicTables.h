@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "base/Export.h"
-#include "storage/tavResourceStatus.h"
+#include "core/tavResourceStatus.h"
 
 /// What the host's network commands print, and what it means. Pure functions of text: any text will
 /// do, and none of them logs, blocks or throws.

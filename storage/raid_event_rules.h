@@ -7,8 +7,8 @@
 #include <optional>
 
 #include "base/Export.h"
+#include "core/tavResourceStatus.h"
 #include "storage/sas_event_detail.h"
-#include "storage/tavResourceStatus.h"
 
 /// What becomes of an event of a RAID controller: three tables, one for the events of volumes,
 /// drives and controllers each. docs/raid.md shows them to those who read logs.

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "base/Export.h"
-#include "storage/tavResourceStatus.h"
+#include "core/tavResourceStatus.h"
 #include "storage/tavStorageControllerInfo.h"
 
 /// The decisions about the condition of ports, controllers and disks. Pure functions and tables.

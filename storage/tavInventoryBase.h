@@ -3,7 +3,7 @@
 #include <json/value.h>
 
 #include "base/Export.h"
-#include "storage/tavResourceStatus.h"
+#include "core/tavResourceStatus.h"
 
 /// Base of the storage inventory records.
 ///
