@@ -12,11 +12,11 @@
 #include "fc/FCAdapterTables.h"
 #include "fc/FCPortText.h"
 #include "fc/FCResourceManager.h"
-#include "hwlib/pci.h"
-#include "hwlib/pci_slots.h"
-#include "hwlib/smbios.h"
-#include "hwlib/sysfs_readers.h"
-#include "hwlib/tavPhyLoc.h"
+#include "hwlib/location/tavPhyLoc.h"
+#include "hwlib/pci/pci.h"
+#include "hwlib/pci/pci_slots.h"
+#include "hwlib/smbios/smbios.h"
+#include "hwlib/sysfs/sysfs_readers.h"
 
 using tav::here;
 

@@ -4,7 +4,7 @@
 #include <array>
 #include <charconv>
 
-#include "hwlib/PciAddress.h"
+#include "hwlib/pci/PciAddress.h"
 
 namespace tav {
 namespace {

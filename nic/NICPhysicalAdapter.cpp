@@ -18,8 +18,8 @@
 #include "core/Command.h"
 #include "core/Log.h"
 #include "core/tavUtils.h"
-#include "hwlib/sysfs_readers.h"
-#include "hwlib/tavPhyLoc.h"
+#include "hwlib/location/tavPhyLoc.h"
+#include "hwlib/sysfs/sysfs_readers.h"
 #include "nic/NicTables.h"
 
 using tav::here;

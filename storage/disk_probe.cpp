@@ -12,7 +12,7 @@
 
 #include "base/printed.h"
 #include "core/Log.h"
-#include "hwlib/sysfs_readers.h"
+#include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/scsi_info.h"
 #include "storage/storage_utils.h"
 

@@ -11,7 +11,7 @@
 
 #include "base/FileDescriptor.h"
 #include "core/Log.h"
-#include "hwlib/sysfs_readers.h"
+#include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/scsi_info.h"
 
 namespace {

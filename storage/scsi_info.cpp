@@ -11,7 +11,7 @@
 
 #include "base/OwnedCopies.h"
 #include "core/Log.h"
-#include "hwlib/sysfs_readers.h"
+#include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/scsi_commands.h"
 #include "storage/scsi_pages.h"
 #include "storage/scsi_replies.h"

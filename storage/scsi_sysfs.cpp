@@ -9,7 +9,7 @@
 #include "base/DirectoryListing.h"
 #include "base/OwnedCopies.h"
 #include "core/Log.h"
-#include "hwlib/sysfs_readers.h"
+#include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/scsi_info.h"
 #include "storage/scsi_replies.h"
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "core/tavUtils.h"
-#include "hwlib/tavPhyLoc.h"
+#include "hwlib/location/tavPhyLoc.h"
 
 namespace tav {
 namespace {

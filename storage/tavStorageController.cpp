@@ -9,7 +9,7 @@
 #include "base/Waiting.h"
 #include "core/Log.h"
 #include "core/tavUtils.h"
-#include "hwlib/sysfs_readers.h"
+#include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/SASResourceManager.h"
 #include "storage/disk_probe.h"
 #include "storage/scsi_scan.h"

@@ -7,7 +7,7 @@
 
 #include "core/Log.h"
 #include "core/tavUtils.h"
-#include "hwlib/sysfs_readers.h"
+#include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/SASResourceManager.h"
 #include "storage/scsi_scan.h"
 #include "storage/tavLewisburgSATARAIDController.h"

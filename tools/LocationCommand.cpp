@@ -5,7 +5,7 @@
 #include <optional>
 #include <string_view>
 
-#include "hwlib/physloc.h"
+#include "hwlib/location/physloc.h"
 #include "tools/Command.h"
 #include "tools/LocationCode.h"
 

@@ -13,7 +13,7 @@
 #include "base/printed.h"
 #include "bench/Measure.h"
 #include "bench/storage/CallTimes.h"
-#include "hwlib/sysfs_readers.h"
+#include "hwlib/sysfs/sysfs_readers.h"
 #include "sim/server/ServerTree.h"
 #include "sim/server/Tree.h"
 #include "storage/SASResourceManager.h"

@@ -17,7 +17,7 @@
 
 #include "base/FileDescriptor.h"
 #include "bench/Measure.h"
-#include "hwlib/sysfs_readers.h"
+#include "hwlib/sysfs/sysfs_readers.h"
 #include "sim/device/DiskModel.h"
 #include "sim/device/ScsiGeneric.h"
 #include "storage/scsi_info.h"

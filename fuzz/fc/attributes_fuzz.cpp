@@ -8,7 +8,7 @@
 #include "fc/FCEvents.h"
 #include "fc/FCPortText.h"
 #include "fc/FCRecords.h"
-#include "hwlib/PciAddress.h"
+#include "hwlib/pci/PciAddress.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 
 #include "core/Command.h"
-#include "hwlib/pci_vpd.h"
+#include "hwlib/pci/pci_vpd.h"
 #include "sim/server/Changes.h"
 #include "sim/server/ServerTree.h"
 #include "sim/server/Verdict.h"

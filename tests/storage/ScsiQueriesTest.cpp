@@ -15,7 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "base/FileDescriptor.h"
-#include "hwlib/sysfs_readers.h"
+#include "hwlib/sysfs/sysfs_readers.h"
 #include "sim/device/ScsiGeneric.h"
 #include "storage/scsi_info.h"
 #include "tests/storage/Hexadecimal.h"

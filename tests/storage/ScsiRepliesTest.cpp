@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "hwlib/sysfs_readers.h"
+#include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/scsi_info.h"
 #include "storage/scsi_replies.h"
 #include "tests/storage/Hexadecimal.h"

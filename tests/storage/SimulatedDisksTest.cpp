@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "base/FileDescriptor.h"
-#include "hwlib/sysfs_readers.h"
+#include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/scsi_info.h"
 #include "tests/support/Files.h"
 

@@ -1,0 +1,98 @@
+/// Sysfs readers against open+read+close, the mirror against find.
+#include <array>
+#include <cstdlib>
+#include <sstream>
+
+#include "bench/Measure.h"
+#include "hwlib/sysfs/SysFs.h"
+#include "hwlib/sysfs/sysfs_readers.h"
+
+namespace {
+
+constexpr const char* attribute = "/sys/devices/system/cpu/online";
+long allocations = 0;
+
+void openReadClose() {
+    std::array<char, 4096> text;
+    const int file = ::open(attribute, O_RDONLY | O_CLOEXEC);
+    if (::read(file, text.data(), text.size()) <= 0) std::abort();
+    ::close(file);
+}
+
+void readers(bench::Report& report) {
+    constexpr int calls = 20000;
+    const auto floor = [] { return bench::secondsPerCall(calls, openReadClose); };
+    report.ratio("get_sysfs_str / open+read+close",
+                 bench::leastOf(
+                     15,
+                     [] {
+                         return bench::secondsPerCall(calls,
+                                                      [] { std::free(get_sysfs_str(attribute)); });
+                     },
+                     floor),
+                 1.05);
+    report.ratio(
+        "get_sysfs_int / open+read+close",
+        bench::leastOf(
+            15, [] { return bench::secondsPerCall(calls, [] { get_sysfs_int(attribute); }); },
+            floor),
+        1.05);
+    const long before = allocations;
+    std::free(get_sysfs_str(attribute));
+    report.value("allocations of get_sysfs_str", static_cast<double>(allocations - before), "", 1);
+}
+
+void collectPaths(const SysFsTreeElement& node, std::vector<std::string>& paths) {
+    paths.push_back(node.getElement()->getPath());
+    for (const auto* child = node.firstChild(); child != nullptr; child = child->nextSibling())
+        collectPaths(*child, paths);
+}
+
+void mirror(bench::Report& report) {
+    SysFs sysfs;
+    const auto synchronize = [&] {
+        sysfs.deleteAll();
+        return bench::secondsPerCall(1, [&] { sysfs.synchronize("/sys/devices"); });
+    };
+    const auto find = [] { return bench::run({"find", "/sys/devices"}).wall; };
+    report.ratio("synchronize(/sys/devices) / find", bench::leastOf(15, synchronize, find), 0.6);
+
+    sysfs.deleteAll();
+    const double before = bench::allocatedBytes();
+    sysfs.synchronize("/sys/devices");
+    const double memory = bench::allocatedBytes() - before;
+    std::vector<std::string> paths;
+    collectPaths(*sysfs.root(), paths);
+    const auto entries = static_cast<double>(paths.size());
+    bench::Report::value("entries mirrored", entries, "");
+    bench::Report::value("memory per entry", memory / entries, "bytes");
+
+    bool found = true;
+    double least = 1;
+    for (int round = 0; round < 20; ++round) {
+        least = std::min(least, bench::secondsPerCall(1, [&] {
+                             for (const std::string& path : paths)
+                                 found = found && sysfs.existsPath(path);
+                         }));
+    }
+    if (!found) std::abort();
+    report.value("look-up by path", least / entries * 1e9, "ns", 100);
+    sysfs.stats();
+}
+
+}  // namespace
+
+extern "C" void* __libc_malloc(std::size_t size);  // NOLINT(bugprone-reserved-identifier)
+
+/// Counts what the C library's own would do.
+extern "C" void* malloc(std::size_t size) {
+    ++allocations;
+    return __libc_malloc(size);
+}
+
+int main() {
+    bench::Report report;
+    readers(report);
+    mirror(report);
+    return report.exitStatus();
+}

@@ -1,0 +1,67 @@
+#include "hwlib/pci/pci_ids.h"
+
+#include "base/FileDescriptor.h"
+#include "base/FileReading.h"
+
+namespace {
+
+constexpr const char* databasePaths[] = {
+    "/usr/share/hwdata/pci.ids",
+    "/usr/share/pci.ids",
+    "/usr/share/misc/pci.ids",
+};
+
+std::mutex databaseLock;
+std::shared_ptr<tav::PciIdDatabase> database;
+
+std::shared_ptr<tav::PciIdDatabase> currentDatabase() {
+    const std::scoped_lock guard(databaseLock);
+    return database;
+}
+
+std::shared_ptr<tav::PciIdDatabase> openDatabase() {
+    for (const char* path : databasePaths) {
+        // Shared, because a std::function can be copied.
+        const auto file = std::make_shared<tav::FileDescriptor>(tav::openForReading(path));
+        if (!file->isOpen()) continue;
+        return std::make_shared<tav::PciIdDatabase>(
+            [file](std::span<char> room, std::uint64_t position) {
+                return tav::readOnceAt(file->get(), std::as_writable_bytes(room), position);
+            });
+    }
+    return nullptr;
+}
+
+template <class LookUp>
+PciIdEntryPtr search(LookUp lookUp) {
+    const auto ids = currentDatabase();
+    return ids == nullptr ? nullptr : lookUp(*ids);
+}
+
+}  // namespace
+
+bool scan_hw_ids() {
+    const auto loaded = openDatabase();
+    const std::scoped_lock guard(databaseLock);
+    database = loaded;
+    return database != nullptr;
+}
+
+PciIdEntryPtr vendor_search(std::uint16_t vendor) {
+    return search([&](tav::PciIdDatabase& ids) { return ids.vendor(vendor); });
+}
+
+PciIdEntryPtr device_search(std::uint16_t vendor, std::uint16_t device) {
+    return search([&](tav::PciIdDatabase& ids) { return ids.device(vendor, device); });
+}
+
+PciIdEntryPtr subsystem_search(std::uint16_t vendor, std::uint16_t device,
+                               std::uint16_t subsystemVendor, std::uint16_t subsystemDevice) {
+    return search([&](tav::PciIdDatabase& ids) {
+        return ids.subsystem(vendor, device, subsystemVendor, subsystemDevice);
+    });
+}
+
+PciIdEntryPtr class_search(std::uint32_t classCode) {
+    return search([&](tav::PciIdDatabase& ids) { return ids.deviceClass(classCode); });
+}

@@ -1,0 +1,60 @@
+#include "hwlib/smbios/PhysicalMemory.h"
+
+#include <chrono>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <sys/mman.h>
+
+#include "base/Waiting.h"
+
+namespace tav {
+namespace {
+
+constexpr const char* memoryDevice = "/dev/mem";
+constexpr int openAttempts = 6;
+constexpr std::chrono::seconds openPause{5};
+
+FileDescriptor openMemory() {
+    for (int attempt = 1;; ++attempt) {
+        FileDescriptor memory(::open(memoryDevice, O_RDONLY | O_CLOEXEC));
+        if (memory.isOpen()) return memory;
+        if (attempt == openAttempts) break;
+        if (pauseFor(openPause) == Pause::Stopped) return {};
+    }
+    std::fprintf(stderr, "ERROR: Failed to open %s\n", memoryDevice);
+    return {};
+}
+
+}  // namespace
+
+MappedMemory::MappedMemory(int memory, std::uint64_t address, std::size_t length)
+    : pages_(MAP_FAILED), mappedLength_(0) {
+    if (memory < 0) return;
+    const auto pageSize = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+    const std::uint64_t start = address / pageSize * pageSize;
+    const auto inPage = static_cast<std::size_t>(address - start);
+    mappedLength_ = inPage + length;
+    pages_ = ::mmap64(nullptr, mappedLength_, PROT_READ, MAP_SHARED, memory,
+                      static_cast<off64_t>(start));
+    if (pages_ == MAP_FAILED) {
+        std::fprintf(stderr, "ERROR: Failed to map 0x%lx 0x%lx\n",
+                     static_cast<unsigned long>(start), static_cast<unsigned long>(mappedLength_));
+        return;
+    }
+    bytes_ = {static_cast<const std::byte*>(pages_) + inPage, length};
+}
+
+MappedMemory::~MappedMemory() {
+    if (pages_ != MAP_FAILED) ::munmap(pages_, mappedLength_);
+}
+
+PhysicalMemory::PhysicalMemory() : device_(openMemory()) {}
+
+MappedMemory PhysicalMemory::map(std::uint64_t address, std::size_t length) const {
+    return {device_.get(), address, length};
+}
+
+}  // namespace tav
