@@ -3,7 +3,7 @@
 #include "service/CheckConfig.h"
 #include "service/Options.h"
 #include "service/Service.h"
-#include "storage/tavStorageControllerFactory.h"
+#include "storage/kernel/tavStorageControllerFactory.h"
 
 int main(int argc, char** argv) {
     const tavd::Options options = tavd::parseOptions(argc, argv);

@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "storage/tavDiskInfo.h"
-#include "storage/tavLogicalDiskInfo.h"
+#include "storage/model/tavDiskInfo.h"
+#include "storage/model/tavLogicalDiskInfo.h"
+#include "storage/model/tavStorageControllerInfo.h"
 #include "storage/tavRemoveLock.h"
-#include "storage/tavStorageControllerInfo.h"
 
 /// Families of controllers, as a set of flags.
 enum tavStorageControllerFamily : std::uint8_t {

@@ -11,9 +11,9 @@
 #include "core/tavUtils.h"
 #include "rmc/tavEventHandler.h"
 #include "rmc/tavJsonAggregator.h"
+#include "storage/model/sample_records.h"
+#include "storage/model/storage_utils.h"
 #include "storage/registered_factories.h"
-#include "storage/sample_records.h"
-#include "storage/storage_utils.h"
 
 using tav::here;
 

@@ -10,8 +10,8 @@
 #include "core/InventoryCache.h"
 #include "core/ManagerLoop.h"
 #include "core/tavResourceManager.h"
+#include "storage/model/tavInventoryBase.h"
 #include "storage/storage_inventory.h"
-#include "storage/tavInventoryBase.h"
 
 /// The manager of storage: rebuilds the inventory of all controllers, drives and volumes at the
 /// configured interval and whenever somebody invalidates it, polls the controllers every 10

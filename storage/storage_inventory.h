@@ -4,9 +4,9 @@
 
 #include <json/value.h>
 
-#include "storage/tavDiskInfo.h"
-#include "storage/tavLogicalDiskInfo.h"
-#include "storage/tavStorageControllerInfo.h"
+#include "storage/model/tavDiskInfo.h"
+#include "storage/model/tavLogicalDiskInfo.h"
+#include "storage/model/tavStorageControllerInfo.h"
 
 namespace tav {
 

@@ -9,7 +9,7 @@
 
 #include "bench/Measure.h"
 #include "rmc/tavipmi.h"
-#include "tests/storage/FakeRaidLibrary.h"
+#include "tests/support/FakeRaidLibrary.h"
 #include "tests/support/Rmc.h"
 #include "tests/support/Service.h"
 

@@ -1,0 +1,365 @@
+#include "storage/kernel/disk_probe.h"
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <string_view>
+
+#include <fcntl.h>
+
+#include "base/printed.h"
+#include "core/Log.h"
+#include "hwlib/sysfs/sysfs_readers.h"
+#include "storage/model/storage_utils.h"
+#include "storage/scsi/scsi_info.h"
+
+namespace tav {
+namespace {
+
+constexpr ModuleLog logger{"STOR_CTLR"};
+
+constexpr std::string_view blanks = " \t\r\n\f\v";
+constexpr unsigned long long blockSize = 512;  // of the kernel's block counts
+constexpr const char* logicalVolume = "LOGICAL VOLUME";
+constexpr const char* unknownSerial = "NotAvailable";
+
+std::string trimmed(const OwnedText& text) {
+    if (!text) return {};
+    const std::string_view all = text.get();
+    const std::size_t first = all.find_first_not_of(blanks);
+    if (first == std::string_view::npos) return {};
+    return std::string(all.substr(first, all.find_last_not_of(blanks) - first + 1));
+}
+
+std::string sysfsSerial(const std::string& link) {
+    return trimmed(OwnedText(get_unit_sn_from_sysfs_vpd_pg80(link.c_str())));
+}
+
+// --- What a disk is ------------------------------------------------------------------------------
+
+/// SCSI protocol identifiers (SPC-4).
+constexpr std::array SCSI_Protocol_Identifiers = {"Fibre Channel",
+                                                  "Parallel SCSI",
+                                                  "SSA",
+                                                  "IEEE 1394",
+                                                  "SCSI RDMA Protocol",
+                                                  "iSCSI",
+                                                  "SAS",
+                                                  "ADT",
+                                                  "ATA",
+                                                  "UAS",
+                                                  "SOP",
+                                                  "0xb",
+                                                  "0xc",
+                                                  "0xd",
+                                                  "0xe",
+                                                  "0xf"};
+constexpr const char* ataProtocol = "ATA";
+
+// IDENTIFY DEVICE (ACS), in words.
+constexpr std::size_t serialWord = 10, serialWords = 10;
+constexpr std::size_t revisionWord = 23, revisionWords = 4;
+constexpr std::size_t modelWord = 27, modelWords = 20;
+constexpr std::size_t majorRevisionWord = 80;
+constexpr std::size_t rotationRateWord = 217;
+
+/// IDENTIFY DEVICE data of an ATA disk.
+class IdentifyData {
+ public:
+    explicit IdentifyData(int node) {
+        std::size_t length = bytes_.size();
+        isKnown_ = get_ata_identify_device_info(node, bytes_.data(), &length) == 0;
+    }
+    bool isKnown() const { return isKnown_; }
+
+    int word(std::size_t index) const { return bytes_[2 * index] | bytes_[2 * index + 1] << 8; }
+
+    std::string text(std::size_t word, std::size_t words) const {
+        std::array<char, 256> text{};
+        get_ata_string(text.data(), std::as_bytes(std::span(bytes_)), word, words);
+        const char* const first = trim_surrounding_whitespace(text.data());
+        return first;
+    }
+
+ private:
+    std::array<unsigned char, 512> bytes_{};
+    bool isKnown_ = false;
+};
+
+/// "ACS-2 or later" by the major revision word: bits 9 to 15 stand for ACS-2 and what came after.
+/// Two values mean that the disk does not tell.
+bool hasAcs2(int majorRevision) {
+    constexpr int notReported = 0xFFFF;
+    constexpr int acs2AndLater = 0xFE00;
+    return majorRevision != notReported && (majorRevision & acs2AndLater) != 0;
+}
+
+const char* mediaTypeOf(int rotationRate) {
+    constexpr int notRotating = 1;
+    constexpr int slowest = 0x0401, fastest = 0xFFFE;  // revolutions a minute
+    if (rotationRate == notRotating) return "SSD";
+    return rotationRate >= slowest && rotationRate <= fastest ? "HDD" : nullptr;
+}
+
+void setMediaType(const std::string& link, int rotationRate, tavDiskInfo& disk) {
+    const char* const type = mediaTypeOf(rotationRate);
+    if (type != nullptr) {
+        disk.setMediaType(type);
+    } else {
+        logger.debug(here(), "%s: Unable to determine media type (0x%x).", link.c_str(),
+                     static_cast<unsigned>(rotationRate));
+    }
+}
+
+/// An ATA disk that stands behind the kernel's own translation has no port page.
+std::string protocolOf(const std::string& link, const std::string& device, int node, bool isAta) {
+    const int identifier = get_scsi_transport_protocol(node);
+    if (identifier < 0 ||
+        static_cast<std::size_t>(identifier) >= SCSI_Protocol_Identifiers.size()) {
+        logger.debug(here(), "%s: Unable to identify disk protocol.", link.c_str());
+        return isAta ? ataProtocol : "";
+    }
+    const char* const name = SCSI_Protocol_Identifiers[static_cast<std::size_t>(identifier)];
+    logger.debug(here(), "%s: Device %s: Protocol %d (%s)", link.c_str(), device.c_str(),
+                 identifier, name);
+    return name;
+}
+
+void setModel(const std::string& model, tavDiskInfo& disk) {
+    disk.setModel(model);
+    disk.setPartNumber(getDiskPartNumber(model));
+}
+
+void describeAtaDisk(const std::string& link, int node, tavDiskInfo& disk) {
+    const IdentifyData identify(node);
+    if (!identify.isKnown()) return;
+    const std::string serial = identify.text(serialWord, serialWords);
+    if (!serial.empty()) disk.setSerialNumber(serial);
+    disk.setRevision(identify.text(revisionWord, revisionWords));
+    setModel(identify.text(modelWord, modelWords), disk);
+    const int majorRevision = identify.word(majorRevisionWord);
+    disk.setATAMajorRevision(majorRevision);
+    constexpr std::size_t rotationCapability = 49;
+    logger.debug(here(),
+                 "%s: ATA Info: Serial#=%s FW=%s Model=%s Part#=%s NMRR=0x%X Capability=0x%X "
+                 "ATA_Rev=0x%X [%s]",
+                 link.c_str(), serial.c_str(), disk.getRevision().c_str(), disk.getModel().c_str(),
+                 disk.getPartNumber().c_str(),
+                 static_cast<unsigned>(identify.word(rotationRateWord)),
+                 static_cast<unsigned>(identify.word(rotationCapability)),
+                 static_cast<unsigned>(majorRevision),
+                 hasAcs2(majorRevision) ? "ACS-2 or later" : "Non ACS-2");
+    setMediaType(link, identify.word(rotationRateWord), disk);
+}
+
+void setSerialNumber(const std::string& link, tavDiskInfo& disk) {
+    std::string serial = sysfsSerial(link);
+    const char* source = "page 80";
+    if (serial.empty()) {
+        serial = trimmed(OwnedText(get_unit_sn_from_sysfs_inquiry(link.c_str())));
+        source = "inquiry";
+    }
+    logger.debug(here(), "%s: Disk serialnum from %s: %s", link.c_str(), source, serial.c_str());
+    disk.setSerialNumber(serial);
+}
+
+void setBlockDevice(const std::string& link, tavDiskInfo& disk) {
+    const tavBlockDevice device = get_BlockDevice(link.c_str());
+    if (!device.name.empty()) disk.setOSDeviceName("/dev/" + device.name);
+    const unsigned long long blocks = device.sectors;
+    const unsigned long long bytes = blocks * blockSize;
+    disk.setCapacityBytes(bytes);
+    logger.debug(here(), "%s: Drv size %llu Blocks, %llu bytes", link.c_str(), blocks, bytes);
+}
+
+bool isPhysicalDisk(const std::string& link, const std::string& model) {
+    if (model == logicalVolume) {
+        logger.debug(here(), "%s: Skipping logical drive %s", link.c_str(), model.c_str());
+        return false;
+    }
+    if (is_direct_access_block_device(link.c_str())) return true;
+    logger.debug(here(), "%s: Skipping since it is not a direct-access block device", link.c_str());
+    return false;
+}
+
+// --- How it does ---------------------------------------------------------------------------------
+
+DiskReadings readAtaDisk(const tavDiskInfo& disk, int node) {
+    const std::string link = disk.getOSSCSILink();
+    DiskReadings readings;
+    if (disk.getMediaType() == "SSD") {
+        const int wear = get_sata_ssd_wear(node);
+        if (wear < 0) {
+            logger.debug(here(), "%s: Failed to determine ATA SSD wear [%d].", link.c_str(), wear);
+        }
+        readings.wear = availableWear(wear);
+    }
+    if (hasAcs2(disk.getATAMajorRevision())) {
+        std::size_t length = 0;
+        const OwnedBytes page(get_sata_temp(node, &length));
+        int current = 0;
+        int maximum = 0;
+        if (!page) {
+            logger.debug(here(), "%s: Failed to retrieve ATA temp.", link.c_str());
+        } else if (sata_parse_current(page.get(), length, &current) &&
+                   sata_parse_mcot(page.get(), length, &maximum)) {
+            setTemperatures(current, maximum, readings);
+        } else {
+            logger.debug(here(), "%s: Failed to read ATA temp values from log page. ",
+                         link.c_str());
+        }
+        constexpr std::size_t wholePage = 96;
+        if (page && length >= wholePage) {
+            const unsigned char* const b = page.get();
+            logger.debug(here(),
+                         "%s: ATA Temperature Info: [Rev=0x%02x%02x, Page=0x%02x, CT=0x%02x, "
+                         "Flags=0x%02x, MT=0x%02x, Flags=0x%02x]",
+                         link.c_str(), b[1], b[0], b[2], b[8], b[15], b[88], b[95]);
+        }
+    }
+    readings.errors = get_sata_health(node);
+    return readings;
+}
+
+DiskReadings readSasDisk(const tavDiskInfo& disk, int node) {
+    const std::string link = disk.getOSSCSILink();
+    DiskReadings readings;
+    if (disk.getMediaType() == "SSD") {
+        const int wear = get_sas_ssd_wear(node);
+        if (wear < 0) {
+            logger.debug(here(), "%s: Failed to determine SAS SSD wear [%d].", link.c_str(), wear);
+        }
+        readings.wear = availableWear(wear);
+    }
+    constexpr int noMaximum = -1;
+    if (const OwnedBytes page(get_sas_temp(node)); page) {
+        setTemperatures(sas_parse_current(page.get()), sas_parse_mcot(page.get()), readings);
+    } else {
+        logger.debug(here(), "%s: Failed to determine SAS temp. Looking up unit temp.",
+                     link.c_str());
+        setTemperatures(get_unit_temp(node), noMaximum, readings);
+    }
+    readings.errors = get_sas_health(node);
+    return readings;
+}
+
+struct ProtocolProbe {
+    const char* protocol;
+    const char* name;  ///< of the protocol in the log
+    DiskReadings (*read)(const tavDiskInfo& disk, int node);
+    const char* unreadable;
+    bool namesTemperatures;
+};
+constexpr const char* ataUnreadable = "Failed to read Summary SMART Error Log from disk drive.";
+constexpr std::array protocolProbes = {
+    ProtocolProbe{"SATA", "ATA", readAtaDisk, ataUnreadable, false},
+    ProtocolProbe{"ATA", "ATA", readAtaDisk, ataUnreadable, false},
+    ProtocolProbe{"SAS", "SAS", readSasDisk,
+                  "Failed to read Informational Exceptions log page from disk drive.", true},
+};
+
+DiskJudgement statusByProtocol(const tavDiskInfo& disk, int node) {
+    const std::string link = disk.getOSSCSILink();
+    const std::string protocol = disk.getProtocol();
+    if (protocol.empty()) {
+        return {failed, "Unable to determine the transport protocol of the disk drive."};
+    }
+    for (const ProtocolProbe& probe : protocolProbes) {
+        if (protocol != probe.protocol) continue;
+        const DiskReadings readings = probe.read(disk, node);
+        DiskJudgement judgement = judgeDisk(readings, probe.unreadable, probe.namesTemperatures);
+        logger.debug(here(), "%s: %s Disk Status: %s %s [S=%s; H=%s] (H=%d, T=%d, M=%d, W=%d)",
+                     link.c_str(), probe.name, disk.getMediaType().c_str(),
+                     disk.getOSDeviceName().c_str(), displayText(judgement.condition.state),
+                     displayText(judgement.condition.health), readings.errors, readings.temperature,
+                     readings.maximumTemperature, readings.wear);
+        return judgement;
+    }
+    logger.debug(here(), "%s: Unknown disk protocol [%s]", link.c_str(), protocol.c_str());
+    return {{},
+            printed("Unknown transport protocol (%s) for disk drive. (SCSI link: %s)",
+                    protocol.c_str(), link.c_str())};
+}
+
+DiskJudgement statusOfUnopened(const std::string& link, const GenericNode& node) {
+    if (node.path.empty()) {
+        logger.debug(here(), "%s: Unable to find scsi generic device. Marking disk as offline.",
+                     link.c_str());
+        return {offline,
+                printed("SCSI generic device for SCSI link %s not available.", link.c_str())};
+    }
+    const bool isGone = node.error == ENXIO || node.error == ENODEV;
+    logger.debug(here(), "%s: Unable to open %s: (%d %d). Marking disk as %s.", link.c_str(),
+                 node.path.c_str(), -1, node.error, isGone ? "offline" : "failed");
+    return {isGone ? offline : failed,
+            printed("Unable to open SCSI generic device %s (SCSI link: %s). Error number: %d.",
+                    node.path.c_str(), link.c_str(), node.error)};
+}
+
+DiskJudgement statusOfOpen(const tavDiskInfo& disk, int node, bool& isReplaced) {
+    const std::string link = disk.getOSSCSILink();
+    const std::string serial = sysfsSerial(link);
+    const std::string recorded = disk.getSerialNumber();
+    logger.debug(here(), "%s: Disk serialnum from sysfs VPD page 80: %s", link.c_str(),
+                 serial.c_str());
+    const bool areKnown = !serial.empty() && !recorded.empty() && recorded != unknownSerial;
+    if (!areKnown || serial == recorded) return statusByProtocol(disk, node);
+    logger.debug(here(), "%s: Detected change in disk serial number: [%s, %s].", link.c_str(),
+                 serial.c_str(), recorded.c_str());
+    isReplaced = true;
+    return {offline, serialChangeReason(serial, recorded)};
+}
+
+}  // namespace
+
+std::string serialChangeReason(const std::string& current, const std::string& known) {
+    return printed(
+        "Detected change in disk serial number (Current serial number: %s; Last known serial "
+        "number: %s).",
+        current.c_str(), known.c_str());
+}
+
+GenericNode openGenericNode(const std::string& link) {
+    GenericNode node;
+    const OwnedText name(get_ScsiGeneric(link.c_str()));
+    if (!name) return node;
+    node.path = std::string("/dev/") + name.get();
+    node.file.reset(::open(node.path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    if (!node.file.isOpen()) node.error = errno;
+    return node;
+}
+
+bool describeDisk(const std::string& link, int node, tavDiskInfo& disk) {
+    const std::string model = trimmed(OwnedText(get_DiskModel(link.c_str())));
+    if (!isPhysicalDisk(link, model)) return false;
+    disk.setOSSCSILink(link);
+    setSerialNumber(link, disk);
+    logger.debug(here(), "%s: Disk Model %s", link.c_str(), model.c_str());
+    setModel(model, disk);
+    setBlockDevice(link, disk);
+    disk.setRevision(trimmed(OwnedText(get_sas_DiskRev(link.c_str()))));
+    logger.debug(here(), "%s: SCSI PhyDrvFWRev %s", link.c_str(), disk.getRevision().c_str());
+    const bool isAta = trimmed(OwnedText(get_DiskVendor(link.c_str()))) == ataProtocol;
+    disk.setProtocol(protocolOf(link, disk.getOSDeviceName(), node, isAta));
+    if (isAta) {
+        logger.debug(here(), "%s: Device %s: Found an ATA disk", link.c_str(),
+                     disk.getOSDeviceName().c_str());
+        describeAtaDisk(link, node, disk);
+    } else {
+        setMediaType(link, get_scsi_disk_medium_rotation_rate(node), disk);
+    }
+    return true;
+}
+
+DiskJudgement diskStatus(const tavDiskInfo& disk, bool& isReplaced) {
+    isReplaced = false;
+    if (disk.getOSSGHandle() >= 0) return statusOfOpen(disk, disk.getOSSGHandle(), isReplaced);
+    const GenericNode node = openGenericNode(disk.getOSSCSILink());
+    if (!node.file.isOpen()) return statusOfUnopened(disk.getOSSCSILink(), node);
+    return statusOfOpen(disk, node.file.get(), isReplaced);
+}
+
+}  // namespace tav

@@ -1,0 +1,142 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "storage/ItavStorageController.h"
+#include "storage/model/storage_conditions.h"
+
+namespace tav {
+class ModuleLog;
+}
+
+/// What reports changes of a controller and its disks, as a set of flags.
+enum tavStorageControllerFlags : std::uint32_t {
+    TAV_CONTROLLER_REPORTS_ITSELF = 1,  ///< controller and ports are not polled for events
+    TAV_DISKS_REPORT_THEMSELVES = 2,    ///< disks are not polled for events
+    TAV_EVENTS_ENABLED = 4,
+};
+
+/// A storage controller as the kernel's SCSI layer shows it: its SCSI hosts are its ports, and the
+/// disks behind them are asked with SCSI and ATA commands. The base of all families.
+///
+/// Reached by the storage manager's thread and by any other one. One recursive lock guards the
+/// inventory and the flags; it is held while ports and disks are asked, and released before an
+/// event is raised or the manager is called.
+class TAV_API tavStorageController : public ItavStorageController {
+ public:
+    /// Claims a PCI function of which the model table knows any family. The claimed controller
+    /// holds one reference, for the caller. False for no claim; `out` is left alone then.
+    static bool claimDevice(std::uint32_t chipsetID, std::uint32_t boardID,
+                            const std::string& pciLocation, ItavStorageController*& out);
+
+    /// What is found is appended to the lists. 0; the last known inventory of a removed one.
+    int discoverInventory(tavStorageControllerInfo& info) override;
+    int discoverPhysicalDiskInventory(std::vector<tavDiskInfo>& disks) override;
+    int discoverLogicalDiskInventory(std::vector<tavLogicalDiskInfo>& volumes) override;
+    bool isMatchingController(std::uint32_t chipsetID, std::uint32_t boardID,
+                              const std::string& pciLocation, std::uint32_t extra) override;
+    bool enableEvents() override;
+    bool isEventsEnabled() override { return true; }
+    void disableEvents() override;
+    void poll() override;
+    void processDeviceRemoval() override;
+    void processDeviceAddition(ItavStorageController* predecessor) override;
+
+    virtual std::uint32_t getChipsetID() const;
+    virtual std::uint32_t getBoardID() const;
+    virtual std::string getPciLocation() const;
+    /// Ports are sysfs paths ("/sys/class/scsi_host/host3"); indices must be below their number.
+    virtual std::vector<std::string> getPortVector() const;
+    virtual std::string getPort(std::size_t index) const;
+    virtual void setPort(std::size_t index, const std::string& port);
+    virtual void addPort(const std::string& port);
+    virtual void clearPortList();
+    virtual std::size_t getPortListSize() const;
+    virtual void deletePort(std::size_t index);
+    virtual std::uint8_t getFamilyFlags() const;
+
+    /// Copies of what was last found. The forms with a list append to it; 0.
+    virtual int getInventory(tavStorageControllerInfo& info) const;
+    virtual tavStorageControllerInfo getInventory() const;
+    virtual int getPhysicalDrivesInventory(std::vector<tavDiskInfo>& disks) const;
+    virtual std::vector<tavDiskInfo> getPhysicalDrivesInventory() const;
+    virtual int getLogicalDiskInventory(std::vector<tavLogicalDiskInfo>& volumes) const;
+    virtual std::vector<tavLogicalDiskInfo> getLogicalDiskInventory() const;
+
+    /// The kernel's numbers of a port's SCSI host and ATA port; -1 for none.
+    virtual int getHostNumberForControllerPort(std::size_t index) const;
+    virtual int getATAPortForControllerPort(std::size_t index) const;
+
+    /// Empty where the controller tells none.
+    virtual std::string discoverFirmwareVersion();
+    virtual std::string discoverSerialNumber();
+    /// Brings the port's state, health and time of recovery up to date.
+    virtual void discoverControllerPortStatus(tavStorageControllerPortInfo& port);
+    /// Stores the disk's slot in its record, -1 where it is not known; 0, or -1 then.
+    virtual int discoverPhysicalDiskSlotNumber(tavDiskInfo& disk);
+    /// Brings the disk's state, health and their reason up to date.
+    virtual void discoverPhysicalDiskStatus(tavDiskInfo& disk);
+    /// Whether the disk belongs into the inventory.
+    virtual bool validatePhysicalDisk(const tavDiskInfo& disk);
+    virtual void computeControllerStatus(TAV_RESOURCE_STATE& state, TAV_RESOURCE_HEALTH& health);
+    /// Compares the disks that were found with those before, and keeps what has vanished.
+    virtual void synchronizePhysicalDrivesInventory();
+
+ protected:
+    /// An event that is raised once the lock has been released.
+    struct PendingEvent {
+        int eventId;
+        std::string location;
+        bool serviceEvent;
+        std::unique_ptr<tavInventoryBase> record;
+    };
+
+    tavStorageController() = default;
+    tavStorageController(std::uint32_t chipsetID, std::uint32_t boardID, std::string pciLocation,
+                         std::uint8_t family);
+    ~tavStorageController() override = default;
+
+    /// Hands a new controller to its factory; the line about it goes to the log of its family.
+    static bool claim(tavStorageController* controller, const tav::ModuleLog& familyLog,
+                      ItavStorageController*& out);
+
+    /// By what a disk is recognised in the next discovery; empty: it is not.
+    virtual std::string diskIdentity(const tavDiskInfo& disk) const;
+    virtual void logUnidentified(const char* which, std::size_t index,
+                                 const tavDiskInfo& disk) const;
+    /// Why a disk that was not found any more is offline; empty leaves it as it is.
+    virtual std::string vanishedReason(const tavDiskInfo& disk) const;
+
+    mutable std::recursive_mutex lock_;  ///< guards what follows
+    std::string pciLocation_;
+    std::vector<std::string> ports_;
+    std::uint8_t family_ = 0;
+    tavStorageControllerInfo info_;
+    std::vector<tavDiskInfo> disks_;
+    std::vector<tavLogicalDiskInfo> volumes_;
+    std::uint32_t flags_ = 0;
+    tavStorageControllerInfo previousInfo_;
+    std::vector<tavDiskInfo> previousDisks_;
+
+ private:
+    using DiskEvents = std::vector<PendingEvent>;
+
+    bool raisesControllerEvents() const;
+    bool raisesDiskEvents() const;
+    std::vector<tavStorageControllerPortInfo> discoverPorts();
+    bool pollPorts();
+    void generateEventOnStatusChange();
+    bool generateEventOnStatusChange(const tavDiskInfo& current, const tavDiskInfo& previous);
+    void keepVanishedDisk(const tavDiskInfo& previous);
+    void compareDisk(const tavDiskInfo& current, const tavDiskInfo& previous);
+    void pollDisks();
+    bool describeDisk(const std::string& link, int ataPort, tavDiskInfo& disk);
+    void raisePendingEvents();
+
+    DiskEvents pendingEvents_;
+    bool invalidates_ = false;  ///< the manager is to look at everything anew
+};

@@ -1,0 +1,95 @@
+#include "storage/model/storage_utils.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+#include "storage/model/storage_tables.h"
+
+namespace {
+
+bool fits(std::uint32_t rowID, std::uint32_t id) {
+    return rowID == 0 || rowID == id;
+}
+
+bool isHexDigit(char character) {
+    return std::isxdigit(static_cast<unsigned char>(character)) != 0;
+}
+
+/// Four digits and a colon; the text may end anywhere.
+bool beginsWithPciDomain(const char* text) {
+    constexpr int digits = 4;
+    int count = 0;
+    while (count < digits && isHexDigit(text[count]))
+        ++count;
+    return count == digits && text[digits] == ':';
+}
+
+bool isSpace(char character) {
+    return std::isspace(static_cast<unsigned char>(character)) != 0;
+}
+
+}  // namespace
+
+const char* getStorageControllerModel(std::uint32_t chipsetID, std::uint32_t boardID,
+                                      std::uint8_t familyMask, std::uint8_t* outFlags) {
+    const auto* const row = std::find_if(
+        gStorageHbaList.begin(), gStorageHbaList.end(), [&](const tavStorageHba& candidate) {
+            return (familyMask == 0 || (candidate.family & familyMask) != 0) &&
+                   fits(candidate.chipsetID, chipsetID) && fits(candidate.boardID, boardID);
+        });
+    const bool found = row != gStorageHbaList.end();
+    if (outFlags != nullptr) *outFlags = found ? row->family : std::uint8_t{0};
+    return found ? row->model : nullptr;
+}
+
+std::string getDiskPartNumber(std::string_view model, char* buffer) {
+    const auto* const row =
+        std::find_if(gStorageDriveList.begin(), gStorageDriveList.end(),
+                     [&](const tavStorageDrive& drive) { return model == drive.model; });
+    if (row == gStorageDriveList.end()) return {};
+    if (buffer != nullptr) std::memcpy(buffer, row->partNumber, sizeof row->partNumber);
+    return row->partNumber;
+}
+
+const char* strstr_pcilocation(const char* path) {
+    if (path == nullptr) return nullptr;
+    for (const char* slash = std::strchr(path, '/'); slash != nullptr;
+         slash = std::strchr(slash + 1, '/')) {
+        if (beginsWithPciDomain(slash + 1)) return slash;
+    }
+    return nullptr;
+}
+
+char* trim_surrounding_whitespace(char* text) {
+    if (text == nullptr) return nullptr;
+    std::size_t length = std::strlen(text);
+    while (length > 0 && isSpace(text[length - 1]))
+        --length;
+    text[length] = '\0';
+    while (isSpace(*text))
+        ++text;
+    return text;
+}
+
+std::size_t get_ata_string(char* destination, std::span<const std::byte> identify,
+                           std::size_t firstWord, std::size_t wordCount) {
+    const std::size_t words = identify.size() / 2;
+    const std::size_t first = std::min(firstWord, words);
+    const std::size_t count = std::min(wordCount, words - first);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::span<const std::byte> word = identify.subspan(2 * (first + i), 2);
+        destination[2 * i] = static_cast<char>(word[1]);
+        destination[2 * i + 1] = static_cast<char>(word[0]);
+    }
+    return 2 * count;
+}
+
+long compute_gcd(long a, long b) {
+    while (b != 0) {
+        const long remainder = a % b;
+        a = b;
+        b = remainder;
+    }
+    return a;
+}

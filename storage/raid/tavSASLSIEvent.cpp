@@ -1,0 +1,184 @@
+#include "storage/raid/tavSASLSIEvent.h"
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <span>
+#include <string>
+
+#include "base/StopSignal.h"
+#include "base/Waiting.h"
+#include "core/Log.h"
+#include "storage/raid/raid_event_record.h"
+#include "storage/raid/tavStoreLibInterface.h"
+
+using tav::here;
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr tav::ModuleLog logger{"LSI_EVT"};
+
+constexpr std::uint8_t libraryCommand = 0;
+constexpr std::uint8_t registerCode = 1;
+constexpr std::uint8_t unregisterCode = 2;
+constexpr std::uint8_t eventCommand = 7;
+constexpr std::uint8_t sequenceInfoCode = 0;
+
+constexpr std::uint32_t success = 0;
+constexpr std::uint32_t invalidController = 0x800A;
+
+constexpr std::uint16_t allLocales = 0xFFFF;
+constexpr std::int8_t informationAndAbove = 0;
+
+constexpr int unregisterAttempts = 3;
+constexpr auto unregisterRetry = 100ms;
+
+struct StatusText {
+    std::uint32_t status;
+    const char* text;
+};
+constexpr StatusText registrationStatusTable[] = {
+    {0x8001, "Init not done"},           {0x8003, "WMI Init failed"},
+    {0x8004, "WMI Registration failed"}, {0x8006, "COM Init failed"},
+    {0x8007, "Invalid Event Mask"},      {0x8009, "Command Timeout"},
+    {0x800A, "Invalid controller"},      {0x8015, "Memory Allocation failed"},
+};
+
+const char* registrationStatusText(std::uint32_t status) {
+    for (const StatusText& row : registrationStatusTable)
+        if (row.status == status) return row.text;
+    return nullptr;
+}
+
+}  // namespace
+
+std::atomic<tavSASLSIEvent::Handler> tavSASLSIEvent::_tavSASFunc{nullptr};
+// The library's threads may come as long as the process lives.
+tavRemoveLockEx& tavSASLSIEvent::epRemoveLock = *new tavRemoveLockEx;
+
+tavSASLSIEvent* tavSASLSIEvent::getInstance() {
+    static tavSASLSIEvent* const instance = new tavSASLSIEvent;  // outlives every thread
+    return instance;
+}
+
+int tavSASLSIEvent::RegisterForAEN(Handler handler) {
+    if (tavStoreLibInterface::getInstance()->tavStoreInit() != 1) return 0;
+    const std::lock_guard<std::mutex> held(registrationLock_);
+    _tavSASFunc = handler;
+    epRemoveLock.reopen();
+    // One that the library did not let go of serves on: a second one would report everything twice.
+    if (!registered_) registerControllers();
+    return 1;
+}
+
+void tavSASLSIEvent::registerControllers() {
+    addControllers();
+    if (input_.controllerCount == 0) return;
+    input_.callback = AENCallBack;
+    const std::uint32_t status = RegisterAENCall(&input_, &output_);
+    if (status == success) {
+        registered_ = true;
+        logger.debug(here(),
+                     "AEN Registration successful for [%u] LSI MR controllers. (Unique ID: [0x%x])",
+                     input_.controllerCount, output_.uniqueId);
+        return;
+    }
+    const char* const text = registrationStatusText(status);
+    logger.error(here(), "%s", text == nullptr ? "RegisterAEN command failed" : text);
+}
+
+void tavSASLSIEvent::addControllers() {
+    input_ = {};
+    const auto controllers = tavStoreLibInterface::getInstance()->getControllerIds();
+    for (const std::uint32_t id : controllers) {
+        _MR_EVT_LOG_INFO sequence{};
+        const std::uint32_t status = IssueEventSequenceInfo(&sequence, id);
+        if (status != success) {
+            logger.warning(here(),
+                           "Failed to determine event sequence info.                             "
+                           "Skipping AEN registration for this controller. (ID: [%u]; rval = "
+                           "[0x%x])",
+                           id, status);
+            continue;
+        }
+        if (input_.controllerCount == std::size(input_.controllers)) break;
+        input_.controllers[input_.controllerCount++] = {id, allLocales, 0, informationAndAbove,
+                                                        sequence.newestSequence};
+    }
+    if (input_.controllerCount == 0) {
+        logger.warning(here(),
+                       "Unable to register for AEN: No controllers could be selected. (Total: "
+                       "[%u]; Selected: [%u])",
+                       static_cast<unsigned>(controllers.size()), 0U);
+    }
+}
+
+std::uint32_t tavSASLSIEvent::IssueEventSequenceInfo(_MR_EVT_LOG_INFO* record,
+                                                     std::uint32_t controllerId) {
+    _SL_LIB_CMD_PARAM_T command{};
+    command.commandType = eventCommand;
+    command.commandCode = sequenceInfoCode;
+    command.controllerId = controllerId;
+    command.dataSize = sizeof *record;
+    command.data = record;
+    const std::uint32_t status =
+        tavStoreLibInterface::getInstance()->ProcessLibCommandCall(&command);
+    if (status == invalidController) {
+        logger.error(here(), "Invalid controller");
+    } else if (status != success) {
+        logger.error(here(), "GetEventSequenceInfo : ProcessLibCommandCall failed");
+    }
+    return status;
+}
+
+std::uint32_t tavSASLSIEvent::RegisterAENCall(_SL_REG_AEN_INPUT_T* input,
+                                              _SL_REG_AEN_OUTPUT_T* output) {
+    _SL_LIB_CMD_PARAM_T command{};
+    command.commandType = libraryCommand;
+    command.commandCode = registerCode;
+    command.argumentPointer = input;
+    command.dataSize = sizeof *output;
+    command.data = output;
+    const std::uint32_t status =
+        tavStoreLibInterface::getInstance()->ProcessLibCommandCall(&command);
+    if (status == success) {
+        logger.debug(here(), "RegisterAENCall successful");
+    } else if (const char* const text = registrationStatusText(status)) {
+        logger.error(here(), "RegisterAENCall failed %s", text);
+    } else {
+        logger.error(here(), "RegisterAENCall failed  (rval:%u)", status);
+    }
+    return status;
+}
+
+std::uint32_t tavSASLSIEvent::UnregisterForAEN() {
+    const std::lock_guard<std::mutex> held(registrationLock_);
+    if (!registered_) return success;
+    epRemoveLock.stopAndWait();
+    // It is while the process stops that this has to succeed: its pauses are not cut short.
+    const tav::StopScope patient(nullptr);
+    std::uint32_t status = success;
+    for (int attempt = 1; attempt <= unregisterAttempts; ++attempt) {
+        if (attempt > 1) tav::pauseFor(unregisterRetry);
+        status = unregister();
+        if (status == success) {
+            registered_ = false;
+            break;
+        }
+        logger.warning(here(),
+                       "Failed to unregister AEN for LSI MR controllers on attempt #%d. (Unique "
+                       "ID: [0x%x]; rval: [0x%x])",
+                       attempt, output_.uniqueId, status);
+    }
+    return status;
+}
+
+std::uint32_t tavSASLSIEvent::unregister() {
+    _SL_LIB_CMD_PARAM_T command{};
+    command.commandType = libraryCommand;
+    command.commandCode = unregisterCode;
+    command.argument = output_.uniqueId;
+    return tavStoreLibInterface::getInstance()->ProcessLibCommandCall(&command);
+}

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+
+#include "base/Export.h"
+#include "storage/raid/sas_event_detail.h"
+#include "storage/raid/storelib_records.h"
+#include "storage/tavRemoveLockEx.h"
+
+/// What the vendor library calls, on a thread of its own, for every event that was registered for.
+/// Translates it, brings the library cache up to date and hands the result to the registered
+/// handler. Events are handled one after the other, in the order of their calls. Nothing is thrown.
+TAV_API void AENCallBack(_SL_EVENT_DETAIL_T* notification);
+
+/// Registers with the vendor library for the events of all its controllers.
+///
+/// Statuses are the library's: 0 for success. Any thread may call, except that nothing here may be
+/// called from within a handler. Locks: registrationLock_ serialises registration and is held while
+/// the library is called; no callback takes it (docs/architecture.md).
+class TAV_API tavSASLSIEvent {
+ public:
+    using Handler = void (*)(TAV_SAS_EVENT_DETAIL* event);
+
+    static tavSASLSIEvent* getInstance();
+
+    /// Lets `handler` have the events of all controllers whose newest event can be told. 1 when the
+    /// library is usable, whether or not that succeeded (isRegistered() tells), 0 otherwise.
+    int RegisterForAEN(Handler handler);
+
+    /// Waits for the callbacks that run and ends the registration. No handler is called afterwards,
+    /// also when the library refuses.
+    std::uint32_t UnregisterForAEN();
+
+    bool isRegistered() const noexcept { return registered_; }
+
+    /// Newest and oldest event of a controller.
+    std::uint32_t IssueEventSequenceInfo(_MR_EVT_LOG_INFO* record, std::uint32_t controllerId);
+    std::uint32_t RegisterAENCall(_SL_REG_AEN_INPUT_T* input, _SL_REG_AEN_OUTPUT_T* output);
+
+    static std::atomic<Handler> _tavSASFunc;
+    static tavRemoveLockEx& epRemoveLock;
+
+ private:
+    void registerControllers();
+    void addControllers();
+    std::uint32_t unregister();
+
+    std::mutex registrationLock_;
+    std::atomic<bool> registered_{false};
+    // The library may go on reading the one and knows the registration by the other.
+    _SL_REG_AEN_INPUT_T input_{};
+    _SL_REG_AEN_OUTPUT_T output_{};
+};

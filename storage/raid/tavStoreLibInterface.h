@@ -1,0 +1,139 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/Export.h"
+#include "storage/raid/storelib_decoding.h"
+#include "storage/raid/storelib_records.h"
+
+/// The one place that talks to MegaRAID controllers: loads the vendor's storage-management library
+/// at run time, and keeps a cache of the controllers, drives and volumes that it tells of.
+///
+/// All calls into the library are made on the calling thread; statuses are the library's, 0 for
+/// success. Any thread may call. Locks (docs/architecture.md): cache_lock is held for the whole of
+/// a cache build, library calls included; readers wait for it for some six seconds and then read
+/// the generation before, which has a short lock of its own.
+class TAV_API tavStoreLibInterface {
+ public:
+    using EntryPoint = std::uint32_t (*)(_SL_LIB_CMD_PARAM_T* command);
+
+    static tavStoreLibInterface* getInstance();
+
+    /// Loads and initialises the library at the first call; 1 when it can be used and knows a
+    /// controller, 0 otherwise. A library that could not be loaded is not tried again. Once its
+    /// entry point is known every further call returns 1, also when its initialisation has failed:
+    /// cache builds do nothing then.
+    int tavStoreInit();
+
+    /// Rebuilds what `scope` names: "All" and "ALL_EVENT" everything, "CTRL_EVENT" the controllers,
+    /// "PD_EVENT" the drives, "LD_EVENT" the volumes, any other nothing.
+    void cacheBuild(std::string_view scope);
+
+    // Copies from the cache.
+    std::vector<CTRL_INFO> getControllerCollection();
+    /// An empty record for a controller that is not known.
+    CTRL_INFO getControllerInventory(std::uint32_t controllerId);
+    std::vector<PD_INFO> getPDInventoryForCtrl(std::uint32_t controllerId);
+    std::vector<LD_INFO> getLDInventoryForCtrl(std::uint32_t controllerId);
+    /// -1 for a location where no controller is.
+    int getControllerID(const std::string& pciLocation);
+
+    /// The controllers of the merged list, by their 24-bit ids.
+    std::vector<std::uint32_t> getControllerIds();
+
+    std::uint32_t ProcessLibCommandCall(_SL_LIB_CMD_PARAM_T* command);
+
+    /// Releases and unloads the library: for 0 (MegaRAID) and 255 (all), and in any case. Nothing
+    /// of it may be in use.
+    void unloadDLL(int which);
+    void unloadDLLs();
+
+    // One command each, for the current controller: the one that a cache build is at, and the first
+    // one otherwise. Not to be called during a cache build by other threads.
+    std::uint32_t InitializeLibraryMR(SL_CTRL_LIST_T* list);
+    std::uint32_t UnInitializeLibrary();
+    std::uint32_t getCtrlList(SL_CTRL_LIST_T* list);
+    std::uint32_t getCtrlInfoFunc(_MR_CTRL_INFO* record);
+    std::uint32_t GetPDListFunc(_MR_PD_LIST* list, std::uint32_t size);
+    std::uint32_t GetEnclListFunc(_MR_ENCL_LIST* list);
+    /// Empty on failure.
+    std::string getCtrlPCILoc();
+    std::uint32_t FirePDInfo(_MR_PD_INFO* record, std::uint16_t deviceId);
+    std::uint32_t PDInfo(_MR_PD_INFO* record, std::uint16_t deviceId);
+    std::uint32_t FireLDInfo(_MR_LD_INFO* record, std::uint8_t targetId);
+    std::uint32_t GetMFCMFG(_MR_MFC_MFG* record, std::uint8_t mailbox);
+    /// 41 bytes.
+    std::uint32_t getCtrlSafeID(char* safeId);
+    /// Empty on failure.
+    std::string getCtrlFWVersion();
+
+    static const char* getFWStateString(std::uint16_t state);
+    static std::uint32_t getHealth(std::uint16_t state);
+    static const char* getLDStateString(std::uint8_t state);
+    static std::uint32_t getLDHealth(std::uint8_t state);
+    static const char* getRAIDLevelString(std::uint8_t primary, std::uint8_t qualifier,
+                                          std::uint8_t secondary, std::uint8_t spanDepth);
+
+    static std::atomic<EntryPoint> pfnProcessLibCommandMR;
+    static std::atomic<EntryPoint> pfnProcessLibCommand;
+    static std::atomic<bool> libMRPresent;
+    static std::atomic<bool> initializeMRsuccessful;
+    static std::atomic<bool> doNotRetryLibLoad;
+
+ private:
+    struct Generation {
+        std::vector<CTRL_INFO> controllers;
+        std::map<std::uint32_t, std::vector<PD_INFO>> drives;   ///< by controller id
+        std::map<std::uint32_t, std::vector<LD_INFO>> volumes;  ///< by controller id
+    };
+
+    tavStoreLibInterface() = default;
+
+    bool loadLibrary();
+    bool initializeLibrary();
+    void mergeControllerLists();
+    void replaceControllerList(const SL_CTRL_LIST_T& list);
+    void closeLibrary();
+
+    template <class Member>
+    void retire(Member Generation::*member);
+    void buildControllerInfo();
+    void buildPDInfo();
+    void buildLDInfo();
+    std::vector<PD_INFO> readDrives();
+    std::vector<LD_INFO> readVolumes(std::uint32_t controllerId);
+    bool readMembers(std::uint8_t targetId, SL_PD_IN_LD_LIST_T& members);
+    std::uint32_t GetUserDataBlockSizeOfPdInLD(const SL_PD_IN_LD_LIST_T& members);
+    std::vector<std::string> getPDInLD(const SL_PD_IN_LD_LIST_T& members,
+                                       std::uint32_t controllerId) const;
+    std::string getControllerSerialNo();
+    std::uint32_t passThrough(std::uint32_t opcode, std::uint8_t mailbox, void* output,
+                              std::uint32_t size);
+    std::uint32_t controllerCommand(std::uint8_t code, void* data, std::uint32_t size);
+    std::uint32_t currentController();
+
+    bool takeLock(std::unique_lock<std::mutex>& held);
+    template <class Copy>
+    auto readCache(Copy copy);
+
+    std::mutex initLock_;  ///< loading, initialising, unloading
+    void* library_ = nullptr;
+
+    std::mutex listLock_;  ///< guards the three below; the library is not called under it
+    SL_CTRL_LIST_T gCtrlListMR_{};
+    SL_CTRL_LIST_T gCtrlList_{};
+    std::uint32_t gTotalControllers_ = 0;
+
+    std::mutex cache_lock;
+    Generation current_;                ///< under cache_lock
+    std::atomic<int> currentIndex_{0};  ///< of the current controller in gCtrlList_; -1 for none
+    std::mutex previousLock_;
+    Generation previous_;
+};

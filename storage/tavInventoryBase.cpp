@@ -1,8 +1,0 @@
-#include "storage/tavInventoryBase.h"
-
-Json::Value tavStatusInfo::getVariableData() const {
-    Json::Value data(Json::objectValue);
-    data["State"] = tav::displayText(getState());
-    data["Health"] = tav::displayText(getHealth());
-    return data;
-}

@@ -1,0 +1,324 @@
+#include <atomic>
+#include <chrono>
+#include <random>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "base/Waiting.h"
+#include "tests/support/RaidServer.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace tav::test;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr const char* hostOnly = R"("EnableResources":["HostOSInfo"])";
+constexpr std::uint16_t drives = 0x0002;
+constexpr std::uint16_t volumes = 0x0001;
+constexpr std::uint16_t controllers = 0x0020;
+constexpr std::uint32_t failed = 0x8002;
+
+RaidEventBytes driveEvent(std::uint32_t code, int eventClass, std::uint8_t id,
+                          std::uint8_t newState = 0xFF, std::uint8_t slot = 0) {
+    return RaidEventBytes{}
+        .code(code)
+        .locale(drives)
+        .eventClass(eventClass - 2)
+        .argument(15, {id, 0, 252, slot, 0x18, 0, 0, 0, newState, 0, 0, 0})
+        .text("PD 09 failed");
+}
+
+class RaidEvents : public testing::Test {
+ protected:
+    RaidEvents() {
+        logEverything(hostOnly);
+        writeHostCommands();
+        sendFirstInventory(rmc_);
+        before_ = rmc_.commands().size();
+    }
+    ~RaidEvents() override { tavMegaRAIDControllerFactory::getInstance()->shutdownFactory(); }
+
+    std::vector<Json::Value> events() const {
+        std::vector<Json::Value> events;
+        const auto commands = rmc_.commands();
+        for (std::size_t i = before_; i < commands.size(); ++i)
+            events.push_back(parseJson(commands[i].payload));
+        return events;
+    }
+
+    Rmc rmc_;
+    std::size_t before_ = 0;
+};
+
+TEST_F(RaidEvents, CarryTheRecordAndTheFirmwaresText) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    library.fire(driveEvent(0x72, 2, 9, 0x11));
+    library.fire(driveEvent(0x72, 2, 9, 0x18));
+    library.fire(RaidEventBytes{}.code(0xFB).locale(volumes).eventClass(2).argument(3, {0}).text(
+        std::string("VD \xFF") + "00"));
+    const auto raised = events();
+    ASSERT_EQ(raised.size(), 3U);
+    const Json::Value& failure = raised[0];
+    EXPECT_EQ(failure["ID"], 538);
+    EXPECT_EQ(failure["PhysicalLocation"], "FFFFFFFFFFFFFFFF");
+    EXPECT_EQ(failure["VariableData"]["Data"]["SerialNumber"], "SV1-B");
+    EXPECT_EQ(failure["VariableData"]["Data"]["Oem"]["Slot"], 1);
+    EXPECT_EQ(failure["VariableData"]["EventInfo"],
+              "[Msg # 0x0072] PD 09 failed. Please refer to MegaRAID Software User Guide for "
+              "further details.");
+    EXPECT_EQ(raised[1]["ID"], 540);
+    EXPECT_EQ(raised[1]["VariableData"]["EventInfo"], "");
+    const Json::Value& volume = raised[2];
+    EXPECT_EQ(volume["ID"], 681);
+    EXPECT_FALSE(volume.isMember("PhysicalLocation"));
+    EXPECT_EQ(volume["VariableData"]["Type"], "Volume");
+    EXPECT_EQ(volume["VariableData"]["Data"]["VolumeType"], "RAID1");
+    EXPECT_EQ(volume["VariableData"]["Data"]["Oem"]["DeviceName"], "NotAvailable");
+    ASSERT_EQ(volume["VariableData"]["Data"]["Drives"].size(), 2U);
+    EXPECT_EQ(volume["VariableData"]["Data"]["Drives"][1]["SerialNumber"], "SV1-B");
+    EXPECT_THAT(volume["VariableData"]["EventInfo"].asString(), HasSubstr("[Msg # 0x00fb] VD "));
+    EXPECT_THAT(rmc_.violations(), IsEmpty());
+}
+
+TEST_F(RaidEvents, ConditionsStayUntilTheLibrarysOwnChange) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    EXPECT_EQ(conditionOf(discoverRaid().disks.at(1)), "Online/OK");
+    library.fire(driveEvent(0x57, 2, 9));
+    library.fire(RaidEventBytes{}.code(1).locale(controllers).eventClass(2));
+    library.fire(RaidEventBytes{}.code(0xFB).locale(volumes).eventClass(2).argument(3, {0}));
+    const RaidInventory carried = discoverRaid();
+    EXPECT_EQ(conditionOf(carried.disks.at(1)), "Predictive failure/Warning");
+    EXPECT_EQ(conditionOf(carried.volumes.at(0)), "Degraded/Critical");
+    EXPECT_EQ(conditionOf(carried.controllers.at(0)), "Failed/Critical");
+
+    library.change([](std::vector<FakeController>& all) {
+        all[0].drives[1].state = 0x14;
+        all[0].volumes[0].state = 1;
+    });
+    const RaidInventory changed = discoverRaid();
+    EXPECT_EQ(conditionOf(changed.disks.at(1)), "Rebuild/OK");
+    EXPECT_EQ(changed.disks.at(1).getEventHealth(), TAV_HEALTH_WARNING) << "what was reported";
+    EXPECT_EQ(conditionOf(changed.volumes.at(0)), "Partially degraded/Warning");
+
+    // Another drive in the same slot has nothing to do with what was said of the first.
+    library.change([](std::vector<FakeController>& all) { all[0].drives[1].serial = "NEW"; });
+    EXPECT_EQ(discoverRaid().disks.at(1).getEventHealth(), TAV_HEALTH_OK);
+}
+
+TEST_F(RaidEvents, InsertedAndVanishedDrivesAreKnownBySerialNumber) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    // The library's cache forgets the drive while the event is handled; the inventory knows it.
+    library.change([](std::vector<FakeController>& all) { all[0].drives.pop_back(); });
+    library.fire(driveEvent(0x70, 2, 9));
+    ASSERT_EQ(events().size(), 1U);
+    EXPECT_EQ(events()[0]["VariableData"]["Data"]["SerialNumber"], "SV1-B");
+
+    // In the cache since the event, in the inventory by its slot.
+    library.change([](std::vector<FakeController>& all) {
+        all[0].drives.push_back({20, 1, "NEW"});
+    });
+    library.fire(driveEvent(0x5B, 2, 20, 0xFF, 200));
+    EXPECT_THAT(logs(), HasSubstr("PD has been inserted to existing  location"));
+    discoverRaid();
+    library.fire(driveEvent(0x72, 2, 20, 0x11));
+    EXPECT_EQ(events().back()["VariableData"]["Data"]["SerialNumber"], "NEW");
+}
+
+TEST_F(RaidEvents, OfControllersThatAreGone) {
+    FakeRaidLibrary library({fakeController(0, "SV1"), fakeController(1, "SV2")});
+    EXPECT_EQ(discoverRaid().controllers.size(), 2U);
+    library.change([](std::vector<FakeController>& all) { all.pop_back(); });
+    const RaidInventory left = discoverRaid();
+    ASSERT_EQ(left.controllers.size(), 1U);
+    EXPECT_EQ(left.controllers[0].getSerialNumber(), "SV1");
+    EXPECT_EQ(tavMegaRAIDController::totalLSICtrls, 1);
+    EXPECT_EQ(library.unregistrations(), 0) << "one is left";
+    TAV_SAS_EVENT_DETAIL event;
+    event.eventCode = 7;
+    event.locale = "CTRL_EVENT";
+    event.controllerSerial = "SV2";
+    for (const std::uint32_t eventClass : {3U, 4U}) {
+        event.eventClass = eventClass;
+        handleEvent(&event);
+    }
+    EXPECT_THAT(logs(), HasSubstr("Ignoring CRITICAL/FATAL/DEAD event (7, 4) received for "
+                                  "controller[SV2] absent in TAV inventory."));
+    EXPECT_THAT(logs(), Not(HasSubstr("event (7, 3) received")));
+    EXPECT_THAT(events(), IsEmpty());
+
+    library.change([](std::vector<FakeController>& all) { all.clear(); });
+    EXPECT_EQ(discoverRaid().controllers.size(), 0U);
+    EXPECT_EQ(library.unregistrations(), 1);
+    EXPECT_THAT(logs(), HasSubstr("No more LSI MegaRAID controllers remaining."));
+}
+
+TEST_F(RaidEvents, ARenumberedControllerStaysTheSame) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    library.fire(driveEvent(0x57, 2, 9));
+    library.change([](std::vector<FakeController>& all) { all[0].id = 5; });
+    const RaidInventory again = discoverRaid();
+    ASSERT_EQ(again.disks.size(), 2U);
+    EXPECT_EQ(conditionOf(again.disks[1]), "Predictive failure/Warning");
+    EXPECT_EQ(tavMegaRAIDController::totalLSICtrls, 1);
+}
+
+TEST_F(RaidEvents, RegistrationNamesEveryControllerThatTellsItsNewestEvent) {
+    FakeRaidLibrary library({fakeController(3, "SV1"), fakeController(4, "SV2")});
+    library.fail(7, 0, 0x800A, 1);
+    discoverRaid();
+    const std::vector<std::uint8_t> record = library.registered();
+    ASSERT_EQ(record.size(), 772U);
+    const std::vector<std::uint8_t> expected{1,    0,    0, 0, 4,    0, 0, 0,
+                                             0xFF, 0xFF, 0, 0, 0xEC, 3, 0, 0};
+    EXPECT_EQ(std::vector(record.begin(), record.begin() + 16), expected);
+    EXPECT_THAT(logs(), HasSubstr("sequence info.                             Skipping AEN "
+                                  "registration for this controller. (ID: [3]; rval = [0x800a])"));
+    discoverRaid();
+    EXPECT_EQ(library.registrations(), 1);
+}
+
+TEST_F(RaidEvents, RegistrationThatFailedIsTriedAgain) {
+    FakeRaidLibrary library({fakeController(0, "SV1"), fakeController(1, "SV2")});
+    library.fail(7, 0, failed, 4);  // each controller's enabling tries both
+    discoverRaid();
+    EXPECT_FALSE(tavMegaRAIDController::isAENRegistered);
+    EXPECT_THAT(logs(), HasSubstr("Unable to register for AEN: No controllers could be selected. "
+                                  "(Total: [2]; Selected: [0])"));
+    library.fail(0, 1, 0x8009, 2);
+    discoverRaid();
+    EXPECT_THAT(logs(), HasSubstr("RegisterAENCall failed Command Timeout"));
+    EXPECT_EQ(library.registrations(), 0);
+    discoverRaid();
+    EXPECT_EQ(library.registrations(), 1);
+    EXPECT_TRUE(tavMegaRAIDController::isAENRegistered);
+}
+
+TEST_F(RaidEvents, NoneIsHandledAfterAnUnregistrationThatFailed) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    library.fail(0, 2, failed, 3);
+    tavMegaRAIDControllerFactory::getInstance()->shutdownFactory();
+    EXPECT_EQ(library.unregistrations(), 0);
+    for (const char* const attempt : {"#1", "#2", "#3"}) {
+        EXPECT_THAT(logs(), HasSubstr(std::string("on attempt ") + attempt +
+                                      ". (Unique ID: [0x5a5a]; rval: [0x8002])"));
+    }
+    EXPECT_THAT(logs(), Not(HasSubstr("#4")));
+    const std::size_t logged = logs().size();
+    EXPECT_TRUE(library.fire(driveEvent(0x01, 4, 9)));
+    EXPECT_EQ(logs().size(), logged);
+    // The standing registration serves the next controllers: nothing is reported twice.
+    discoverRaid();
+    EXPECT_EQ(library.registrations(), 1);
+    library.fire(driveEvent(0x01, 4, 9));
+    EXPECT_EQ(events().size(), 1U);
+}
+
+TEST_F(RaidEvents, UnregistrationWaitsForTheCallbackThatRuns) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    static std::atomic<bool> inHandler, stopped, finished;
+    tavSASLSIEvent::_tavSASFunc = [](TAV_SAS_EVENT_DETAIL*) {
+        inHandler = true;
+        stopped = tav::pauseFor(1min) == tav::Pause::Stopped;
+        std::this_thread::sleep_for(100ms);
+        finished = true;
+    };
+    std::thread caller([&] { library.fire(driveEvent(0x01, 4, 9)); });
+    while (!inHandler)
+        std::this_thread::yield();
+    tavSASLSIEvent::getInstance()->UnregisterForAEN();
+    EXPECT_TRUE(finished);
+    EXPECT_TRUE(stopped) << "its waits end early";
+    caller.join();
+    EXPECT_EQ(library.unregistrations(), 1);
+}
+
+TEST_F(RaidEvents, OfAnyBytesAreSurvived) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    std::mt19937 random(1);
+    for (int i = 0; i < 3000; ++i) {
+        RaidEventBytes event;
+        auto* const bytes = static_cast<std::uint8_t*>(event.data());
+        for (std::size_t at = 0; at < event.bytes().size(); ++at)
+            bytes[at] = static_cast<std::uint8_t>(random());
+        event.locale(static_cast<std::uint16_t>(1U << random() % 8)).controller(random() % 2);
+        library.fire(event);
+    }
+    AENCallBack(nullptr);
+    EXPECT_EQ(discoverRaid().disks.size(), 2U);
+    EXPECT_THAT(rmc_.violations(), IsEmpty());
+}
+
+/// Four threads of the library that call until they are told to end.
+class Storm {
+ public:
+    Storm(FakeRaidLibrary& library, int eventsEach) {
+        for (int thread = 0; thread < 4; ++thread) {
+            threads_.emplace_back([this, &library, eventsEach] {
+                for (int i = 0; i < eventsEach && !end_; ++i)
+                    library.fire(driveEvent(0x01, 4, i % 2 == 0 ? 8 : 9));
+            });
+        }
+    }
+    void join() {
+        for (std::thread& thread : threads_)
+            thread.join();
+        threads_.clear();
+    }
+    ~Storm() {
+        end_ = true;
+        join();
+    }
+
+ private:
+    std::atomic<bool> end_{false};
+    std::vector<std::thread> threads_;
+};
+
+TEST_F(RaidEvents, AStormDuringRebuildsRaisesEachConditionOnce) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    clockSpeed = 1000;
+    Storm storm(library, 2500);
+    for (int i = 0; i < 50; ++i)
+        EXPECT_EQ(discoverRaid().disks.size(), 2U);
+    storm.join();
+    std::vector<std::string> failedDrives;
+    for (const Json::Value& event : events())
+        failedDrives.push_back(event["VariableData"]["Data"]["SerialNumber"].asString());
+    EXPECT_THAT(failedDrives, testing::UnorderedElementsAre("SV1-A", "SV1-B"));
+    for (const tavDiskInfo& disk : discoverRaid().disks)
+        EXPECT_EQ(conditionOf(disk), "Failed/Critical");
+}
+
+TEST_F(RaidEvents, AStormMeetsStopAndStart) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    clockSpeed = 1000;
+    discoverRaid();
+    Storm storm(library, 1'000'000);
+    for (int i = 0; i < 20; ++i) {
+        std::this_thread::sleep_for(5ms);
+        tavMegaRAIDControllerFactory::getInstance()->shutdownFactory();
+        EXPECT_EQ(tavMegaRAIDController::totalLSICtrls, 0);
+        EXPECT_EQ(library.unregistrations(), i + 1);
+        EXPECT_EQ(discoverRaid().disks.size(), 2U);
+    }
+}
+
+TEST(RaidFactory, AnnouncesItself) {
+    const auto& factories = tavRegistryManager<ItavStorageControllerFactory*>::getEntries();
+    EXPECT_THAT(factories, testing::Contains(tavMegaRAIDControllerFactory::getInstance()));
+}
+
+}  // namespace

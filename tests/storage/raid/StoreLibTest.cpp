@@ -1,0 +1,229 @@
+/// The vendor library's interface: what its records mean, and what it makes of a library that
+/// fails, lies or is slow.
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <random>
+#include <string>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "storage/raid/tavStoreLibInterface.h"
+#include "tests/support/FakeRaidLibrary.h"
+#include "tests/support/FastWaiting.h"
+#include "tests/support/Files.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+namespace storelib = tav::storelib;
+using tav::test::FakeRaidLibrary;
+using tav::test::logEverything;
+using tav::test::logs;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+tavStoreLibInterface& library() {
+    return *tavStoreLibInterface::getInstance();
+}
+
+TEST(StoreLibRecords, ADrive) {
+    _MR_PD_INFO record{};
+    std::memcpy(record.productId, "ST600 MM0009    ", 16);
+    std::memcpy(record.revision, "N004", 4);
+    std::memset(record.vendorSpecific, ' ', sizeof record.vendorSpecific);
+    std::memcpy(record.vendorSpecific + 3, "WFK 0001", 8);
+    record.rawSize = 3;
+    record.userDataBlockSize = 4096;
+    record.slotNumber = 7;
+    struct Row {
+        std::uint16_t state;
+        std::uint8_t interfaceType, mediaType;
+        const char *stateText, *interfaceText, *mediaText;
+        std::uint32_t health;
+    };
+    for (const Row& row : {Row{0x18, 0x2F, 0, "Online", "SAS", "HDD", 1},
+                           Row{0x11, 0x30, 1, "Failed", "SATA", "SSD", 4},
+                           Row{0x01, 0x10, 2, "Unconfigured bad", "Prallel SCSI", "SSD", 4},
+                           Row{0x14, 0x40, 0, "Rebuild", "FC", "HDD", 1},
+                           Row{0x118, 0x02, 0, "Unknown", "Unknown", "HDD", 3}}) {
+        record.firmwareState = row.state;
+        record.interfaceType = row.interfaceType;
+        record.mediaType = row.mediaType;
+        const auto drive = storelib::toDrive(record, 9);
+        ASSERT_TRUE(drive);
+        EXPECT_EQ(drive->firmwareState, row.stateText);
+        EXPECT_EQ(drive->interfaceType, row.interfaceText);
+        EXPECT_EQ(drive->mediaType, row.mediaText);
+        EXPECT_EQ(drive->health, row.health);
+        EXPECT_EQ(drive->serialNumber, "WFK0001") << "no blank is left";
+        EXPECT_EQ(drive->model, "ST600MM0009");
+        EXPECT_EQ(drive->revision, "N004");
+        EXPECT_EQ(drive->capacityBytes, 12288U);
+        EXPECT_EQ(drive->slotNumber * 100 + drive->deviceId, 709U);
+    }
+    record.scsiDeviceType = 13;
+    EXPECT_FALSE(storelib::toDrive(record, 9)) << "an enclosure";
+}
+
+TEST(StoreLibRecords, AVolume) {
+    _MR_LD_INFO record{};
+    record.targetId = 5;
+    record.state = 1;
+    record.size = 4097;
+    record.identifier[0] = 0x60;
+    record.identifier[15] = 0xAF;
+    const LD_INFO volume = storelib::toVolume(record, 512);
+    EXPECT_EQ(volume.durableName, "600000000000000000000000000000af");
+    EXPECT_EQ(volume.capacityBytes, 2U << 20U) << "whole mebibytes";
+    EXPECT_EQ(volume.state, "Partially degraded");
+    EXPECT_EQ(volume.health, 2U);
+    EXPECT_STREQ(storelib::raidLevelText(1, 0, 0, 1), "RAID1");
+    EXPECT_STREQ(storelib::raidLevelText(1, 0, 0, 2), "RAID01");
+    EXPECT_STREQ(storelib::raidLevelText(5, 3, 0, 0), "RAID5");
+    EXPECT_STREQ(storelib::raidLevelText(5, 3, 0, 2), "");
+    EXPECT_STREQ(storelib::raidLevelText(0x11, 0, 0, 4), "PRL11 with Spanning");
+    EXPECT_STREQ(storelib::raidLevelText(6, 0, 3, 2), "SRL 3");
+    EXPECT_STREQ(storelib::raidLevelText(2, 0, 3, 2), "");
+}
+
+tav::test::FakeController oneController() {
+    return {0, "SV1", 0x65, {{8, 0, "A"}, {9, 1, "B"}}, {{0, 3, {9, 8, 77}}}};
+}
+
+TEST(StoreLib, CachesWhatTheLibraryTells) {
+    const FakeRaidLibrary fake({oneController()});
+    ASSERT_EQ(library().tavStoreInit(), 1);
+    library().cacheBuild("All");
+    const auto controllers = library().getControllerCollection();
+    ASSERT_THAT(controllers, SizeIs(1));
+    EXPECT_EQ(controllers[0].serialNumber, "SV1");
+    EXPECT_EQ(controllers[0].pciLocation, "0000:65:00.0");
+    EXPECT_EQ(controllers[0].firmwareVersion, "24.21.0-0151");
+    EXPECT_EQ(library().getControllerID("0000:65:00.0"), 0);
+    EXPECT_EQ(library().getControllerID("0000:66:00.0"), -1);
+    ASSERT_THAT(library().getLDInventoryForCtrl(0), SizeIs(1));
+    EXPECT_THAT(library().getLDInventoryForCtrl(0)[0].memberDrives, ElementsAre("B", "A"));
+    EXPECT_THAT(library().getPDInventoryForCtrl(7), IsEmpty());
+}
+
+TEST(StoreLib, AScopeRebuildsNoMoreThanItNames) {
+    FakeRaidLibrary fake({oneController()});
+    ASSERT_EQ(library().tavStoreInit(), 1);
+    library().cacheBuild("All");
+    fake.change([](auto& controllers) {
+        controllers[0].drives[0].state = 0x11;
+        controllers[0].volumes.clear();
+    });
+    library().cacheBuild("PD_EVENT");
+    EXPECT_EQ(library().getPDInventoryForCtrl(0)[0].firmwareState, "Failed");
+    EXPECT_THAT(library().getLDInventoryForCtrl(0), SizeIs(1));
+    library().cacheBuild("BBU_EVENT");
+    EXPECT_THAT(library().getLDInventoryForCtrl(0), SizeIs(1));
+    library().cacheBuild("LD_EVENT");
+    EXPECT_THAT(library().getLDInventoryForCtrl(0), IsEmpty());
+}
+
+TEST(StoreLib, AControllerThatCannotBeReadIsStillListed) {
+    FakeRaidLibrary fake({oneController(), {1, "SV2", 0x66, {}, {}}});
+    ASSERT_EQ(library().tavStoreInit(), 1);
+    fake.fail(1, 0, 0x8002, 1);
+    library().cacheBuild("CTRL_EVENT");
+    ASSERT_THAT(library().getControllerCollection(), SizeIs(2));
+    EXPECT_EQ(library().getControllerCollection()[0].firmwareVersion, "");
+    EXPECT_EQ(library().getControllerCollection()[1].serialNumber, "SV2");
+    fake.fail(0, 3, 0x8002, 1);
+    library().cacheBuild("All");
+    EXPECT_THAT(library().getControllerCollection(), SizeIs(2))
+        << "a list that cannot be read does not make controllers vanish";
+}
+
+TEST(StoreLib, AFailedInitialisationIsNotRetried) {
+    logEverything();
+    FakeRaidLibrary fake({oneController()});
+    fake.fail(0, 0, 0x802B, 1);
+    EXPECT_EQ(library().tavStoreInit(), 0);
+    EXPECT_THAT(logs(), HasSubstr("User Access level incorrect, administrator privilege required"));
+    EXPECT_THAT(logs(), HasSubstr("InitLib failed for MegaRAID SAS Controller!!"));
+    EXPECT_EQ(library().tavStoreInit(), 1) << "the entry point is known";
+    library().cacheBuild("All");
+    EXPECT_THAT(library().getControllerCollection(), IsEmpty());
+}
+
+TEST(StoreLib, WithoutControllersItCannotBeUsed) {
+    logEverything();
+    const FakeRaidLibrary fake({});
+    EXPECT_EQ(library().tavStoreInit(), 0);
+    EXPECT_THAT(logs(), HasSubstr("No LSI MR controllers found"));
+}
+
+std::mt19937& randomBytes() {
+    static std::mt19937 generator(4711);
+    return generator;
+}
+
+/// Answers every command with success and with bytes of its own choice; counts lie.
+std::uint32_t answerNonsense(_SL_LIB_CMD_PARAM_T* command) {
+    auto* const data = static_cast<unsigned char*>(command->data);
+    for (std::uint32_t index = 0; data != nullptr && index < command->dataSize; ++index) {
+        // The frame's own fields stay: they say where the answer goes.
+        if (command->commandType == 6) break;
+        data[index] = static_cast<unsigned char>(randomBytes()());
+    }
+    if (command->commandType == 6) {
+        const auto* const frame = static_cast<SL_DCMD_FRAME_T*>(command->data);
+        std::memset(frame->output, 'x', frame->outputSize);  // no NUL anywhere
+    }
+    if (command->commandType == 1 && command->commandCode == 0) {
+        static_cast<_MR_CTRL_INFO*>(command->data)->vendorId = 0x1000;
+        static_cast<_MR_CTRL_INFO*>(command->data)->pciDeviceId = 0x005D;
+    }
+    return 0;
+}
+
+TEST(StoreLib, AnyBytesAndCountsAreSurvived) {
+    const FakeRaidLibrary fake({oneController()});
+    ASSERT_EQ(library().tavStoreInit(), 1);
+    tavStoreLibInterface::pfnProcessLibCommandMR = answerNonsense;
+    tavStoreLibInterface::pfnProcessLibCommand = answerNonsense;
+    library().cacheBuild("All");
+    EXPECT_THAT(library().getControllerIds(), SizeIs(64)) << "as many as there is room for";
+    for (const CTRL_INFO& controller : library().getControllerCollection()) {
+        EXPECT_LE(controller.serialNumber.size(), 30U);
+        library().getPDInventoryForCtrl(controller.controllerId);
+    }
+}
+
+std::atomic<bool> isHeld{false};
+std::atomic<bool> isReleased{false};
+
+std::uint32_t holdStill(_SL_LIB_CMD_PARAM_T* /*command*/) {
+    isHeld = true;
+    while (!isReleased)
+        std::this_thread::sleep_for(1ms);
+    return 0x8002;
+}
+
+TEST(StoreLib, AReaderDuringABuildGetsTheGenerationBefore) {
+    logEverything();
+    tav::test::clockSpeed = 200;
+    const FakeRaidLibrary fake({oneController()});
+    ASSERT_EQ(library().tavStoreInit(), 1);
+    library().cacheBuild("All");
+    tavStoreLibInterface::pfnProcessLibCommandMR = holdStill;
+    tavStoreLibInterface::pfnProcessLibCommand = holdStill;
+    std::thread builder([] { library().cacheBuild("PD_EVENT"); });
+    while (!isHeld)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_THAT(library().getPDInventoryForCtrl(0), SizeIs(2));
+    EXPECT_THAT(logs(), HasSubstr("Failed to acquire lock."));
+    isReleased = true;
+    builder.join();
+    EXPECT_THAT(library().getPDInventoryForCtrl(0), IsEmpty()) << "its list cannot be read now";
+}
+
+}  // namespace
