@@ -3,7 +3,7 @@ include(CMakePackageConfigHelpers)
 
 install(TARGETS tav EXPORT tavTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(EXPORT tavTargets NAMESPACE tav:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tav)
-foreach(folder IN ITEMS base core rmc host storage nic fc hwlib)
+foreach(folder IN ITEMS base core rmc host storage nic fc collector hwlib)
     install(DIRECTORY ${folder}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tav/${folder}
             FILES_MATCHING PATTERN "*.h")
 endforeach()

@@ -10,9 +10,9 @@
 #include "base/JsonText.h"
 #include "base/Threads.h"
 #include "base/Waiting.h"
+#include "collector/tavFactory.h"
 #include "core/Log.h"
 #include "core/tavConfig.h"
-#include "core/tavFactory.h"
 #include "rmc/tavipmi.h"
 
 using tav::at;

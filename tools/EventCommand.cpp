@@ -4,8 +4,8 @@
 #include <string>
 #include <system_error>
 
+#include "collector/tavServer.h"
 #include "rmc/tavMsgInfra.h"
-#include "rmc/tavServer.h"
 #include "tools/Command.h"
 #include "tools/LocationCode.h"
 #include "tools/ServiceClient.h"

@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "collector/tavServer.h"
 #include "rmc/tavMsgInfra.h"
-#include "rmc/tavServer.h"
 #include "tools/Command.h"
 #include "tools/ServiceClient.h"
 

@@ -5,7 +5,7 @@
 #include <json/reader.h>
 #include <json/value.h>
 
-#include "core/tavJobManager.h"
+#include "collector/tavJobManager.h"
 #include "rmc/tavIPMIDBService.h"
 #include "rmc/tavJsonAggregator.h"
 #include "tests/support/FastWaiting.h"

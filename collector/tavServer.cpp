@@ -1,4 +1,4 @@
-#include "rmc/tavServer.h"
+#include "collector/tavServer.h"
 
 #include <algorithm>
 #include <array>
@@ -25,9 +25,9 @@
 #include "base/JsonText.h"
 #include "base/Threads.h"
 #include "base/Waiting.h"
+#include "collector/tavFactory.h"
 #include "core/Log.h"
 #include "core/tavConfig.h"
-#include "core/tavFactory.h"
 #include "core/tavUtils.h"
 #include "host/HostResourceManager.h"
 #include "nic/NICResourceManager.h"

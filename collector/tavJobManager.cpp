@@ -1,14 +1,14 @@
-#include "core/tavJobManager.h"
+#include "collector/tavJobManager.h"
 
 #include <csignal>
 #include <cstdint>
 #include <stdexcept>
 
 #include "base/Threads.h"
+#include "collector/tavFactory.h"
+#include "collector/tavServer.h"
 #include "core/Log.h"
 #include "core/tavConfig.h"
-#include "core/tavFactory.h"
-#include "rmc/tavServer.h"
 
 using tav::at;
 using tav::here;

@@ -1,4 +1,4 @@
-#include "core/tavFactory.h"
+#include "collector/tavFactory.h"
 
 #include "host/HostResourceManager.h"
 #include "nic/NICResourceManager.h"

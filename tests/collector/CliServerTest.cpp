@@ -15,8 +15,8 @@
 #include <sys/wait.h>
 
 #include "base/FileDescriptor.h"
+#include "collector/tavServer.h"
 #include "rmc/tavMsgInfra.h"
-#include "rmc/tavServer.h"
 #include "tests/support/Rmc.h"
 #include "tests/support/Service.h"
 

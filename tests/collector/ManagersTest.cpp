@@ -5,10 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "collector/tavFactory.h"
+#include "collector/tavJobManager.h"
 #include "core/InventoryCache.h"
 #include "core/ManagerLoop.h"
-#include "core/tavFactory.h"
-#include "core/tavJobManager.h"
 #include "tests/support/FastWaiting.h"
 #include "tests/support/Files.h"
 

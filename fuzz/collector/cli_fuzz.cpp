@@ -5,8 +5,8 @@
 #include <span>
 #include <string>
 
+#include "collector/tavServer.h"
 #include "rmc/tavMsgInfra.h"
-#include "rmc/tavServer.h"
 
 /// A request is any bytes of any length, and an event that a client brings any text.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
