@@ -25,9 +25,8 @@
 #include "base/JsonText.h"
 #include "base/Threads.h"
 #include "base/Waiting.h"
-#include "collector/tavFactory.h"
 #include "core/Log.h"
-#include "core/tavConfig.h"
+#include "core/resource_managers.h"
 #include "core/tavUtils.h"
 #include "host/HostResourceManager.h"
 #include "nic/NICResourceManager.h"
@@ -82,8 +81,6 @@ constexpr std::array testEvents = {
     TestEvent{398, Storage}, TestEvent{538, Storage}, TestEvent{539, Storage},
     TestEvent{540, Storage}, TestEvent{681, Storage}, TestEvent{683, Storage},
 };
-
-constexpr std::array managedTypes = {HOST_OS_INFO, STORAGE_CONTROLLERS, ETHERNET_DEVICES};
 
 /// The number at the beginning of the text, or one that is no event's.
 int eventIdIn(const std::string& text) {
@@ -277,13 +274,11 @@ void generateTestEvent(int id) {
     Json::Value details;
     Json::Value& enabled = details["EnabledResourceType"] = Json::Value(Json::arrayValue);
     Json::Value& operational = details["OperationalResourceType"] = Json::Value(Json::arrayValue);
-    for (const MODULE_NAME type : managedTypes) {
-        if (!tavConfig::getInstance()->isResourceEnabled(type)) continue;
+    tav::forEachEnabledManager([&](MODULE_NAME type, tavResourceManager& manager) {
         const std::string& name = TAV_MODULE_NAME_MAP.at(type);
         enabled.append(name);
-        tavResourceManager* const manager = tavFactory().createInstance(type);
-        if (manager != nullptr && manager->isRunning()) operational.append(name);
-    }
+        if (manager.isRunning()) operational.append(name);
+    });
     details["EventInfo"] = "TAV Test Event";
     details["Type"] = "Test Event";
     tavEventHandler().generateEvent(

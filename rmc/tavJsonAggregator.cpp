@@ -3,15 +3,14 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "base/JsonText.h"
 #include "base/Threads.h"
 #include "base/Waiting.h"
-#include "collector/tavFactory.h"
 #include "core/Log.h"
+#include "core/resource_managers.h"
 #include "core/tavConfig.h"
 #include "rmc/tavipmi.h"
 
@@ -23,15 +22,6 @@ namespace {
 constexpr tav::ModuleLog logger{"JSON_AGGR"};
 
 constexpr int waitingRounds = 9;
-
-/// Calls `visit` with the type and the manager of every enabled resource type.
-void forEachManager(const std::function<void(int, tavResourceManager&)>& visit) {
-    for (int type = 0; type < RESOURCE_TYPE_COUNT; ++type) {
-        if (!tavConfig::getInstance()->isResourceEnabled(type)) continue;
-        tavResourceManager* const manager = tavFactory().createInstance(type);
-        if (manager != nullptr) visit(type, *manager);
-    }
-}
 
 /// Where a manager's records stand in the document.
 struct Section {
@@ -132,7 +122,7 @@ bool tavJsonAggregator::checkIfInventoryReady(std::unique_lock<std::mutex>& held
         if (stopAggr || !aggrThreadSleep(held, std::chrono::seconds(interval)) || stopAggr)
             return false;
         bool allReady = true;
-        forEachManager([&](int type, tavResourceManager& manager) {
+        tav::forEachEnabledManager([&](int type, tavResourceManager& manager) {
             if (manager.isInventoryReady(round)) return;
             logger.info(at(271), "RM %d not ready with inventory", type);
             allReady = false;
@@ -158,7 +148,7 @@ void tavJsonAggregator::initializeCachePush() {
 
 Json::Value tavJsonAggregator::collectInventory() {
     Json::Value document;
-    forEachManager([&](int type, tavResourceManager& manager) {
+    tav::forEachEnabledManager([&](int type, tavResourceManager& manager) {
         for (const Section& section : sections) {
             if (section.type != type) continue;
             addSection(section, manager, document["HostDataCollection"]);

@@ -18,10 +18,10 @@
 #include "base/FileDescriptor.h"
 #include "base/StopSignal.h"
 #include "base/Threads.h"
-#include "collector/tavFactory.h"
 #include "collector/tavJobManager.h"
 #include "core/Log.h"
 #include "core/Logger.h"
+#include "core/resource_managers.h"
 #include "core/tavConfig.h"
 #include "core/tavUtils.h"
 #include "fc/FCResourceManager.h"
@@ -193,11 +193,8 @@ int printInventory() {
     handleSignals();
     const tav::StopScope scope(&requests().stop);
     tavUtils().initGeoIDMap();
-    for (int type = 0; type < RESOURCE_TYPE_COUNT; ++type) {
-        if (!tavConfig::getInstance()->isResourceEnabled(type)) continue;
-        tavResourceManager* const manager = tavFactory().createInstance(type);
-        if (manager != nullptr) manager->cacheBuild();
-    }
+    tav::forEachEnabledManager(
+        [](MODULE_NAME /*type*/, tavResourceManager& manager) { manager.cacheBuild(); });
     Json::Value document = tavJsonAggregator::collectInventory();
     addFibreChannel(document);
     if (document.isNull()) {

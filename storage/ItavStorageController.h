@@ -6,15 +6,9 @@
 
 #include "storage/model/tavDiskInfo.h"
 #include "storage/model/tavLogicalDiskInfo.h"
+#include "storage/model/tavStorageControllerFamily.h"
 #include "storage/model/tavStorageControllerInfo.h"
 #include "storage/tavRemoveLock.h"
-
-/// Families of controllers, as a set of flags.
-enum tavStorageControllerFamily : std::uint8_t {
-    TAV_FAMILY_INTEL_SATA_RAID = 1,
-    TAV_FAMILY_MEGARAID = 2,
-    TAV_FAMILY_ANY = 255,
-};
 
 /// One storage controller, whatever its family. Reached through its factory; the storage resource
 /// manager's thread discovers and polls, and a family may add threads of its own: implementations

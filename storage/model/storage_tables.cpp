@@ -1,6 +1,6 @@
 #include "storage/model/storage_tables.h"
 
-#include "storage/ItavStorageController.h"
+#include "storage/model/tavStorageControllerFamily.h"
 
 constinit const std::array<tavStorageHba, MAX_STORAGE_HBA_LIST> gStorageHbaList{{
     {0x28268086, 0, "", TAV_FAMILY_INTEL_SATA_RAID,

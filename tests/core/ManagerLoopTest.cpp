@@ -1,27 +1,20 @@
-#include <csignal>
+#include <atomic>
+#include <chrono>
+#include <memory>
 #include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "collector/tavFactory.h"
-#include "collector/tavJobManager.h"
 #include "core/InventoryCache.h"
 #include "core/ManagerLoop.h"
 #include "tests/support/FastWaiting.h"
-#include "tests/support/Files.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using tav::test::clockFails;
 using tav::test::clockSpeed;
-using tav::test::logEverything;
-using tav::test::logs;
-using tav::test::writeConfiguration;
-using testing::HasSubstr;
-using testing::Not;
 
 TEST(ManagerLoop, TellsWhyItWokeUp) {
     tav::ManagerLoop loop;
@@ -117,44 +110,6 @@ TEST(InventoryCache, APublicationWaitsForNobody) {
     build.publish(2);
     EXPECT_EQ(*compared, 1);
     EXPECT_EQ(*cache.read().first, 2);
-}
-
-TEST(JobManager, StartsOneThreadPerTypeAndEndsThoseThatAreDisabled) {
-    logEverything(R"("EnableResources":["StorageControllers"])");
-    EXPECT_TRUE(tavJobManager::getInstance()->startResourceManagers());
-    tavJobManager::getInstance()->stopResourceManagers();
-    initializeResourceManager(nullptr);
-    for (const char* message :
-         {"078 JOB_MGR: Resource manager HostOSInfo [1] is disabled.",
-          "078 JOB_MGR: Resource manager EthernetDevices [3] is disabled.",
-          "078 JOB_MGR: Resource manager FibreChannelDevices [0] is disabled.",
-          "082 JOB_MGR: Creating thread for StorageControllers", "149 JOB_MGR: stopping all the RM",
-          "221 JOB_MGR: TAV Exiting Gracefully!"}) {
-        EXPECT_THAT(logs(), HasSubstr(message));
-    }
-    void* const unknownType = reinterpret_cast<void*>(6);
-    EXPECT_EQ(initializeResourceManager(unknownType), nullptr);
-    EXPECT_THAT(logs(),
-                HasSubstr("071 JOB_MGR: Unable to find module name for Resource Manager [6]."));
-    for (const int type : {-1, 0, 4, 5, 6})
-        EXPECT_EQ(tavFactory().createInstance(type), nullptr);
-}
-
-TEST(JobManager, SimulatedFaultsEndTheProcess) {
-    const auto start = [](const char* number) noexcept {  // nothing catches
-        logEverything(std::string(R"("SimulateUnhandledException":)") + number);
-        tavJobManager::getInstance()->startResourceManagers();
-        tavJobManager::getInstance()->stopResourceManagers();
-        std::exit(0);
-    };
-    testing::FLAGS_gtest_death_test_style = "threadsafe";
-    EXPECT_EXIT(
-        start("11"), [](int status) { return WIFSIGNALED(status) || WEXITSTATUS(status) != 0; },
-        "");
-    EXPECT_THAT(logs(), HasSubstr("040 JOB_MGR: Simulating unhandled exception SIGSEGV. (11)"));
-    EXPECT_EXIT(start("6"), testing::KilledBySignal(SIGABRT), "Simulated C\\+\\+ Exception");
-    EXPECT_THAT(logs(), HasSubstr("049 JOB_MGR: Simulating unhandled exception SIGABRT. (6)"));
-    EXPECT_EXIT(start("5"), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <cstdint>
+
+/// Families of controllers, as a set of flags.
+enum tavStorageControllerFamily : std::uint8_t {
+    TAV_FAMILY_INTEL_SATA_RAID = 1,
+    TAV_FAMILY_MEGARAID = 2,
+    TAV_FAMILY_ANY = 255,
+};
