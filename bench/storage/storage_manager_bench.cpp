@@ -8,7 +8,7 @@
 
 #include "bench/Measure.h"
 #include "storage/SASResourceManager.h"
-#include "tests/storage/FakeFactory.h"
+#include "tests/support/FakeFactory.h"
 
 namespace {
 

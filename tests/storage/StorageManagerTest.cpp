@@ -8,7 +8,7 @@
 #include "base/StopSignal.h"
 #include "base/Waiting.h"
 #include "storage/SASResourceManager.h"
-#include "tests/storage/FakeFactory.h"
+#include "tests/support/FakeFactory.h"
 #include "tests/support/Rmc.h"
 #include "tests/support/Service.h"
 

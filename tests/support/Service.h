@@ -1,11 +1,14 @@
 #pragma once
 
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <json/reader.h>
 #include <json/value.h>
 
-#include "collector/tavJobManager.h"
+#include "base/Threads.h"
+#include "core/resource_managers.h"
 #include "rmc/tavIPMIDBService.h"
 #include "rmc/tavJsonAggregator.h"
 #include "tests/support/FastWaiting.h"
@@ -28,12 +31,16 @@ inline void writeHostCommands() {
     writeFile("/var/log/vmksummary.log", "2019-01-01T00:00:00Z bootstop: Host has booted\n");
 }
 
-/// Starts the entry points as a service does, and stops them in the end.
+/// Starts the enabled managers, the push thread and the door bell as a service does, and stops them
+/// in the end.
 class Service {
  public:
     explicit Service(int speed, bool firstInventoryAtOnce = true) {
         clockSpeed = speed;
-        tavJobManager::getInstance()->startResourceManagers();
+        forEachEnabledManager([this](MODULE_NAME, tavResourceManager& manager) {
+            managers_.push_back(&manager);
+            startThread(threads_.emplace_back(), "tav-manager", [&manager] { manager.init(); });
+        });
         if (firstInventoryAtOnce) tavJsonAggregator::getInstance()->sendInventory(true);
         tavJsonAggregator::getInstance()->sendInventory(false);
         tavIPMIDBService::starttavIPMIDBService();
@@ -47,10 +54,15 @@ class Service {
         stopped_ = true;
         tavIPMIDBService::stoptavIPMIDBService();
         tavJsonAggregator::stoptavJsonAggregator();
-        tavJobManager::getInstance()->stopResourceManagers();
+        for (tavResourceManager* const manager : managers_)
+            manager->stopResourceManagerJob();
+        for (std::thread& thread : threads_)
+            joinThread(thread);
     }
 
  private:
+    std::vector<tavResourceManager*> managers_;
+    std::vector<std::thread> threads_;
     bool stopped_ = false;
 };
 

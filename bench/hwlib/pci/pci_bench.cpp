@@ -9,7 +9,7 @@
 
 #include "bench/Measure.h"
 #include "hwlib/pci/pci.h"
-#include "tests/hwlib/pci/MadeUpPci.h"
+#include "tests/support/MadeUpPci.h"
 
 namespace {
 

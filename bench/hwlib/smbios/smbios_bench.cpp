@@ -11,7 +11,7 @@
 
 #include "bench/Measure.h"
 #include "hwlib/smbios/smbios.h"
-#include "tests/hwlib/MadeUpSysfs.h"
+#include "tests/support/MadeUpSysfs.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "hwlib/pci/pci_slots.h"
-#include "tests/hwlib/pci/MadeUpPci.h"
+#include "tests/support/MadeUpPci.h"
 
 namespace tav::test {
 namespace {

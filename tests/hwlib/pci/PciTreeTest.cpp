@@ -8,7 +8,7 @@
 #include "hwlib/smbios/smbios.h"
 #include "hwlib/sysfs/sysfs_readers.h"
 #include "tests/hwlib/pci/Listing.h"
-#include "tests/hwlib/pci/MadeUpPci.h"
+#include "tests/support/MadeUpPci.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "hwlib/sysfs/SysFs.h"
 #include "hwlib/sysfs/sysfs_readers.h"
-#include "tests/hwlib/MadeUpSysfs.h"
+#include "tests/support/MadeUpSysfs.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/hwlib/MadeUpSysfs.h"
+#include "tests/support/MadeUpSysfs.h"
 
 namespace tav::test {
 
