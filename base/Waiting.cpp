@@ -66,6 +66,12 @@ milliseconds TimeLimit::left() const {
     return std::max(left, milliseconds(0));
 }
 
+Stopwatch::Stopwatch() : begin_(SteadyClock::now()) {}
+
+milliseconds Stopwatch::elapsed() const {
+    return std::chrono::floor<milliseconds>(SteadyClock::now() - begin_);
+}
+
 Readable waitReadable(int descriptor, const TimeLimit& limit) {
     std::array<pollfd, 2> watched{{{descriptor, POLLIN, 0}, {stopDescriptor(), POLLIN, 0}}};
     const nfds_t count = watched[1].fd < 0 ? 1 : 2;  // each one costs, even one that is not open

@@ -52,6 +52,16 @@ class TimeLimit {
     std::chrono::steady_clock::time_point end_;
 };
 
+/// How long something has taken, on the clock that nobody sets.
+class Stopwatch {
+ public:
+    Stopwatch();
+    std::chrono::milliseconds elapsed() const;
+
+ private:
+    std::chrono::steady_clock::time_point begin_;
+};
+
 enum class Readable { Ready, TimedOut, Stopped, Failed };
 
 /// Waits until `descriptor` can be read or the limit is over. Stopped: the thread's stop signal was

@@ -64,6 +64,13 @@ milliseconds TimeLimit::left() const {
     return std::max(left, milliseconds(0));
 }
 
+Stopwatch::Stopwatch() : begin_(std::chrono::steady_clock::now()) {}
+
+milliseconds Stopwatch::elapsed() const {
+    const auto passed = std::chrono::steady_clock::now() - begin_;
+    return std::chrono::floor<milliseconds>(passed * test::clockSpeed.load());
+}
+
 Readable waitReadable(int descriptor, const TimeLimit& limit) {
     const StopSignal* const stop = currentStop();
     while (true) {

@@ -1,0 +1,181 @@
+#include "base/Lanes.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <deque>
+#include <list>
+#include <mutex>
+#include <thread>
+
+#include <sys/eventfd.h>
+
+#include "base/FileDescriptor.h"
+#include "base/StopSignal.h"
+#include "base/Threads.h"
+
+namespace tav {
+
+using std::chrono::milliseconds;
+
+milliseconds LaneQuestion::underWayFor() const {
+    return begun_ ? begun_->elapsed() : milliseconds(0);
+}
+
+void LaneQuestion::run() noexcept {
+    try {
+        ask_();
+    } catch (...) {
+        failure_ = std::current_exception();
+    }
+    ask_ = nullptr;  // what it owns is released on the thread that used it
+    answered_.store(true, std::memory_order_release);
+}
+
+/// Shared by the asker and the threads, so that one that hangs owns what it will touch.
+struct Lanes::Pool {
+    struct Worker {
+        std::thread thread;
+        std::shared_ptr<LaneQuestion> question;  ///< the one at work
+        bool hasLeft = false;                    ///< the thread is about to end
+    };
+
+    Pool(const char* threadName, std::size_t mostWorking, milliseconds patienceWithEach)
+        : name(threadName),
+          mostAtWork(mostWorking),
+          patience(patienceWithEach),
+          answered(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+    const char* const name;
+    const std::size_t mostAtWork;
+    const milliseconds patience;
+    const FileDescriptor answered;  ///< readable when a question has been answered
+    StopSignal stop;
+
+    mutable std::mutex lock;  ///< guards what follows
+    std::deque<std::shared_ptr<LaneQuestion>> waiting;
+    std::list<std::shared_ptr<Worker>> workers;
+
+    void ring() const {
+        const std::uint64_t one = 1;
+        // Fails only when the counter is full, which leaves the descriptor readable all the same.
+        [[maybe_unused]] const ssize_t written = ::write(answered.get(), &one, sizeof one);
+    }
+
+    bool isAtWork(const Worker& worker) const {
+        return !worker.hasLeft && (!worker.question || worker.question->underWayFor() < patience);
+    }
+
+    void joinThoseThatLeft() {
+        workers.remove_if(
+            [](const auto& worker) { return worker->hasLeft && joinThread(worker->thread) == 0; });
+    }
+
+    /// Starts threads for the questions that wait, as far as there is room. Under the lock.
+    static void engage(const std::shared_ptr<Pool>& pool) {
+        pool->joinThoseThatLeft();
+        const auto atWork = static_cast<std::size_t>(
+            std::count_if(pool->workers.begin(), pool->workers.end(),
+                          [&](const auto& worker) { return pool->isAtWork(*worker); }));
+        std::size_t wanted =
+            std::min(pool->waiting.size(), pool->mostAtWork - std::min(atWork, pool->mostAtWork));
+        for (; wanted > 0 && pool->workers.size() < pool->mostAtWork + mostHanging; --wanted) {
+            const auto worker = std::make_shared<Worker>();
+            const auto body = [pool, worker] { work(*pool, *worker); };
+            if (startThread(worker->thread, pool->name, body) != 0) return;
+            pool->workers.push_back(worker);
+        }
+    }
+
+    static void work(Pool& pool, Worker& worker) {
+        const StopScope scope(&pool.stop);
+        while (const auto question = pool.next(worker)) {
+            question->run();
+            pool.ring();
+        }
+        if (pool.stop.requested()) pool.ring();  // whoever finishes waits for threads to leave
+    }
+
+    /// What the worker is to ask next; null when it is to leave.
+    std::shared_ptr<LaneQuestion> next(Worker& worker) {
+        const std::lock_guard<std::mutex> held(lock);
+        worker.question = nullptr;
+        if (waiting.empty()) {
+            worker.hasLeft = true;
+            return nullptr;
+        }
+        worker.question = std::move(waiting.front());
+        waiting.pop_front();
+        worker.question->noteBegin();
+        return worker.question;
+    }
+};
+
+Lanes::Lanes(const char* threadName, std::size_t mostAtWork, milliseconds patience)
+    : pool_(std::make_shared<Pool>(threadName, mostAtWork, patience)) {}
+
+Lanes::~Lanes() {
+    requestStop();
+    finish(TimeLimit(milliseconds(0)));
+}
+
+void Lanes::begin(std::shared_ptr<LaneQuestion> question) {
+    const std::lock_guard<std::mutex> held(pool_->lock);
+    if (pool_->stop.requested()) return;
+    pool_->waiting.push_back(std::move(question));
+    Pool::engage(pool_);
+}
+
+milliseconds Lanes::underWayFor(const LaneQuestion& question) const {
+    const std::lock_guard<std::mutex> held(pool_->lock);
+    return question.underWayFor();
+}
+
+bool Lanes::waitForAnswer(const TimeLimit& limit) {
+    while (true) {
+        const milliseconds step = std::min(limit.left(), pool_->patience);
+        const Readable result = waitReadable(pool_->answered.get(), TimeLimit(step));
+        if (result == Readable::Ready) {
+            std::uint64_t count = 0;
+            [[maybe_unused]] const ssize_t size =
+                ::read(pool_->answered.get(), &count, sizeof count);
+            return true;
+        }
+        if (result != Readable::TimedOut || limit.left() == milliseconds(0)) return false;
+        const std::lock_guard<std::mutex> held(pool_->lock);
+        Pool::engage(pool_);  // some may have begun to hang while others wait
+    }
+}
+
+void Lanes::requestStop() {
+    pool_->stop.request();
+    const std::lock_guard<std::mutex> held(pool_->lock);
+    pool_->waiting.clear();
+}
+
+std::size_t Lanes::finish(const TimeLimit& limit) {
+    const StopScope undisturbed(nullptr);
+    while (true) {
+        {
+            const std::lock_guard<std::mutex> held(pool_->lock);
+            pool_->joinThoseThatLeft();
+            if (pool_->workers.empty()) return 0;
+        }
+        if (!waitForAnswer(limit)) break;
+    }
+    const std::lock_guard<std::mutex> held(pool_->lock);
+    pool_->joinThoseThatLeft();
+    for (const auto& worker : pool_->workers)
+        worker->thread.detach();
+    const std::size_t left = pool_->workers.size();
+    pool_->workers.clear();
+    return left;
+}
+
+std::size_t Lanes::threads() const {
+    const std::lock_guard<std::mutex> held(pool_->lock);
+    return static_cast<std::size_t>(
+        std::count_if(pool_->workers.begin(), pool_->workers.end(),
+                      [](const auto& worker) { return !worker->hasLeft; }));
+}
+
+}  // namespace tav

@@ -1,0 +1,146 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "base/Waiting.h"
+
+/// Lanes for what can hang.
+///
+/// A sick disk does not fail, it hangs: a command comes back after its time-out, after the error
+/// handler's, or never, and nothing can interrupt the thread that asked. So nobody who has other
+/// work to do asks a device or a vendor's library himself. He gives each a lane, in which at most
+/// one question is under way, asked on a thread of a small pool; he waits for answers until his
+/// deadline, goes on without those that have not come, and takes them when they come.
+///
+///     Lanes pool("tav-disk", 16, 5s);              // one for all devices of a manager
+///     Lane<Reading> lane(pool);                    // one for each device
+///     lane.ask("its SMART log", [node] { return readLog(node); });
+///     while (pool.waitForAnswer(deadline)) {
+///         if (auto reading = lane.take()) use(*reading);
+///     }
+///
+/// What a question touches it must own: the asker may be gone when it ends.
+namespace tav {
+
+/// A question on its way, shared by its lane and the thread that asks it.
+class LaneQuestion {
+ public:
+    LaneQuestion(std::string what, std::function<void()> ask)
+        : what_(std::move(what)), ask_(std::move(ask)) {}
+
+    const std::string& what() const { return what_; }
+    bool isAnswered() const { return answered_.load(std::memory_order_acquire); }
+    /// Since a thread took it up; 0 while it waits for one.
+    std::chrono::milliseconds underWayFor() const;
+    /// Throws what the question has thrown. Only once it is answered.
+    void rethrow() const {
+        if (failure_) std::rethrow_exception(failure_);
+    }
+
+    /// Asks. Pool's thread; never throws.
+    void run() noexcept;
+    void noteBegin() { begun_.emplace(); }
+
+ private:
+    std::string what_;
+    std::function<void()> ask_;
+    std::optional<Stopwatch> begun_;  ///< under the pool's lock
+    std::exception_ptr failure_;
+    std::atomic<bool> answered_{false};
+};
+
+/// The pool of threads behind some lanes. Threads are started when there is something to ask and
+/// end when there is nothing more, so an idle pool costs nothing. A question that takes longer than
+/// the pool's patience hangs: it does not count among those at work any more, so that others are
+/// asked in its stead.
+class Lanes {
+ public:
+    /// Threads show as `threadName` (a literal of at most 15 characters). At most `mostAtWork`
+    /// questions are at work at a time; at most `mostHanging` more threads may hang.
+    Lanes(const char* threadName, std::size_t mostAtWork, std::chrono::milliseconds patience);
+    Lanes(const Lanes&) = delete;
+    Lanes& operator=(const Lanes&) = delete;
+    ~Lanes();
+
+    static constexpr std::size_t mostHanging = 256;
+
+    /// Waits until a question has been answered since the last call that told so. False when the
+    /// limit is over or the calling thread is asked to stop first.
+    bool waitForAnswer(const TimeLimit& limit);
+
+    /// Asks the questions to end: their threads' stop signal is set, and none is begun any more.
+    void requestStop();
+
+    /// After requestStop(): joins the threads whose questions end before the limit is over, and
+    /// lets go of the others, which own all that they touch. Returns how many are left behind.
+    std::size_t finish(const TimeLimit& limit);
+
+    /// Threads there are now; hanging ones count.
+    std::size_t threads() const;
+
+ private:
+    template <class Answer>
+    friend class Lane;
+    struct Pool;
+
+    void begin(std::shared_ptr<LaneQuestion> question);
+    std::chrono::milliseconds underWayFor(const LaneQuestion& question) const;
+
+    std::shared_ptr<Pool> pool_;
+};
+
+/// One device's lane. Belongs to one thread; the pool must outlive it.
+template <class Answer>
+class Lane {
+ public:
+    explicit Lane(Lanes& pool) : pool_(&pool) {}
+
+    /// Asks on another thread, unless a question is under way: false then. `what` is asked, in
+    /// words.
+    bool ask(std::string what, std::function<Answer()> question) {
+        if (question_) return false;
+        answer_ = std::make_shared<std::optional<Answer>>();
+        question_ = std::make_shared<LaneQuestion>(
+            std::move(what),
+            [answer = answer_, question = std::move(question)] { *answer = question(); });
+        pool_->begin(question_);
+        return true;
+    }
+
+    /// The answer, once, when it has come. Throws what the question has thrown.
+    std::optional<Answer> take() {
+        if (!question_ || !question_->isAnswered()) return std::nullopt;
+        const auto question = std::exchange(question_, nullptr);
+        const auto answer = std::exchange(answer_, nullptr);
+        question->rethrow();
+        return std::move(*answer);
+    }
+
+    /// Whether a question has not been answered, or its answer not been taken.
+    bool isBusy() const { return question_ != nullptr; }
+
+    struct Unanswered {
+        std::string what;
+        std::chrono::milliseconds since;  ///< 0 while no thread has taken it up
+    };
+    /// What is under way, and for how long.
+    std::optional<Unanswered> unanswered() const {
+        if (!question_ || question_->isAnswered()) return std::nullopt;
+        return Unanswered{question_->what(), pool_->underWayFor(*question_)};
+    }
+
+ private:
+    Lanes* pool_;
+    std::shared_ptr<LaneQuestion> question_;
+    std::shared_ptr<std::optional<Answer>> answer_;
+};
+
+}  // namespace tav

@@ -1,0 +1,162 @@
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "base/Lanes.h"
+#include "base/StopSignal.h"
+#include "base/Threads.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+using tav::Lane;
+using tav::Lanes;
+using tav::TimeLimit;
+
+/// A device that hangs until it is released, whatever anybody asks of it.
+class Hang {
+ public:
+    std::function<int()> question(int answer) {
+        return [released = released_, answer] {
+            released.wait();
+            return answer;
+        };
+    }
+    void release() { release_.set_value(); }
+
+ private:
+    std::promise<void> release_;
+    std::shared_future<void> released_{release_.get_future().share()};
+};
+
+template <class Answer>
+std::vector<Answer> takeAll(Lanes& pool, std::vector<Lane<Answer>>& lanes, milliseconds limit) {
+    std::vector<Answer> answers;
+    const TimeLimit end(limit);
+    do {
+        for (Lane<Answer>& lane : lanes) {
+            if (auto answer = lane.take()) answers.push_back(*answer);
+        }
+    } while (answers.size() < lanes.size() && pool.waitForAnswer(end));
+    return answers;
+}
+
+TEST(Lanes, AreAskedSideBySideButNotMoreThanTheBoundAndLeaveWhenIdle) {
+    Lanes pool("tav-test", 4, 10s);
+    std::vector<Lane<int>> lanes(12, Lane<int>(pool));
+    std::atomic<int> atWork{0};
+    std::atomic<int> most{0};
+    const tav::Stopwatch watch;
+    for (Lane<int>& lane : lanes) {
+        lane.ask("a number", [&] {
+            const int now = ++atWork;
+            for (int before = most; before < now && !most.compare_exchange_weak(before, now);) {
+            }
+            std::this_thread::sleep_for(20ms);
+            --atWork;
+            return 1;
+        });
+    }
+    EXPECT_EQ(takeAll(pool, lanes, 5s).size(), 12U);
+    EXPECT_EQ(most, 4);
+    EXPECT_LT(watch.elapsed(), 12 * 20ms) << "not one after the other";
+    const TimeLimit soon(2s);
+    while (pool.threads() > 0 && soon.left() > 0ms)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(pool.threads(), 0U);
+}
+
+TEST(Lanes, OneThatHangsHoldsUpNobodyIsNotAskedAgainAndAnswersWhenItCan) {
+    Hang hang;
+    Lanes pool("tav-test", 1, 30ms);
+    Lane<int> sick(pool);
+    Lane<int> healthy(pool);
+    ASSERT_TRUE(sick.ask("its health", hang.question(7)));
+    ASSERT_TRUE(healthy.ask("its health", [] { return 8; }));
+    while (pool.waitForAnswer(TimeLimit(5s)) && !healthy.take()) {
+    }
+    EXPECT_FALSE(healthy.isBusy()) << "asked although the only thread hangs";
+    EXPECT_FALSE(pool.waitForAnswer(TimeLimit(20ms)));
+    EXPECT_FALSE(sick.ask("it again", [] { return 0; })) << "never a second question";
+    const auto unanswered = sick.unanswered();
+    ASSERT_TRUE(unanswered);
+    EXPECT_EQ(unanswered->what, "its health");
+    EXPECT_GE(unanswered->since, 30ms);
+    hang.release();
+    std::optional<int> answer;
+    while (!answer && pool.waitForAnswer(TimeLimit(5s)))
+        answer = sick.take();
+    EXPECT_EQ(answer, 7);
+    EXPECT_FALSE(sick.unanswered());
+    EXPECT_TRUE(sick.ask("it again", [] { return 0; }));
+}
+
+TEST(Lanes, WhatAQuestionThrowsReachesTheAsker) {
+    Lanes pool("tav-test", 1, 1s);
+    Lane<int> lane(pool);
+    lane.ask("trouble", []() -> int { throw std::runtime_error("trouble"); });
+    ASSERT_TRUE(pool.waitForAnswer(TimeLimit(5s)));
+    EXPECT_THROW(lane.take(), std::runtime_error);
+    EXPECT_FALSE(lane.isBusy());
+}
+
+TEST(Lanes, AStopEndsWhatListensAndLeavesBehindWhatHangs) {
+    Hang hang;
+    const auto owned = std::make_shared<int>(5);
+    const std::weak_ptr<int> ownedByTheQuestion = owned;
+    std::atomic<bool> begun{false};
+    std::atomic<bool> ended{false};
+    {
+        Lanes pool("tav-test", 1, 1ms);
+        Lane<int> hanging(pool);
+        hanging.ask("a hung disk",
+                    [answer = hang.question(1), held = owned] { return answer() + *held; });
+        Lane<int> listening(pool);
+        Lane<int> never(pool);
+        listening.ask("a command", [&] {
+            begun = true;
+            tav::pauseFor(1h);
+            ended = true;
+            return 0;
+        });
+        while (!begun)  // the first one hangs, so another thread is started
+            pool.waitForAnswer(TimeLimit(2ms));
+        const tav::Stopwatch watch;
+        pool.requestStop();
+        never.ask("a question that comes too late", [] { return 0; });
+        EXPECT_EQ(pool.finish(TimeLimit(500ms)), 1U);
+        EXPECT_LT(watch.elapsed(), 2s);
+        EXPECT_TRUE(ended);
+        EXPECT_TRUE(never.isBusy());
+        EXPECT_FALSE(never.take());
+    }
+    hang.release();
+    const TimeLimit soon(5s);
+    while (ownedByTheQuestion.use_count() > 1 && soon.left() > 0ms)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(ownedByTheQuestion.use_count(), 1) << "it has let go of what it owned";
+}
+
+TEST(Lanes, AStopOfTheAskerEndsItsWait) {
+    Hang hang;
+    Lanes pool("tav-test", 1, 10s);
+    Lane<int> lane(pool);
+    lane.ask("a hung disk", hang.question(1));
+    tav::StopSignal stop;
+    const tav::StopScope scope(&stop);
+    std::thread stopper([&] { stop.request(); });
+    const tav::Stopwatch watch;
+    EXPECT_FALSE(pool.waitForAnswer(TimeLimit(1h)));
+    EXPECT_LT(watch.elapsed(), 10s);
+    stopper.join();
+    hang.release();
+}
+
+}  // namespace
