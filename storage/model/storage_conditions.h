@@ -6,18 +6,11 @@
 #include <vector>
 
 #include "base/Export.h"
-#include "core/tavResourceStatus.h"
+#include "core/Ledger.h"
 #include "storage/model/tavStorageControllerInfo.h"
 
 /// The decisions about the condition of ports, controllers and disks. Pure functions and tables.
 namespace tav {
-
-struct Condition {
-    TAV_RESOURCE_STATE state = TAV_STATE_UNKNOWN;
-    TAV_RESOURCE_HEALTH health = TAV_HEALTH_UNKNOWN;
-
-    bool operator==(const Condition&) const = default;
-};
 
 inline constexpr Condition offline{TAV_STATE_OFFLINE, TAV_HEALTH_CRITICAL};
 inline constexpr Condition failed{TAV_STATE_FAILED, TAV_HEALTH_CRITICAL};

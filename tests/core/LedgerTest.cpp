@@ -1,0 +1,54 @@
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "core/Ledger.h"
+
+namespace {
+
+using tav::Condition;
+
+constexpr Condition works{TAV_STATE_RUNNING, TAV_HEALTH_OK};
+constexpr Condition failed{TAV_STATE_FAILED, TAV_HEALTH_CRITICAL};
+
+struct Resource {
+    std::string serial;
+    Condition condition;
+};
+Condition conditionOf(const Resource& resource) {
+    return resource.condition;
+}
+void assign(Resource& resource, const Condition& condition) {
+    resource.condition = condition;
+}
+
+TEST(Ledger, EveryLookTellsTheChangeSinceTheLastOneOnce) {
+    tav::Ledger<Resource> ledger(Resource{"A", works});
+    EXPECT_FALSE(ledger.look(Resource{"B", works})) << "another record in the same condition";
+    EXPECT_EQ(ledger.record().serial, "B");
+    const auto change = ledger.look(failed);
+    ASSERT_TRUE(change);
+    EXPECT_EQ(change->before, works);
+    EXPECT_EQ(change->now, failed);
+    EXPECT_EQ(ledger.record().serial, "B") << "a look at the condition leaves the rest";
+    EXPECT_FALSE(ledger.reported()) << "nobody has told the RMC";
+    ledger.noteReported(failed);
+    EXPECT_FALSE(ledger.look(failed));
+    EXPECT_EQ(ledger.before(), failed);
+    EXPECT_TRUE(ledger.look(Resource{"B", works}));
+    EXPECT_EQ(ledger.reported(), failed);
+}
+
+TEST(Ledger, ResourcesThatShareAnIdentityAreEachThemselves) {
+    const std::vector<std::string> before = {"x", "gone", "x", "y"};
+    const std::vector<std::string> now = {"new", "x", "y", "x", "x"};
+    std::string told;
+    for (const tav::LedgerMatch& match : tav::matchByIdentity(before, now)) {
+        told += match.before ? std::to_string(*match.before) : "-";
+        told += match.now ? std::to_string(*match.now) + " " : "- ";
+    }
+    EXPECT_EQ(told, "-0 01 32 23 -4 1- ");
+}
+
+}  // namespace
