@@ -6,13 +6,15 @@
 #include <mutex>
 #include <optional>
 
+#include "base/Export.h"
+
 /// Every timed wait and every pause of the library goes through these functions, and nothing else
 /// in the library reads a clock in order to wait. The tests link a faster implementation of this
 /// header, so that nobody waits a real day for a push interval to end.
 namespace tav {
 
 /// A moment on the real-time clock.
-class Deadline {
+class TAV_API Deadline {
  public:
     /// `wait` from now, at most ten years. Empty when the clock cannot be read; errno then tells
     /// why.
@@ -28,21 +30,21 @@ class Deadline {
 };
 
 /// The real-time clock in whole seconds since the epoch.
-std::time_t secondsNow();
+TAV_API std::time_t secondsNow();
 
 enum class Wake { Signalled, TimedOut };
 
 /// Waits on `condition` until it is signalled (or wakes for no reason) or the deadline passes.
-Wake waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
-               const Deadline& deadline);
+TAV_API Wake waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+                       const Deadline& deadline);
 
 enum class Pause { Finished, Stopped };
 
 /// Pauses the calling thread; ends early when the thread's stop signal is set.
-Pause pauseFor(std::chrono::milliseconds pause);
+TAV_API Pause pauseFor(std::chrono::milliseconds pause);
 
 /// How much longer something may take.
-class TimeLimit {
+class TAV_API TimeLimit {
  public:
     explicit TimeLimit(std::chrono::milliseconds limit);
     /// What is left of it in real milliseconds, rounded up; 0 when it is over.
@@ -66,6 +68,6 @@ enum class Readable { Ready, TimedOut, Stopped, Failed };
 
 /// Waits until `descriptor` can be read or the limit is over. Stopped: the thread's stop signal was
 /// set before the descriptor became readable. Failed: it is not one that can be waited for.
-Readable waitReadable(int descriptor, const TimeLimit& limit);
+TAV_API Readable waitReadable(int descriptor, const TimeLimit& limit);
 
 }  // namespace tav

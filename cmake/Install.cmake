@@ -1,12 +1,10 @@
 # Library, headers, CMake package and pkg-config file.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS tav EXPORT tavTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS tav EXPORT tavTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tav)
 install(EXPORT tavTargets NAMESPACE tav:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tav)
-foreach(folder IN ITEMS base core rmc host storage nic fc collector hwlib)
-    install(DIRECTORY ${folder}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tav/${folder}
-            FILES_MATCHING PATTERN "*.h")
-endforeach()
 
 configure_package_config_file(cmake/tavConfig.cmake.in ${PROJECT_BINARY_DIR}/tavConfig.cmake
                               INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tav)

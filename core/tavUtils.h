@@ -94,13 +94,14 @@ namespace tav {
 
 /// The map from PCI addresses to slot locations that the lines "Address: ..." and
 /// "Slot Description: ... r..." of a PCI listing give. None when the first line is no address.
-std::optional<std::map<std::string, std::string>> parsePciTopology(std::string_view listing);
+TAV_API std::optional<std::map<std::string, std::string>> parsePciTopology(
+    std::string_view listing);
 
 /// What a line of the version command says: all of `output` after its first colon, without white
 /// space. Empty when there is no colon, or for text that no product is named by.
-std::string parseVersionLine(std::string_view output);
+TAV_API std::string parseVersionLine(std::string_view output);
 
 /// The non-empty lines of `text`.
-std::vector<std::string> splitLines(std::string_view text);
+TAV_API std::vector<std::string> splitLines(std::string_view text);
 
 }  // namespace tav

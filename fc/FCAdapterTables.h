@@ -5,8 +5,6 @@
 #include <cstdint>
 #include <string_view>
 
-#include "base/Export.h"
-
 /// Catalogue data of the Fibre Channel and converged network adapters that are known by name. The
 /// key of a row is the PCI subsystem device ID × 65536 + the subsystem vendor ID. Texts are
 /// NUL-padded.
@@ -32,10 +30,10 @@ extern const std::array<tavFCAdapterPart, MAX_FC_PART_LIST> gFCAdapterPartList;
 namespace tav {
 
 /// "Generic FCHBA Model" for an adapter that is not in the table.
-TAV_API std::string_view fcAdapterModel(std::uint32_t key);
+std::string_view fcAdapterModel(std::uint32_t key);
 /// Empty for an adapter that is not in the table.
-TAV_API std::string_view fcAdapterPartNumber(std::uint32_t key);
+std::string_view fcAdapterPartNumber(std::uint32_t key);
 /// Whether the name is that of a converged network adapter.
-TAV_API bool isConvergedModel(std::string_view model);
+bool isConvergedModel(std::string_view model);
 
 }  // namespace tav

@@ -4,26 +4,25 @@
 #include <string>
 #include <vector>
 
-#include "base/Export.h"
 #include "fc/FCRecords.h"
 
 /// Which event a change of a Fibre Channel port's condition is, and what the event says.
 namespace tav {
 
 /// The event for a port that has come into that state; absent for states without one.
-TAV_API std::optional<int> fcEventOf(TAV_RESOURCE_STATE state);
+std::optional<int> fcEventOf(TAV_RESOURCE_STATE state);
 
 /// Whether the event calls for service.
-TAV_API bool isFcServiceEvent(int eventId);
+bool isFcServiceEvent(int eventId);
 
 /// The event's explaining text; empty for none. Event 0 is the injected one.
-TAV_API std::string fcEventText(int eventId);
+std::string fcEventText(int eventId);
 
 /// What was known of the port in the build before, or null. A port is told by its node's name, and
 /// among several ports of one node by its own. `current` are the ports of this build: what was
 /// known of one of them is not taken for another's.
-TAV_API const tavFCDeviceInfo* findPreviousFcPort(const tavFCDeviceInfo& port,
-                                                  const std::vector<tavFCDeviceInfo>& previous,
-                                                  const std::vector<tavFCDeviceInfo>& current);
+const tavFCDeviceInfo* findPreviousFcPort(const tavFCDeviceInfo& port,
+                                          const std::vector<tavFCDeviceInfo>& previous,
+                                          const std::vector<tavFCDeviceInfo>& current);
 
 }  // namespace tav

@@ -48,9 +48,9 @@ class TAV_API NICEventMonitor {
 namespace tav {
 
 /// Looks at the interface that a link message names, and brings the manager's inventory up to date.
-void applyLinkMessage(const LinkMessage& message);
+TAV_API void applyLinkMessage(const LinkMessage& message);
 
 /// The same for every interface of the inventory: after notifications were lost.
-void reviewAllLinks();
+TAV_API void reviewAllLinks();
 
 }  // namespace tav

@@ -2,7 +2,6 @@
 
 #include <json/value.h>
 
-#include "base/Export.h"
 #include "nic/PhyAdapterInventory.h"
 
 /// How an Ethernet interface is written. Pure functions.
@@ -11,10 +10,10 @@ namespace tav {
 /// The interface in the inventory: "Model", "SerialNumber", "PartNumber", "FirmwareVersion",
 /// "MACAddress", "SpeedMbps", "Oem" {"DeviceName", "Description", "PhysicalLocation"} and "Status"
 /// {"State", "Health"}.
-TAV_API Json::Value renderNicInventory(const PhyAdapterInventory& adapter);
+Json::Value renderNicInventory(const PhyAdapterInventory& adapter);
 
 /// What an event tells of the interface: "Data" (the same without "Status"), "Type" and
 /// "EventInfo", the description of that event ID.
-TAV_API Json::Value renderNicEvent(const PhyAdapterInventory& adapter, int eventId);
+Json::Value renderNicEvent(const PhyAdapterInventory& adapter, int eventId);
 
 }  // namespace tav

@@ -7,7 +7,6 @@
 #include <string_view>
 #include <vector>
 
-#include "base/Export.h"
 #include "core/tavResourceStatus.h"
 
 /// What the host's network commands print, and what it means. Pure functions of text: any text will
@@ -28,7 +27,7 @@ inline constexpr std::size_t nicColumns = 10;
 /// The rows of the list behind its header and separator lines, each of exactly nicColumns words;
 /// the last one holds the rest of the line, its words joined by single blanks. Lines with fewer
 /// words are dropped.
-TAV_API std::vector<std::vector<std::string>> parseNicList(std::string_view text);
+std::vector<std::vector<std::string>> parseNicList(std::string_view text);
 
 struct NicLink {
     std::string name;
@@ -36,19 +35,19 @@ struct NicLink {
 };
 
 /// The two-column list of names and link statuses. Lines of another form are dropped.
-TAV_API std::vector<NicLink> parseNicLinks(std::string_view text);
+std::vector<NicLink> parseNicLinks(std::string_view text);
 
 /// The first line of an interface's details that contains `label`: what stands behind its first
 /// colon and the one blank that follows it. Empty when there is no such line, or no colon on it.
-TAV_API std::optional<std::string> nicDetail(std::string_view details, std::string_view label);
+std::optional<std::string> nicDetail(std::string_view details, std::string_view label);
 
 /// Whether the text can be the name of an interface, so that it may stand in a command: at most 15
 /// letters, digits, '_', '-', '.' and ':', and a first one that no option or hidden file begins
 /// with.
-TAV_API bool isInterfaceName(std::string_view name);
+bool isInterfaceName(std::string_view name);
 
 /// Whether the text holds the digits and separators of a PCI address alone.
-TAV_API bool isPciAddressText(std::string_view address);
+bool isPciAddressText(std::string_view address);
 
 /// What an adapter's link status amounts to; the codes are those of get_adapter_status().
 enum class AdapterStatus { Running = 1, Failed = 2, Down = 3, Other = 4 };
@@ -73,9 +72,9 @@ constexpr const AdapterCondition& conditionOf(AdapterStatus status) {
 
 /// The status by the text of the link status, whatever its case. A link that is neither up, down
 /// nor unknown runs when a cable type is known: when `cableType` holds more than blanks.
-TAV_API AdapterStatus adapterStatus(std::string_view linkStatus, std::string_view cableType);
+AdapterStatus adapterStatus(std::string_view linkStatus, std::string_view cableType);
 
 /// The spare-part number of an adapter with that description, or "".
-TAV_API const char* nicPartNumber(std::string_view description);
+const char* nicPartNumber(std::string_view description);
 
 }  // namespace tav

@@ -4,6 +4,7 @@
 
 #include <json/value.h>
 
+#include "base/Export.h"
 #include "storage/model/tavDiskInfo.h"
 #include "storage/model/tavLogicalDiskInfo.h"
 #include "storage/model/tavStorageControllerInfo.h"
@@ -34,8 +35,8 @@ struct StorageInventory {
 /// Discovers every controller of every registered factory and what is behind it, and lets the
 /// controllers report events. Whatever fails or throws costs its own records and no others. Ends
 /// early, with what there is, when the thread is asked to stop.
-StorageRecords discoverStorage();
+TAV_API StorageRecords discoverStorage();
 
-StorageInventory renderStorage(const StorageRecords& records);
+TAV_API StorageInventory renderStorage(const StorageRecords& records);
 
 }  // namespace tav

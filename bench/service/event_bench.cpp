@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bench/Measure.h"
+#include "collector/tavJobManager.h"
 #include "rmc/tavipmi.h"
 #include "tests/support/FakeRaidLibrary.h"
 #include "tests/support/Rmc.h"

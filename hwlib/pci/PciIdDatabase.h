@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/Export.h"
+
 /// One entry of the PCI ID database.
 struct PciIdEntry {
     std::string name;
@@ -43,13 +45,13 @@ struct PciIdLine {
 
 /// `inClasses` tells whether the line stands in the classes' part of the database, where indented
 /// lines are subclasses and programming interfaces instead of devices and subsystems.
-PciIdLine parsePciIdLine(std::string_view line, bool inClasses);
+TAV_API PciIdLine parsePciIdLine(std::string_view line, bool inClasses);
 
 /// The PCI ID database, looked at as little as possible: it is searched once for where vendors and
 /// base classes stand. What one of them holds is read when it is first asked for, and then kept as
 /// positions (8 bytes an entry) and as the names that were asked for. May be used by several
 /// threads; a look-up takes the object's own lock.
-class PciIdDatabase {
+class TAV_API PciIdDatabase {
  public:
     /// Reads at most room.size() bytes of the database from `position` on; 0 at its end.
     using Read = std::function<std::size_t(std::span<char> room, std::uint64_t position)>;

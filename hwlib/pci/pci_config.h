@@ -32,7 +32,7 @@ namespace tav {
 inline constexpr std::uint8_t unknownLinkWidth = 2;
 
 /// Whether the header is a bridge's (types 1 and 2); absent when the type is not there.
-std::optional<bool> hasBridgeHeader(PciConfig config);
+TAV_API std::optional<bool> hasBridgeHeader(PciConfig config);
 
 /// The functions below read configuration space from a function's open "config" file into `config`,
 /// and only what is used: every word read goes to the device, which can take longer than the rest
@@ -40,12 +40,12 @@ std::optional<bool> hasBridgeHeader(PciConfig config);
 using PciConfigRoom = std::span<std::byte, pciConfigSize>;
 
 /// What pci_get_revision() uses.
-bool readConfigRevision(int configFile, PciConfigRoom config);
+TAV_API bool readConfigRevision(int configFile, PciConfigRoom config);
 
 /// What hasBridgeHeader() uses.
-bool readConfigHeaderType(int configFile, PciConfigRoom config);
+TAV_API bool readConfigHeaderType(int configFile, PciConfigRoom config);
 
 /// What pci_get_caps() and pci_get_lnkwidth() use. Everything else becomes 0.
-bool readConfigCapabilities(int configFile, PciConfigRoom config);
+TAV_API bool readConfigCapabilities(int configFile, PciConfigRoom config);
 
 }  // namespace tav

@@ -41,6 +41,6 @@ TAV_API void pci_free_vpdtags(PciVpdList list);
 namespace tav {
 
 /// The first record of that keyword, or null.
-const PciVpdKeyword* findVpdKeyword(const PciVpdList& list, std::string_view keyword);
+TAV_API const PciVpdKeyword* findVpdKeyword(const PciVpdList& list, std::string_view keyword);
 
 }  // namespace tav

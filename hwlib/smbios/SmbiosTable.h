@@ -66,7 +66,7 @@ class TAV_API SmbiosTable {
 
 /// A little-endian field at `offset` of the formatted part (header included); absent when the
 /// structure is too short, as it is in older versions of the standard.
-std::optional<std::uint8_t> smbiosByte(const SMBIOS_RECORD* record, std::size_t offset);
-std::optional<std::uint16_t> smbiosWord(const SMBIOS_RECORD* record, std::size_t offset);
+TAV_API std::optional<std::uint8_t> smbiosByte(const SMBIOS_RECORD* record, std::size_t offset);
+TAV_API std::optional<std::uint16_t> smbiosWord(const SMBIOS_RECORD* record, std::size_t offset);
 
 }  // namespace tav

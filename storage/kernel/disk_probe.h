@@ -2,7 +2,6 @@
 
 #include <string>
 
-#include "base/Export.h"
 #include "base/FileDescriptor.h"
 #include "storage/model/storage_conditions.h"
 #include "storage/model/tavDiskInfo.h"
@@ -17,16 +16,16 @@ struct GenericNode {
     FileDescriptor file;  ///< not open: `error` tells why
     int error = 0;
 };
-TAV_API GenericNode openGenericNode(const std::string& link);
+GenericNode openGenericNode(const std::string& link);
 
 /// Fills in what the disk is: not where it sits, nor its condition. False for what is no physical
 /// disk of the controller's.
-TAV_API bool describeDisk(const std::string& link, int node, tavDiskInfo& disk);
+bool describeDisk(const std::string& link, int node, tavDiskInfo& disk);
 
 /// The disk's condition. `isReplaced` is set when another disk has taken its place.
-TAV_API DiskJudgement diskStatus(const tavDiskInfo& disk, bool& isReplaced);
+DiskJudgement diskStatus(const tavDiskInfo& disk, bool& isReplaced);
 
 /// Why a disk is gone whose place another one has taken.
-TAV_API std::string serialChangeReason(const std::string& current, const std::string& known);
+std::string serialChangeReason(const std::string& current, const std::string& known);
 
 }  // namespace tav

@@ -20,6 +20,6 @@ struct ImsmPlatform {
 
 /// Pairs the lines "... Version : V" and "... Controller : C" of the command's output: each version
 /// with the next controller, whatever other versions stand between them. At most ten pairs.
-std::vector<ImsmPlatform> parseImsmPlatforms(std::string_view output);
+TAV_API std::vector<ImsmPlatform> parseImsmPlatforms(std::string_view output);
 
 }  // namespace tav

@@ -8,8 +8,6 @@
 #include <string>
 #include <string_view>
 
-#include "base/Export.h"
-
 /// Event notifications of RAID controllers, as the controllers' firmware writes them. Decoding
 /// only: plain functions without state, for any bytes and any thread.
 namespace tav {
@@ -54,11 +52,11 @@ struct RaidEventRecord {
 };
 
 /// Empty for a record that is too short.
-TAV_API std::optional<RaidEventRecord> decodeRaidEvent(std::span<const std::byte> bytes);
+std::optional<RaidEventRecord> decodeRaidEvent(std::span<const std::byte> bytes);
 
 /// The name of a locale, or where the notification names several at once, the one that the event
 /// code belongs to; empty when neither is known.
-TAV_API std::string_view raidLocaleText(std::uint16_t locale, std::uint32_t code);
+std::string_view raidLocaleText(std::uint16_t locale, std::uint32_t code);
 
 struct RaidDriveReference {
     std::uint16_t deviceId;
@@ -67,13 +65,13 @@ struct RaidDriveReference {
 };
 
 /// The drive that the event's argument names; empty for arguments that name none.
-TAV_API std::optional<RaidDriveReference> raidDriveOf(const RaidEventRecord& event);
+std::optional<RaidDriveReference> raidDriveOf(const RaidEventRecord& event);
 
 /// The target id of the volume that the event's argument names; empty for arguments that name none.
-TAV_API std::optional<std::uint16_t> raidVolumeOf(const RaidEventRecord& event);
+std::optional<std::uint16_t> raidVolumeOf(const RaidEventRecord& event);
 
 /// The state that a drive has changed to; empty for arguments that tell none. A state beyond 16
 /// bits reads FFFFh, which no drive has.
-TAV_API std::optional<std::uint16_t> raidNewDriveStateOf(const RaidEventRecord& event);
+std::optional<std::uint16_t> raidNewDriveStateOf(const RaidEventRecord& event);
 
 }  // namespace tav
