@@ -68,7 +68,8 @@ std::string listingOf(const PciNode& root) {
 }
 
 std::optional<std::string> listingOfTool() {
-    const std::unique_ptr<FILE, int (*)(FILE*)> tool(::popen("lspci -D -vmmnn", "r"), ::pclose);
+    const std::unique_ptr<FILE, int (*)(FILE*)> tool(
+        ::popen("lspci -O hwdb.disable=1 -D -vmmnn", "r"), ::pclose);
     std::array<char, 4096> line;
     std::string text;
     while (std::fgets(line.data(), line.size(), tool.get()) != nullptr) {
