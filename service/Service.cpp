@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <json/writer.h>
 #include <sys/file.h>
@@ -167,6 +168,10 @@ void addFibreChannel(Json::Value& document) {
 }  // namespace
 
 int serve(bool withFibreChannel) {
+    if (::geteuid() != 0) {
+        std::cerr << "tavd: only root may use the IPMI device and the disks; run it as root\n";
+        return 5;
+    }
     const sigset_t whileWaiting = handleSignals();
     const tav::StopScope scope(&requests().stop);
     tav::FileDescriptor lock;

@@ -90,6 +90,12 @@ TEST(Tavd, CommandLine) {
     }
 }
 
+TEST(Tavd, RefusesToServeWithoutRoot) {
+    const tav::CommandResult result = runShell("exec unshare --user " TAVD " 2>&1");
+    EXPECT_EQ(result.exitStatus, 5);
+    EXPECT_THAT(result.output, HasSubstr("run it as root"));
+}
+
 TEST(Tavd, SaysWhatBecameOfEachSetting) {
     writeFile("/tmp/good", R"({"EnableResources":["All"],"LoggingLevel":"Info"})");
     EXPECT_EQ(tavd("--check-config /tmp/good").exitStatus, 0);
