@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <cstring>
+#include <limits>
+#include <numeric>
 
 #include "storage/model/storage_tables.h"
 
@@ -27,6 +30,12 @@ bool beginsWithPciDomain(const char* text) {
 
 bool isSpace(char character) {
     return std::isspace(static_cast<unsigned char>(character)) != 0;
+}
+
+/// Without its sign, which the smallest number cannot do without.
+long sizeOf(long number) {
+    constexpr long most = std::numeric_limits<long>::max();
+    return number < -most ? most : std::abs(number);
 }
 
 }  // namespace
@@ -86,10 +95,5 @@ std::size_t get_ata_string(char* destination, std::span<const std::byte> identif
 }
 
 long compute_gcd(long a, long b) {
-    while (b != 0) {
-        const long remainder = a % b;
-        a = b;
-        b = remainder;
-    }
-    return a;
+    return std::gcd(sizeOf(a), sizeOf(b));
 }

@@ -36,5 +36,6 @@ TAV_API char* trim_surrounding_whitespace(char* text);
 TAV_API std::size_t get_ata_string(char* destination, std::span<const std::byte> identify,
                                    std::size_t firstWord, std::size_t wordCount);
 
-/// Greatest common divisor; `a` when `b` is 0.
+/// Greatest common divisor, 0 or more, of any two numbers; the other one's size when one is 0. The
+/// size of the smallest number has no place in a long: it counts as the greatest one.
 TAV_API long compute_gcd(long a, long b);

@@ -1,4 +1,5 @@
 #include <array>
+#include <climits>
 #include <cstring>
 #include <set>
 #include <string>
@@ -128,6 +129,11 @@ TEST(StorageUtils, GreatestCommonDivisors) {
     EXPECT_EQ(compute_gcd(10, 45), 5);
     EXPECT_EQ(compute_gcd(7, 0), 7);
     EXPECT_EQ(compute_gcd(0, 7), 7);
+    EXPECT_EQ(compute_gcd(0, 0), 0);
+    EXPECT_EQ(compute_gcd(-30, 10), 10);
+    EXPECT_EQ(compute_gcd(7, -21), 7);
+    EXPECT_EQ(compute_gcd(LONG_MIN, -1), 1) << "a division that no processor can do";
+    EXPECT_EQ(compute_gcd(LONG_MIN, LONG_MIN), LONG_MAX);
 }
 
 }  // namespace
