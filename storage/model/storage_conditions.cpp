@@ -113,7 +113,7 @@ TAV_RESOURCE_STATE stateOfText(std::string_view text) {
 
 PortCondition portCondition(const std::optional<std::string>& hostState, long recoverySince,
                             long now) {
-    if (!hostState) return {offline, 0};
+    if (!hostState || hostState->empty()) return {offline, 0};
     const TAV_RESOURCE_STATE state = stateOfText(*hostState);
     switch (state) {
         case TAV_STATE_CREATED:

@@ -30,8 +30,8 @@ struct PortCondition {
     long recoverySince = 0;  ///< seconds of the system clock; 0 while it is not in recovery
 };
 
-/// The condition of a port by the text of its SCSI host's state (none: it could not be read), and
-/// by when it was first seen in recovery (0: it was not).
+/// The condition of a port by the text of its SCSI host's state (none, or an empty one: it could
+/// not be read), and by when it was first seen in recovery (0: it was not).
 TAV_API PortCondition portCondition(const std::optional<std::string>& hostState, long recoverySince,
                                     long now);
 

@@ -64,7 +64,7 @@ TEST(PortCondition, FollowsFromTheHostsState) {
     EXPECT_EQ(at("recovery", 100, 160), "Recovery/Warning 100");
     EXPECT_EQ(at("deleted/recovery", 100, 160), "Deleted/Recovery/Critical 0");
     EXPECT_EQ(at("no state of ours", 0, 1), "Unknown/Critical 0");
-    EXPECT_EQ(at("", 0, 1), "Unknown/Critical 0");
+    EXPECT_EQ(at("", 5, 100), "Offline/Critical 0") << "as one that cannot be read";
 }
 
 TEST(ControllerTransition, OnlyThreeAreReported) {
