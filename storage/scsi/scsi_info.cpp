@@ -307,7 +307,7 @@ char* get_sata_DiskRev(int fd) {
 }
 
 unsigned char* get_sata_sct_stat(int fd) {
-    constexpr std::uint8_t statusLog = 0x0E;
+    constexpr std::uint8_t statusLog = 0xE0;
     Reply<ataSector> reply;
     const Question question{"READ SMART LOG", ataSector};
     if (ask(fd, __func__, question, smartReadLog(statusLog), reply) != 0) return nullptr;

@@ -146,7 +146,7 @@ std::vector<Row> rows() {
          "READ CAPACITY"},
         {"is_unit_smart", number<is_unit_smart>, "1A 08 1C 00 FF 00", 252, 4,
          "0F 00 00 00 9C 0A 00 06", "1", "MODE SENSE"},
-        nulls({"get_sata_sct_stat", sctStatus, "85 08 0E 00 D5 00 01 00 0E 00 4F 00 C2 00 B0 00",
+        nulls({"get_sata_sct_stat", sctStatus, "85 08 0E 00 D5 00 01 00 E0 00 4F 00 C2 00 B0 00",
                512, 512, "03 00", "0300", "READ SMART LOG"}),
         {"get_defect_data_size", number<get_defect_data_size>, "37 00 1D 00 00 00 00 00 04 00", 4,
          4, "00 1D 80 08", "32776", "READ DEFECT DATA"},
