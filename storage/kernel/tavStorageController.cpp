@@ -36,6 +36,15 @@ std::optional<std::string> portAttribute(const std::string& port, const char* na
     return std::string(text.get());
 }
 
+/// The driver of the PCI function that the port belongs to: one or two directories up.
+std::string driverOf(const std::string& port) {
+    for (const char* const up : {"/device/../driver", "/device/../../driver"}) {
+        const std::string driver = tav::linkTargetOf(port + up).value_or("");
+        if (!driver.empty()) return driver.substr(driver.rfind('/') + 1);
+    }
+    return {};
+}
+
 tav::Condition conditionOf(const tavStatusInfo& resource) {
     return {resource.getState(), resource.getHealth()};
 }
@@ -374,6 +383,7 @@ std::vector<tavStorageControllerPortInfo> tavStorageController::discoverPorts() 
         tavStorageControllerPortInfo& port = found.emplace_back();
         port.setOSInstanceName(ports_[index]);
         port.setATAPort(getATAPortForControllerPort(index));
+        port.setDriverName(driverOf(ports_[index]));
         port.setLastRecoveryTimestamp(recoveries[ports_[index]]);
         discoverControllerPortStatus(port);
     }

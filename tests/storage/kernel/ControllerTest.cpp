@@ -136,6 +136,7 @@ TEST_F(Controllers, AreDescribedWithTheirDisks) {
     ASSERT_THAT(infos_, SizeIs(1)) << "four hosts, one controller";
     EXPECT_EQ(infos_[0].getModel(), "Intel C600/X79 series chipset SATA RAID Controller");
     EXPECT_EQ(infos_[0].getControllerPortListSize(), 4U);
+    EXPECT_EQ(infos_[0].getControllerPort(3).getDriverName(), "ahci");
     EXPECT_EQ(infos_[0].getDescription(), "PCI 0000:00:17.0 r001i06s00");
     EXPECT_EQ(infos_[0].getState(), TAV_STATE_RUNNING);
     ASSERT_THAT(disks_, SizeIs(4));
