@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -15,6 +16,7 @@
 #include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/model/storage_utils.h"
 #include "storage/scsi/scsi_info.h"
+#include "storage/scsi/scsi_replies.h"
 
 namespace tav {
 namespace {
@@ -59,35 +61,12 @@ constexpr std::array SCSI_Protocol_Identifiers = {"Fibre Channel",
                                                   "0xf"};
 constexpr const char* ataProtocol = "ATA";
 
-// IDENTIFY DEVICE (ACS), in words.
-constexpr std::size_t serialWord = 10, serialWords = 10;
-constexpr std::size_t revisionWord = 23, revisionWords = 4;
-constexpr std::size_t modelWord = 27, modelWords = 20;
-constexpr std::size_t majorRevisionWord = 80;
-constexpr std::size_t rotationRateWord = 217;
-
-/// IDENTIFY DEVICE data of an ATA disk.
-class IdentifyData {
- public:
-    explicit IdentifyData(int node) {
-        std::size_t length = bytes_.size();
-        isKnown_ = get_ata_identify_device_info(node, bytes_.data(), &length) == 0;
-    }
-    bool isKnown() const { return isKnown_; }
-
-    int word(std::size_t index) const { return bytes_[2 * index] | bytes_[2 * index + 1] << 8; }
-
-    std::string text(std::size_t word, std::size_t words) const {
-        std::array<char, 256> text{};
-        get_ata_string(text.data(), std::as_bytes(std::span(bytes_)), word, words);
-        const char* const first = trim_surrounding_whitespace(text.data());
-        return first;
-    }
-
- private:
-    std::array<unsigned char, 512> bytes_{};
-    bool isKnown_ = false;
-};
+std::optional<scsi::AtaIdentity> identifyAtaDisk(int node) {
+    std::array<unsigned char, 512> data;
+    std::size_t length = data.size();
+    if (get_ata_identify_device_info(node, data.data(), &length) != 0) return std::nullopt;
+    return scsi::ataIdentity(std::as_bytes(std::span(data).first(length)));
+}
 
 /// "ACS-2 or later" by the major revision word: bits 9 to 15 stand for ACS-2 and what came after.
 /// Two values mean that the disk does not tell.
@@ -134,25 +113,26 @@ void setModel(const std::string& model, tavDiskInfo& disk) {
 }
 
 void describeAtaDisk(const std::string& link, int node, tavDiskInfo& disk) {
-    const IdentifyData identify(node);
-    if (!identify.isKnown()) return;
-    const std::string serial = identify.text(serialWord, serialWords);
+    const std::optional<scsi::AtaIdentity> identity = identifyAtaDisk(node);
+    if (!identity) {
+        logger.debug(here(), "%s: The disk does not identify itself.", link.c_str());
+        return;
+    }
+    const std::string& serial = identity->serialNumber;
     if (!serial.empty()) disk.setSerialNumber(serial);
-    disk.setRevision(identify.text(revisionWord, revisionWords));
-    setModel(identify.text(modelWord, modelWords), disk);
-    const int majorRevision = identify.word(majorRevisionWord);
+    if (!identity->firmwareRevision.empty()) disk.setRevision(identity->firmwareRevision);
+    if (!identity->model.empty()) setModel(identity->model, disk);
+    const int majorRevision = identity->majorVersion;
     disk.setATAMajorRevision(majorRevision);
-    constexpr std::size_t rotationCapability = 49;
     logger.debug(here(),
                  "%s: ATA Info: Serial#=%s FW=%s Model=%s Part#=%s NMRR=0x%X Capability=0x%X "
                  "ATA_Rev=0x%X [%s]",
                  link.c_str(), serial.c_str(), disk.getRevision().c_str(), disk.getModel().c_str(),
-                 disk.getPartNumber().c_str(),
-                 static_cast<unsigned>(identify.word(rotationRateWord)),
-                 static_cast<unsigned>(identify.word(rotationCapability)),
+                 disk.getPartNumber().c_str(), static_cast<unsigned>(identity->rotationRate),
+                 static_cast<unsigned>(identity->capabilities),
                  static_cast<unsigned>(majorRevision),
                  hasAcs2(majorRevision) ? "ACS-2 or later" : "Non ACS-2");
-    setMediaType(link, identify.word(rotationRateWord), disk);
+    setMediaType(link, identity->rotationRate, disk);
 }
 
 void setSerialNumber(const std::string& link, tavDiskInfo& disk) {

@@ -241,7 +241,14 @@ struct SmartErrorLog {
 static_assert(sizeof(SmartErrorLog) == 4);
 
 /// Words of IDENTIFY DEVICE data.
-inline constexpr std::size_t firmwareRevisionWord = 23;
-inline constexpr std::size_t firmwareRevisionWords = 4;
+inline constexpr std::size_t serialNumberWord = 10, serialNumberWords = 10;
+inline constexpr std::size_t firmwareRevisionWord = 23, firmwareRevisionWords = 4;
+inline constexpr std::size_t modelNumberWord = 27, modelNumberWords = 20;
+inline constexpr std::size_t capabilitiesWord = 49;
+inline constexpr std::size_t majorVersionWord = 80;
+inline constexpr std::size_t rotationRateWord = 217;
+/// Low byte: A5h where the high byte makes the sum of all bytes 0.
+inline constexpr std::size_t integrityWord = 255;
+inline constexpr unsigned checksumIsValid = 0xA5;
 
 }  // namespace tav::scsi

@@ -111,6 +111,38 @@ std::string hexadecimal(Bytes bytes) {
     return text;
 }
 
+/// All zeros or all ones: what is read where nobody answers.
+bool isBlank(Bytes bytes) {
+    const auto all = [&](std::byte value) {
+        return std::all_of(bytes.begin(), bytes.end(), [&](std::byte b) { return b == value; });
+    };
+    return all(std::byte{0}) || all(std::byte{0xFF});
+}
+
+int identifyWord(Bytes identify, std::size_t word) {
+    const Bytes bytes = identify.subspan(2 * word, 2);
+    return std::to_integer<int>(bytes[0]) | std::to_integer<int>(bytes[1]) << 8;
+}
+
+/// False when the data says that it has a checksum, and that is wrong.
+bool isIntact(Bytes identify) {
+    if ((static_cast<unsigned>(identifyWord(identify, integrityWord)) & 0xFFU) != checksumIsValid) {
+        return true;
+    }
+    unsigned sum = 0;
+    for (const std::byte byte : identify)
+        sum += std::to_integer<unsigned>(byte);
+    return sum % 256 == 0;
+}
+
+std::string identifyText(Bytes identify, std::size_t word, std::size_t words) {
+    if (isBlank(identify.subspan(2 * word, 2 * words))) return {};
+    std::string text(2 * words, '\0');
+    get_ata_string(text.data(), identify, word, words);
+    text.resize(std::min(text.size(), text.find('\0')));
+    return std::string(trimmed(text));
+}
+
 }  // namespace
 
 std::optional<int> unitTemperature(Bytes reply) {
@@ -193,6 +225,18 @@ std::optional<std::string> ataFirmwareRevision(Bytes identify) {
         get_ata_string(text.data(), identify, firmwareRevisionWord, firmwareRevisionWords);
     if (length == 0) return std::nullopt;
     return std::string(trimmed({text.data(), length}));
+}
+
+std::optional<AtaIdentity> ataIdentity(Bytes identify) {
+    if (identify.size() < ataSector) return std::nullopt;
+    const Bytes data = identify.first(ataSector);
+    if (isBlank(data) || !isIntact(data)) return std::nullopt;
+    return AtaIdentity{identifyText(data, serialNumberWord, serialNumberWords),
+                       identifyText(data, firmwareRevisionWord, firmwareRevisionWords),
+                       identifyText(data, modelNumberWord, modelNumberWords),
+                       identifyWord(data, capabilitiesWord),
+                       identifyWord(data, majorVersionWord),
+                       identifyWord(data, rotationRateWord)};
 }
 
 std::optional<int> protocolIdentifier(Bytes reply) {

@@ -35,6 +35,20 @@ std::optional<std::int64_t> ataPowerOnHours(Bytes page);
 std::optional<int> ataErrorCount(Bytes log);
 std::optional<std::string> ataFirmwareRevision(Bytes identify);
 
+/// IDENTIFY DEVICE data (ACS). Texts are trimmed; one of which the disk has filled in nothing is
+/// empty.
+struct AtaIdentity {
+    std::string serialNumber;
+    std::string firmwareRevision;
+    std::string model;
+    int capabilities = 0;
+    int majorVersion = 0;
+    int rotationRate = 0;
+};
+/// Absent when the data is shorter than its 512 bytes, all zeros or all ones, or its checksum says
+/// that it is damaged.
+std::optional<AtaIdentity> ataIdentity(Bytes identify);
+
 // Mode pages.
 std::optional<int> protocolIdentifier(Bytes reply);
 std::optional<int> informationalExceptionsEnabled(Bytes reply);

@@ -41,6 +41,18 @@ void checkTemperaturePage(Bytes reply) {
     requireWithin(sas_parse_mcot(page.get()), 255);
 }
 
+void checkIdentity(Bytes reply) {
+    const auto identity = ataIdentity(reply);
+    if (!identity) return;
+    require(reply.size() >= 512);
+    require(identity->serialNumber.size() <= 20 && identity->firmwareRevision.size() <= 8 &&
+            identity->model.size() <= 40);
+    for (const int word :
+         {identity->capabilities, identity->majorVersion, identity->rotationRate}) {
+        requireWithin(word, 0xFFFF);
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -71,5 +83,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (const auto name = durableName(reply)) require(name->size() <= 2 * reply.size());
     require(senseText(reply).size() <= 255);
     checkTemperaturePage(reply);
+    checkIdentity(reply);
     return 0;
 }

@@ -1,4 +1,5 @@
 /// What any bytes mean that the queries' own table does not reach: pages that callers keep.
+#include <algorithm>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -76,6 +77,51 @@ TEST(ScsiReplies, SataTemperatures) {
         EXPECT_EQ(current, row.current) << row.name;
         EXPECT_EQ(maximum, row.maximum) << row.name;
     }
+}
+
+TEST(ScsiReplies, IdentifyData) {
+    const auto put = [](Bytes& data, std::size_t word, const std::string& text) {
+        for (std::size_t i = 0; i < text.size(); ++i)
+            data[2 * word + (i ^ 1U)] = static_cast<std::uint8_t>(text[i]);
+    };
+    const auto identity = [](const Bytes& data) {
+        const auto found = tav::scsi::ataIdentity(std::as_bytes(std::span(data)));
+        if (!found) return std::string("absent");
+        return found->serialNumber + '|' + found->firmwareRevision + '|' + found->model + '|' +
+               std::to_string(found->capabilities) + '|' + std::to_string(found->majorVersion) +
+               '|' + std::to_string(found->rotationRate);
+    };
+    Bytes whole(512);
+    put(whole, 10, "     S N 1          ");
+    put(whole, 23, "FW 1    ");
+    put(whole, 27, "MODEL 7" + std::string(32, ' ') + "Z");
+    whole[98] = 0x0F;
+    whole[161] = 0x02;
+    whole[434] = 0x20;
+    whole[435] = 0x1C;
+    const std::string texts = "S N 1|FW 1|MODEL 7" + std::string(32, ' ') + "Z|15|512|7200";
+    EXPECT_EQ(identity(whole), texts);
+    Bytes longer = whole;
+    longer.push_back(0xFF);
+    EXPECT_EQ(identity(longer), texts);
+    Bytes blank = whole;
+    std::fill_n(&blank[20], 20, 0xFF);
+    std::fill_n(&blank[54], 40, 0x00);
+    put(blank, 23, std::string("A\0B     ", 8));
+    EXPECT_EQ(identity(blank), "|A||15|512|7200");
+
+    Bytes damaged = whole;
+    damaged[510] = 0xA5;
+    EXPECT_EQ(identity(damaged), "absent");
+    unsigned sum = 0;
+    for (const std::uint8_t byte : damaged)
+        sum += byte;
+    damaged[511] = static_cast<std::uint8_t>(0U - sum);
+    EXPECT_EQ(identity(damaged), texts) << "with its checksum";
+    EXPECT_EQ(identity(Bytes(512)), "absent");
+    EXPECT_EQ(identity(Bytes(512, 0xFF)), "absent");
+    EXPECT_EQ(identity(Bytes(whole.begin(), whole.end() - 1)), "absent");
+    EXPECT_EQ(identity({}), "absent");
 }
 
 TEST(ScsiReplies, InquiryFields) {
