@@ -50,12 +50,16 @@ class Sector {
 
 /// IDENTIFY DEVICE data (ACS-3, 7.12.7).
 DiskBytes identify(const DiskFacts& disk) {
+    const std::string contradiction = disk.text("identify");
+    if (contradiction == "ones") return DiskBytes(sectorSize, 0xFF);
+    if (contradiction == "zeros") return DiskBytes(sectorSize);
+    if (contradiction == "short") return DiskBytes(20);
     constexpr std::uint64_t throughAcs3 = 0x07F0;
     constexpr std::uint64_t checksumFollows = 0xA5;
     const auto sectors = static_cast<std::uint64_t>(disk.number("capacity", 0));
     Sector sector;
     sector.putWord(0, 0x0040);
-    sector.putText(10, disk.text("serial"), 10);
+    sector.putText(10, disk.text("identifySerial", disk.text("serial")), 10);
     sector.putText(23, disk.text("revision"), 4);
     sector.putText(27, disk.text("model"), 20);
     sector.putWord(49, 0x0F00);

@@ -243,9 +243,9 @@ DiskFacts::DiskFacts(const std::string& lines) {
     }
 }
 
-std::string DiskFacts::text(std::string_view key) const {
+std::string DiskFacts::text(std::string_view key, const std::string& otherwise) const {
     const auto found = values_.find(key);
-    return found == values_.end() ? "" : found->second;
+    return found == values_.end() ? otherwise : found->second;
 }
 
 std::int64_t DiskFacts::number(std::string_view key, std::int64_t otherwise) const {

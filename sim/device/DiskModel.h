@@ -15,7 +15,7 @@ class DiskFacts {
  public:
     explicit DiskFacts(const std::string& lines);
 
-    std::string text(std::string_view key) const;
+    std::string text(std::string_view key, const std::string& otherwise = "") const;
     /// The value as a decimal number that may be negative; `otherwise` where there is none.
     std::int64_t number(std::string_view key, std::int64_t otherwise) const;
 

@@ -16,6 +16,8 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include "sim/Clock.h"
+#include "sim/Hang.h"
 #include "sim/device/IpmiFile.h"
 #include "sim/rmc/BmcProtocol.h"
 
@@ -33,7 +35,8 @@ class RmcConnection final : public IpmiBackend, public std::enable_shared_from_t
  public:
     RmcConnection(FileDescriptor deviceEnd, unsigned open, FileDescriptor controller)
         : controller_(std::move(controller)),
-          file_(std::move(deviceEnd), open, *this, driverPatience) {}
+          file_(std::move(deviceEnd), open, *this,
+                std::chrono::ceil<std::chrono::milliseconds>(realTime(driverPatience))) {}
 
     /// The thread owns the connection as well, and nobody waits for it: the program may end at any
     /// time.
@@ -90,7 +93,9 @@ void RmcConnection::listen() {
     while (true) {
         pollfd watched[2] = {{file_.watchable(), 0, 0},
                              {connected ? controller_.get() : -1, POLLIN, 0}};
-        ::poll(watched, 2, static_cast<int>(std::chrono::milliseconds(overdueCheck).count()));
+        ::poll(watched, 2,
+               static_cast<int>(
+                   std::chrono::ceil<std::chrono::milliseconds>(realTime(overdueCheck)).count()));
         if ((watched[0].revents & POLLHUP) != 0) return;
         if (watched[1].revents != 0) connected = passOnAnswers();
         file_.giveUpOverdue(IpmiFile::Clock::now());
@@ -118,6 +123,7 @@ class RmcDevice final : public Device {
     explicit RmcDevice(std::string socketPath) : socketPath_(std::move(socketPath)) {}
 
     std::shared_ptr<OpenDevice> open(FileDescriptor deviceEnd, int& error) override {
+        hangWhileTold("ipmi0");
         FileDescriptor controller = connectToController();
         if (!controller.isOpen()) {
             error = ENOENT;

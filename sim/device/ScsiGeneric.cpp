@@ -9,12 +9,15 @@
 #include <string>
 #include <thread>
 
+#include "sim/Clock.h"
 #include "sim/device/DiskModel.h"
 
 namespace tav::sim {
 namespace {
 
 using namespace std::chrono_literals;
+
+constexpr auto recheck = 2ms;
 
 constexpr std::uint16_t hostTimedOut = 0x03;
 constexpr std::uint16_t driverTimedOut = 0x06;
@@ -72,6 +75,7 @@ class DiskDevice final : public Device {
     explicit DiskDevice(std::string factsPath) : factsPath_(std::move(factsPath)) {}
 
     std::shared_ptr<OpenDevice> open(FileDescriptor deviceEnd, int& error) override {
+        waitWhileHanging(factsPath_, "open");
         if (!facts(factsPath_).isPresent()) {
             error = ENXIO;
             return nullptr;
@@ -88,11 +92,18 @@ class DiskDevice final : public Device {
         return DiskFacts(std::string(std::istreambuf_iterator<char>(file), {}));
     }
 
+    /// A disk whose facts say so lets nobody go on, whatever time-out was asked for.
+    static void waitWhileHanging(const std::string& path, std::string_view where) {
+        while (facts(path).text("hang") == where)
+            std::this_thread::sleep_for(recheck);
+    }
+
     static int serve(const std::string& path, sg_io_hdr& request) {
-        constexpr auto recheck = 20ms;
+        waitWhileHanging(path, "command");
         DiskFacts disk = facts(path);
-        const auto deadline = std::chrono::steady_clock::now() +
-                              std::chrono::milliseconds(disk.number("patience", request.timeout));
+        const auto deadline =
+            std::chrono::steady_clock::now() +
+            realTime(std::chrono::milliseconds(disk.number("patience", request.timeout)));
         while (disk.isPresent() && !disk.answers()) {
             if (std::chrono::steady_clock::now() >= deadline) {
                 completeTimedOut(request);

@@ -10,6 +10,7 @@
 
 #include <sys/utsname.h>
 
+#include "sim/Hang.h"
 #include "sim/hostcmds/Files.h"
 #include "sim/hostcmds/HostCommands.h"
 
@@ -40,6 +41,8 @@ bool wantsOneSample(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    tav::sim::hangWhileTold("esxtop");
+    if (tav::sim::isToldToFail("esxtop")) return 1;
     if (!wantsOneSample(argc, argv)) {
         std::cerr << "usage: esxtop [-c FILE] -b -n 1\n";
         return 1;

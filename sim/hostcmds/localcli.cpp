@@ -7,6 +7,7 @@
 
 #include <sys/utsname.h>
 
+#include "sim/Hang.h"
 #include "sim/hostcmds/Ethernet.h"
 #include "sim/hostcmds/Files.h"
 #include "sim/hostcmds/HostCommands.h"
@@ -62,6 +63,8 @@ int print(const std::string& text) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    hangWhileTold("localcli");
+    if (isToldToFail("localcli")) return 1;
     std::string words;
     for (int index = 1; index < argc; ++index) {
         if (index > 1) words += ' ';

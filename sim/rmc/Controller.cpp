@@ -67,6 +67,7 @@ void apply(const Fault& fault, Outcome& outcome) {
     if (fault.completionCode) refuse(outcome, *fault.completionCode);
     if (fault.truncate) data.resize(std::min(data.size(), *fault.truncate));
     outcome.delay = fault.late;
+    outcome.struck = fault.order;
     if (fault.lost) outcome.answer.reset();
 }
 
@@ -112,6 +113,8 @@ void Controller::handleFrame(const BmcRequest& request, unsigned sender, Outcome
     const bool refused = status > 2 || (last && status != 0) || (fault && fault->completionCode);
     if (refused) {
         checker_.abandon(result.token);
+        outcome.refused =
+            last ? std::move(*result.complete) : Command{result.name, {}, result.frame};
     } else {
         outcome.finished = std::move(result.complete);
     }

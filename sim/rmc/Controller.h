@@ -19,6 +19,8 @@ struct Outcome {
     std::vector<std::string> violations;
     std::optional<FrameResult> frame;     ///< when the request carried a frame of a command
     std::optional<Command> finished;      ///< the command that this request completed
+    std::optional<Command> refused;       ///< the command that was refused, as far as it had come
+    std::string struck;                   ///< the order that this request fell under
     std::optional<std::string> doorBell;  ///< what was answered to a door bell
 };
 

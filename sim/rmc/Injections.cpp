@@ -7,6 +7,7 @@ namespace tav::sim {
 namespace {
 
 constexpr std::string_view doorBellWord = "doorbell=";
+constexpr std::string_view withdrawWord = "withdraw=";
 constexpr std::size_t longestDoorBell = 254;
 
 /// Decimal, or hexadecimal after "0x" or where `base` says so.
@@ -108,7 +109,11 @@ std::string Injections::add(std::string_view order) {
         doorBells_.emplace_back(order);
         return {};
     }
+    if (order.substr(0, withdrawWord.size()) == withdrawWord) {
+        return withdraw(order.substr(withdrawWord.size()));
+    }
     Order parsed;
+    parsed.fault.order = order;
     while (true) {
         const std::size_t comma = order.find(',');
         std::string fault = parseWord(order.substr(0, comma), parsed);
@@ -119,6 +124,14 @@ std::string Injections::add(std::string_view order) {
     if (!doesAnything(parsed.fault)) return "nothing to do is named";
     orders_.push_back(std::move(parsed));
     return {};
+}
+
+std::string Injections::withdraw(std::string_view order) {
+    const auto isMeant = [order](const Order& given) {
+        return order == "all" || given.fault.order == order;
+    };
+    const bool any = std::erase_if(orders_, isMeant) > 0 || order == "all";
+    return any ? std::string() : "no such order is waiting: \"" + std::string(order) + '"';
 }
 
 /// The first order that `concerns` what begins or goes on here and is due `now`.

@@ -18,6 +18,7 @@ struct Fault {
     std::optional<std::size_t> truncate;         ///< so many data bytes are answered
     std::chrono::milliseconds late{0};
     bool lost = false;
+    std::string order;  ///< as it was given
 };
 
 /// The faults that were ordered and are still to come, and the texts behind the door bell.
@@ -28,6 +29,8 @@ struct Fault {
 ///   request=NETFN/COMMAND              to that plain request, in hexadecimal, not to a command
 ///   nth=N | nth=all                    to the Nth from now on   (default: 1)
 ///   frame=N | frame=last               after that frame         (default: 1)
+/// or withdraw=ORDER, which takes back an order that was given in these words, or all of them for
+/// withdraw=all,
 /// or doorbell=TEXT, the rest of the line: what the next unanswered door bell says.
 class Injections {
  public:
@@ -53,6 +56,7 @@ class Injections {
         unsigned seen = 0;
     };
 
+    std::string withdraw(std::string_view order);
     static std::string parseWord(std::string_view word, Order& order);
     template <typename Concerns, typename Now>
     std::optional<Fault> take(const Concerns& concerns, const Now& now, bool begins);

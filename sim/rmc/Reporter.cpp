@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include "sim/Clock.h"
 #include "sim/rmc/Json.h"
 #include "sim/rmc/Summary.h"
 
@@ -20,6 +21,14 @@ constexpr auto logPace = 10s;
 
 constexpr const char* eraseLine = "\r\033[K";
 
+Json::Value lineOf(const char* what, const Command& command) {
+    Json::Value line;
+    line[what] = command.name;
+    line["payload"] = command.payload;
+    line["frames"] = command.frames;
+    return line;
+}
+
 }  // namespace
 
 Reporter::Reporter(const std::string& recordPath, bool quiet)
@@ -31,11 +40,15 @@ void Reporter::report(const Outcome& outcome) {
     for (const std::string& text : outcome.violations)
         violation(text);
     if (outcome.frame && !outcome.finished) progress(*outcome.frame);
-    if (outcome.finished) {
+    if (!outcome.struck.empty()) {
         Json::Value line;
-        line["command"] = outcome.finished->name;
-        line["payload"] = outcome.finished->payload;
-        line["frames"] = outcome.finished->frames;
+        line["struck"] = outcome.struck;
+        keep(line);
+    }
+    if (outcome.refused) keep(lineOf("refused", *outcome.refused));
+    if (outcome.finished) {
+        Json::Value line = lineOf("command", *outcome.finished);
+        if (!outcome.answer || outcome.answer->completionCode != 0) line["unanswered"] = true;
         keep(line);
         show(summaryOf(*outcome.finished));
     }
@@ -82,8 +95,12 @@ void Reporter::show(const std::string& text) {
     std::cout << text << std::flush;
 }
 
-void Reporter::keep(const Json::Value& line) {
-    if (!recordPath_.empty()) record_ << oneLine(line) << std::endl;
+/// Each line tells when, in seconds of the simulated clock since the controller has been there.
+void Reporter::keep(Json::Value line) {
+    if (recordPath_.empty()) return;
+    const std::chrono::duration<double> elapsed = Clock::now() - start_;
+    line["time"] = elapsed.count() * clockSpeed();
+    record_ << oneLine(line) << std::endl;
 }
 
 }  // namespace tav::sim

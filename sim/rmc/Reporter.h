@@ -29,7 +29,7 @@ class Reporter {
  private:
     void progress(const FrameResult& frame);
     void show(const std::string& text);
-    void keep(const Json::Value& line);
+    void keep(Json::Value line);
 
     const std::string recordPath_;
     const bool quiet_;
@@ -38,6 +38,7 @@ class Reporter {
     unsigned violations_ = 0;
     bool progressShown_ = false;
     std::chrono::steady_clock::time_point nextProgress_;
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
 }  // namespace tav::sim

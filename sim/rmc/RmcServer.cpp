@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <vector>
 
@@ -14,6 +15,8 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include "sim/Clock.h"
+
 namespace tav::sim {
 namespace {
 
@@ -22,15 +25,17 @@ constexpr std::size_t longestOrder = 4096;
 FileDescriptor listenAt(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
+    // It appears under its name when it listens: whoever sees it can connect.
+    const std::string fresh = path + ".n";
+    if (fresh.size() >= sizeof address.sun_path) {
         errno = ENAMETOOLONG;
         return {};
     }
-    std::memcpy(address.sun_path, path.c_str(), path.size());
-    ::unlink(path.c_str());
+    std::memcpy(address.sun_path, fresh.c_str(), fresh.size());
+    ::unlink(fresh.c_str());
     FileDescriptor listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (::bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener.get(), SOMAXCONN) != 0) {
+        ::listen(listener.get(), SOMAXCONN) != 0 || ::rename(fresh.c_str(), path.c_str()) != 0) {
         return {};
     }
     return listener;
@@ -143,7 +148,7 @@ void RmcServer::serveRequest(unsigned id, const BmcRequest& request) {
         if (outcome.delay.count() == 0) {
             send(id, bytes);
         } else {
-            late_.emplace(Clock::now() + outcome.delay, Late{id, std::move(bytes)});
+            late_.emplace(Clock::now() + realTime(outcome.delay), Late{id, std::move(bytes)});
         }
     }
     if (!outcome.finished) return;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 #include <string>
 
 #include "sim/rmc/Json.h"
@@ -132,7 +133,9 @@ void buildDisk(const Json::Value& disk, const Json::Value& hosts, const Tree& tr
     tree.write(device + "/vendor", field(vendor, 8) + '\n');
     tree.write(device + "/model", field(textOf(disk, "model"), 16) + '\n');
     tree.write(device + "/rev", field(textOf(disk, "revision"), 4) + '\n');
-    tree.write(device + "/vpd_pg80", serialPage(textOf(disk, "serial")));
+    if (textOf(disk, "serialUnreadable") != "yes") {
+        tree.write(device + "/vpd_pg80", serialPage(textOf(disk, "serial")));
+    }
     tree.write(device + "/block/" + textOf(disk, "block") + "/size",
                textOf(disk, "capacity") + '\n');
     tree.makeDirectory(device + "/scsi_generic/" + textOf(disk, "name"));
@@ -182,7 +185,44 @@ std::string diskFacts(const Json::Value& disk) {
     return lines;
 }
 
-void buildServer(const Json::Value& server, const Tree& tree) {
+namespace {
+
+Json::Value thoseThatAreThere(const Json::Value& entries, const std::set<std::string>& functions) {
+    Json::Value there(Json::arrayValue);
+    for (const Json::Value& entry : entries) {
+        const std::string function = textOf(entry, "function");
+        if (!isGone(entry) && (function.empty() || functions.contains(function)))
+            there.append(entry);
+    }
+    return there;
+}
+
+/// Without the parts that are gone, and what stands on a function that is.
+Json::Value presentPart(const Json::Value& server) {
+    Json::Value present = server;
+    std::set<std::string> functions;
+    for (const Json::Value& function : member(server, "functions")) {
+        if (!isGone(function)) functions.insert(textOf(function, "address"));
+    }
+    for (const char* section : {"functions", "ethernet", "scsiHosts", "disks", "fibreChannel"})
+        present[section] = thoseThatAreThere(member(server, section), functions);
+    return present;
+}
+
+}  // namespace
+
+bool isGone(const Json::Value& entry) {
+    return textOf(entry, "gone") == "yes";
+}
+
+void changeServer(const Json::Value& server, const Tree& tree) {
+    buildServer(server, tree);
+    for (const char* directory : {"/sys/bus", "/sys/class", "/sys/devices", disksDirectory})
+        tree.removeOthers(directory);
+}
+
+void buildServer(const Json::Value& described, const Tree& tree) {
+    const Json::Value server = described.isObject() ? presentPart(described) : described;
     for (const char* directory :
          {"/sys/bus/pci/devices", "/sys/bus/pci/slots", "/sys/class/net", "/sys/class/scsi_host",
           "/sys/class/scsi_device", "/sys/class/fc_host"}) {
@@ -204,7 +244,7 @@ void buildServer(const Json::Value& server, const Tree& tree) {
         configuration.isObject()) {
         tree.write("/etc/config/orn/tav/tav.conf", oneLine(configuration) + '\n');
     }
-    tree.write(serverDescription, oneLine(server) + '\n');
+    tree.write(serverDescription, oneLine(described) + '\n');
 }
 
 }  // namespace tav::sim

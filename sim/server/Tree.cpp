@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <system_error>
+#include <vector>
 
 #include "sim/hostcmds/Files.h"
 
@@ -15,6 +16,7 @@ fs::path Tree::inside(const std::string& path) const {
 
 void Tree::write(const std::string& path, std::string_view text) const {
     const fs::path target = inside(path);
+    keep(target);
     if (fs::is_regular_file(target) && fileText(target) == text) return;
     fs::create_directories(target.parent_path());
     fs::path fresh = target;
@@ -30,6 +32,7 @@ void Tree::write(const std::string& path, std::string_view text) const {
 
 void Tree::link(const std::string& path, const std::string& target) const {
     const fs::path from = inside(path);
+    keep(from);
     const fs::path pointed = target;
     const fs::path above = pointed.parent_path().lexically_relative(fs::path(path).parent_path());
     const fs::path relative = (above / pointed.filename()).lexically_normal();
@@ -42,7 +45,24 @@ void Tree::link(const std::string& path, const std::string& target) const {
 }
 
 void Tree::makeDirectory(const std::string& path) const {
+    keep(inside(path));
     fs::create_directories(inside(path));
+}
+
+void Tree::keep(fs::path path) const {
+    while (kept_.insert(path).second && path.has_relative_path())
+        path = path.parent_path();
+}
+
+void Tree::removeOthers(const std::string& directory) const {
+    std::vector<fs::path> others;
+    for (fs::recursive_directory_iterator entry(inside(directory)), end; entry != end; ++entry) {
+        if (kept_.contains(entry->path())) continue;
+        others.push_back(entry->path());
+        entry.disable_recursion_pending();
+    }
+    for (const fs::path& other : others)
+        fs::remove_all(other);
 }
 
 }  // namespace tav::sim

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -21,10 +22,17 @@ class Tree {
     void link(const std::string& path, const std::string& target) const;
     void makeDirectory(const std::string& path) const;
 
+    /// Removes from a directory what has neither been written nor found written through this
+    /// object.
+    void removeOthers(const std::string& directory) const;
+
  private:
     std::filesystem::path inside(const std::string& path) const;
+    /// That path and all directories above it stay.
+    void keep(std::filesystem::path path) const;
 
     std::filesystem::path root_;
+    mutable std::set<std::filesystem::path> kept_;
 };
 
 }  // namespace tav::sim

@@ -52,7 +52,7 @@ int change(Arguments arguments) {
     const Json::Value* const entry =
         changeEntry(server, arguments[0], arguments[1], arguments.subspan(2), fault);
     if (entry == nullptr) throw std::runtime_error(fault);
-    buildServer(server, Tree("/"));
+    changeServer(server, Tree("/"));
     if (arguments[0] == "ethernet") setLink(*entry);
     return succeeded;
 }
@@ -61,8 +61,9 @@ int raid(Arguments arguments) {
     Json::Value server = readServer(serverDescription);
     std::string fault;
     if (!changeRaid(server, arguments[0], fault)) throw std::runtime_error(fault);
-    orderRaid(arguments[0]);
+    // First: a library that is not there now reads it when it comes.
     Tree("/").write(serverDescription, oneLine(server) + '\n');
+    orderRaid(arguments[0]);
     return succeeded;
 }
 

@@ -10,6 +10,7 @@
 #include <thread>
 #include <utility>
 
+#include "sim/Clock.h"
 #include "sim/hostcmds/Files.h"
 #include "sim/rmc/Json.h"
 #include "sim/server/Changes.h"
@@ -23,6 +24,7 @@ constexpr std::uint32_t success = 0;
 constexpr std::uint32_t notInitialized = 0x8001;
 constexpr std::uint32_t failed = 0x8002;
 constexpr std::uint32_t invalidController = 0x800A;
+constexpr std::uint32_t invalidDevice = 0x800C;
 
 constexpr std::uint32_t anySize = 0xFFFFFFFF;
 
@@ -167,19 +169,47 @@ std::uint32_t RaidLibrary::answer(const Command& command, const RaidRequest& req
     std::int64_t slowness = 0;
     {
         const std::lock_guard held(lock_);
+        if (!described_) takeFirstFailures();
+    }
+    hangWhileOrdered(request);
+    {
+        const std::lock_guard held(lock_);
         std::uint32_t status = success;
         if (takeFailure(request, status)) return status;
         if (!initialized_ && command.answer != &RaidLibrary::initialize) return notInitialized;
         slowness = slowness_;
     }
-    if (slowness > 0) std::this_thread::sleep_for(std::chrono::milliseconds(slowness));
+    if (slowness > 0) std::this_thread::sleep_for(realTime(std::chrono::milliseconds(slowness)));
     return (this->*command.answer)(request);
+}
+
+/// Under the lock.
+void RaidLibrary::readDescription() {
+    std::string fault;
+    raid_ = member(parseJson(fileText(serverDescription), fault).value_or(Json::Value()), "raid");
+}
+
+/// Under the lock.
+void RaidLibrary::takeFirstFailures() {
+    readDescription();
+    slowness_ = numberOf(raid_, "slow");
+    for (const Json::Value& failure : member(raid_, "failures")) {
+        failures_[{int(numberOf(failure, "type")), int(numberOf(failure, "code"))}] = {
+            static_cast<std::uint32_t>(numberOf(failure, "status")), numberOf(failure, "times")};
+    }
+    described_ = true;
+}
+
+void RaidLibrary::hangWhileOrdered(const RaidRequest& request) {
+    std::unique_lock held(lock_);
+    resumed_.wait(held, [&] { return !hanging_.contains({request.type, request.code}); });
 }
 
 /// Under the lock.
 bool RaidLibrary::takeFailure(const RaidRequest& request, std::uint32_t& status) {
     const auto failure = failures_.find({request.type, request.code});
     if (failure == failures_.end()) return false;
+    ++struck_[failure->first];
     status = failure->second.status;
     if (failure->second.times > 0 && --failure->second.times == 0) failures_.erase(failure);
     return true;
@@ -190,11 +220,7 @@ std::uint32_t RaidLibrary::initialize(const RaidRequest& request) {
     std::uint32_t status = success;
     {
         const std::lock_guard held(lock_);
-        std::string fault;
-        if (!initialized_) {
-            raid_ = member(parseJson(fileText(serverDescription), fault).value_or(Json::Value()),
-                           "raid");
-        }
+        if (!initialized_) readDescription();
         status = static_cast<std::uint32_t>(numberOf(raid_, "initialization"));
         if (status != success) return status;
         initialized_ = true;
@@ -278,6 +304,7 @@ std::uint32_t RaidLibrary::tellDrive(const RaidRequest& request) {
     const Json::Value& drive =
         entryWithId(member(controller(request.controller), "drives"), request.device);
     if (drive.isNull()) return violation("drive " + std::to_string(request.device) + " is none");
+    if (textOf(drive, "gone") == "yes") return invalidDevice;
     return give(make(drive), request.data, request.size);
 }
 
@@ -287,6 +314,7 @@ std::uint32_t RaidLibrary::tellVolume(const RaidRequest& request) {
     const Json::Value& volume =
         entryWithId(member(controller(request.controller), "volumes"), request.target);
     if (volume.isNull()) return violation("volume " + std::to_string(request.target) + " is none");
+    if (textOf(volume, "gone") == "yes") return invalidDevice;
     return give(make(volume), request.data, request.size);
 }
 
@@ -345,6 +373,9 @@ std::string RaidLibrary::order(const std::string& line) {
     if (verb == "event") return fire(words);
     if (verb == "fail") return fail(words);
     if (verb == "slow") return slow(words);
+    if (verb == "hang") return hang(words);
+    if (verb == "resume") return resume();
+    if (verb == "struck") return struck();
     return "no such order: " + line;
 }
 
@@ -404,6 +435,34 @@ std::string RaidLibrary::fail(std::istream& words) {
         failures_[{type, code}] = {number, times};
     }
     return "ok";
+}
+
+std::string RaidLibrary::hang(std::istream& words) {
+    int type = 0;
+    int code = 0;
+    if (!(words >> type >> code)) return "hang TYPE CODE";
+    const std::lock_guard held(lock_);
+    hanging_.insert({type, code});
+    return "ok";
+}
+
+std::string RaidLibrary::resume() {
+    {
+        const std::lock_guard held(lock_);
+        hanging_.clear();
+    }
+    resumed_.notify_all();
+    return "ok";
+}
+
+std::string RaidLibrary::struck() {
+    const std::lock_guard held(lock_);
+    std::string text = "ok";
+    for (const auto& [command, times] : struck_) {
+        text += ' ' + std::to_string(command.first) + '/' + std::to_string(command.second) + '=' +
+                std::to_string(times);
+    }
+    return text;
 }
 
 std::string RaidLibrary::slow(std::istream& words) {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -40,7 +42,13 @@ class RaidLibrary {
     ///     drive|volume CONTROLLER ID member=value...   changes its state
     ///     event CONTROLLER member=value... [times=N]   tells of an event: see eventDetail()
     ///     fail TYPE CODE STATUS [COUNT]                 fails so many commands; without a count,
-    ///     all slow MILLISECONDS                             takes so long for each command
+    ///                                                   all; status 0 takes it back
+    ///     slow MILLISECONDS                             takes so long for each command
+    ///     hang TYPE CODE                                that command does not return
+    ///     resume                                        it does, and no other hangs
+    ///     struck                                        tells which failures have struck how often
+    ///
+    /// Members "failures" and "slow" of the description's section hold from the first command.
     std::string order(const std::string& line);
 
  private:
@@ -58,6 +66,7 @@ class RaidLibrary {
     static const Command* commandOf(const RaidRequest& request);
 
     std::uint32_t answer(const Command& command, const RaidRequest& request);
+    void hangWhileOrdered(const RaidRequest& request);
     bool takeFailure(const RaidRequest& request, std::uint32_t& status);
 
     std::uint32_t initialize(const RaidRequest& request);
@@ -82,6 +91,11 @@ class RaidLibrary {
     std::string fire(std::istream& words);
     std::string fail(std::istream& words);
     std::string slow(std::istream& words);
+    std::string hang(std::istream& words);
+    std::string resume();
+    std::string struck();
+    void readDescription();
+    void takeFirstFailures();
     bool isWanted(const Json::Value& event, std::int64_t controllerId) const;
 
     std::mutex lock_;  ///< of everything below
@@ -91,7 +105,11 @@ class RaidLibrary {
     std::uint32_t registrations_ = 0;
     std::map<std::int64_t, Registration> registered_;  ///< by the controller's id
     std::map<std::pair<int, int>, Failure> failures_;  ///< by the command's type and code
-    std::int64_t slowness_ = 0;                        ///< milliseconds
+    std::map<std::pair<int, int>, int> struck_;        ///< how often, by the same
+    std::set<std::pair<int, int>> hanging_;            ///< by the same
+    std::condition_variable resumed_;
+    std::int64_t slowness_ = 0;  ///< milliseconds
+    bool described_ = false;
 
     std::mutex lifetime_;  ///< taken before lock_, by initialization, registration and release
     std::unique_ptr<Notifier> notifier_;

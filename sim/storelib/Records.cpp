@@ -26,17 +26,18 @@ void putFields(RaidRecord& record, const Json::Value& source, const Field (&fiel
         record.put(field.offset, field.width, numberOf(source, field.name));
 }
 
-/// A count, and the "id" of each entry of `list` at the start of an entry of the record.
+/// A count, and the "id" of each entry of `list` that is there at the start of an entry of the
+/// record.
 RaidRecord listOf(const Json::Value& list, std::size_t size, std::size_t countAt,
                   std::size_t entrySize, std::size_t idWidth) {
     constexpr std::size_t firstEntry = 8;
     RaidRecord record(size);
-    record.put(countAt, 4, list.size());
-    std::size_t offset = firstEntry;
+    std::size_t count = 0;
     for (const Json::Value& entry : list) {
-        record.put(offset, idWidth, numberOf(entry, "id"));
-        offset += entrySize;
+        if (textOf(entry, "gone") == "yes") continue;
+        record.put(firstEntry + count++ * entrySize, idWidth, numberOf(entry, "id"));
     }
+    record.put(countAt, 4, static_cast<std::int64_t>(count));
     return record;
 }
 

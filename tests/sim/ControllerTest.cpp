@@ -70,6 +70,8 @@ TEST(Controller, FailsAsOrderedAndOnlyThen) {
     EXPECT_EQ(refused.answer->data[0], 4);
     EXPECT_EQ(refused.answer->data[3], 9);
     EXPECT_FALSE(refused.finished);
+    EXPECT_EQ(refused.refused->payload, "{}");
+    EXPECT_THAT(refused.struck, HasSubstr("nth=2"));
     EXPECT_TRUE(sendEvent(controller).finished);
 
     ASSERT_EQ(injections.add("lost,nth=all"), "");
@@ -91,6 +93,21 @@ TEST(Controller, FailsAsOrderedAndOnlyThen) {
                               "request=3A,lost", "late=-1", "truncate=1,,lost"}) {
         EXPECT_NE(other.injections().add(order), "") << order;
     }
+}
+
+TEST(Controller, TakesOrdersBack) {
+    Controller controller;
+    auto& injections = controller.injections();
+    for (const char* order : {"lost,nth=all", "status=4,nth=2", "code=0xC0,nth=2"})
+        ASSERT_EQ(injections.add(order), "");
+    EXPECT_FALSE(sendEvent(controller).answer);
+    EXPECT_EQ(injections.add("withdraw=lost,nth=all"), "");
+    EXPECT_NE(injections.add("withdraw=lost,nth=all"), "") << "it is no longer waiting";
+    EXPECT_EQ(sendEvent(controller).answer->data[0], 4);
+    EXPECT_EQ(injections.add("withdraw=all"), "");
+    const Outcome proper = sendEvent(controller);
+    EXPECT_TRUE(proper.finished);
+    EXPECT_EQ(proper.struck, "");
 }
 
 TEST(Summary, ShowsWhatAPersonWantsToKnowOfAnyDocument) {

@@ -60,9 +60,12 @@ TEST(Preload, CarriesCommandsToTheControllerAndGivesUpLikeTheDriver) {
 
     std::ostringstream record;
     record << std::ifstream("/run/sim/record").rdbuf();
-    EXPECT_THAT(record.str(),
-                HasSubstr(R"({"command":"MPEventGen","frames":1,"payload":"{\"ID\":356}"})"));
-    EXPECT_THAT(record.str(), HasSubstr(R"({"violation":")"));
+    EXPECT_THAT(
+        record.str(),
+        HasSubstr(R"({"command":"MPEventGen","frames":1,"payload":"{\"ID\":356}","time":)"));
+    EXPECT_THAT(record.str(), HasSubstr(R"("unanswered":true)")) << "the answer was lost";
+    EXPECT_THAT(record.str(), HasSubstr(R"({"struck":"lost,command=MPEventGen","time":)"));
+    EXPECT_THAT(record.str(), HasSubstr(R"("violation":")"));
 }
 
 TEST(Preload, ServesTheDisksThatHaveFacts) {

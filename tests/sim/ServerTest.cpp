@@ -165,6 +165,37 @@ TEST(Server, AChangeTouchesNothingElse) {
     EXPECT_THAT(touched, testing::UnorderedElementsAre("server.json", "port_state"));
 }
 
+/// Whatever stands on a function goes with it, and comes back with it.
+TEST(Server, PartsComeAndGo) {
+    Json::Value server = build();
+    const auto there = [] {
+        std::vector<std::string> paths;
+        for (const char* path : {"sys/class/scsi_device/2:0:0:0", "run/sim/disks/sg0",
+                                 "sys/class/scsi_host/host2", "sys/bus/pci/devices/0000:00:17.0",
+                                 "sys/devices/pci0000:00", "sys/class/fc_host/host10"}) {
+            if (fs::exists(fs::symlink_status(root / path)))
+                paths.push_back(fs::path(path).filename());
+        }
+        return paths;
+    };
+    const auto change = [&](const char* section, int index, const char* gone) {
+        server[section][index]["gone"] = gone;
+        changeServer(server, Tree(root));
+    };
+    const std::vector<std::string> everything = there();
+    ASSERT_EQ(everything.size(), 6U);
+    change("disks", 0, "yes");
+    EXPECT_THAT(there(), ElementsAre("host2", "0000:00:17.0", "pci0000:00", "host10"));
+    change("disks", 0, "no");
+    EXPECT_EQ(there(), everything);
+    change("functions", 0, "yes");
+    EXPECT_THAT(there(), ElementsAre("host10"));
+    change("functions", 0, "no");
+    EXPECT_EQ(there(), everything);
+    for (const auto& entry : fs::recursive_directory_iterator(root / "sys"))
+        EXPECT_TRUE(fs::exists(entry.path())) << entry.path();
+}
+
 TEST(Server, ChangesOfWhatIsThereAndOfWhatIsNot) {
     const struct {
         const char* section;  ///< null: an order to the RAID library

@@ -15,6 +15,7 @@
 #include "sim/server/RaidOrders.h"
 #include "sim/server/ServerTree.h"
 #include "tests/support/Files.h"
+#include "tests/support/Service.h"
 
 namespace {
 
@@ -164,6 +165,53 @@ TEST_F(StorelibTest, TakesOrders) {
         EXPECT_THROW(orderRaid(order), std::runtime_error) << order;
     ASSERT_EQ(send(command(0, 9)), 0U);
     EXPECT_THROW(orderRaid("slow 1"), std::runtime_error) << "released";
+}
+
+TEST_F(StorelibTest, FailsItsFirstCommands) {
+    Json::Value server = tav::test::parseJson(readFile(serverDescription));
+    Json::Value& failure = server["raid"]["failures"].append({});
+    failure["type"] = failure["code"] = 0;
+    failure["status"] = 0x8009;
+    failure["times"] = 2;
+    writeFile(serverDescription, server.toStyledString());
+    Bytes block = command(0, 0);
+    block[2] = 1;
+    EXPECT_EQ(ask(block, 260), 0x8009U);
+    EXPECT_EQ(ask(block, 260), 0x8009U);
+    EXPECT_EQ(ask(block, 260), 0U);
+    EXPECT_NO_THROW(orderRaid("struck"));
+}
+
+TEST_F(StorelibTest, PartsComeAndGo) {
+    initialize();
+    orderRaid("drive 0 9 gone=yes");
+    orderRaid("volume 0 0 gone=yes");
+    ASSERT_EQ(ask(command(1, 4), 6152), 0U);
+    EXPECT_EQ(at<std::uint32_t>(answer_, 4), 5U);
+    EXPECT_EQ(at<std::uint16_t>(answer_, 8 + 24), 10) << "the second one now";
+    EXPECT_EQ(askDrive(9), 0x800CU);
+    EXPECT_THAT(readFile(raidViolations), IsEmpty()) << "who asks cannot know it yet";
+    orderRaid("drive 0 9 gone=no");
+    EXPECT_EQ(askDrive(9), 0U);
+}
+
+TEST_F(StorelibTest, HangsUntilToldToGoOn) {
+    initialize();
+    orderRaid("hang 2 0");
+    std::atomic<bool> answered{false};
+    std::thread asking([&] {
+        Bytes block = command(2, 0);
+        block[8] = 9;
+        Bytes buffer(512);
+        put(block, 28, std::uint32_t{512});
+        put(block, 32, buffer.data());
+        EXPECT_EQ(send(block), 0U);
+        answered = true;
+    });
+    ASSERT_EQ(ask(command(1, 4), 6152), 0U) << "others do not hang";
+    EXPECT_FALSE(answered);
+    orderRaid("resume");
+    asking.join();
 }
 
 std::atomic<int> told{0};
