@@ -130,6 +130,10 @@ std::optional<PD_INFO> toDrive(const _MR_PD_INFO& record, std::uint16_t deviceId
     return drive;
 }
 
+std::uint64_t capacityOf(const _MR_LD_INFO& record, std::uint32_t blockSize) {
+    return record.size * blockSize / mebibyte * mebibyte;
+}
+
 LD_INFO toVolume(const _MR_LD_INFO& record, std::uint32_t blockSize) {
     const StateText state = volumeState(record.state);
     LD_INFO volume;
@@ -138,7 +142,7 @@ LD_INFO toVolume(const _MR_LD_INFO& record, std::uint32_t blockSize) {
         volume.durableName += printed("%02x", unsigned{byte});
     volume.raidLevel = raidLevelText(record.primaryRaidLevel, record.raidLevelQualifier,
                                      record.secondaryRaidLevel, record.spanDepth);
-    volume.capacityBytes = record.size * blockSize / mebibyte * mebibyte;
+    volume.capacityBytes = capacityOf(record, blockSize);
     volume.state = state.text;
     volume.health = state.health;
     return volume;

@@ -72,6 +72,9 @@ TAV_API std::string pciLocationText(const SL_PCI_INFO_T& record);
 /// The drive; none for what is no disk.
 TAV_API std::optional<PD_INFO> toDrive(const _MR_PD_INFO& record, std::uint16_t deviceId);
 
+/// Bytes of a volume, in whole mebibytes.
+TAV_API std::uint64_t capacityOf(const _MR_LD_INFO& record, std::uint32_t blockSize);
+
 /// The volume without its members. `blockSize` is that of its first drive.
 TAV_API LD_INFO toVolume(const _MR_LD_INFO& record, std::uint32_t blockSize);
 

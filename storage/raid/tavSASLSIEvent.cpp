@@ -20,14 +20,8 @@ using namespace std::chrono_literals;
 
 constexpr tav::ModuleLog logger{"LSI_EVT"};
 
-constexpr std::uint8_t libraryCommand = 0;
-constexpr std::uint8_t registerCode = 1;
-constexpr std::uint8_t unregisterCode = 2;
-constexpr std::uint8_t eventCommand = 7;
-constexpr std::uint8_t sequenceInfoCode = 0;
-
-constexpr std::uint32_t success = 0;
-constexpr std::uint32_t invalidController = 0x800A;
+using tav::storelib::invalidController;
+using tav::storelib::success;
 
 constexpr std::uint16_t allLocales = 0xFFFF;
 constexpr std::int8_t informationAndAbove = 0;
@@ -50,6 +44,10 @@ const char* registrationStatusText(std::uint32_t status) {
     for (const StatusText& row : registrationStatusTable)
         if (row.status == status) return row.text;
     return nullptr;
+}
+
+const tav::storelib::Commands& library() {
+    return tavStoreLibInterface::getInstance()->commands();
 }
 
 }  // namespace
@@ -117,14 +115,7 @@ void tavSASLSIEvent::addControllers() {
 
 std::uint32_t tavSASLSIEvent::IssueEventSequenceInfo(_MR_EVT_LOG_INFO* record,
                                                      std::uint32_t controllerId) {
-    _SL_LIB_CMD_PARAM_T command{};
-    command.commandType = eventCommand;
-    command.commandCode = sequenceInfoCode;
-    command.controllerId = controllerId;
-    command.dataSize = sizeof *record;
-    command.data = record;
-    const std::uint32_t status =
-        tavStoreLibInterface::getInstance()->ProcessLibCommandCall(&command);
+    const std::uint32_t status = library().eventSequence(controllerId, *record);
     if (status == invalidController) {
         logger.error(here(), "Invalid controller");
     } else if (status != success) {
@@ -135,14 +126,7 @@ std::uint32_t tavSASLSIEvent::IssueEventSequenceInfo(_MR_EVT_LOG_INFO* record,
 
 std::uint32_t tavSASLSIEvent::RegisterAENCall(_SL_REG_AEN_INPUT_T* input,
                                               _SL_REG_AEN_OUTPUT_T* output) {
-    _SL_LIB_CMD_PARAM_T command{};
-    command.commandType = libraryCommand;
-    command.commandCode = registerCode;
-    command.argumentPointer = input;
-    command.dataSize = sizeof *output;
-    command.data = output;
-    const std::uint32_t status =
-        tavStoreLibInterface::getInstance()->ProcessLibCommandCall(&command);
+    const std::uint32_t status = library().registerEvents(*input, *output);
     if (status == success) {
         logger.debug(here(), "RegisterAENCall successful");
     } else if (const char* const text = registrationStatusText(status)) {
@@ -162,7 +146,7 @@ std::uint32_t tavSASLSIEvent::UnregisterForAEN() {
     std::uint32_t status = success;
     for (int attempt = 1; attempt <= unregisterAttempts; ++attempt) {
         if (attempt > 1) tav::pauseFor(unregisterRetry);
-        status = unregister();
+        status = library().unregisterEvents(output_.uniqueId);
         if (status == success) {
             registered_ = false;
             break;
@@ -173,12 +157,4 @@ std::uint32_t tavSASLSIEvent::UnregisterForAEN() {
                        attempt, output_.uniqueId, status);
     }
     return status;
-}
-
-std::uint32_t tavSASLSIEvent::unregister() {
-    _SL_LIB_CMD_PARAM_T command{};
-    command.commandType = libraryCommand;
-    command.commandCode = unregisterCode;
-    command.argument = output_.uniqueId;
-    return tavStoreLibInterface::getInstance()->ProcessLibCommandCall(&command);
 }

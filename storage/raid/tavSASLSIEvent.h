@@ -45,7 +45,6 @@ class TAV_API tavSASLSIEvent {
  private:
     void registerControllers();
     void addControllers();
-    std::uint32_t unregister();
 
     std::mutex registrationLock_;
     std::atomic<bool> registered_{false};

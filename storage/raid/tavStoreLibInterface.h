@@ -1,28 +1,31 @@
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstdint>
-#include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "base/Export.h"
+#include "storage/raid/storelib_cache.h"
+#include "storage/raid/storelib_commands.h"
 #include "storage/raid/storelib_decoding.h"
+#include "storage/raid/storelib_file.h"
 #include "storage/raid/storelib_records.h"
 
 /// The one place that talks to MegaRAID controllers: loads the vendor's storage-management library
-/// at run time, and keeps a cache of the controllers, drives and volumes that it tells of.
+/// at run time, and keeps a cache of the controllers, drives and volumes that it tells of. Beneath
+/// it storelib_file.h loads, storelib_commands.h asks, storelib_survey.h puts the answers together
+/// and storelib_cache.h keeps them.
 ///
 /// All calls into the library are made on the calling thread; statuses are the library's, 0 for
-/// success. Any thread may call. Locks (docs/architecture.md): cache_lock is held for the whole of
-/// a cache build, library calls included; readers wait for it for some six seconds and then read
-/// the generation before, which has a short lock of its own.
+/// success. Any thread may call. Locks (docs/architecture.md): those of the cache; the lists have
+/// one of their own, under which the library is not called.
 class TAV_API tavStoreLibInterface {
  public:
-    using EntryPoint = std::uint32_t (*)(_SL_LIB_CMD_PARAM_T* command);
+    using EntryPoint = tav::storelib::EntryPoint;
 
     static tavStoreLibInterface* getInstance();
 
@@ -33,10 +36,14 @@ class TAV_API tavStoreLibInterface {
     int tavStoreInit();
 
     /// Rebuilds what `scope` names: "All" and "ALL_EVENT" everything, "CTRL_EVENT" the controllers,
-    /// "PD_EVENT" the drives, "LD_EVENT" the volumes, any other nothing.
+    /// "PD_EVENT" the drives, "LD_EVENT" the volumes, any other nothing. What the library does not
+    /// want to tell stands as it was.
     void cacheBuild(std::string_view scope);
 
-    // Copies from the cache.
+    /// What the cache holds; see tav::storelib::Cache::read().
+    std::shared_ptr<const tav::storelib::Snapshot> snapshot() { return cache_.read(); }
+
+    // Copies from it.
     std::vector<CTRL_INFO> getControllerCollection();
     /// An empty record for a controller that is not known.
     CTRL_INFO getControllerInventory(std::uint32_t controllerId);
@@ -49,14 +56,15 @@ class TAV_API tavStoreLibInterface {
     std::vector<std::uint32_t> getControllerIds();
 
     std::uint32_t ProcessLibCommandCall(_SL_LIB_CMD_PARAM_T* command);
+    /// Every command, with ProcessLibCommandCall() beneath.
+    const tav::storelib::Commands& commands() const { return commands_; }
 
     /// Releases and unloads the library: for 0 (MegaRAID) and 255 (all), and in any case. Nothing
     /// of it may be in use.
     void unloadDLL(int which);
     void unloadDLLs();
 
-    // One command each, for the current controller: the one that a cache build is at, and the first
-    // one otherwise. Not to be called during a cache build by other threads.
+    // One command each; those of a controller are for the first one of the list.
     std::uint32_t InitializeLibraryMR(SL_CTRL_LIST_T* list);
     std::uint32_t UnInitializeLibrary();
     std::uint32_t getCtrlList(SL_CTRL_LIST_T* list);
@@ -74,6 +82,9 @@ class TAV_API tavStoreLibInterface {
     /// Empty on failure.
     std::string getCtrlFWVersion();
 
+    /// Does nothing, as the handler of SIGCHLD.
+    static void sighdlr(int signal);
+
     static const char* getFWStateString(std::uint16_t state);
     static std::uint32_t getHealth(std::uint16_t state);
     static const char* getLDStateString(std::uint8_t state);
@@ -88,52 +99,27 @@ class TAV_API tavStoreLibInterface {
     static std::atomic<bool> doNotRetryLibLoad;
 
  private:
-    struct Generation {
-        std::vector<CTRL_INFO> controllers;
-        std::map<std::uint32_t, std::vector<PD_INFO>> drives;   ///< by controller id
-        std::map<std::uint32_t, std::vector<LD_INFO>> volumes;  ///< by controller id
-    };
-
-    tavStoreLibInterface() = default;
+    tavStoreLibInterface();
 
     bool loadLibrary();
     bool initializeLibrary();
     void mergeControllerLists();
+    void refreshControllerList();
     void replaceControllerList(const SL_CTRL_LIST_T& list);
-    void closeLibrary();
+    void releaseLibrary(const char* failure);
 
-    template <class Member>
-    void retire(Member Generation::*member);
-    void buildControllerInfo();
-    void buildPDInfo();
-    void buildLDInfo();
-    std::vector<PD_INFO> readDrives();
-    std::vector<LD_INFO> readVolumes(std::uint32_t controllerId);
-    bool readMembers(std::uint8_t targetId, SL_PD_IN_LD_LIST_T& members);
-    std::uint32_t GetUserDataBlockSizeOfPdInLD(const SL_PD_IN_LD_LIST_T& members);
-    std::vector<std::string> getPDInLD(const SL_PD_IN_LD_LIST_T& members,
-                                       std::uint32_t controllerId) const;
-    std::string getControllerSerialNo();
-    std::uint32_t passThrough(std::uint32_t opcode, std::uint8_t mailbox, void* output,
-                              std::uint32_t size);
-    std::uint32_t controllerCommand(std::uint8_t code, void* data, std::uint32_t size);
     std::uint32_t currentController();
-
-    bool takeLock(std::unique_lock<std::mutex>& held);
-    template <class Copy>
-    auto readCache(Copy copy);
+    std::vector<std::uint32_t> wholeControllerIds();
 
     std::mutex initLock_;  ///< loading, initialising, unloading
-    void* library_ = nullptr;
+    tav::storelib::LibraryFile file_;
 
     std::mutex listLock_;  ///< guards the three below; the library is not called under it
     SL_CTRL_LIST_T gCtrlListMR_{};
     SL_CTRL_LIST_T gCtrlList_{};
     std::uint32_t gTotalControllers_ = 0;
-
-    std::mutex cache_lock;
-    Generation current_;                ///< under cache_lock
     std::atomic<int> currentIndex_{0};  ///< of the current controller in gCtrlList_; -1 for none
-    std::mutex previousLock_;
-    Generation previous_;
+
+    const tav::storelib::Commands commands_;
+    tav::storelib::Cache cache_;
 };

@@ -47,6 +47,7 @@ FakeRaidLibrary::FakeRaidLibrary(std::vector<FakeController> controllers)
 }
 
 FakeRaidLibrary::~FakeRaidLibrary() {
+    release();
     forwardTo(nullptr);
     current = nullptr;
 }
@@ -59,6 +60,34 @@ void FakeRaidLibrary::change(const std::function<void(std::vector<FakeController
 void FakeRaidLibrary::fail(std::uint8_t type, std::uint8_t code, std::uint32_t status, int times) {
     const std::lock_guard<std::mutex> held(lock_);
     failures_[type << 8 | code] = {status, times};
+}
+
+void FakeRaidLibrary::hang(std::uint8_t type, std::uint8_t code) {
+    const std::lock_guard<std::mutex> held(lock_);
+    hanging_ = type << 8 | code;
+}
+
+/// Returns when no command hangs any more.
+void FakeRaidLibrary::release() {
+    std::unique_lock<std::mutex> held(lock_);
+    hanging_.reset();
+    hangs_.notify_all();
+    hangs_.wait(held, [this] { return hangingCommands_ == 0; });
+}
+
+void FakeRaidLibrary::waitForHanging() {
+    std::unique_lock<std::mutex> held(lock_);
+    hangs_.wait(held, [this] { return hangingCommands_ > 0; });
+}
+
+void FakeRaidLibrary::hangIfWanted(int command) {
+    std::unique_lock<std::mutex> held(lock_);
+    if (hanging_ != command) return;
+    ++hangingCommands_;
+    hangs_.notify_all();
+    hangs_.wait(held, [&] { return hanging_ != command; });
+    --hangingCommands_;
+    hangs_.notify_all();
 }
 
 bool FakeRaidLibrary::fire(RaidEventBytes event) {
@@ -79,7 +108,9 @@ std::vector<std::uint8_t> FakeRaidLibrary::registered() const {
 std::uint32_t FakeRaidLibrary::enter(void* command) {
     FakeRaidLibrary& library = *current;
     const auto start = std::chrono::steady_clock::now();
-    const std::uint32_t status = library.answer(static_cast<const std::uint8_t*>(command));
+    const auto* const bytes = static_cast<const std::uint8_t*>(command);
+    library.hangIfWanted(bytes[0] << 8 | bytes[1]);
+    const std::uint32_t status = library.answer(bytes);
     const auto end = start + library.commandTime_.load();
     while (std::chrono::steady_clock::now() < end) {
     }

@@ -2,10 +2,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -46,6 +48,12 @@ class FakeRaidLibrary {
     /// Lets the next commands of that type and code fail.
     void fail(std::uint8_t type, std::uint8_t code, std::uint32_t status, int times);
 
+    /// Lets commands of that type and code hang until release(), or until this ends.
+    void hang(std::uint8_t type, std::uint8_t code);
+    void release();
+    /// Waits until a command hangs.
+    void waitForHanging();
+
     /// Calls whoever is registered, on the calling thread; false when nobody is.
     bool fire(RaidEventBytes event);
 
@@ -62,6 +70,7 @@ class FakeRaidLibrary {
     using Callback = void (*)(void*);
 
     static std::uint32_t enter(void* command);
+    void hangIfWanted(int command);
     std::uint32_t answer(const std::uint8_t* command);
     std::uint32_t answerLibrary(const std::uint8_t* command, std::uint8_t* data);
     std::uint32_t answerController(const std::uint8_t* command, std::uint8_t* data) const;
@@ -81,6 +90,9 @@ class FakeRaidLibrary {
         int times;
     };
     std::map<int, Failure> failures_;
+    std::condition_variable hangs_;  ///< signalled when one of these two has changed
+    std::optional<int> hanging_;     ///< the command that hangs
+    int hangingCommands_ = 0;
     Callback callback_ = nullptr;
     std::vector<std::uint8_t> registered_;
     std::atomic<int> registrations_{0};

@@ -1,11 +1,10 @@
 /// The vendor library's interface: what its records mean, and what it makes of a library that
 /// fails, lies or is slow.
-#include <atomic>
-#include <chrono>
 #include <cstring>
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,7 +16,6 @@
 
 namespace {
 
-using namespace std::chrono_literals;
 namespace storelib = tav::storelib;
 using tav::test::FakeRaidLibrary;
 using tav::test::logEverything;
@@ -128,18 +126,62 @@ TEST(StoreLib, AScopeRebuildsNoMoreThanItNames) {
     EXPECT_THAT(library().getLDInventoryForCtrl(0), IsEmpty());
 }
 
+/// Everything that the cache says, in words.
+std::string cached() {
+    std::string text;
+    for (const CTRL_INFO& controller : library().getControllerCollection()) {
+        text += controller.serialNumber + " at " + controller.pciLocation + " with " +
+                controller.firmwareVersion + ":";
+        for (const PD_INFO& drive : library().getPDInventoryForCtrl(controller.controllerId))
+            text += " " + drive.serialNumber + " " + drive.firmwareState;
+        for (const LD_INFO& volume : library().getLDInventoryForCtrl(controller.controllerId)) {
+            text += " volume of " + std::to_string(volume.capacityBytes);
+            for (const std::string& member : volume.memberDrives)
+                text += " " + member;
+        }
+        text += "\n";
+    }
+    return text;
+}
+
+constexpr std::uint32_t failed = 0x8002;
+
+TEST(StoreLib, WhatCannotBeAskedForStands) {
+    FakeRaidLibrary fake({oneController(), {1, "SV2", 0x66, {{3, 0, "C"}}, {}}});
+    ASSERT_EQ(library().tavStoreInit(), 1);
+    library().cacheBuild("All");
+    const std::string known = cached();
+    EXPECT_EQ(known,
+              "SV1 at 0000:65:00.0 with 24.21.0-0151: A Online B Online volume of 536870912 B A\n"
+              "SV2 at 0000:66:00.0 with 24.21.0-0151: C Online\n");
+    struct Row {
+        std::uint8_t type, code;
+        const char* what;
+    };
+    for (const Row& row :
+         {Row{0, 3, "list of controllers"}, Row{1, 0, "controller"}, Row{1, 4, "list of drives"},
+          Row{1, 11, "place"}, Row{1, 13, "list of volumes"}, Row{2, 0, "drive"},
+          Row{3, 0, "volume"}, Row{3, 11, "members"}, Row{6, 3, "serial number"}}) {
+        fake.fail(row.type, row.code, failed, 1000);
+        library().cacheBuild("All");
+        EXPECT_EQ(cached(), known) << row.what;
+        fake.fail(row.type, row.code, failed, 0);
+    }
+    // What is not there any more has gone, and one that could not be read may be another by now.
+    fake.fail(1, 4, failed, 1);
+    fake.change([](auto& controllers) { controllers = {{0, "SV3", 0x67, {{8, 0, "D"}}, {}}}; });
+    library().cacheBuild("All");
+    EXPECT_EQ(cached(), "SV3 at 0000:67:00.0 with 24.21.0-0151:\n");
+    library().cacheBuild("All");
+    EXPECT_EQ(cached(), "SV3 at 0000:67:00.0 with 24.21.0-0151: D Online\n");
+}
+
 TEST(StoreLib, AControllerThatCannotBeReadIsStillListed) {
     FakeRaidLibrary fake({oneController(), {1, "SV2", 0x66, {}, {}}});
     ASSERT_EQ(library().tavStoreInit(), 1);
-    fake.fail(1, 0, 0x8002, 1);
+    fake.fail(1, 0, failed, 1);
     library().cacheBuild("CTRL_EVENT");
-    ASSERT_THAT(library().getControllerCollection(), SizeIs(2));
-    EXPECT_EQ(library().getControllerCollection()[0].firmwareVersion, "");
-    EXPECT_EQ(library().getControllerCollection()[1].serialNumber, "SV2");
-    fake.fail(0, 3, 0x8002, 1);
-    library().cacheBuild("All");
-    EXPECT_THAT(library().getControllerCollection(), SizeIs(2))
-        << "a list that cannot be read does not make controllers vanish";
+    EXPECT_EQ(cached(), "SV1 at  with :\nSV2 at 0000:66:00.0 with 24.21.0-0151:\n");
 }
 
 TEST(StoreLib, AFailedInitialisationIsNotRetried) {
@@ -198,32 +240,24 @@ TEST(StoreLib, AnyBytesAndCountsAreSurvived) {
     }
 }
 
-std::atomic<bool> isHeld{false};
-std::atomic<bool> isReleased{false};
-
-std::uint32_t holdStill(_SL_LIB_CMD_PARAM_T* /*command*/) {
-    isHeld = true;
-    while (!isReleased)
-        std::this_thread::sleep_for(1ms);
-    return 0x8002;
-}
-
-TEST(StoreLib, AReaderDuringABuildGetsTheGenerationBefore) {
+TEST(StoreLib, AReaderDuringABuildGetsTheLastCompleteGeneration) {
     logEverything();
     tav::test::clockSpeed = 200;
-    const FakeRaidLibrary fake({oneController()});
+    FakeRaidLibrary fake({oneController()});
     ASSERT_EQ(library().tavStoreInit(), 1);
     library().cacheBuild("All");
-    tavStoreLibInterface::pfnProcessLibCommandMR = holdStill;
-    tavStoreLibInterface::pfnProcessLibCommand = holdStill;
-    std::thread builder([] { library().cacheBuild("PD_EVENT"); });
-    while (!isHeld)
-        std::this_thread::sleep_for(1ms);
-    EXPECT_THAT(library().getPDInventoryForCtrl(0), SizeIs(2));
+    fake.change([](auto& controllers) { controllers[0].drives.pop_back(); });
+    library().cacheBuild("All");
+    for (const auto& [type, code] : {std::pair{0, 3}, {1, 0}, {1, 4}, {1, 13}}) {
+        fake.hang(static_cast<std::uint8_t>(type), static_cast<std::uint8_t>(code));
+        std::thread builder([] { library().cacheBuild("All"); });
+        fake.waitForHanging();
+        EXPECT_THAT(library().getPDInventoryForCtrl(0), SizeIs(1)) << type << "/" << code;
+        EXPECT_THAT(library().getLDInventoryForCtrl(0), SizeIs(1)) << type << "/" << code;
+        fake.release();
+        builder.join();
+    }
     EXPECT_THAT(logs(), HasSubstr("Failed to acquire lock."));
-    isReleased = true;
-    builder.join();
-    EXPECT_THAT(library().getPDInventoryForCtrl(0), IsEmpty()) << "its list cannot be read now";
 }
 
 }  // namespace
