@@ -58,6 +58,14 @@ void ModuleLog::debug(SourceLine line, const char* format, ...) const {
     va_end(arguments);
 }
 
+void ModuleLog::debugLines(SourceLine line, const char* format, ...) const {
+    if (!Logger::getInstance()->writesDebug()) return;
+    va_list arguments;
+    va_start(arguments, format);
+    writeFormatted(&Logger::debugLines, module_, line.number, format, arguments);
+    va_end(arguments);
+}
+
 bool ModuleLog::writesDebug() const {
     return Logger::getInstance()->writesDebug();
 }

@@ -36,6 +36,10 @@ class TAV_API ModuleLog {
     void debug(SourceLine line, const char* format, ...) const
         __attribute__((format(printf, 3, 4)));
 
+    /// Keeps the line ends of the message: for dumps whose layout is our own.
+    void debugLines(SourceLine line, const char* format, ...) const
+        __attribute__((format(printf, 3, 4)));
+
     /// Whether debug lines are written, for messages whose arguments are costly to make.
     bool writesDebug() const;
 

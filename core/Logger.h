@@ -2,12 +2,17 @@
 
 #include <atomic>
 #include <cstdint>
+#include <ctime>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
 
 #include "base/Export.h"
-#include "base/FileDescriptor.h"
+
+namespace tav {
+class LogFile;
+}
 
 namespace CPlusPlusLogging {
 
@@ -33,11 +38,15 @@ class TAV_API Logger {
     static Logger* getInstance();
     static void loggerInit();
 
-    /// One line each: message, module tag, source line number (three digits or four).
+    /// One line each: message, module tag, source line number (three digits or four). What in the
+    /// message would end the line, move a cursor or is no UTF-8 is written as an escape sequence; a
+    /// line end behind the message stays.
     void error(std::string_view message, std::string_view module, int line);
     void warning(std::string_view message, std::string_view module, int line);
     void info(std::string_view message, std::string_view module, int line);
     void debug(std::string_view message, std::string_view module, int line);
+    /// The same with the line ends in the message kept: for dumps whose layout is our own.
+    void debugLines(std::string_view message, std::string_view module, int line);
     /// Written whatever the level.
     void always(std::string_view message, std::string_view module, int line);
 
@@ -57,7 +66,8 @@ class TAV_API Logger {
 
     /// Moves the main or the debug log into the backup directory when it has reached 500,000,000
     /// bytes, and starts it anew. No line is lost: the log lock is held meanwhile, and the live log
-    /// stays as it is when the copy fails. Other paths are left alone.
+    /// stays as it is when the copy fails. The ten newest backups of a log are kept. Other paths
+    /// are left alone.
     void isFileExceeded(const std::string& path);
 
     void lock() { mutex_.lock(); }
@@ -66,10 +76,7 @@ class TAV_API Logger {
  private:
     enum class Target : std::int32_t { File = 2, SystemLog = 3 };
 
-    struct LogFile {
-        std::string path;
-        tav::FileDescriptor descriptor;
-    };
+    struct Kind;
 
     Logger();
     ~Logger();
@@ -78,18 +85,16 @@ class TAV_API Logger {
 
     void openLogs(bool debugLogging);
     void linkLogs();
-    void write(Target target, std::string_view tag, std::string_view message,
+    void write(const Kind& kind, Target target, tav::LogFile& log, std::string_view message,
                std::string_view module, int line);
-    void logIntoFile(std::string_view tag, std::string_view message, std::string_view module,
-                     int line);
-    static void logIntoSyslog(std::string_view tag, std::string_view message,
-                              std::string_view module, int line);
-    static void restoreIfRemoved(LogFile& log);
+    void appendText(const Kind& kind, std::string_view message, std::string_view module, int line);
+    void onceASecond();
+    static void bringBack(tav::LogFile& log);
 
     static Logger* m_Instance;
 
-    LogFile mainLog_;
-    LogFile debugLog_;
+    std::unique_ptr<tav::LogFile> mainLog_;
+    std::unique_ptr<tav::LogFile> debugLog_;
     std::mutex mutex_;
     std::atomic<LOG_LEVEL> logLevel_{LEVEL_WARNING};
     LOG_LEVEL debugLevel_ = LEVEL_DISABLED;

@@ -45,7 +45,7 @@ std::vector<tav::ImsmPlatform> readPlatforms() {
         logger.error(here(), "popen(%s) failed: %d", command.c_str(), errno);
         return {};
     }
-    logger.debug(here(), "mdadm output:\n%s\n", result.output.c_str());
+    logger.debugLines(here(), "mdadm output:\n%s\n", result.output.c_str());
     return tav::parseImsmPlatforms(result.output);
 }
 

@@ -173,13 +173,13 @@ int process_scsi_completion(const sg_io_hdr& header, std::size_t* received, cons
     }
     const std::size_t written =
         header.sbp == nullptr ? 0 : std::min(header.sb_len_wr, header.mx_sb_len);
-    logger.debug(here(),
-                 "%s: sgiob: info=[0x%x]; masked_status=[0x%x]; host_status=[0x%x]; "
-                 "driver_status=[0x%x]; status=[0x%x]; sb_len_wr=[%d]; dxfer_len=[%u]; "
-                 "resid=[%d]%s",
-                 name, header.info, header.masked_status, header.host_status, header.driver_status,
-                 header.status, header.sb_len_wr, header.dxfer_len, header.resid,
-                 senseText(bytesOf(header.sbp, written)).c_str());
+    logger.debugLines(here(),
+                      "%s: sgiob: info=[0x%x]; masked_status=[0x%x]; host_status=[0x%x]; "
+                      "driver_status=[0x%x]; status=[0x%x]; sb_len_wr=[%d]; dxfer_len=[%u]; "
+                      "resid=[%d]%s",
+                      name, header.info, header.masked_status, header.host_status,
+                      header.driver_status, header.status, header.sb_len_wr, header.dxfer_len,
+                      header.resid, senseText(bytesOf(header.sbp, written)).c_str());
     return checkCondition;
 }
 

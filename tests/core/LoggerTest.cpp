@@ -7,10 +7,13 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
 #include "core/Log.h"
 #include "core/Logger.h"
@@ -32,9 +35,6 @@ using tav::test::writeFile;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::MatchesRegex;
-
-constexpr const char* backups = "/scratch/log/orn/tav/backup_log";
-constexpr off_t rotationSize = 500'000'000;
 
 std::string afterTime(const std::string& log) {
     return std::regex_replace(log, std::regex("(^|\n)[A-Z][a-z]{2} [0-9]+ [0-9:]{8} "), "$1");
@@ -90,6 +90,38 @@ TEST(Logger, LevelsDecideWhatIsWrittenAndFormatted) {
     EXPECT_EQ(std::count(log.begin(), log.end(), 'x'), 4095);
 }
 
+TEST(Logger, AMessageIsOneLineWhateverItIsMadeOf) {
+    const struct {
+        std::string message;
+        const char* written;
+    } rows[] = {
+        {"forged\nNov 1 00:00:00 [ERROR]", "forged\\nNov 1 00:00:00 [ERROR]\n"},
+        {"back\r\b\t", "back\\r\\x08\\t\n"},
+        {"\x1B[2J\x7F", "\\x1B[2J\\x7F\n"},
+        {std::string("a\0b", 3), "a\\x00b\n"},
+        {"\xC2\x9B"
+         "2J",
+         "\\xC2\\x9B2J\n"},
+        {"\x9B"
+         "2J \xC3",
+         "\\x9B2J \\xC3\n"},
+        {"\xE2\x80\xAE\xE2\x80\xA8\xE2\x81\xA6", "\\xE2\\x80\\xAE\\xE2\\x80\\xA8\\xE2\\x81\\xA6\n"},
+        {"\xC2\xA0 \xC3\xA4 \xE2\x82\xAC \xE2\x80\xAF",
+         "\xC2\xA0 \xC3\xA4 \xE2\x82\xAC \xE2\x80\xAF\n"},
+        {"eth0 IP Address 10.1.2.3\n", "eth0 IP Address 10.1.2.3\n\n"},
+        {"", "\n"}};
+    logEverything();
+    std::size_t before = 0;
+    for (const auto& row : rows) {
+        Logger::getInstance()->error(row.message, "T", 1);
+        const std::string log = readFile(mainLog);
+        EXPECT_EQ(afterTime(log.substr(before)), std::string("[ERROR]   001 T: ") + row.written);
+        before = log.size();
+    }
+    Logger::getInstance()->debugLines("dump:\n    a\r\n\n", "T", 1);
+    EXPECT_EQ(afterTime(readFile(debugLog)), "[DEBUG] 001 T: dump:\n    a\\r\n\n\n");
+}
+
 TEST(Logger, LevelWords) {
     const struct {
         const char* word;
@@ -120,6 +152,14 @@ TEST(Logger, RecordsInTheSystemLog) {
                     "<14>tav: [INFO] 001 JOB_MGR: a", "<11>tav: [ERROR]   001 T: 100%s"));
     EXPECT_FALSE(fs::exists("/var/log/tav"));
     EXPECT_TRUE(fs::is_empty("/opt/orn/tav/log"));
+}
+
+TEST(Logger, OpensNoDebugLogThatIsNotWritten) {
+    writeConfiguration(R"("TAVLogLocation":"/var/log/tav/tav.log",
+                          "DebugLogLocation":"/var/log/tav/debug.log")");
+    writeOneOfEach(*Logger::getInstance());
+    EXPECT_TRUE(fs::exists(mainLog));
+    EXPECT_FALSE(fs::exists(debugLog));
 }
 
 TEST(Logger, EndsTheProcessWithoutItsDirectories) {
@@ -156,26 +196,52 @@ TEST(Logger, GoesOnWithoutAFileThatCannotBeOpened) {
     EXPECT_THAT(readFile(debugLog), HasSubstr(": d\n"));
 }
 
-TEST(Logger, LosesOnlyTheLinesThatTheDiskHasNoRoomFor) {
+TEST(Logger, ALineThatTheDiskHasNoRoomForSpoilsNoOther) {
+    ::signal(SIGXFSZ, SIG_IGN);
     logEverything();
     Logger& logger = *Logger::getInstance();
     logger.error("before", "T", 1);
-    const int original = ::open(mainLog, O_WRONLY | O_APPEND);
-    const int full = ::open("/dev/full", O_WRONLY);
-    int logDescriptor = -1;
-    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
-        std::error_code gone;
-        const int number = std::stoi(entry.path().filename());
-        if (fs::read_symlink(entry.path(), gone) == mainLog && number != original) {
-            logDescriptor = number;
-        }
-    }
-    ASSERT_GE(logDescriptor, 0);
-    ::dup2(full, logDescriptor);
+    const rlim_t held = fs::file_size(mainLog);
+    const auto leaveRoomFor = [](rlim_t size) {
+        const rlimit limit{size, RLIM_INFINITY};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    };
+    leaveRoomFor(held);
     logger.error("no room", "T", 1);
-    ::dup2(original, logDescriptor);
+    leaveRoomFor(held + 4);
+    logger.error("no room", "T", 1);
+    logger.error("no room", "T", 1);
+    leaveRoomFor(RLIM_INFINITY);
     logger.error("after", "T", 1);
-    EXPECT_EQ(afterTime(readFile(mainLog)), "[ERROR]   001 T: before\n[ERROR]   001 T: after\n");
+    const std::string log = readFile(mainLog);
+    EXPECT_EQ(afterTime(log.substr(0, held)), "[ERROR]   001 T: before\n");
+    EXPECT_EQ(log.at(held + 4), '\n') << "what found room is closed";
+    EXPECT_EQ(afterTime(log.substr(held + 5)), "[ERROR]   001 T: after\n");
+}
+
+TEST(Logger, BeginsAtTheLeftBehindWhatAnEarlierProcessLeft) {
+    writeFile(mainLog, "half a li");
+    logEverything();
+    Logger::getInstance()->error("e", "T", 1);
+    EXPECT_EQ(afterTime(readFile(mainLog)), "half a li\n[ERROR]   001 T: e\n");
+}
+
+TEST(Logger, WritesToNoPipe) {
+    tav::test::SystemLog systemLog;
+    fs::create_directories("/var/log/tav");
+    ASSERT_EQ(::mkfifo(mainLog, 0600), 0);
+    ASSERT_EQ(::mkfifo(debugLog, 0600), 0);
+    const int reader = ::open(debugLog, O_RDONLY | O_NONBLOCK);
+    logEverything();
+    writeOneOfEach(*Logger::getInstance());
+    char byte = 0;
+    EXPECT_LE(::read(reader, &byte, 1), 0);
+    EXPECT_THAT(
+        systemLog.records(),
+        ElementsAre("<11>tav: Error opening TAV log file [/var/log/tav/tav.log]: 22 - "
+                    "Invalid argument",
+                    "<11>tav: Error opening the TAV debug log file[/var/log/tav/debug.log]: "
+                    "22 - Invalid argument"));
 }
 
 TEST(Logger, ComesBackWhenItsDirectoryIsRemoved) {
@@ -190,53 +256,6 @@ TEST(Logger, ComesBackWhenItsDirectoryIsRemoved) {
     EXPECT_THAT(readFile(mainLog), HasSubstr("after"));
     EXPECT_THAT(systemLog.records(),
                 testing::Contains(HasSubstr("[/var/log/tav/tav.log] had been")));
-}
-
-TEST(Logger, RotationLosesNoLine) {
-    logEverything();
-    Logger& logger = *Logger::getInstance();
-    ASSERT_EQ(::truncate(mainLog, rotationSize - 1), 0);
-    logger.isFileExceeded(mainLog);
-    EXPECT_FALSE(fs::exists(backups));
-    ASSERT_EQ(::truncate(mainLog, rotationSize), 0);
-
-    constexpr int threads = 4;
-    constexpr int lines = 2000;
-    std::vector<std::thread> writers;
-    for (int thread = 0; thread < threads; ++thread) {
-        writers.emplace_back([&] {
-            for (int line = 0; line < lines; ++line)
-                logger.error("line", "T", 1);
-        });
-    }
-    logger.isFileExceeded(mainLog);
-    for (std::thread& writer : writers)
-        writer.join();
-
-    std::vector<fs::path> files(fs::directory_iterator(backups), {});
-    ASSERT_EQ(files.size(), 1U);
-    EXPECT_THAT(files[0].filename(), MatchesRegex("tav.log_[0-9]{8}-[0-9]{6}"));
-    EXPECT_EQ(fs::read_symlink("/opt/orn/tav/log/backup_log"), backups);
-    std::ifstream backup(files[0], std::ios::binary);
-    backup.seekg(rotationSize);
-    const std::string moved(std::istreambuf_iterator<char>(backup), {});
-    const std::string live = readFile(mainLog);
-    EXPECT_EQ(
-        std::count(moved.begin(), moved.end(), '\n') + std::count(live.begin(), live.end(), '\n'),
-        threads * lines);
-    EXPECT_LT(live.size(), 10'000'000U);
-}
-
-TEST(Logger, RotationThatCannotCopyKeepsTheLog) {
-    logEverything();
-    Logger::getInstance()->error("kept", "T", 1);
-    ASSERT_EQ(::truncate(mainLog, rotationSize), 0);
-    writeFile(backups, "not a directory");
-    Logger::getInstance()->isFileExceeded(mainLog);
-    EXPECT_EQ(fs::file_size(mainLog), rotationSize);
-    Logger::getInstance()->isFileExceeded("/etc/passwd");
-    Logger::getInstance()->error("more", "T", 1);
-    EXPECT_GT(fs::file_size(mainLog), rotationSize);
 }
 
 TEST(Logger, CreatesParentDirectoriesOnly) {
