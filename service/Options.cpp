@@ -13,7 +13,7 @@ const char* const helpText =
 Usage: tavd [OPTION]
 
 Without an option, runs in the foreground until SIGTERM or SIGINT asks it to stop.
-SIGHUP looks whether a log has grown enough to be moved to the backup directory.
+SIGHUP looks at once, not within the minute, whether a log has to be moved to the backups.
 
   --fibre-channel      watch the Fibre Channel ports too, and report their events
   --generic-storage    also report storage through the kernel, for hosts without a vendor library

@@ -1,7 +1,6 @@
 #include "service/Service.h"
 
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <iostream>
 #include <thread>
@@ -11,6 +10,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <json/writer.h>
@@ -39,30 +39,25 @@ using CPlusPlusLogging::Logger;
 constexpr tav::ModuleLog logger{"TAVD"};
 
 constexpr const char* lockFile = "/run/tavd.lock";
+/// A log that reached its limit right after a look cannot fill a disk until the next one.
+constexpr timespec lookAtLogsEvery{60, 0};
 constexpr std::array ownDirectories = {"/opt/orn/tav/data/", "/opt/orn/tav/log/"};
 
-/// What signals asked for. The stop is requested at most once; the look at the logs again and
-/// again.
-struct Requests {
-    tav::StopSignal stop;
-    std::atomic<bool> lookAtLogs{false};
-};
-
-Requests& requests() {
-    static Requests* const instance = new Requests;  // a signal may come until the very end
+/// What signals asked for.
+tav::StopSignal& stopRequest() {
+    static tav::StopSignal* const instance =
+        new tav::StopSignal;  // one may come until the very end
     return *instance;
 }
 
 void onStopSignal(int /*signal*/) {
-    requests().stop.request();
+    stopRequest().request();
 }
-void onHangUp(int /*signal*/) {
-    requests().lookAtLogs = true;
-}
+void onHangUp(int /*signal*/) {}  // it ends a wait; nothing more is asked for
 
 /// SIGHUP stays blocked but while the service waits, so that its wait is sure to notice it.
 sigset_t handleSignals() {
-    requests();
+    stopRequest();
     struct sigaction action {};
     action.sa_flags = SA_RESTART;
     action.sa_handler = onStopSignal;
@@ -88,11 +83,12 @@ void lookAtLogs() {
     Logger::getInstance()->isFileExceeded(config.getTAVDebugLogFileLocation());
 }
 
+/// SIGHUP ends the wait, so that the logs are looked at right away then.
 void waitForStop(const sigset_t& whileWaiting) {
-    pollfd stop{requests().stop.descriptor(), POLLIN, 0};
-    while (!requests().stop.requested()) {
-        ::ppoll(&stop, 1, nullptr, &whileWaiting);
-        if (requests().lookAtLogs.exchange(false)) lookAtLogs();
+    pollfd stop{stopRequest().descriptor(), POLLIN, 0};
+    while (!stopRequest().requested()) {
+        ::ppoll(&stop, 1, &lookAtLogsEvery, &whileWaiting);
+        lookAtLogs();
     }
 }
 
@@ -173,7 +169,7 @@ int serve(bool withFibreChannel) {
         return 5;
     }
     const sigset_t whileWaiting = handleSignals();
-    const tav::StopScope scope(&requests().stop);
+    const tav::StopScope scope(&stopRequest());
     tav::FileDescriptor lock;
     if (!becomeTheOnlyOne(lock)) {
         std::cerr << "tavd: another tavd is running (it holds " << lockFile << ")\n";
@@ -196,7 +192,7 @@ int serve(bool withFibreChannel) {
 
 int printInventory() {
     handleSignals();
-    const tav::StopScope scope(&requests().stop);
+    const tav::StopScope scope(&stopRequest());
     tavUtils().initGeoIDMap();
     tav::forEachEnabledManager(
         [](MODULE_NAME /*type*/, tavResourceManager& manager) { manager.cacheBuild(); });

@@ -196,6 +196,20 @@ TEST(Tavd, StopsAtOnceAndRunsOnlyOnce) {
     }
 }
 
+TEST(Tavd, MovesAFullLogAwayWhenAskedTo) {
+    logEverything();
+    writeHostCommands();
+    Tavd service;
+    service.waitForLog("starts.");
+    std::filesystem::resize_file(tav::test::mainLog, 500'000'000);
+    service.signal(SIGHUP);
+    const std::filesystem::path backups = "/scratch/log/orn/tav/backup_log";
+    while (!std::filesystem::exists(backups) || std::filesystem::is_empty(backups) ||
+           std::filesystem::file_size(tav::test::mainLog) >= 500'000'000)
+        std::this_thread::sleep_for(5ms);
+    EXPECT_EQ(service.stop(SIGTERM), 0);
+}
+
 TEST(Tavd, StopsWhileACommandOfItsStartHangs) {
     logEverything();
     writeCommand("localcli", "echo x > /tmp/hangs; sleep 1000");
