@@ -68,38 +68,41 @@ class Ledger {
     std::optional<Condition> reported_;
 };
 
-/// What has become of one of the resources that were known or have been found: its place in the
-/// list of before, and in the list of now.
-struct LedgerMatch {
-    std::optional<std::size_t> before;  ///< none: it is new
-    std::optional<std::size_t> now;     ///< none: it has gone
-};
+/// Finds the resources of before among those of now. Each is paired once, so of several that share
+/// a name each is itself, and a list never grows by looking. The surest reason comes first: every
+/// pass pairs those that are left.
+class LedgerMatching {
+ public:
+    LedgerMatching(std::size_t before, std::size_t now) : nowOf_(before), beforeOf_(now) {}
 
-/// Matches resources by their identities. Of several that share one the first is matched with the
-/// first, the second with the second, so each is itself and a list never grows by looking. In the
-/// order of `now`; behind them what has gone, in the order of `before`.
-template <class Identity>
-std::vector<LedgerMatch> matchByIdentity(const std::vector<Identity>& before,
-                                         const std::vector<Identity>& now) {
-    std::multimap<Identity, std::size_t> known;  // keeps the order of equal ones
-    for (std::size_t index = 0; index < before.size(); ++index)
-        known.emplace(before[index], index);
-    std::vector<LedgerMatch> matches;
-    std::vector<bool> isMatched(before.size(), false);
-    for (std::size_t index = 0; index < now.size(); ++index) {
-        const auto match = known.find(now[index]);
-        if (match == known.end()) {
-            matches.push_back({std::nullopt, index});
-            continue;
+    /// Pairs those of the same identity of which `fits(before, now)` says that they belong
+    /// together, in their order. Both identities are functions of an index; an empty one is none.
+    template <class IdentityBefore, class IdentityNow, class Fits>
+    void pair(IdentityBefore identityBefore, IdentityNow identityNow, Fits fits) {
+        std::multimap<decltype(identityBefore(0)), std::size_t> alone;  // keeps the order of equals
+        for (std::size_t index = 0; index < nowOf_.size(); ++index) {
+            auto identity = identityBefore(index);
+            if (!nowOf_[index] && !identity.empty()) alone.emplace(std::move(identity), index);
         }
-        matches.push_back({match->second, index});
-        isMatched[match->second] = true;
-        known.erase(match);
+        for (std::size_t now = 0; now < beforeOf_.size(); ++now) {
+            if (beforeOf_[now]) continue;
+            auto [candidate, end] = alone.equal_range(identityNow(now));
+            while (candidate != end && !fits(candidate->second, now))
+                ++candidate;
+            if (candidate == end) continue;
+            beforeOf_[now] = candidate->second;
+            nowOf_[candidate->second] = now;
+            alone.erase(candidate);
+        }
     }
-    for (std::size_t index = 0; index < before.size(); ++index) {
-        if (!isMatched[index]) matches.push_back({index, std::nullopt});
-    }
-    return matches;
-}
+
+    /// None: it is new.
+    std::optional<std::size_t> beforeOf(std::size_t now) const { return beforeOf_[now]; }
+    /// None: it has gone.
+    std::optional<std::size_t> nowOf(std::size_t before) const { return nowOf_[before]; }
+
+ private:
+    std::vector<std::optional<std::size_t>> nowOf_, beforeOf_;
+};
 
 }  // namespace tav

@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <memory>
 #include <utility>
 
 #include "base/StopSignal.h"
@@ -47,13 +48,16 @@ constexpr std::array<Objects tav::StorageInventory::*, 4> objectsByKind = {
     &tav::StorageInventory::controllers, &tav::StorageInventory::controllers,
     &tav::StorageInventory::drives, &tav::StorageInventory::volumes};
 
-void copyKind(const tav::StorageInventory& inventory, int kind, Objects& objects) {
+void copyKind(const tav::StorageGeneration& generation, int kind, Objects& objects) {
+    objects.clear();
     if (kind < 0 || static_cast<std::size_t>(kind) >= objectsByKind.size()) {
         logger.warning(here(), "Unsupported inventory type");
-        objects.clear();
         return;
     }
-    objects = inventory.*objectsByKind.at(static_cast<std::size_t>(kind));
+    for (const tav::StorageGeneration::Part& part : generation.parts) {
+        const Objects& own = (*part.inventory).*objectsByKind.at(static_cast<std::size_t>(kind));
+        objects.insert(objects.end(), own.begin(), own.end());
+    }
 }
 
 void raise(int eventID, const std::string& location, bool serviceEvent,
@@ -146,8 +150,8 @@ void SASResourceManager::cacheBuild() {
     // A request that comes from now on may be about something that this build has passed by.
     const bool askedBefore = pushWhenBuilt_.exchange(false);
     {
-        tav::InventoryCache<tav::StorageInventory>::Build build(cache_);
-        tav::StorageInventory inventory = tav::renderStorage(tav::discoverStorage());
+        tav::InventoryCache<tav::StorageGeneration>::Build build(cache_);
+        tav::StorageGeneration inventory = tav::discoverStorage(*cache_.read().first);
         // A stop cuts discoveries short; what they left out must not be reported as gone.
         if (tav::stopRequested()) return;
         build.publish(std::move(inventory));
@@ -175,11 +179,11 @@ int SASResourceManager::getInventoryJsonObject(std::vector<Json::Value>& /*recor
 }
 
 int SASResourceManager::getInventoryJsonObject2(int kind, std::vector<Json::Value>& records) {
-    const auto [inventory, building] = cache_.read();
+    const auto [generation, building] = cache_.read();
     if (building) {
         logger.debug(here(), "Cache build is in progress. Returning previously saved inventory.");
     }
-    copyKind(*inventory, kind, records);
+    copyKind(*generation, kind, records);
     if (building) return 1;
     logger.debug(here(), "returning Inventory size: %zu", records.size());
     return 0;
@@ -192,7 +196,7 @@ void SASResourceManager::fetchPrevInventoryOfType(int kind,
 
 bool SASResourceManager::isRunning() {
     const bool built = tav::holdsInventory(
-        cache_, &tav::StorageInventory::controllers, runningRetry,
+        cache_, &tav::StorageGeneration::parts, runningRetry,
         [](int building, std::size_t size, int retry) {
             logger.warning(
                 here(),
@@ -211,6 +215,16 @@ bool SASResourceManager::isInventoryReady(int iteration) {
     const bool ready = readiness_.answer(iteration);
     logger.info(here(), "SAS RM cache status %d", ready ? 1 : 0);
     return ready;
+}
+
+void SASResourceManager::updateInventory(const ItavStorageController& controller,
+                                         const tav::StorageRecords& records) {
+    auto inventory = std::make_shared<const tav::StorageInventory>(tav::renderStorage(records));
+    getInstance()->cache_.change([&](tav::StorageGeneration& generation) {
+        for (tav::StorageGeneration::Part& part : generation.parts) {
+            if (part.controller == &controller) part.inventory = inventory;
+        }
+    });
 }
 
 void SASResourceManager::invalidateInventoryCache() {

@@ -44,6 +44,11 @@ class TAV_API SASResourceManager final : public tavResourceManager {
     /// Looks for changes at every factory and controller. Manager's thread.
     void pollDevices();
 
+    /// Publishes what a controller has found by itself since the last build. A controller that no
+    /// build has met is left to the next one. Any thread; before the events that tell the same.
+    static void updateInventory(const ItavStorageController& controller,
+                                const tav::StorageRecords& records);
+
     /// Asks for a build as soon as may be. Any thread, also a controller inside a build.
     static void invalidateInventoryCache();
 
@@ -71,7 +76,7 @@ class TAV_API SASResourceManager final : public tavResourceManager {
 
     tav::ManagerLoop loop_;
     tav::Readiness readiness_;
-    tav::InventoryCache<tav::StorageInventory> cache_;
+    tav::InventoryCache<tav::StorageGeneration> cache_;
     std::atomic<bool> pushWhenBuilt_{false};
     std::time_t lastRefreshTime_ = 0;  ///< end of the last build; manager's thread only
     std::time_t lastPollTime_ = 0;     ///< end of the last poll; manager's thread only

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include <json/value.h>
@@ -8,6 +9,8 @@
 #include "storage/model/tavDiskInfo.h"
 #include "storage/model/tavLogicalDiskInfo.h"
 #include "storage/model/tavStorageControllerInfo.h"
+
+class ItavStorageController;
 
 namespace tav {
 
@@ -32,11 +35,23 @@ struct StorageInventory {
     std::vector<Json::Value> volumes;
 };
 
-/// Discovers every controller of every registered factory and what is behind it, and lets the
-/// controllers report events. Whatever fails or throws costs its own records and no others. Ends
-/// early, with what there is, when the thread is asked to stop.
-TAV_API StorageRecords discoverStorage();
+/// What is published: the inventory of each controller, in the order of their discovery. A part
+/// never changes; the controller only tells whose it is, and may be gone.
+struct StorageGeneration {
+    struct Part {
+        const ItavStorageController* controller = nullptr;
+        std::shared_ptr<const StorageInventory> inventory;
+    };
+    std::vector<Part> parts;
 
-TAV_API StorageInventory renderStorage(const StorageRecords& records);
+    const Part* partOf(const ItavStorageController& controller) const;
+};
+
+StorageInventory renderStorage(const StorageRecords& records);
+
+/// Discovers every controller of every registered factory and what is behind it, and lets the
+/// controllers report events. What fails or throws costs its own records and no others: what
+/// `before` has of them stands. Ends early, with what there is, when the thread is asked to stop.
+StorageGeneration discoverStorage(const StorageGeneration& before);
 
 }  // namespace tav

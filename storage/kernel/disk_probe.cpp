@@ -1,5 +1,6 @@
 #include "storage/kernel/disk_probe.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -14,9 +15,11 @@
 #include "base/printed.h"
 #include "core/Log.h"
 #include "hwlib/sysfs/sysfs_readers.h"
+#include "storage/kernel/disk_ledgers.h"
 #include "storage/model/storage_utils.h"
 #include "storage/scsi/scsi_info.h"
 #include "storage/scsi/scsi_replies.h"
+#include "storage/scsi/scsi_turn.h"
 
 namespace tav {
 namespace {
@@ -26,7 +29,6 @@ constexpr ModuleLog logger{"STOR_CTLR"};
 constexpr std::string_view blanks = " \t\r\n\f\v";
 constexpr unsigned long long blockSize = 512;  // of the kernel's block counts
 constexpr const char* logicalVolume = "LOGICAL VOLUME";
-constexpr const char* unknownSerial = "NotAvailable";
 
 std::string trimmed(const OwnedText& text) {
     if (!text) return {};
@@ -112,13 +114,15 @@ void setModel(const std::string& model, tavDiskInfo& disk) {
     disk.setPartNumber(getDiskPartNumber(model));
 }
 
-void describeAtaDisk(const std::string& link, int node, tavDiskInfo& disk) {
+/// False when the disk has not identified itself.
+bool describeAtaDisk(const std::string& link, int node, tavDiskInfo& disk) {
     const std::optional<scsi::AtaIdentity> identity = identifyAtaDisk(node);
     if (!identity) {
         logger.debug(here(), "%s: The disk does not identify itself.", link.c_str());
-        return;
+        return false;
     }
     const std::string& serial = identity->serialNumber;
+    disk.memory().identifySerial = serial;
     if (!serial.empty()) disk.setSerialNumber(serial);
     if (!identity->firmwareRevision.empty()) disk.setRevision(identity->firmwareRevision);
     if (!identity->model.empty()) setModel(identity->model, disk);
@@ -133,14 +137,17 @@ void describeAtaDisk(const std::string& link, int node, tavDiskInfo& disk) {
                  static_cast<unsigned>(majorRevision),
                  hasAcs2(majorRevision) ? "ACS-2 or later" : "Non ACS-2");
     setMediaType(link, identity->rotationRate, disk);
+    return true;
 }
 
 void setSerialNumber(const std::string& link, tavDiskInfo& disk) {
     std::string serial = sysfsSerial(link);
     const char* source = "page 80";
+    disk.memory().unitSerial = serial;
     if (serial.empty()) {
         serial = trimmed(OwnedText(get_unit_sn_from_sysfs_inquiry(link.c_str())));
         source = "inquiry";
+        disk.memory().inquirySerial = serial;
     }
     logger.debug(here(), "%s: Disk serialnum from %s: %s", link.c_str(), source, serial.c_str());
     disk.setSerialNumber(serial);
@@ -155,81 +162,202 @@ void setBlockDevice(const std::string& link, tavDiskInfo& disk) {
     logger.debug(here(), "%s: Drv size %llu Blocks, %llu bytes", link.c_str(), blocks, bytes);
 }
 
-bool isPhysicalDisk(const std::string& link, const std::string& model) {
+/// A device that is known has been one before, and is one as long as the kernel does not say
+/// otherwise.
+bool isPhysicalDisk(const std::string& link, const std::string& model, bool isKnown) {
     if (model == logicalVolume) {
         logger.debug(here(), "%s: Skipping logical drive %s", link.c_str(), model.c_str());
         return false;
     }
     if (is_direct_access_block_device(link.c_str())) return true;
+    if (isKnown && !OwnedText(get_DiskType(link.c_str()))) return true;
     logger.debug(here(), "%s: Skipping since it is not a direct-access block device", link.c_str());
     return false;
 }
 
 // --- How it does ---------------------------------------------------------------------------------
 
-DiskReadings readAtaDisk(const tavDiskInfo& disk, int node) {
-    const std::string link = disk.getOSSCSILink();
+/// What a disk is asked about its condition, as a set of bits.
+enum DiskQuestion : unsigned { wearQuestion = 1, temperatureQuestion = 2, errorsQuestion = 4 };
+
+struct QuestionText {
+    DiskQuestion question;
+    const char* what;
+};
+constexpr std::array questionTexts = {
+    QuestionText{wearQuestion, "its wear"},
+    QuestionText{temperatureQuestion, "its temperatures"},
+    QuestionText{errorsQuestion, "its errors"},
+};
+
+const char* textOf(DiskQuestion question) {
+    return std::find_if(questionTexts.begin(), questionTexts.end(),
+                        [&](const QuestionText& row) { return row.question == question; })
+        ->what;
+}
+
+/// A page of an ATA log.
+struct AtaLog {
+    std::uint8_t address, page;
+};
+
+/// One disk's turn to be asked how it does.
+class DiskTurn {
+ public:
+    DiskTurn(int node, tavDiskInfo& disk) : node_(node), disk_(disk) {}
+
+    enum class Reply { Answered, NotSupported, NotNow };
+
+    /// What has become of the question that has just been asked; `log` is what it asked for. "Not
+    /// supported" is no fault, unless the disk has answered it before.
+    Reply replyTo(DiskQuestion question, const std::optional<AtaLog>& log = std::nullopt) {
+        DiskMemory& memory = disk_.memory();
+        const scsi::Outcome outcome = turn_.last();
+        if (turn_.isOver()) return Reply::NotNow;
+        if (outcome == scsi::Outcome::Answered) {
+            memory.answered |= question;
+            memory.refused &= ~unsigned{question};
+            return Reply::Answered;
+        }
+        if (!isRefusal(outcome, question, log)) return Reply::NotNow;
+        if ((memory.answered & question) != 0) {
+            failure_ = printed("The disk drive refuses to tell %s, which it has told before.",
+                               textOf(question));
+        } else if ((memory.refused & question) == 0) {
+            memory.refused |= question;
+            logger.info(here(), "%s: The disk does not support to be asked for %s.",
+                        disk_.getOSSCSILink().c_str(), textOf(question));
+        }
+        return Reply::NotSupported;
+    }
+
+    /// The judgement that goes before any other; none where the readings decide.
+    std::optional<DiskJudgement> failure() const {
+        if (turn_.isOver()) {
+            return DiskJudgement{
+                failed, printed("The disk drive (SCSI link: %s) did not answer in time. (%s)",
+                                disk_.getOSSCSILink().c_str(), turn_.unanswered().c_str())};
+        }
+        if (!failure_.empty()) return DiskJudgement{failed, failure_};
+        return std::nullopt;
+    }
+
+    int node() const { return node_; }
+    tavDiskInfo& disk() { return disk_; }
+
+ private:
+    bool isRefusal(scsi::Outcome outcome, DiskQuestion question,
+                   const std::optional<AtaLog>& log) const {
+        if (outcome == scsi::Outcome::Refused) return true;
+        if (outcome != scsi::Outcome::Aborted || !log) return false;
+        if ((disk_.memory().refused & question) != 0) return true;
+        return !scsi::ataLogIsListed(node_, log->address, log->page);
+    }
+
+    const int node_;
+    tavDiskInfo& disk_;
+    scsi::Turn turn_;
+    std::string failure_;
+};
+
+/// The wear that the disk tells, or told last when it cannot be asked.
+template <class Ask>
+int wearOf(DiskTurn& turn, const char* protocol, Ask ask, const std::optional<AtaLog>& log) {
+    if (turn.disk().getMediaType() != "SSD") return -1;
+    const int wear = ask(turn.node());
+    if (wear < 0) {
+        logger.debug(here(), "%s: Failed to determine %s SSD wear [%d].",
+                     turn.disk().getOSSCSILink().c_str(), protocol, wear);
+    }
+    int& known = turn.disk().memory().wear;
+    switch (turn.replyTo(wearQuestion, log)) {
+        case DiskTurn::Reply::Answered:
+            return known = availableWear(wear);
+        case DiskTurn::Reply::NotSupported:
+            return -1;
+        default:
+            return known;
+    }
+}
+
+/// Likewise for the temperatures that the readings hold.
+void settleTemperatures(DiskTurn& turn, const std::optional<AtaLog>& log, DiskReadings& readings) {
+    DiskMemory& memory = turn.disk().memory();
+    switch (turn.replyTo(temperatureQuestion, log)) {
+        case DiskTurn::Reply::Answered:
+            memory.temperature = readings.temperature;
+            memory.maximumTemperature = readings.maximumTemperature;
+            break;
+        case DiskTurn::Reply::NotNow:
+            readings.temperature = memory.temperature;
+            readings.maximumTemperature = memory.maximumTemperature;
+            readings.hasTemperatures = memory.temperature != -1 && memory.maximumTemperature != -1;
+            break;
+        default:
+            break;
+    }
+}
+
+int settleErrors(DiskTurn& turn, const std::optional<AtaLog>& log, int errors) {
+    const bool isUnsupported = turn.replyTo(errorsQuestion, log) == DiskTurn::Reply::NotSupported;
+    return isUnsupported ? 0 : errors;
+}
+
+void readAtaTemperatures(int node, const std::string& link, DiskReadings& readings) {
+    std::size_t length = 0;
+    const OwnedBytes page(get_sata_temp(node, &length));
+    int current = 0;
+    int maximum = 0;
+    if (!page) {
+        logger.debug(here(), "%s: Failed to retrieve ATA temp.", link.c_str());
+    } else if (sata_parse_current(page.get(), length, &current) &&
+               sata_parse_mcot(page.get(), length, &maximum)) {
+        setTemperatures(current, maximum, readings);
+    } else {
+        logger.debug(here(), "%s: Failed to read ATA temp values from log page. ", link.c_str());
+    }
+    constexpr std::size_t wholePage = 96;
+    if (page && length >= wholePage) {
+        const unsigned char* const b = page.get();
+        logger.debug(here(),
+                     "%s: ATA Temperature Info: [Rev=0x%02x%02x, Page=0x%02x, CT=0x%02x, "
+                     "Flags=0x%02x, MT=0x%02x, Flags=0x%02x]",
+                     link.c_str(), b[1], b[0], b[2], b[8], b[15], b[88], b[95]);
+    }
+}
+
+DiskReadings readAtaDisk(DiskTurn& turn) {
+    constexpr AtaLog temperatures{4, 5}, wear{4, 7}, errorLog{3, 0};
     DiskReadings readings;
-    if (disk.getMediaType() == "SSD") {
-        const int wear = get_sata_ssd_wear(node);
-        if (wear < 0) {
-            logger.debug(here(), "%s: Failed to determine ATA SSD wear [%d].", link.c_str(), wear);
-        }
-        readings.wear = availableWear(wear);
+    readings.wear = wearOf(turn, "ATA", get_sata_ssd_wear, wear);
+    if (hasAcs2(turn.disk().getATAMajorRevision())) {
+        readAtaTemperatures(turn.node(), turn.disk().getOSSCSILink(), readings);
+        settleTemperatures(turn, temperatures, readings);
     }
-    if (hasAcs2(disk.getATAMajorRevision())) {
-        std::size_t length = 0;
-        const OwnedBytes page(get_sata_temp(node, &length));
-        int current = 0;
-        int maximum = 0;
-        if (!page) {
-            logger.debug(here(), "%s: Failed to retrieve ATA temp.", link.c_str());
-        } else if (sata_parse_current(page.get(), length, &current) &&
-                   sata_parse_mcot(page.get(), length, &maximum)) {
-            setTemperatures(current, maximum, readings);
-        } else {
-            logger.debug(here(), "%s: Failed to read ATA temp values from log page. ",
-                         link.c_str());
-        }
-        constexpr std::size_t wholePage = 96;
-        if (page && length >= wholePage) {
-            const unsigned char* const b = page.get();
-            logger.debug(here(),
-                         "%s: ATA Temperature Info: [Rev=0x%02x%02x, Page=0x%02x, CT=0x%02x, "
-                         "Flags=0x%02x, MT=0x%02x, Flags=0x%02x]",
-                         link.c_str(), b[1], b[0], b[2], b[8], b[15], b[88], b[95]);
-        }
-    }
-    readings.errors = get_sata_health(node);
+    readings.errors = settleErrors(turn, errorLog, get_sata_health(turn.node()));
     return readings;
 }
 
-DiskReadings readSasDisk(const tavDiskInfo& disk, int node) {
-    const std::string link = disk.getOSSCSILink();
-    DiskReadings readings;
-    if (disk.getMediaType() == "SSD") {
-        const int wear = get_sas_ssd_wear(node);
-        if (wear < 0) {
-            logger.debug(here(), "%s: Failed to determine SAS SSD wear [%d].", link.c_str(), wear);
-        }
-        readings.wear = availableWear(wear);
-    }
+DiskReadings readSasDisk(DiskTurn& turn) {
     constexpr int noMaximum = -1;
-    if (const OwnedBytes page(get_sas_temp(node)); page) {
+    DiskReadings readings;
+    readings.wear = wearOf(turn, "SAS", get_sas_ssd_wear, std::nullopt);
+    if (const OwnedBytes page(get_sas_temp(turn.node())); page) {
         setTemperatures(sas_parse_current(page.get()), sas_parse_mcot(page.get()), readings);
     } else {
         logger.debug(here(), "%s: Failed to determine SAS temp. Looking up unit temp.",
-                     link.c_str());
-        setTemperatures(get_unit_temp(node), noMaximum, readings);
+                     turn.disk().getOSSCSILink().c_str());
+        setTemperatures(get_unit_temp(turn.node()), noMaximum, readings);
     }
-    readings.errors = get_sas_health(node);
+    settleTemperatures(turn, std::nullopt, readings);
+    readings.errors = settleErrors(turn, std::nullopt, get_sas_health(turn.node()));
     return readings;
 }
 
 struct ProtocolProbe {
     const char* protocol;
     const char* name;  ///< of the protocol in the log
-    DiskReadings (*read)(const tavDiskInfo& disk, int node);
+    DiskReadings (*read)(DiskTurn& turn);
     const char* unreadable;
     bool namesTemperatures;
 };
@@ -241,7 +369,8 @@ constexpr std::array protocolProbes = {
                   "Failed to read Informational Exceptions log page from disk drive.", true},
 };
 
-DiskJudgement statusByProtocol(const tavDiskInfo& disk, int node) {
+DiskJudgement statusByProtocol(DiskTurn& turn) {
+    const tavDiskInfo& disk = turn.disk();
     const std::string link = disk.getOSSCSILink();
     const std::string protocol = disk.getProtocol();
     if (protocol.empty()) {
@@ -249,8 +378,9 @@ DiskJudgement statusByProtocol(const tavDiskInfo& disk, int node) {
     }
     for (const ProtocolProbe& probe : protocolProbes) {
         if (protocol != probe.protocol) continue;
-        const DiskReadings readings = probe.read(disk, node);
-        DiskJudgement judgement = judgeDisk(readings, probe.unreadable, probe.namesTemperatures);
+        const DiskReadings readings = probe.read(turn);
+        DiskJudgement judgement =
+            turn.failure().value_or(judgeDisk(readings, probe.unreadable, probe.namesTemperatures));
         logger.debug(here(), "%s: %s Disk Status: %s %s [S=%s; H=%s] (H=%d, T=%d, M=%d, W=%d)",
                      link.c_str(), probe.name, disk.getMediaType().c_str(),
                      disk.getOSDeviceName().c_str(), displayText(judgement.condition.state),
@@ -279,28 +409,23 @@ DiskJudgement statusOfUnopened(const std::string& link, const GenericNode& node)
                     node.path.c_str(), link.c_str(), node.error)};
 }
 
-DiskJudgement statusOfOpen(const tavDiskInfo& disk, int node, bool& isReplaced) {
+DiskJudgement statusOfOpen(tavDiskInfo& disk, int node) {
     const std::string link = disk.getOSSCSILink();
     const std::string serial = sysfsSerial(link);
-    const std::string recorded = disk.getSerialNumber();
+    const std::string& recorded = disk.getMemory().unitSerial;
     logger.debug(here(), "%s: Disk serialnum from sysfs VPD page 80: %s", link.c_str(),
                  serial.c_str());
-    const bool areKnown = !serial.empty() && !recorded.empty() && recorded != unknownSerial;
-    if (!areKnown || serial == recorded) return statusByProtocol(disk, node);
+    if (serial.empty() || recorded.empty() || serial == recorded) {
+        DiskTurn turn(node, disk);
+        return statusByProtocol(turn);
+    }
     logger.debug(here(), "%s: Detected change in disk serial number: [%s, %s].", link.c_str(),
                  serial.c_str(), recorded.c_str());
-    isReplaced = true;
+    disk.memory().isReplaced = true;
     return {offline, serialChangeReason(serial, recorded)};
 }
 
 }  // namespace
-
-std::string serialChangeReason(const std::string& current, const std::string& known) {
-    return printed(
-        "Detected change in disk serial number (Current serial number: %s; Last known serial "
-        "number: %s).",
-        current.c_str(), known.c_str());
-}
 
 GenericNode openGenericNode(const std::string& link) {
     GenericNode node;
@@ -312,9 +437,9 @@ GenericNode openGenericNode(const std::string& link) {
     return node;
 }
 
-bool describeDisk(const std::string& link, int node, tavDiskInfo& disk) {
+bool describeDisk(const std::string& link, int node, const tavDiskInfo* known, tavDiskInfo& disk) {
     const std::string model = trimmed(OwnedText(get_DiskModel(link.c_str())));
-    if (!isPhysicalDisk(link, model)) return false;
+    if (!isPhysicalDisk(link, model, known != nullptr)) return false;
     disk.setOSSCSILink(link);
     setSerialNumber(link, disk);
     logger.debug(here(), "%s: Disk Model %s", link.c_str(), model.c_str());
@@ -324,22 +449,24 @@ bool describeDisk(const std::string& link, int node, tavDiskInfo& disk) {
     logger.debug(here(), "%s: SCSI PhyDrvFWRev %s", link.c_str(), disk.getRevision().c_str());
     const bool isAta = trimmed(OwnedText(get_DiskVendor(link.c_str()))) == ataProtocol;
     disk.setProtocol(protocolOf(link, disk.getOSDeviceName(), node, isAta));
+    bool isIdentified = true;
     if (isAta) {
         logger.debug(here(), "%s: Device %s: Found an ATA disk", link.c_str(),
                      disk.getOSDeviceName().c_str());
-        describeAtaDisk(link, node, disk);
+        isIdentified = describeAtaDisk(link, node, disk);
     } else {
         setMediaType(link, get_scsi_disk_medium_rotation_rate(node), disk);
     }
+    if (known != nullptr) keepKnown(*known, isIdentified, disk);
     return true;
 }
 
-DiskJudgement diskStatus(const tavDiskInfo& disk, bool& isReplaced) {
-    isReplaced = false;
-    if (disk.getOSSGHandle() >= 0) return statusOfOpen(disk, disk.getOSSGHandle(), isReplaced);
+DiskJudgement diskStatus(tavDiskInfo& disk) {
+    disk.memory().isReplaced = false;
+    if (disk.getOSSGHandle() >= 0) return statusOfOpen(disk, disk.getOSSGHandle());
     const GenericNode node = openGenericNode(disk.getOSSCSILink());
     if (!node.file.isOpen()) return statusOfUnopened(disk.getOSSCSILink(), node);
-    return statusOfOpen(disk, node.file.get(), isReplaced);
+    return statusOfOpen(disk, node.file.get());
 }
 
 }  // namespace tav

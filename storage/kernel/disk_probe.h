@@ -18,14 +18,12 @@ struct GenericNode {
 };
 GenericNode openGenericNode(const std::string& link);
 
-/// Fills in what the disk is: not where it sits, nor its condition. False for what is no physical
-/// disk of the controller's.
-bool describeDisk(const std::string& link, int node, tavDiskInfo& disk);
+/// Fills in what the disk is: not where it sits, nor its condition. `known` is what is known of the
+/// disk at this address, null for nothing: what cannot be asked now stays as it was, unless it is
+/// another disk. False for what is no physical disk of the controller's.
+bool describeDisk(const std::string& link, int node, const tavDiskInfo* known, tavDiskInfo& disk);
 
-/// The disk's condition. `isReplaced` is set when another disk has taken its place.
-DiskJudgement diskStatus(const tavDiskInfo& disk, bool& isReplaced);
-
-/// Why a disk is gone whose place another one has taken.
-std::string serialChangeReason(const std::string& current, const std::string& known);
+/// The disk's condition; its memory is brought up to date. A command that times out ends its turn.
+DiskJudgement diskStatus(tavDiskInfo& disk);
 
 }  // namespace tav

@@ -20,13 +20,10 @@ constexpr tav::ModuleLog logger{"STOR_LB"};
 
 using Lock = std::lock_guard<std::recursive_mutex>;
 
-/// Orders by the number of the SCSI host in the names; those without one come first, and stay as
-/// they are among themselves.
-template <class Entry, class NameOf>
-void orderByHost(std::vector<Entry>& entries, NameOf nameOf) {
-    std::stable_sort(entries.begin(), entries.end(), [&](const Entry& a, const Entry& b) {
-        return tav::numberBehind(nameOf(a), "/host") < tav::numberBehind(nameOf(b), "/host");
-    });
+/// By the number of the SCSI host in the name; those without one come first, and stay as they are
+/// among themselves.
+bool isOfEarlierHost(const std::string& port, const std::string& other) {
+    return tav::numberBehind(port, "/host") < tav::numberBehind(other, "/host");
 }
 
 }  // namespace
@@ -50,7 +47,7 @@ bool tavLewisburgSATARAIDController::claimDevice(std::uint32_t chipsetID, std::u
 int tavLewisburgSATARAIDController::discoverInventory(tavStorageControllerInfo& info) {
     {
         const Lock held(lock_);
-        portsOrdered_ = false;
+        std::stable_sort(ports_.begin(), ports_.end(), isOfEarlierHost);
     }
     return tavStorageController::discoverInventory(info);
 }
@@ -59,33 +56,17 @@ std::string tavLewisburgSATARAIDController::discoverFirmwareVersion() {
     return getIMSMFirmwareVersion(getPciLocation());
 }
 
-void tavLewisburgSATARAIDController::computeControllerStatus(TAV_RESOURCE_STATE& state,
-                                                             TAV_RESOURCE_HEALTH& health) {
-    const Lock held(lock_);
-    if (!std::exchange(portsOrdered_, true)) orderPorts();
-    tavStorageController::computeControllerStatus(state, health);
-}
-
-void tavLewisburgSATARAIDController::orderPorts() {
-    orderByHost(ports_, [](const std::string& port) { return port; });
-    std::vector<tavStorageControllerPortInfo> records = info_.getControllerPortVector();
-    orderByHost(records, [](const auto& port) { return port.getOSInstanceName(); });
-    info_.clearControllerPortList();
-    for (const tavStorageControllerPortInfo& port : records)
-        info_.addControllerPort(port);
-}
-
 int tavLewisburgSATARAIDController::discoverPhysicalDiskSlotNumber(tavDiskInfo& disk) {
     disk.setSlot(getDiskSlotNumberFromATAPort(disk));
     return disk.getSlot() < 0 ? -1 : 0;
 }
 
 int tavLewisburgSATARAIDController::getDiskSlotNumberFromATAPort(const tavDiskInfo& disk) const {
-    const Lock held(lock_);
+    const tavStorageControllerInfo controller = getInventory();
     int base = -1;
     bool isOurs = false;
-    for (std::size_t index = 0; index < info_.getControllerPortListSize(); ++index) {
-        const int ataPort = info_.getControllerPort(index).getATAPort();
+    for (const tavStorageControllerPortInfo& port : controller.getControllerPortVector()) {
+        const int ataPort = port.getATAPort();
         if (ataPort < 0) continue;
         base = base < 0 ? ataPort : std::min(base, ataPort);
         isOurs |= ataPort == disk.getATAPort();
@@ -93,7 +74,7 @@ int tavLewisburgSATARAIDController::getDiskSlotNumberFromATAPort(const tavDiskIn
     const std::string link = disk.getOSSCSILink();
     if (!isOurs) {
         logger.debug(here(), "Unable to determine disk slot # from ATA ports. (%s, %s, %s, %d, %d)",
-                     pciLocation_.c_str(), link.c_str(), disk.getSerialNumber().c_str(),
+                     getPciLocation().c_str(), link.c_str(), disk.getSerialNumber().c_str(),
                      disk.getATAPort(), base);
         return -1;
     }
@@ -103,16 +84,9 @@ int tavLewisburgSATARAIDController::getDiskSlotNumberFromATAPort(const tavDiskIn
     return slot;
 }
 
-std::string tavLewisburgSATARAIDController::diskIdentity(const tavDiskInfo& disk) const {
+std::string tavLewisburgSATARAIDController::diskPlace(const tavDiskInfo& disk) const {
     return tav::isLocation(disk.getPhysicalLocation()) ? disk.getPhysicalLocation()
                                                        : disk.getOSSCSILink();
-}
-
-void tavLewisburgSATARAIDController::logUnidentified(const char* /*which*/, std::size_t index,
-                                                     const tavDiskInfo& disk) const {
-    logger.debug(here(),
-                 "Skipping disk @ index %zu due to invalid location info and SCSI link. [%s, %d]",
-                 index, disk.getPhysicalLocation().c_str(), disk.getSlot());
 }
 
 std::string tavLewisburgSATARAIDController::vanishedReason(const tavDiskInfo& disk) const {

@@ -17,21 +17,15 @@ class TAV_API tavLewisburgSATARAIDController : public tavStorageController {
     int discoverInventory(tavStorageControllerInfo& info) override;
     std::string discoverFirmwareVersion() override;
     int discoverPhysicalDiskSlotNumber(tavDiskInfo& disk) override;
-    void computeControllerStatus(TAV_RESOURCE_STATE& state, TAV_RESOURCE_HEALTH& health) override;
 
  protected:
     tavLewisburgSATARAIDController(std::uint32_t chipsetID, std::uint32_t boardID,
                                    std::string pciLocation);
     ~tavLewisburgSATARAIDController() override = default;
 
-    std::string diskIdentity(const tavDiskInfo& disk) const override;
-    void logUnidentified(const char* which, std::size_t index,
-                         const tavDiskInfo& disk) const override;
+    std::string diskPlace(const tavDiskInfo& disk) const override;
     std::string vanishedReason(const tavDiskInfo& disk) const override;
 
  private:
     int getDiskSlotNumberFromATAPort(const tavDiskInfo& disk) const;
-    void orderPorts();
-
-    bool portsOrdered_ = false;  ///< since the last discovery; under the lock
 };

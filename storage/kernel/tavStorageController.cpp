@@ -11,10 +11,12 @@
 #include "core/tavUtils.h"
 #include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/SASResourceManager.h"
+#include "storage/kernel/disk_ledgers.h"
 #include "storage/kernel/disk_probe.h"
 #include "storage/model/storage_location.h"
 #include "storage/model/storage_utils.h"
 #include "storage/scsi/scsi_scan.h"
+#include "storage/scsi/scsi_turn.h"
 
 using tav::here;
 
@@ -45,15 +47,6 @@ std::string driverOf(const std::string& port) {
     return {};
 }
 
-tav::Condition conditionOf(const tavStatusInfo& resource) {
-    return {resource.getState(), resource.getHealth()};
-}
-
-void assign(tavStatusInfo& resource, const tav::Condition& condition) {
-    resource.setState(condition.state);
-    resource.setHealth(condition.health);
-}
-
 std::string orNotAvailable(std::string text) {
     return text.empty() ? tav::notAvailable : std::move(text);
 }
@@ -81,11 +74,11 @@ void logPlace(const std::string& pciLocation, const tavDiskInfo& disk) {
 
 /// The four display strings of a change, for its log line.
 struct Change {
-    Change(const tavStatusInfo& current, const tavStatusInfo& previous)
-        : state(tav::displayText(current.getState())),
-          previousState(tav::displayText(previous.getState())),
-          health(tav::displayText(current.getHealth())),
-          previousHealth(tav::displayText(previous.getHealth())) {}
+    Change(const tav::Condition& now, const tav::Condition& before)
+        : state(tav::displayText(now.state)),
+          previousState(tav::displayText(before.state)),
+          health(tav::displayText(now.health)),
+          previousHealth(tav::displayText(before.health)) {}
     const char *state, *previousState, *health, *previousHealth;
 };
 
@@ -94,8 +87,10 @@ struct Change {
 tavStorageController::tavStorageController(std::uint32_t chipsetID, std::uint32_t boardID,
                                            std::string pciLocation, std::uint8_t family)
     : pciLocation_(std::move(pciLocation)), family_(family) {
-    info_.setChipsetID(chipsetID);
-    info_.setBoardID(boardID);
+    tavStorageControllerInfo identity;
+    identity.setChipsetID(chipsetID);
+    identity.setBoardID(boardID);
+    controller_.look(std::move(identity));
 }
 
 bool tavStorageController::claimDevice(std::uint32_t chipsetID, std::uint32_t boardID,
@@ -121,19 +116,16 @@ bool tavStorageController::claim(tavStorageController* controller, const tav::Mo
 bool tavStorageController::isMatchingController(std::uint32_t chipsetID, std::uint32_t boardID,
                                                 const std::string& pciLocation,
                                                 std::uint32_t /*extra*/) {
-    const Lock held(lock_);
-    return info_.getChipsetID() == chipsetID && info_.getBoardID() == boardID &&
-           pciLocation_ == pciLocation;
+    return getChipsetID() == chipsetID && getBoardID() == boardID &&
+           getPciLocation() == pciLocation;
 }
 
 std::uint32_t tavStorageController::getChipsetID() const {
-    const Lock held(lock_);
-    return info_.getChipsetID();
+    return getInventory().getChipsetID();
 }
 
 std::uint32_t tavStorageController::getBoardID() const {
-    const Lock held(lock_);
-    return info_.getBoardID();
+    return getInventory().getBoardID();
 }
 
 std::string tavStorageController::getPciLocation() const {
@@ -188,7 +180,7 @@ int tavStorageController::getInventory(tavStorageControllerInfo& info) const {
 
 tavStorageControllerInfo tavStorageController::getInventory() const {
     const Lock held(lock_);
-    return info_;
+    return controller_.record();
 }
 
 int tavStorageController::getPhysicalDrivesInventory(std::vector<tavDiskInfo>& disks) const {
@@ -198,7 +190,11 @@ int tavStorageController::getPhysicalDrivesInventory(std::vector<tavDiskInfo>& d
 
 std::vector<tavDiskInfo> tavStorageController::getPhysicalDrivesInventory() const {
     const Lock held(lock_);
-    return disks_;
+    std::vector<tavDiskInfo> disks;
+    disks.reserve(disks_.size());
+    for (const tav::DiskLedger& ledger : disks_)
+        disks.push_back(ledger.record());
+    return disks;
 }
 
 int tavStorageController::getLogicalDiskInventory(std::vector<tavLogicalDiskInfo>& volumes) const {
@@ -207,8 +203,7 @@ int tavStorageController::getLogicalDiskInventory(std::vector<tavLogicalDiskInfo
 }
 
 std::vector<tavLogicalDiskInfo> tavStorageController::getLogicalDiskInventory() const {
-    const Lock held(lock_);
-    return volumes_;
+    return {};
 }
 
 int tavStorageController::getHostNumberForControllerPort(std::size_t index) const {
@@ -253,14 +248,22 @@ bool tavStorageController::raisesDiskEvents() const {
     return (flags_ & (TAV_EVENTS_ENABLED | TAV_DISKS_REPORT_THEMSELVES)) == TAV_EVENTS_ENABLED;
 }
 
-/// Not under the lock: an event takes as long as the management controller does.
-void tavStorageController::raisePendingEvents() {
+/// Not under the lock: an event takes as long as the management controller does. Who asks for the
+/// inventory after an event finds in it what the event has told.
+void tavStorageController::publishChanges() {
     std::vector<PendingEvent> events;
+    bool hasChanged = false;
     bool invalidates = false;
     {
         const Lock held(lock_);
         events.swap(pendingEvents_);
+        // A controller that is shut down takes nothing with it.
+        hasChanged = std::exchange(hasChanged_, false) && (flags_ & TAV_EVENTS_ENABLED) != 0;
         invalidates = std::exchange(invalidates_, false);
+    }
+    if (hasChanged) {
+        SASResourceManager::updateInventory(
+            *this, {{getInventory()}, getPhysicalDrivesInventory(), getLogicalDiskInventory()});
     }
     for (const PendingEvent& event : events) {
         SASResourceManager::generateEvent(event.eventId, event.location, event.serviceEvent,
@@ -269,20 +272,21 @@ void tavStorageController::raisePendingEvents() {
     if (invalidates) SASResourceManager::invalidateInventoryCache();
 }
 
-void tavStorageController::generateEventOnStatusChange() {
-    const std::string location = info_.getPhysicalLocation();
-    if (info_.getHealth() == previousInfo_.getHealth() || !tav::isLocation(location) ||
-        previousInfo_.getState() == TAV_STATE_UNKNOWN) {
+void tavStorageController::reportController(const tav::Condition& before) {
+    const tav::Condition now = controller_.now();
+    const std::string location = controller_.record().getPhysicalLocation();
+    if (!raisesControllerEvents() || now.health == before.health || !tav::isLocation(location) ||
+        before.state == TAV_STATE_UNKNOWN) {
         return;
     }
-    const Change change(info_, previousInfo_);
+    const Change change(now, before);
     logger.info(here(),
                 "%s: Detected controller status change. [CurrState=%s, PrevState=%s, "
                 "CurrHealth=%s, PrevHealth=%s]",
                 pciLocation_.c_str(), change.state, change.previousState, change.health,
                 change.previousHealth);
     const tav::ControllerTransition* const transition =
-        tav::controllerTransition(previousInfo_.getHealth(), info_.getHealth());
+        tav::controllerTransition(before.health, now.health);
     if (transition == nullptr) {
         logger.info(here(),
                     "%s: Event not generated for controller status change. [CurrState=%s, "
@@ -291,18 +295,21 @@ void tavStorageController::generateEventOnStatusChange() {
                     change.previousHealth);
         return;
     }
-    info_.setEventInfoString(transition->eventInfo);
-    pendingEvents_.push_back({transition->eventId, location, transition->serviceEvent,
-                              std::make_unique<tavStorageControllerInfo>(info_)});
+    auto record = std::make_unique<tavStorageControllerInfo>(controller_.record());
+    record->setEventInfoString(transition->eventInfo);
+    pendingEvents_.push_back(
+        {transition->eventId, location, transition->serviceEvent, std::move(record)});
 }
 
-bool tavStorageController::generateEventOnStatusChange(const tavDiskInfo& current,
-                                                       const tavDiskInfo& previous) {
-    if (current.getState() == previous.getState()) return false;
+/// Whether an event is raised.
+bool tavStorageController::reportDisk(const tavDiskInfo& current, const tavDiskInfo& previous,
+                                      const tav::Condition& before) {
+    const tav::Condition now = conditionOf(current);
+    if (!raisesDiskEvents() || now.state == before.state) return false;
     const std::string oldLocation = previous.getPhysicalLocation();
     const std::string newLocation = current.getPhysicalLocation();
     const std::string link = current.getOSSCSILink();
-    const Change change(current, previous);
+    const Change change(now, before);
     if (!tav::isLocation(oldLocation) && !tav::isLocation(newLocation)) {
         logger.info(here(),
                     "%s: Invalid physical location detected. [OldLoc=%s, NewLoc=%s, CurrState=%s, "
@@ -319,9 +326,7 @@ bool tavStorageController::generateEventOnStatusChange(const tavDiskInfo& curren
                 change.previousHealth);
     // What was never known cannot have changed.
     const tav::DiskTransition* const transition =
-        previous.getState() == TAV_STATE_UNKNOWN
-            ? nullptr
-            : tav::diskTransition(previous.getState(), current.getState());
+        before.state == TAV_STATE_UNKNOWN ? nullptr : tav::diskTransition(before.state, now.state);
     if (transition == nullptr) {
         logger.info(here(), "%s: Event not generated for disk status change.", link.c_str());
         return false;
@@ -368,7 +373,8 @@ void tavStorageController::discoverControllerPortStatus(tavStorageControllerPort
 void tavStorageController::computeControllerStatus(TAV_RESOURCE_STATE& state,
                                                    TAV_RESOURCE_HEALTH& health) {
     const Lock held(lock_);
-    const tav::Condition condition = tav::controllerCondition(info_.getControllerPortVector());
+    const tav::Condition condition =
+        tav::controllerCondition(controller_.record().getControllerPortVector());
     state = condition.state;
     health = condition.health;
 }
@@ -376,7 +382,7 @@ void tavStorageController::computeControllerStatus(TAV_RESOURCE_STATE& state,
 /// One record per port; a port that was known goes on with the time of its recovery.
 std::vector<tavStorageControllerPortInfo> tavStorageController::discoverPorts() {
     std::unordered_map<std::string, long> recoveries;
-    for (const tavStorageControllerPortInfo& port : previousInfo_.getControllerPortVector())
+    for (const tavStorageControllerPortInfo& port : controller_.record().getControllerPortVector())
         recoveries[port.getOSInstanceName()] = port.getLastRecoveryTimestamp();
     std::vector<tavStorageControllerPortInfo> found;
     for (std::size_t index = 0; index < ports_.size(); ++index) {
@@ -390,39 +396,51 @@ std::vector<tavStorageControllerPortInfo> tavStorageController::discoverPorts() 
     return found;
 }
 
+/// Takes over a record of the controller, whose condition is not known yet.
+void tavStorageController::enterController(tavStorageControllerInfo found) {
+    assign(found, controller_.now());
+    controller_.look(std::move(found));
+    lookAtController();
+}
+
+/// Follows what the ports have become.
+void tavStorageController::lookAtController() {
+    tav::Condition condition;
+    computeControllerStatus(condition.state, condition.health);
+    const auto change = controller_.look(condition);
+    if (!change) return;
+    hasChanged_ = true;
+    reportController(change->before);
+}
+
 int tavStorageController::discoverInventory(tavStorageControllerInfo& info) {
     if (isRemoved()) {
-        const Lock held(lock_);
         logger.debug(here(), "%s: Return last known inventory for removed controller.",
-                     pciLocation_.c_str());
-        info = previousInfo_;
-        return 0;
+                     getPciLocation().c_str());
+        return getInventory(info);
     }
     {
         const Lock held(lock_);
+        tavStorageControllerInfo found = controller_.record();
         logger.debug(here(), "Gathering inventory for controller @ %s [0x%X, 0x%X] [%d].",
-                     pciLocation_.c_str(), info_.getChipsetID(), info_.getBoardID(),
+                     pciLocation_.c_str(), found.getChipsetID(), found.getBoardID(),
                      static_cast<int>(ports_.size()));
         const char* const model =
-            getStorageControllerModel(info_.getChipsetID(), info_.getBoardID(), family_);
-        info_.setProtocol("SAS/SATA");
-        info_.setModel(model == nullptr ? tav::notAvailable : model);
-        info_.setFirmwareVersion(orNotAvailable(discoverFirmwareVersion()));
-        info_.setSerialNumber(orNotAvailable(discoverSerialNumber()));
-        info_.setPhysicalLocation(tav::controllerLocation(pciLocation_));
-        info_.setDescription(tav::controllerDescription(pciLocation_));
-        logPlace(pciLocation_, info_);
-        info_.clearControllerPortList();
+            getStorageControllerModel(found.getChipsetID(), found.getBoardID(), family_);
+        found.setProtocol("SAS/SATA");
+        found.setModel(model == nullptr ? tav::notAvailable : model);
+        found.setFirmwareVersion(orNotAvailable(discoverFirmwareVersion()));
+        found.setSerialNumber(orNotAvailable(discoverSerialNumber()));
+        found.setPhysicalLocation(tav::controllerLocation(pciLocation_));
+        found.setDescription(tav::controllerDescription(pciLocation_));
+        logPlace(pciLocation_, found);
+        found.clearControllerPortList();
         for (const tavStorageControllerPortInfo& port : discoverPorts())
-            info_.addControllerPort(port);
-        tav::Condition condition;
-        computeControllerStatus(condition.state, condition.health);
-        assign(info_, condition);
-        if (raisesControllerEvents()) generateEventOnStatusChange();
-        previousInfo_ = info_;
-        info = info_;
+            found.addControllerPort(port);
+        enterController(std::move(found));
+        info = controller_.record();
     }
-    raisePendingEvents();
+    publishChanges();
     return 0;
 }
 
@@ -438,73 +456,86 @@ bool tavStorageController::validatePhysicalDisk(const tavDiskInfo& /*disk*/) {
 }
 
 void tavStorageController::discoverPhysicalDiskStatus(tavDiskInfo& disk) {
-    bool isReplaced = false;
-    const tav::DiskJudgement judgement = tav::diskStatus(disk, isReplaced);
+    const tav::DiskJudgement judgement = tav::diskStatus(disk);
     assign(disk, judgement.condition);
     disk.setEventInfoString(judgement.eventInfo);
-    if (isReplaced) {
-        const Lock held(lock_);
-        invalidates_ = true;
-    }
 }
 
-/// False for what does not belong into the inventory.
-bool tavStorageController::describeDisk(const std::string& link, int ataPort, tavDiskInfo& disk) {
+/// What is known of the disk at that address, unless it has gone from there.
+std::optional<tavDiskInfo> tavStorageController::knownDisk(const std::string& link) const {
+    const Lock held(lock_);
+    // Behind those that the last discovery found stand those that had gone.
+    const auto found = std::find_if(disks_.begin(), disks_.end(), [&](const auto& ledger) {
+        return ledger.record().getOSSCSILink() == link;
+    });
+    if (found == disks_.end()) return std::nullopt;
+    return found->record();
+}
+
+/// All about one disk; none for what does not belong into the inventory. One that was known and
+/// cannot be opened now is still itself.
+std::optional<tavDiskInfo> tavStorageController::examineDisk(
+    const tav::ScsiDevice& device, const std::optional<tavDiskInfo>& known) {
+    const std::string& link = device.link;
+    const tav::scsi::Turn turn;
     const tav::GenericNode node = tav::openGenericNode(link);
-    if (node.path.empty()) {
-        logger.debug(here(), "%s: Failed to get generic device.", link.c_str());
-        return false;
-    }
     if (!node.file.isOpen()) {
-        logger.debug(here(), "%s: Unable to open %s: (%d %d). Skipping device.", link.c_str(),
-                     node.path.c_str(), -1, node.error);
-        return false;
+        if (node.path.empty()) {
+            logger.debug(here(), "%s: Failed to get generic device.", link.c_str());
+        } else {
+            logger.debug(here(), "%s: Unable to open %s: (%d %d). Skipping device.", link.c_str(),
+                         node.path.c_str(), -1, node.error);
+        }
+        if (!known) return std::nullopt;
+        tavDiskInfo unopened = *known;
+        discoverPhysicalDiskStatus(unopened);
+        return unopened;
     }
-    if (!tav::describeDisk(link, node.file.get(), disk)) return false;
-    disk.setATAPort(ataPort);
+    tavDiskInfo disk;
+    if (!tav::describeDisk(link, node.file.get(), known ? &*known : nullptr, disk)) {
+        return std::nullopt;
+    }
+    disk.setATAPort(device.ataPort);
     discoverPhysicalDiskSlotNumber(disk);
-    disk.setPhysicalLocation(tav::driveLocation(pciLocation_, disk.getSlot()));
-    logPlace(pciLocation_, disk);
+    disk.setPhysicalLocation(tav::driveLocation(getPciLocation(), disk.getSlot()));
+    logPlace(getPciLocation(), disk);
     if (!validatePhysicalDisk(disk)) {
         logger.debug(here(), "%s: Not allowed as physical drive during validation.", link.c_str());
-        return false;
+        return std::nullopt;
     }
     disk.setOSSGHandle(node.file.get());
     discoverPhysicalDiskStatus(disk);
     disk.setOSSGHandle(-1);
-    return true;
+    return disk;
 }
 
 int tavStorageController::discoverPhysicalDiskInventory(std::vector<tavDiskInfo>& disks) {
     if (isRemoved()) {
-        const Lock held(lock_);
         logger.debug(here(), "%s: Return last known PD inventory for removed controller.",
-                     pciLocation_.c_str());
-        append(previousDisks_, disks);
-        return 0;
+                     getPciLocation().c_str());
+        return getPhysicalDrivesInventory(disks);
     }
     {
         const Lock held(lock_);
         logger.debug(here(), "Gathering disk inventory for controller @ %s [0x%X, 0x%X] [%d].",
-                     pciLocation_.c_str(), info_.getChipsetID(), info_.getBoardID(),
+                     pciLocation_.c_str(), getChipsetID(), getBoardID(),
                      static_cast<int>(ports_.size()));
         std::vector<tavDiskInfo> found;
         for (const tav::ScsiDevice& device : tav::scsiDevicesBehind(pciLocation_)) {
             // What a stop leaves out must not look as if it had vanished.
             if (tav::stopRequested()) return -1;
             logger.debug(here(), "%s: Device is presented by controller 0x%X 0x%X @ [%s]",
-                         device.link.c_str(), info_.getChipsetID(), info_.getBoardID(),
-                         pciLocation_.c_str());
-            tavDiskInfo disk;
-            if (describeDisk(device.link, device.ataPort, disk)) found.push_back(std::move(disk));
+                         device.link.c_str(), getChipsetID(), getBoardID(), pciLocation_.c_str());
+            if (auto disk = examineDisk(device, knownDisk(device.link))) {
+                found.push_back(std::move(*disk));
+            }
         }
         if (tav::stopRequested()) return -1;
-        disks_ = std::move(found);
+        found_ = std::move(found);
         synchronizePhysicalDrivesInventory();
-        previousDisks_ = disks_;
-        append(disks_, disks);
+        append(getPhysicalDrivesInventory(), disks);
     }
-    raisePendingEvents();
+    publishChanges();
     return 0;
 }
 
@@ -512,81 +543,40 @@ int tavStorageController::discoverLogicalDiskInventory(std::vector<tavLogicalDis
     return getLogicalDiskInventory(volumes);
 }
 
-std::string tavStorageController::diskIdentity(const tavDiskInfo& disk) const {
+std::string tavStorageController::diskPlace(const tavDiskInfo& disk) const {
     if (tav::isLocation(disk.getPhysicalLocation())) return disk.getPhysicalLocation();
-    return disk.getSlot() < 0 ? "" : std::to_string(disk.getSlot());
-}
-
-void tavStorageController::logUnidentified(const char* which, std::size_t index,
-                                           const tavDiskInfo& disk) const {
-    logger.debug(here(), "Skipping %s @ index %zu due to invalid location info. [%s, %d]", which,
-                 index, disk.getPhysicalLocation().c_str(), disk.getSlot());
+    return disk.getSlot() < 0 ? disk.getOSSCSILink() : std::to_string(disk.getSlot());
 }
 
 std::string tavStorageController::vanishedReason(const tavDiskInfo& disk) const {
     return disk.getEventInfoString();
 }
 
+tav::DiskRegister tavStorageController::diskRegister() {
+    return {[this](const tavDiskInfo& disk) { return diskPlace(disk); },
+            [](const tavDiskInfo& disk, const std::string& place) {
+                logger.info(here(),
+                            "%s - %s: Detected new disk at previously-empty location in current "
+                            "discovery cycle.",
+                            disk.getOSSCSILink().c_str(), place.c_str());
+            },
+            [this](tavDiskInfo& disk) {
+                logger.info(here(),
+                            "%s - %s: Disk detected as offline in the current discovery cycle.",
+                            disk.getOSSCSILink().c_str(), disk.getPhysicalLocation().c_str());
+                disk.setEventInfoString(vanishedReason(disk));
+            },
+            [this](const tavDiskInfo& disk, const tavDiskInfo& before,
+                   const tav::DiskLedger::Change& change) {
+                hasChanged_ = true;
+                reportDisk(disk, before, change.before);
+            }};
+}
+
 void tavStorageController::synchronizePhysicalDrivesInventory() {
     const Lock held(lock_);
-    // Of two disks that claim one place the first has it; the other one counts as new there.
-    std::unordered_map<std::string, std::size_t> current;
-    for (std::size_t index = 0; index < disks_.size(); ++index) {
-        const std::string identity = diskIdentity(disks_[index]);
-        if (identity.empty()) {
-            logUnidentified("disk", index, disks_[index]);
-        } else {
-            current.emplace(identity, index);
-        }
-    }
-    for (std::size_t index = 0; index < previousDisks_.size(); ++index) {
-        const tavDiskInfo& previous = previousDisks_[index];
-        const std::string identity = diskIdentity(previous);
-        if (identity.empty()) {
-            logUnidentified("prev disk", index, previous);
-            continue;
-        }
-        const auto match = current.find(identity);
-        if (match == current.end()) {
-            keepVanishedDisk(previous);
-        } else {
-            compareDisk(disks_[match->second], previous);
-            current.erase(match);
-        }
-    }
-    for (const auto& [identity, index] : current) {
-        logger.info(here(),
-                    "%s - %s: Detected new disk at previously-empty location in current discovery "
-                    "cycle.",
-                    disks_[index].getOSSCSILink().c_str(), identity.c_str());
-    }
-}
-
-void tavStorageController::keepVanishedDisk(const tavDiskInfo& previous) {
-    logger.info(here(), "%s - %s: Disk detected as offline in the current discovery cycle.",
-                previous.getOSSCSILink().c_str(), previous.getPhysicalLocation().c_str());
-    tavDiskInfo vanished = previous;
-    assign(vanished, tav::offline);
-    vanished.setEventInfoString(vanishedReason(previous));
-    if (raisesDiskEvents()) generateEventOnStatusChange(vanished, previous);
-    disks_.push_back(std::move(vanished));
-}
-
-/// A disk with another serial number is another disk: the one before is gone, and what has come in
-/// its place is compared with an empty one.
-void tavStorageController::compareDisk(const tavDiskInfo& current, const tavDiskInfo& previous) {
-    if (!raisesDiskEvents()) return;
-    const std::string serial = current.getSerialNumber();
-    const std::string known = previous.getSerialNumber();
-    if (serial == known) {
-        generateEventOnStatusChange(current, previous);
-        return;
-    }
-    tavDiskInfo gone = previous;
-    assign(gone, tav::offline);
-    gone.setEventInfoString(tav::serialChangeReason(serial, known));
-    generateEventOnStatusChange(gone, previous);
-    generateEventOnStatusChange(current, gone);
+    if (!found_) return;
+    tav::enter(*std::exchange(found_, std::nullopt), diskRegister(), disks_);
 }
 
 // --- Polling, removal and return -----------------------------------------------------------------
@@ -595,48 +585,50 @@ void tavStorageController::poll() {
     if (isRemoved()) return;
     {
         const Lock held(lock_);
-        if (raisesControllerEvents() && pollPorts()) {
-            tav::Condition condition;
-            computeControllerStatus(condition.state, condition.health);
-            assign(info_, condition);
-            generateEventOnStatusChange();
-            previousInfo_ = info_;
-        }
+        if (raisesControllerEvents() && pollPorts()) lookAtController();
         if (raisesDiskEvents()) pollDisks();
     }
-    raisePendingEvents();
+    publishChanges();
 }
 
 /// Whether a port has changed.
 bool tavStorageController::pollPorts() {
     bool hasChanged = false;
-    for (std::size_t index = 0; index < info_.getControllerPortListSize(); ++index) {
-        tavStorageControllerPortInfo port = info_.getControllerPort(index);
-        const tavStorageControllerPortInfo before = port;
+    tavStorageControllerInfo found = controller_.record();
+    for (std::size_t index = 0; index < found.getControllerPortListSize(); ++index) {
+        tavStorageControllerPortInfo port = found.getControllerPort(index);
+        const tav::Condition before = conditionOf(port);
         discoverControllerPortStatus(port);
-        info_.setControllerPort(index, port);
-        if (conditionOf(port) == conditionOf(before)) continue;
-        const Change change(port, before);
+        found.setControllerPort(index, port);
+        if (conditionOf(port) == before) continue;
+        const Change change(conditionOf(port), before);
         logger.info(here(), "%s: Detected port status change. [%s, %s, %s, %s]",
                     port.getOSInstanceName().c_str(), change.state, change.previousState,
                     change.health, change.previousHealth);
         hasChanged = true;
     }
+    controller_.look(std::move(found));
     return hasChanged;
 }
 
 void tavStorageController::pollDisks() {
-    const std::size_t known = std::min(disks_.size(), previousDisks_.size());
-    for (std::size_t index = 0; index < known && !tav::stopRequested(); ++index) {
-        tavDiskInfo& disk = disks_[index];
-        tavDiskInfo& previous = previousDisks_[index];
+    for (std::size_t index = 0; index < disks_.size() && !tav::stopRequested(); ++index) {
+        tavDiskInfo disk = disks_[index].record();
         discoverPhysicalDiskStatus(disk);
         if (tav::stopRequested()) return;  // what it cut short must not be reported
-        const bool isRaised = generateEventOnStatusChange(disk, previous);
-        if (isRaised && disk.getState() == TAV_STATE_RUNNING) invalidates_ = true;
-        assign(previous, conditionOf(disk));
-        previous.setEventInfoString(disk.getEventInfoString());
+        enterPolledDisk(index, std::move(disk));
     }
+}
+
+void tavStorageController::enterPolledDisk(std::size_t index, tavDiskInfo found) {
+    tav::DiskLedger& ledger = disks_[index];
+    const bool isReplaced = found.getMemory().isReplaced;
+    const auto change = ledger.look(std::move(found));
+    if (!change) return;
+    hasChanged_ = true;
+    const tavDiskInfo& disk = ledger.record();
+    const bool isRaised = reportDisk(disk, disk, change->before);
+    invalidates_ |= isReplaced || (isRaised && disk.getState() == TAV_STATE_RUNNING);
 }
 
 void tavStorageController::processDeviceRemoval() {
@@ -645,26 +637,22 @@ void tavStorageController::processDeviceRemoval() {
         if (isRemoved()) return;
         logger.info(here(), "Controller @ [%s] removal processing started.", pciLocation_.c_str());
         setRemoved();
-        for (std::size_t index = 0; index < info_.getControllerPortListSize(); ++index) {
-            tavStorageControllerPortInfo port = info_.getControllerPort(index);
+        tavStorageControllerInfo gone = controller_.record();
+        for (std::size_t index = 0; index < gone.getControllerPortListSize(); ++index) {
+            tavStorageControllerPortInfo port = gone.getControllerPort(index);
             assign(port, tav::offline);
-            info_.setControllerPort(index, port);
+            port.setLastRecoveryTimestamp(0);
+            gone.setControllerPort(index, port);
         }
-        tav::Condition condition;
-        computeControllerStatus(condition.state, condition.health);
-        assign(info_, condition);
-        if (raisesControllerEvents()) generateEventOnStatusChange();
-        previousDisks_.resize(disks_.size());
-        for (std::size_t index = 0; index < disks_.size(); ++index) {
-            assign(disks_[index], tav::offline);
-            if (raisesDiskEvents()) {
-                generateEventOnStatusChange(disks_[index], previousDisks_[index]);
-            }
+        enterController(std::move(gone));
+        for (tav::DiskLedger& ledger : disks_) {
+            const auto change = ledger.look(tav::offline);
+            if (!change) continue;
+            hasChanged_ = true;
+            reportDisk(ledger.record(), ledger.record(), change->before);
         }
-        previousInfo_ = info_;
-        previousDisks_ = disks_;
     }
-    raisePendingEvents();
+    publishChanges();
     releaseReference();
 }
 
@@ -673,9 +661,7 @@ void tavStorageController::processDeviceAddition(ItavStorageController* predeces
     if (other == nullptr || other == this) return;
     const Lock held(lock_);
     const Lock otherHeld(other->lock_);
-    info_ = other->info_;
-    previousInfo_ = other->previousInfo_;
+    controller_ = other->controller_;
     disks_ = other->disks_;
-    previousDisks_ = other->previousDisks_;
     flags_ = other->flags_;
 }

@@ -3,15 +3,19 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "core/Ledger.h"
 #include "storage/ItavStorageController.h"
 #include "storage/model/storage_conditions.h"
 
 namespace tav {
 class ModuleLog;
-}
+struct DiskRegister;
+struct ScsiDevice;
+}  // namespace tav
 
 /// What reports changes of a controller and its disks, as a set of flags.
 enum tavStorageControllerFlags : std::uint32_t {
@@ -83,7 +87,8 @@ class TAV_API tavStorageController : public ItavStorageController {
     /// Whether the disk belongs into the inventory.
     virtual bool validatePhysicalDisk(const tavDiskInfo& disk);
     virtual void computeControllerStatus(TAV_RESOURCE_STATE& state, TAV_RESOURCE_HEALTH& health);
-    /// Compares the disks that were found with those before, and keeps what has vanished.
+    /// Takes over the disks that a discovery has found, compared with those before, and keeps what
+    /// has vanished.
     virtual void synchronizePhysicalDrivesInventory();
 
  protected:
@@ -104,10 +109,8 @@ class TAV_API tavStorageController : public ItavStorageController {
     static bool claim(tavStorageController* controller, const tav::ModuleLog& familyLog,
                       ItavStorageController*& out);
 
-    /// By what a disk is recognised in the next discovery; empty: it is not.
-    virtual std::string diskIdentity(const tavDiskInfo& disk) const;
-    virtual void logUnidentified(const char* which, std::size_t index,
-                                 const tavDiskInfo& disk) const;
+    /// Where a disk is recognised in the next discovery, together with its serial number.
+    virtual std::string diskPlace(const tavDiskInfo& disk) const;
     /// Why a disk that was not found any more is offline; empty leaves it as it is.
     virtual std::string vanishedReason(const tavDiskInfo& disk) const;
 
@@ -115,12 +118,7 @@ class TAV_API tavStorageController : public ItavStorageController {
     std::string pciLocation_;
     std::vector<std::string> ports_;
     std::uint8_t family_ = 0;
-    tavStorageControllerInfo info_;
-    std::vector<tavDiskInfo> disks_;
-    std::vector<tavLogicalDiskInfo> volumes_;
     std::uint32_t flags_ = 0;
-    tavStorageControllerInfo previousInfo_;
-    std::vector<tavDiskInfo> previousDisks_;
 
  private:
     using DiskEvents = std::vector<PendingEvent>;
@@ -129,14 +127,24 @@ class TAV_API tavStorageController : public ItavStorageController {
     bool raisesDiskEvents() const;
     std::vector<tavStorageControllerPortInfo> discoverPorts();
     bool pollPorts();
-    void generateEventOnStatusChange();
-    bool generateEventOnStatusChange(const tavDiskInfo& current, const tavDiskInfo& previous);
-    void keepVanishedDisk(const tavDiskInfo& previous);
-    void compareDisk(const tavDiskInfo& current, const tavDiskInfo& previous);
+    void enterController(tavStorageControllerInfo found);
+    void lookAtController();
+    void reportController(const tav::Condition& before);
+    bool reportDisk(const tavDiskInfo& current, const tavDiskInfo& previous,
+                    const tav::Condition& before);
+    std::optional<tavDiskInfo> examineDisk(const tav::ScsiDevice& device,
+                                           const std::optional<tavDiskInfo>& known);
+    std::optional<tavDiskInfo> knownDisk(const std::string& link) const;
+    tav::DiskRegister diskRegister();
     void pollDisks();
-    bool describeDisk(const std::string& link, int ataPort, tavDiskInfo& disk);
-    void raisePendingEvents();
+    void enterPolledDisk(std::size_t index, tavDiskInfo found);
+    void publishChanges();
 
+    // Under the lock, too. What the controller and its ports are, what each disk is.
+    tav::Ledger<tavStorageControllerInfo> controller_{tavStorageControllerInfo()};
+    std::vector<tav::Ledger<tavDiskInfo>> disks_;
+    std::optional<std::vector<tavDiskInfo>> found_;  ///< by a discovery, not yet taken over
     DiskEvents pendingEvents_;
+    bool hasChanged_ = false;   ///< so that the published inventory does not say the same any more
     bool invalidates_ = false;  ///< the manager is to look at everything anew
 };

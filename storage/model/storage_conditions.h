@@ -9,6 +9,15 @@
 #include "core/Ledger.h"
 #include "storage/model/tavStorageControllerInfo.h"
 
+/// How a ledger reads and writes the condition of a record.
+inline tav::Condition conditionOf(const tavStatusInfo& record) {
+    return {record.getState(), record.getHealth()};
+}
+inline void assign(tavStatusInfo& record, const tav::Condition& condition) {
+    record.setState(condition.state);
+    record.setHealth(condition.health);
+}
+
 /// The decisions about the condition of ports, controllers and disks. Pure functions and tables.
 namespace tav {
 

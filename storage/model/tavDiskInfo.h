@@ -47,6 +47,27 @@ class TAV_API tavDiskStatusInfo : public tavStatusInfo {
     SAS_OPERATIONAL_STATUS sasStatus_ = SAS_STATUS_UNKNOWN;
 };
 
+namespace tav {
+
+/// What earlier looks have learnt of a disk, so that the next one can tell what has changed from
+/// what merely cannot be asked. Carried with the record, not reported.
+struct DiskMemory {
+    // Its serial number by each source; empty: never read there.
+    std::string unitSerial;      ///< the kernel's copy of VPD page 80h
+    std::string inquirySerial;   ///< the kernel's copy of the standard INQUIRY data
+    std::string identifySerial;  ///< ATA IDENTIFY DEVICE data
+
+    unsigned answered = 0;  ///< the questions that it has answered, as a set of bits
+    unsigned refused = 0;   ///< those that it does not support
+    int wear = -1;          ///< percentage that it told last; -1: none
+    int temperature = -1;   ///< degrees Celsius; likewise
+    int maximumTemperature = -1;
+
+    bool isReplaced = false;  ///< the last look has found another disk in its place
+};
+
+}  // namespace tav
+
 /// A physical disk.
 class TAV_API tavDiskInfo : public tavDiskStatusInfo, public tavDiskPhyLoc {
  public:
@@ -88,6 +109,9 @@ class TAV_API tavDiskInfo : public tavDiskStatusInfo, public tavDiskPhyLoc {
     virtual std::string getEventInfoString() const { return eventInfo_; }
     virtual void setEventInfoString(std::string text) { eventInfo_ = std::move(text); }
 
+    const tav::DiskMemory& getMemory() const { return memory_; }
+    tav::DiskMemory& memory() { return memory_; }
+
  private:
     std::string serialNumber_;
     std::string partNumber_;
@@ -101,4 +125,5 @@ class TAV_API tavDiskInfo : public tavDiskStatusInfo, public tavDiskPhyLoc {
     int osSgHandle_ = -1;
     int ataMajorRevision_ = 0;
     std::string eventInfo_;
+    tav::DiskMemory memory_;
 };

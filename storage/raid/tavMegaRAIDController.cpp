@@ -193,6 +193,21 @@ void tavMegaRAIDController::processDeviceRemoval() {
     releaseReference();
 }
 
+tavStorageControllerInfo tavMegaRAIDController::getInventory() const {
+    const std::lock_guard<std::recursive_mutex> held(lock_);
+    return info_;
+}
+
+std::vector<tavDiskInfo> tavMegaRAIDController::getPhysicalDrivesInventory() const {
+    const std::lock_guard<std::recursive_mutex> held(lock_);
+    return disks_;
+}
+
+std::vector<tavLogicalDiskInfo> tavMegaRAIDController::getLogicalDiskInventory() const {
+    const std::lock_guard<std::recursive_mutex> held(lock_);
+    return volumes_;
+}
+
 std::string tavMegaRAIDController::getDeviceName() const {
     const std::lock_guard<std::recursive_mutex> held(lock_);
     return deviceName_;

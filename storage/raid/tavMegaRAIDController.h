@@ -38,6 +38,13 @@ class TAV_API tavMegaRAIDController : public tavStorageController {
     void processDeviceRemoval() override;
     void processDeviceAddition(ItavStorageController*) override {}
 
+    tavStorageControllerInfo getInventory() const override;
+    std::vector<tavDiskInfo> getPhysicalDrivesInventory() const override;
+    std::vector<tavLogicalDiskInfo> getLogicalDiskInventory() const override;
+    using tavStorageController::getInventory;
+    using tavStorageController::getLogicalDiskInventory;
+    using tavStorageController::getPhysicalDrivesInventory;
+
     virtual std::string getDeviceName() const;
     virtual void setDeviceName(std::string name);
     /// Whether the last discovery of controllers has found this one.
@@ -90,6 +97,9 @@ class TAV_API tavMegaRAIDController : public tavStorageController {
     std::atomic<std::uint32_t> controllerId_;
     std::atomic<bool> detected_{true};
     std::string deviceName_;
+    tavStorageControllerInfo info_;
+    std::vector<tavDiskInfo> disks_;
+    std::vector<tavLogicalDiskInfo> volumes_;
     // By serial number and by durable name.
     tav::CarriedConditions driveConditions_;
     tav::CarriedConditions volumeConditions_;

@@ -174,12 +174,23 @@ constexpr AtaPassThrough identifyDevice() {
             .command = ata::identifyDevice};
 }
 
+/// General Purpose Log Directory (ACS-3, A.2).
+constexpr AtaPassThrough logDirectory() {
+    return {.protocolAndExtend = ata::pioDataInExtended,
+            .transfer = ata::sectorsFromDevice,
+            .count7To0 = 1,
+            .command = ata::readLogExt};
+}
+
+inline constexpr std::uint8_t smartErrorLogAddress = 0x03;
+inline constexpr std::uint8_t deviceStatisticsLog = 0x04;
+
 /// One page of the Device Statistics log (ACS-3, A.5).
 constexpr AtaPassThrough deviceStatistics(std::uint8_t page) {
     return {.protocolAndExtend = ata::pioDataInExtended,
             .transfer = ata::sectorsFromDevice,
             .count7To0 = 1,
-            .lba7To0 = 0x04,
+            .lba7To0 = deviceStatisticsLog,
             .lba15To8 = page,
             .command = ata::readLogExt};
 }
@@ -189,7 +200,7 @@ constexpr AtaPassThrough smartErrorLog() {
     return {.protocolAndExtend = ata::pioDataIn,
             .transfer = ata::sectorsFromDevice,
             .count7To0 = 1,
-            .lba7To0 = 0x03,
+            .lba7To0 = smartErrorLogAddress,
             .command = ata::readLogExt};
 }
 

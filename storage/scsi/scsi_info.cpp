@@ -15,6 +15,7 @@
 #include "storage/scsi/scsi_commands.h"
 #include "storage/scsi/scsi_pages.h"
 #include "storage/scsi/scsi_replies.h"
+#include "storage/scsi/scsi_turn.h"
 
 namespace {
 
@@ -60,6 +61,10 @@ void logFailure(const Question& question, int result, int error) {
     }
 }
 
+Outcome outcomeOfFailure(int error) {
+    return error == ETIMEDOUT ? Outcome::TimedOut : Outcome::Failed;
+}
+
 /// 0, or -4 with a message.
 int requireBytes(const char* name, std::size_t minimum, std::size_t received) {
     if (received >= minimum) return 0;
@@ -82,11 +87,16 @@ int sendCommand(int fd, const char* function, const Question& question,
     header.dxfer_len = static_cast<unsigned>(room.size());
     header.dxferp = room.data();
     header.timeout = timeoutMilliseconds;
-    if (const int result = ::ioctl(fd, SG_IO, &header); result < 0) {
+    Turn* const turn = Turn::current();
+    if (turn != nullptr && turn->isOver()) return requestFailed;
+    const int result = ::ioctl(fd, SG_IO, &header);
+    const Outcome outcome = result < 0 ? outcomeOfFailure(errno) : outcomeOf(header);
+    if (turn != nullptr) turn->note(outcome, question.name);
+    if (result < 0) {
         logFailure(question, result, errno);
         return requestFailed;
     }
-    if (const int result = process_scsi_completion(header, &received, function)) return result;
+    if (const int failure = process_scsi_completion(header, &received, function)) return failure;
     return requireBytes(question.name, question.minimum, received);
 }
 
@@ -312,6 +322,18 @@ unsigned char* get_sata_sct_stat(int fd) {
     const Question question{"READ SMART LOG", ataSector};
     if (ask(fd, __func__, question, smartReadLog(statusLog), reply) != 0) return nullptr;
     return tav::newBytes(reply.bytes());
+}
+
+bool tav::scsi::ataLogIsListed(int fd, std::uint8_t log, std::uint8_t page) {
+    Reply<ataSector> directory;
+    if (ask(fd, __func__, {"ATA log directory", ataSector}, logDirectory(), directory) != 0 ||
+        !directoryLists(directory.bytes(), log)) {
+        return false;
+    }
+    if (log != deviceStatisticsLog) return true;
+    Reply<ataSector> pages;
+    return ask(fd, __func__, {"ATA list of statistics", 0}, deviceStatistics(0), pages) == 0 &&
+           statisticsList(pages.bytes(), page);
 }
 
 // --- Any disk -----------------------------------------------------------------------------------

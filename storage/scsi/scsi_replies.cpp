@@ -227,6 +227,21 @@ std::optional<std::string> ataFirmwareRevision(Bytes identify) {
     return std::string(trimmed({text.data(), length}));
 }
 
+bool directoryLists(Bytes directory, std::uint8_t log) {
+    const std::size_t at = sizeof(std::uint16_t) * log;
+    if (directory.size() < at + sizeof(std::uint16_t)) return false;
+    return directory[at] != std::byte{0} || directory[at + 1] != std::byte{0};
+}
+
+bool statisticsList(Bytes pages, std::uint8_t page) {
+    constexpr std::size_t countAt = sizeof(StatisticsPageHeader);
+    if (pages.size() <= countAt) return false;
+    const Bytes rest = pages.subspan(countAt + 1);
+    const Bytes listed =
+        rest.first(std::min(rest.size(), std::to_integer<std::size_t>(pages[countAt])));
+    return std::find(listed.begin(), listed.end(), std::byte{page}) != listed.end();
+}
+
 std::optional<AtaIdentity> ataIdentity(Bytes identify) {
     if (identify.size() < ataSector) return std::nullopt;
     const Bytes data = identify.first(ataSector);
@@ -365,6 +380,16 @@ std::string_view trimmed(std::string_view text) {
     if (end == std::string_view::npos) return {};
     const std::size_t start = text.find_first_not_of(' ');
     return text.substr(start, end + 1 - start);
+}
+
+std::optional<int> senseKey(Bytes sense) {
+    constexpr unsigned firstDescriptorFormat = 0x72;
+    if (sense.empty()) return std::nullopt;
+    const unsigned code = std::to_integer<unsigned>(sense[0]) & 0x7FU;
+    if (code < 0x70 || code > 0x73) return std::nullopt;
+    const std::size_t at = code >= firstDescriptorFormat ? 1 : 2;
+    if (sense.size() <= at) return std::nullopt;
+    return std::to_integer<int>(sense[at] & std::byte{0x0F});
 }
 
 std::string senseText(Bytes sense) {

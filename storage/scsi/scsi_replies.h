@@ -35,6 +35,11 @@ std::optional<std::int64_t> ataPowerOnHours(Bytes page);
 std::optional<int> ataErrorCount(Bytes log);
 std::optional<std::string> ataFirmwareRevision(Bytes identify);
 
+/// Whether the General Purpose Log Directory (log address 00h) names that log.
+bool directoryLists(Bytes directory, std::uint8_t log);
+/// Whether page 0 of the Device Statistics log names that page.
+bool statisticsList(Bytes pages, std::uint8_t page);
+
 /// IDENTIFY DEVICE data (ACS). Texts are trimmed; one of which the disk has filled in nothing is
 /// empty.
 struct AtaIdentity {
@@ -79,6 +84,9 @@ std::optional<int> defectListLength(Bytes reply);
 
 /// The text without leading blanks and without trailing blanks and NULs.
 std::string_view trimmed(std::string_view text);
+
+/// The sense key of sense data in fixed or in descriptor format (SPC-4, 4.5).
+std::optional<int> senseKey(Bytes sense);
 
 /// " %02x" for each byte that fits, behind a heading, in at most 255 characters.
 std::string senseText(Bytes sense);

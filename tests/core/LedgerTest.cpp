@@ -40,15 +40,29 @@ TEST(Ledger, EveryLookTellsTheChangeSinceTheLastOneOnce) {
     EXPECT_EQ(ledger.reported(), failed);
 }
 
-TEST(Ledger, ResourcesThatShareAnIdentityAreEachThemselves) {
-    const std::vector<std::string> before = {"x", "gone", "x", "y"};
-    const std::vector<std::string> now = {"new", "x", "y", "x", "x"};
-    std::string told;
-    for (const tav::LedgerMatch& match : tav::matchByIdentity(before, now)) {
-        told += match.before ? std::to_string(*match.before) : "-";
-        told += match.now ? std::to_string(*match.now) + " " : "- ";
-    }
-    EXPECT_EQ(told, "-0 01 32 23 -4 1- ");
+TEST(LedgerMatching, ResourcesThatShareAnIdentityAreEachThemselves) {
+    const std::vector<std::string> before = {"x", "gone", "x", "y", ""};
+    const std::vector<std::string> now = {"new", "x", "y", "x", "x", ""};
+    tav::LedgerMatching matching(before.size(), now.size());
+    const auto told = [&] {
+        std::string text;
+        for (std::size_t index = 0; index < now.size(); ++index) {
+            const auto match = matching.beforeOf(index);
+            text += match ? std::to_string(*match) : "-";
+            EXPECT_TRUE(!match || matching.nowOf(*match) == index);
+        }
+        return text;
+    };
+    const auto pair = [&](auto fits) {
+        matching.pair([&](std::size_t i) { return before[i]; },
+                      [&](std::size_t i) { return now[i]; }, fits);
+    };
+    pair([](std::size_t, std::size_t index) { return index == 4; });
+    EXPECT_EQ(told(), "----0-") << "the surest first";
+    pair([](std::size_t, std::size_t) { return true; });
+    EXPECT_EQ(told(), "-23-0-");
+    EXPECT_FALSE(matching.nowOf(1));
+    EXPECT_FALSE(matching.nowOf(4)) << "what has no identity is found by nothing";
 }
 
 }  // namespace

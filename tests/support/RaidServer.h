@@ -52,7 +52,7 @@ inline RaidInventory discoverRaid() {
     return inventory;
 }
 
-inline std::string conditionOf(const tavStatusInfo& resource) {
+inline std::string conditionText(const tavStatusInfo& resource) {
     return std::string(displayText(resource.getState())) + "/" + displayText(resource.getHealth());
 }
 

@@ -84,5 +84,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(senseText(reply).size() <= 255);
     checkTemperaturePage(reply);
     checkIdentity(reply);
+    requireWithin(senseKey(reply), 15);
+    for (const std::uint8_t log : {0, 3, 4, 255})
+        require(!directoryLists(reply, log) || reply.size() >= 2U * log + 2U);
+    require(!statisticsList(reply, 7) || reply.size() > 9);
     return 0;
 }

@@ -1,6 +1,8 @@
 /// The generic factory and its controllers on a simulated server: four SATA ports of an Intel SATA
 /// RAID controller, a disk on each.
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -12,10 +14,14 @@
 #include <gtest/gtest.h>
 
 #include "core/tavUtils.h"
+#include "sim/device/DiskModel.h"
+#include "sim/device/ScsiGeneric.h"
 #include "sim/server/ServerTree.h"
+#include "storage/SASResourceManager.h"
 #include "storage/kernel/tavStorageController.h"
 #include "storage/kernel/tavStorageControllerFactory.h"
 #include "storage/scsi/scsi_scan.h"
+#include "tests/support/FastWaiting.h"
 #include "tests/support/Rmc.h"
 #include "tests/support/Service.h"
 
@@ -34,6 +40,7 @@ using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 
 constexpr const char* pciLocation = "0000:00:17.0";
@@ -77,9 +84,43 @@ class Controllers : public testing::Test {
         build();
     }
 
-    void build() { tav::sim::buildServer(server_, tav::sim::Tree("/")); }
+    void build() { tav::sim::changeServer(server_, tav::sim::Tree("/")); }
 
     Json::Value& disk(int number) { return server_["disks"][number]; }
+
+    void makeSas(int number) {
+        disk(number)["protocol"] = "SAS";
+        disk(number)["vendor"] = "SEAGATE";
+    }
+
+    void setPorts(const char* state) {
+        for (Json::Value& host : server_["scsiHosts"])
+            host["state"] = state;
+        build();
+    }
+
+    /// Lets a disk refuse the commands that fit, as its kind does; and counts those that reach it.
+    void refuse(int number, const std::atomic<bool>& refuses, std::atomic<int>& commands,
+                bool (*fits)(const sg_io_hdr&)) {
+        const tav::sim::DiskFacts facts(tav::sim::diskFacts(disk(number)));
+        const auto answer = [facts, fits, &refuses, &commands](sg_io_hdr& request) {
+            ++commands;
+            if (refuses && fits(request)) {
+                const std::uint8_t key = facts.isSas() ? 5 : 0x0B;
+                tav::sim::completeWithSense(request, std::array<std::uint8_t, 3>{0x70, 0, key});
+                return 0;
+            }
+            const auto whole = answerCommand(facts, {request.cmdp, request.cmd_len});
+            if (whole.sense.empty()) {
+                tav::sim::completeWithData(request, whole.data);
+            } else {
+                tav::sim::completeWithSense(request, whole.sense);
+            }
+            return 0;
+        };
+        tav::sim::installDevice("/dev/" + disk(number)["name"].asString(),
+                                tav::sim::scriptedScsiDevice(answer));
+    }
 
     /// What the storage manager does in one build.
     void discover() {
@@ -221,11 +262,6 @@ TEST_F(Controllers, AnotherDiskInTheSamePlace) {
 
 TEST_F(Controllers, ReportLostPortsAndTheirReturn) {
     discover();
-    const auto setPorts = [this](const char* state) {
-        for (Json::Value& host : server_["scsiHosts"])
-            host["state"] = state;
-        build();
-    };
     server_["scsiHosts"][0]["state"] = "offline";
     build();
     poll();
@@ -278,7 +314,7 @@ TEST_F(Controllers, AttributesThatAreMissingCostNoMoreThanThemselves) {
         const fs::path aside = "/tmp/aside";
         fs::rename(fs::canonical(path), aside);
         discover();
-        EXPECT_THAT(disks_, testing::Not(IsEmpty())) << path;
+        EXPECT_THAT(disks_, Not(IsEmpty())) << path;
         EXPECT_THAT(infos_, SizeIs(1)) << path;
         fs::remove_all(aside);
         server_ = fourPorts();
@@ -298,6 +334,217 @@ TEST_F(Controllers, TextsOfADiskMayBeAnything) {
     poll();
     ASSERT_THAT(events(), SizeIs(1));
     EXPECT_THAT(logs(), HasSubstr("Detected disk status change."));
+}
+
+/// Ways in which a disk's serial numbers can contradict each other: none of them is news, and none
+/// makes the manager look at everything anew.
+TEST_F(Controllers, SerialNumbersThatContradictEachOther) {
+    disk(0)["identifySerial"] = "OTHER";
+    disk(1)["identify"] = "ones";
+    disk(2)["identify"] = "short";
+    build();
+    for (int round = 0; round < 3; ++round) {
+        discover();
+        poll();
+    }
+    EXPECT_EQ(conditionOf("OTHER"), "Running") << "the number that the disk tells is the one shown";
+    EXPECT_EQ(conditionOf("S1"), "Running");
+    EXPECT_EQ(conditionOf("S2"), "Running");
+    EXPECT_THAT(disks_, SizeIs(4));
+    EXPECT_THAT(events(), IsEmpty());
+    EXPECT_THAT(logs(), Not(HasSubstr("Invalidating inventory cache.")));
+    disk(0)["serial"] = "NEW";
+    disk(0)["identifySerial"] = "NEWER";
+    build();
+    poll();
+    poll();
+    discover();
+    EXPECT_THAT(events(), ElementsAre("538 OTHER", "540 NEWER"));
+    EXPECT_THAT(disks_, SizeIs(4));
+}
+
+TEST_F(Controllers, ASerialNumberThatCannotBeReadSaysNothing) {
+    makeSas(1);
+    build();
+    discover();
+    disk(1)["serialUnreadable"] = "yes";
+    build();
+    poll();
+    discover();
+    EXPECT_EQ(conditionOf("S1"), "Running") << "it keeps the number it had";
+    discover();
+    disk(1)["serialUnreadable"] = "no";
+    build();
+    discover();
+    poll();
+    EXPECT_THAT(events(), IsEmpty());
+    EXPECT_THAT(disks_, SizeIs(4));
+    disk(1)["serial"] = "LATE";
+    build();
+    discover();
+    EXPECT_THAT(events(), ElementsAre("538 S1", "540 LATE")) << "and is recognised by it";
+}
+
+TEST_F(Controllers, DevicesAtOnePlaceAreEachThemselves) {
+    Json::Value second = disk(0);
+    second["name"] = "sg9";
+    second["block"] = "sdz";
+    second["address"] = "0:1:0:0";
+    second["serial"] = "SECOND";
+    server_["disks"].append(second);
+    build();
+    for (int round = 0; round < 3; ++round) {
+        discover();
+        poll();
+        EXPECT_THAT(disks_, SizeIs(5));
+    }
+    EXPECT_THAT(events(), IsEmpty());
+    server_["disks"][4]["gone"] = "yes";
+    disk(3)["serialUnreadable"] = "yes";
+    build();
+    discover();
+    EXPECT_THAT(events(), ElementsAre("538 SECOND"));
+    server_["disks"][4]["gone"] = "no";
+    server_["disks"][4]["serial"] = "THIRD";
+    build();
+    discover();
+    EXPECT_THAT(events(), ElementsAre("538 SECOND", "540 THIRD")) << "in the place of the second";
+    EXPECT_EQ(conditionOf("S0"), "Running");
+    EXPECT_THAT(disks_, SizeIs(5));
+}
+
+TEST_F(Controllers, DisksThatSwapTheirPlaces) {
+    discover();
+    std::swap(disk(0)["serial"], disk(1)["serial"]);
+    build();
+    discover();
+    EXPECT_THAT(events(), ElementsAre("538 S0", "540 S1", "538 S1", "540 S0"));
+    EXPECT_THAT(disks_, SizeIs(4));
+}
+
+TEST_F(Controllers, ARecoveryGoesOnFromTheLastLookWhoeverTookIt) {
+    tav::test::clockSpeed = 500;
+    discover();
+    setPorts("recovery");
+    poll();
+    std::this_thread::sleep_for(80ms);  // 40 s
+    discover();
+    std::this_thread::sleep_for(60ms);
+    poll();
+    EXPECT_THAT(events(), ElementsAre("398 NotAvailable")) << "60 s after it began, not 90";
+    setPorts("running");
+    poll();
+    setPorts("recovery");
+    discover();
+    setPorts("running");
+    poll();
+    std::this_thread::sleep_for(140ms);
+    setPorts("recovery");
+    discover();
+    EXPECT_THAT(events(), ElementsAre("398 NotAvailable", "397 NotAvailable"))
+        << "another recovery, which has just begun";
+}
+
+TEST_F(Controllers, ADiskThatDoesNotIdentifyItselfIsStillKnownAndWatched) {
+    discover();
+    for (const char* const answer : {"zeros", "ones", "short"}) {
+        disk(1)["identify"] = answer;
+        build();
+        discover();
+        EXPECT_EQ(disks_[1].getMediaType(), "SSD") << answer;
+        EXPECT_EQ(disks_[1].getRevision(), "N2010121") << answer;
+    }
+    disk(1)["wear"] = 97;
+    build();
+    discover();
+    EXPECT_THAT(events(), ElementsAre("539 S1"));
+    disk(1)["answers"] = "no";
+    disk(1)["patience"] = 1;
+    build();
+    discover();
+    EXPECT_EQ(conditionOf("S1"), "Failed");
+    EXPECT_EQ(disks_[1].getModel(), "INTEL SSDSC2BB480G7");
+    EXPECT_EQ(disks_[1].getMediaType(), "SSD");
+    EXPECT_EQ(disks_[1].getProtocol(), "ATA");
+    EXPECT_THAT(disks_[1].getEventInfoString(), HasSubstr("did not answer in time"));
+    EXPECT_THAT(events(), ElementsAre("539 S1", "538 S1"));
+}
+
+TEST_F(Controllers, ADiskThatAnswersAgainInTheMiddleOfItsTurnIsNotTakenForHealthy) {
+    disk(2)["wear"] = 97;
+    build();
+    discover();
+    disk(2)["answers"] = "no";
+    disk(2)["patience"] = 60;
+    build();
+    poll();
+    std::thread recovering([this] {
+        std::this_thread::sleep_for(90ms);
+        disk(2)["answers"] = "yes";
+        build();
+    });
+    poll();
+    recovering.join();
+    poll();
+    EXPECT_THAT(events(), ElementsAre("538 S2", "539 S2"));
+}
+
+TEST_F(Controllers, WhatADiskDoesNotSupportIsNoFault) {
+    std::atomic<int> commands{0};
+    std::atomic<bool> refuses{true};
+    makeSas(0);
+    build();
+    refuse(0, refuses, commands, [](const sg_io_hdr& request) { return request.cmdp[0] == 0x4D; });
+    refuse(1, refuses, commands, [](const sg_io_hdr& request) {
+        return request.cmdp[0] == 0x85 && request.cmdp[14] == 0x2F && request.cmdp[8] != 5;
+    });
+    discover();
+    EXPECT_EQ(conditionOf("S0"), "Running");
+    EXPECT_EQ(conditionOf("S1"), "Running");
+    poll();
+    commands = 0;
+    poll();
+    EXPECT_EQ(commands, 4 + 3) << "its directory is asked once, not at every poll";
+    const std::string log = logs();
+    const auto first = log.find("1:0:0:0: The disk does not support to be asked for its errors.");
+    ASSERT_NE(first, std::string::npos);
+    EXPECT_EQ(log.find("1:0:0:0: The disk does not support to be asked for its errors.", first + 1),
+              std::string::npos);
+    EXPECT_THAT(events(), IsEmpty());
+    refuses = false;
+    poll();
+    refuses = true;
+    poll();
+    EXPECT_THAT(events(), ElementsAre("538 S0", "538 S1")) << "what it has told before";
+    EXPECT_THAT(parseJson(rmc_.commands().back().payload)["VariableData"]["EventInfo"].asString(),
+                HasSubstr("which it has told before"));
+}
+
+TEST_F(Controllers, ThePublishedInventorySaysWhatTheEventsSay) {
+    tav::registerGenericStorageFactory();
+    SASResourceManager& manager = *SASResourceManager::getInstance();
+    const auto stateOf = [&](unsigned index) {
+        std::vector<Json::Value> drives;
+        manager.getInventoryJsonObject2(2, drives);
+        return drives.size() == 4 ? drives[index]["Status"]["State"].asString() : "absent";
+    };
+    manager.cacheBuild();
+    EXPECT_EQ(stateOf(1), "Running");
+    disk(1)["errors"] = 1;
+    build();
+    manager.pollDevices();
+    EXPECT_EQ(stateOf(1), "Predictive failure") << "without a build";
+    disk(1)["errors"] = 0;
+    setPorts("offline");
+    manager.pollDevices();
+    EXPECT_EQ(stateOf(1), "Running");
+    std::vector<Json::Value> controllers;
+    manager.getInventoryJsonObject2(1, controllers);
+    EXPECT_EQ(controllers.at(0)["Status"]["State"].asString(), "Offline");
+    const auto shown = events();
+    factory().shutdownFactory();
+    EXPECT_EQ(stateOf(0), "Running") << "a controller that is shut down takes nothing with it";
+    EXPECT_EQ(events(), shown);
 }
 
 TEST(ScsiScan, TheNearestFunctionDecides) {

@@ -99,9 +99,9 @@ class RaidEventTables : public testing::Test {
         tavMegaRAIDControllerFactory::getInstance()->getControllers(255, found);
         const Controllers controllers = takeControllers(std::move(found));
         auto& controller = static_cast<tavMegaRAIDController&>(*controllers.at(0));
-        if (locale == 0x0001) return conditionOf(controller.getLogicalDiskInventory().at(0));
-        if (locale == 0x0002) return conditionOf(controller.getPhysicalDrivesInventory().at(1));
-        return conditionOf(controller.getInventory());
+        if (locale == 0x0001) return conditionText(controller.getLogicalDiskInventory().at(0));
+        if (locale == 0x0002) return conditionText(controller.getPhysicalDrivesInventory().at(1));
+        return conditionText(controller.getInventory());
     }
 
     Rmc rmc_;

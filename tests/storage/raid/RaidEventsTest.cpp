@@ -89,23 +89,23 @@ TEST_F(RaidEvents, CarryTheRecordAndTheFirmwaresText) {
 
 TEST_F(RaidEvents, ConditionsStayUntilTheLibrarysOwnChange) {
     FakeRaidLibrary library({fakeController(0, "SV1")});
-    EXPECT_EQ(conditionOf(discoverRaid().disks.at(1)), "Online/OK");
+    EXPECT_EQ(conditionText(discoverRaid().disks.at(1)), "Online/OK");
     library.fire(driveEvent(0x57, 2, 9));
     library.fire(RaidEventBytes{}.code(1).locale(controllers).eventClass(2));
     library.fire(RaidEventBytes{}.code(0xFB).locale(volumes).eventClass(2).argument(3, {0}));
     const RaidInventory carried = discoverRaid();
-    EXPECT_EQ(conditionOf(carried.disks.at(1)), "Predictive failure/Warning");
-    EXPECT_EQ(conditionOf(carried.volumes.at(0)), "Degraded/Critical");
-    EXPECT_EQ(conditionOf(carried.controllers.at(0)), "Failed/Critical");
+    EXPECT_EQ(conditionText(carried.disks.at(1)), "Predictive failure/Warning");
+    EXPECT_EQ(conditionText(carried.volumes.at(0)), "Degraded/Critical");
+    EXPECT_EQ(conditionText(carried.controllers.at(0)), "Failed/Critical");
 
     library.change([](std::vector<FakeController>& all) {
         all[0].drives[1].state = 0x14;
         all[0].volumes[0].state = 1;
     });
     const RaidInventory changed = discoverRaid();
-    EXPECT_EQ(conditionOf(changed.disks.at(1)), "Rebuild/OK");
+    EXPECT_EQ(conditionText(changed.disks.at(1)), "Rebuild/OK");
     EXPECT_EQ(changed.disks.at(1).getEventHealth(), TAV_HEALTH_WARNING) << "what was reported";
-    EXPECT_EQ(conditionOf(changed.volumes.at(0)), "Partially degraded/Warning");
+    EXPECT_EQ(conditionText(changed.volumes.at(0)), "Partially degraded/Warning");
 
     // Another drive in the same slot has nothing to do with what was said of the first.
     library.change([](std::vector<FakeController>& all) { all[0].drives[1].serial = "NEW"; });
@@ -167,7 +167,7 @@ TEST_F(RaidEvents, ARenumberedControllerStaysTheSame) {
     library.change([](std::vector<FakeController>& all) { all[0].id = 5; });
     const RaidInventory again = discoverRaid();
     ASSERT_EQ(again.disks.size(), 2U);
-    EXPECT_EQ(conditionOf(again.disks[1]), "Predictive failure/Warning");
+    EXPECT_EQ(conditionText(again.disks[1]), "Predictive failure/Warning");
     EXPECT_EQ(tavMegaRAIDController::totalLSICtrls, 1);
 }
 
@@ -299,7 +299,7 @@ TEST_F(RaidEvents, AStormDuringRebuildsRaisesEachConditionOnce) {
         failedDrives.push_back(event["VariableData"]["Data"]["SerialNumber"].asString());
     EXPECT_THAT(failedDrives, testing::UnorderedElementsAre("SV1-A", "SV1-B"));
     for (const tavDiskInfo& disk : discoverRaid().disks)
-        EXPECT_EQ(conditionOf(disk), "Failed/Critical");
+        EXPECT_EQ(conditionText(disk), "Failed/Critical");
 }
 
 TEST_F(RaidEvents, AStormMeetsStopAndStart) {

@@ -124,6 +124,39 @@ TEST(ScsiReplies, IdentifyData) {
     EXPECT_EQ(identity({}), "absent");
 }
 
+TEST(ScsiReplies, SenseKeys) {
+    const struct {
+        const char* sense;
+        int key;
+    } rows[] = {
+        {"70 00 05", 5}, {"F1 00 2B 00", 11}, {"72 05", 5},
+        {"73 FB", 11},   {"70 00", -1},       {"72", -1},
+        {"", -1},        {"6F 05 05", -1},    {"74 05 05", -1},
+    };
+    for (const auto& row : rows) {
+        const Bytes sense = bytes(row.sense);
+        EXPECT_EQ(tav::scsi::senseKey(std::as_bytes(std::span(sense))).value_or(-1), row.key)
+            << row.sense;
+    }
+}
+
+TEST(ScsiReplies, DirectoriesOfAtaLogs) {
+    const auto lists = [](bool (*parse)(tav::scsi::Bytes, std::uint8_t), const char* text,
+                          std::uint8_t entry) {
+        const Bytes page = bytes(text);
+        return parse(std::as_bytes(std::span(page)), entry);
+    };
+    EXPECT_TRUE(lists(tav::scsi::directoryLists, "01 00 00 00 00 01", 2));
+    EXPECT_TRUE(lists(tav::scsi::directoryLists, "01 00 00 00 08 00", 2));
+    EXPECT_FALSE(lists(tav::scsi::directoryLists, "01 00 00 00 01 00", 1));
+    EXPECT_FALSE(lists(tav::scsi::directoryLists, "01 00 00 00 01", 2)) << "cut short";
+    const char* const pages = "01 00 00 00 00 00 00 00 02 00 05 07";
+    EXPECT_TRUE(lists(tav::scsi::statisticsList, pages, 5));
+    EXPECT_FALSE(lists(tav::scsi::statisticsList, pages, 7)) << "behind the list";
+    EXPECT_FALSE(lists(tav::scsi::statisticsList, "01 00 00 00 00 00 00 00 FF 00 05", 7));
+    EXPECT_FALSE(lists(tav::scsi::statisticsList, "01 00 00 00 00 00 00 00", 0));
+}
+
 TEST(ScsiReplies, InquiryFields) {
     const std::string inquiry = std::string("\xE5\0\6\x12\x33\0\0\0", 8) + "  VENDOR" +
                                 std::string("PRODUCT  \0\0 \0\0\0\0", 16) + "REV ";
