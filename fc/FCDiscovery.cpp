@@ -67,7 +67,7 @@ std::vector<std::string> listClass(const char* directory) {
 /// The PCI function behind a network interface, told by its device's link.
 std::string functionOfInterface(const std::string& interface) {
     const std::string device = networkClass + interface + "/device";
-    return tav::lastPciFunction(tav::linkTarget(device.c_str()));
+    return tav::lastPciFunction(tav::linkTarget(device.c_str()).valueOr(""));
 }
 
 /// A plain adapter is a SCSI host of its own, with attributes of its own. Returns its key.
@@ -96,20 +96,22 @@ int slotBySmbios(const std::string& function) {
     return PciGetslot_str(function.c_str());
 }
 
+void setVitalProductData(const tav::PciVpd& vpd, tavFCDeviceInfo& port) {
+    if (const std::string* const serial = vpd.find("SN")) port.settavFCSerialNumber(*serial);
+    const std::string* version = vpd.find("VA");
+    if (version == nullptr) version = vpd.find("V3");
+    if (version != nullptr) port.settavFCFirmwareVersion(*version);
+}
+
 /// A converged adapter tells about itself in its PCI function's vital product data. Returns its
 /// key, which is no adapter's when the function cannot be found.
 std::uint32_t readConvergedAdapter(const std::string& function, tavFCDeviceInfo& port) {
     port.settavFCSlot(std::to_string(slotBySmbios(function)));
     const PciNodePtr node = PciGetnode_str(function.c_str());
     if (node == nullptr) return 0;
-    if (const char* serial = PciGetVPDtag(node.get(), "SN")) port.settavFCSerialNumber(serial);
-    for (const char* tag : {"VA", "V3"}) {
-        const char* const version = PciGetVPDtag(node.get(), tag);
-        if (version == nullptr) continue;
-        port.settavFCFirmwareVersion(version);
-        break;
-    }
-    return subsystemKey(node->subsystemDevice, node->subsystemVendor);
+    if (const auto vpd = node->readVpd()) setVitalProductData(*vpd, port);
+    return subsystemKey(node->subsystemDevice.valueOr(0xFFFF),
+                        node->subsystemVendor.valueOr(0xFFFF));
 }
 
 std::string physicalLocation(const std::string& function) {
@@ -177,7 +179,7 @@ std::optional<FCResourceManager::Discovery> FCResourceManager::discover() {
 std::optional<tavFCDeviceInfo> FCResourceManager::readPort(const std::string& host) {
     tavFCDeviceInfo port;
     const std::string scsiHost = scsiHostClass + host;
-    const std::string target = tav::linkTarget(scsiHost.c_str());
+    const std::string target = tav::linkTarget(scsiHost.c_str()).valueOr("");
     const auto interface = tav::interfaceInTarget(target);
     std::string function = interface ? functionOfInterface(*interface) : std::string();
     if (function.empty()) function = tav::lastPciFunction(target);

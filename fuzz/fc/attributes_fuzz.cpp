@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(interface->find('/') == std::string::npos);
     }
     const std::string function = tav::lastPciFunction(text);
-    require(function.empty() || tav::parsePciAddress(function).has_value());
+    require(function.empty() || bool(tav::parsePciAddress(function)));
 
     tavFCDeviceInfo port;
     port.settavFCSerialNumber(std::string(text));

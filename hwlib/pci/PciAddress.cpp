@@ -7,25 +7,25 @@ namespace tav {
 namespace {
 
 /// Takes 1 to `mostDigits` hexadecimal digits and the character `end` off the front of `text`.
-/// Absent unless they are there and stand for at most `most`.
-std::optional<unsigned> takeField(std::string_view& text, std::size_t mostDigits, unsigned most,
-                                  char end) {
+/// Malformed unless they are there and stand for at most `most`.
+Answer<unsigned> takeField(std::string_view& text, std::size_t mostDigits, unsigned most,
+                           char end) {
     const std::string_view digits = text.substr(0, text.find(end));
-    if (digits.size() == text.size() || digits.size() > mostDigits) return std::nullopt;
+    if (digits.size() == text.size() || digits.size() > mostDigits) return Lack::Malformed;
     unsigned value = 0;
     const char* const last = digits.data() + digits.size();
     const auto scanned = std::from_chars(digits.data(), last, value, 16);
-    if (scanned.ec != std::errc() || scanned.ptr != last || value > most) return std::nullopt;
+    if (scanned.ec != std::errc() || scanned.ptr != last || value > most) return Lack::Malformed;
     text.remove_prefix(digits.size() + 1);
     return value;
 }
 
-std::optional<PciAddress> parseWithEnd(std::string_view text) {
+Answer<PciAddress> parseWithEnd(std::string_view text) {
     const auto domain = takeField(text, 4, 0xFFFF, ':');
     const auto bus = takeField(text, 2, 0xFF, ':');
     const auto device = takeField(text, 2, 31, '.');
     const auto function = takeField(text, 1, 7, '\0');
-    if (!domain || !bus || !device || !function || !text.empty()) return std::nullopt;
+    if (!domain || !bus || !device || !function || !text.empty()) return Lack::Malformed;
     return PciAddress{static_cast<std::uint16_t>(*domain), static_cast<std::uint8_t>(*bus),
                       static_cast<std::uint8_t>(*device), static_cast<std::uint8_t>(*function)};
 }
@@ -33,8 +33,8 @@ std::optional<PciAddress> parseWithEnd(std::string_view text) {
 /// "0000:3b:00.1" and the terminating NUL.
 constexpr std::size_t longestText = 13;
 
-std::optional<PciAddress> parseJoined(std::string_view text, std::string_view ending) {
-    if (text.size() + ending.size() >= longestText) return std::nullopt;
+Answer<PciAddress> parseJoined(std::string_view text, std::string_view ending) {
+    if (text.size() + ending.size() >= longestText) return Lack::Malformed;
     std::array<char, longestText> buffer{};
     text.copy(buffer.data(), text.size());
     ending.copy(buffer.data() + text.size(), ending.size());
@@ -50,11 +50,11 @@ void putHex(std::string& text, std::size_t at, std::size_t digits, unsigned valu
 
 }  // namespace
 
-std::optional<PciAddress> parsePciAddress(std::string_view text) {
+Answer<PciAddress> parsePciAddress(std::string_view text) {
     return parseJoined(text, "");
 }
 
-std::optional<PciAddress> parsePciDevice(std::string_view text) {
+Answer<PciAddress> parsePciDevice(std::string_view text) {
     return parseJoined(text, text.find('.') == std::string_view::npos ? ".0" : "");
 }
 

@@ -2,10 +2,10 @@
 
 #include <compare>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 
+#include "base/Answer.h"
 #include "base/Export.h"
 
 /// Where a PCI function sits on the bus: PCI Local Bus 3.0 (PCI-SIG), section 3.2.2.3.
@@ -22,10 +22,10 @@ namespace tav {
 
 /// The address that the whole of `text` spells the way sysfs does, "0000:3b:00.1". Domains above
 /// FFFF, which software hands out for functions behind a storage remapper, have no such address.
-TAV_API std::optional<PciAddress> parsePciAddress(std::string_view text);
+TAV_API Answer<PciAddress> parsePciAddress(std::string_view text);
 
 /// The same, where a text without "." means function 0.
-TAV_API std::optional<PciAddress> parsePciDevice(std::string_view text);
+TAV_API Answer<PciAddress> parsePciDevice(std::string_view text);
 
 /// "0000:3b:00.1".
 TAV_API std::string textOf(const PciAddress& address);

@@ -94,34 +94,27 @@ std::uint8_t pci_get_lnkwidth(PciConfig config) {
     return code;
 }
 
-std::optional<bool> tav::hasBridgeHeader(PciConfig config) {
-    const auto headerType = byteOf(config, headerTypeOffset);
-    if (!headerType) return std::nullopt;
-    return (*headerType & 0x7FU) == 1 || (*headerType & 0x7FU) == cardBusHeader;
-}
-
 bool tav::readConfigRevision(int configFile, PciConfigRoom config) {
     return readWord(configFile, config, revisionOffset);
-}
-
-bool tav::readConfigHeaderType(int configFile, PciConfigRoom config) {
-    return readWord(configFile, config, headerTypeOffset);
 }
 
 bool tav::readConfigCapabilities(int configFile, PciConfigRoom config) {
     std::ranges::fill(config, std::byte{0});
     std::bitset<pciConfigSize / wordSize> present;
+    bool isWhole = true;
     const auto byteAt = [&](std::size_t offset) -> std::optional<unsigned> {
         if (offset >= config.size()) return std::nullopt;
         const std::size_t word = offset / wordSize;
-        if (!present[word] && !readWord(configFile, config, offset)) return std::nullopt;
-        present[word] = true;
+        if (!present[word]) present[word] = readWord(configFile, config, offset);
+        if (!present[word]) {
+            isWhole = false;
+            return std::nullopt;
+        }
         return std::to_integer<unsigned>(config[offset]);
     };
-    if (!byteAt(statusOffset)) return false;
     walkCapabilities(byteAt, [&](unsigned id, std::size_t offset) {
         if (id == expressCapability) byteAt(offset + linkStatusInCapability);
         return true;
     });
-    return true;
+    return isWhole;
 }

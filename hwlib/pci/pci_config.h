@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <span>
 
 #include "base/Export.h"
@@ -31,19 +30,13 @@ namespace tav {
 
 inline constexpr std::uint8_t unknownLinkWidth = 2;
 
-/// Whether the header is a bridge's (types 1 and 2); absent when the type is not there.
-TAV_API std::optional<bool> hasBridgeHeader(PciConfig config);
-
 /// The functions below read configuration space from a function's open "config" file into `config`,
 /// and only what is used: every word read goes to the device, which can take longer than the rest
-/// of an inventory. They return false when there is nothing to read.
+/// of an inventory. They return false when a word that they need cannot be read.
 using PciConfigRoom = std::span<std::byte, pciConfigSize>;
 
 /// What pci_get_revision() uses.
 TAV_API bool readConfigRevision(int configFile, PciConfigRoom config);
-
-/// What hasBridgeHeader() uses.
-TAV_API bool readConfigHeaderType(int configFile, PciConfigRoom config);
 
 /// What pci_get_caps() and pci_get_lnkwidth() use. Everything else becomes 0.
 TAV_API bool readConfigCapabilities(int configFile, PciConfigRoom config);

@@ -12,36 +12,36 @@ constexpr const char* databasePaths[] = {
 };
 
 std::mutex databaseLock;
-std::shared_ptr<tav::PciIdDatabase> database;
-
-std::shared_ptr<tav::PciIdDatabase> currentDatabase() {
-    const std::scoped_lock guard(databaseLock);
-    return database;
-}
-
-std::shared_ptr<tav::PciIdDatabase> openDatabase() {
-    for (const char* path : databasePaths) {
-        // Shared, because a std::function can be copied.
-        const auto file = std::make_shared<tav::FileDescriptor>(tav::openForReading(path));
-        if (!file->isOpen()) continue;
-        return std::make_shared<tav::PciIdDatabase>(
-            [file](std::span<char> room, std::uint64_t position) {
-                return tav::readOnceAt(file->get(), std::as_writable_bytes(room), position);
-            });
-    }
-    return nullptr;
-}
+tav::PciIdDatabasePtr database;
 
 template <class LookUp>
 PciIdEntryPtr search(LookUp lookUp) {
-    const auto ids = currentDatabase();
+    const auto ids = tav::defaultPciIds();
     return ids == nullptr ? nullptr : lookUp(*ids);
 }
 
 }  // namespace
 
+tav::PciIdDatabasePtr tav::loadPciIds() {
+    for (const char* path : databasePaths) {
+        // Shared, because a std::function can be copied.
+        const auto file = std::make_shared<FileDescriptor>(openForReading(path));
+        if (!file->isOpen()) continue;
+        return std::make_shared<PciIdDatabase>(
+            [file](std::span<char> room, std::uint64_t position) {
+                return readOnceAt(file->get(), std::as_writable_bytes(room), position).valueOr(0);
+            });
+    }
+    return nullptr;
+}
+
+tav::PciIdDatabasePtr tav::defaultPciIds() {
+    const std::scoped_lock guard(databaseLock);
+    return database;
+}
+
 bool scan_hw_ids() {
-    const auto loaded = openDatabase();
+    const auto loaded = tav::loadPciIds();
     const std::scoped_lock guard(databaseLock);
     database = loaded;
     return database != nullptr;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "base/Export.h"
 #include "hwlib/pci/PciIdDatabase.h"
@@ -9,8 +10,21 @@
 /// look-ups give null where the database has no entry, or before it is loaded. All may be called on
 /// any thread.
 
-/// Loads the database, or loads it anew, from the first of its usual places that can be opened; it
-/// stays open for the look-ups. False, and no database, when there is none.
+namespace tav {
+
+using PciIdDatabasePtr = std::shared_ptr<PciIdDatabase>;
+
+/// Opens the database at the first of its usual places that can be opened; null when there is none.
+/// It stays open for the look-ups for as long as the result is held.
+TAV_API PciIdDatabasePtr loadPciIds();
+
+/// What scan_hw_ids() loaded last, which is what the look-ups below look at; or null.
+TAV_API PciIdDatabasePtr defaultPciIds();
+
+}  // namespace tav
+
+/// Loads the database for the look-ups, or loads it anew. False, and no database, when there is
+/// none.
 TAV_API bool scan_hw_ids();
 
 TAV_API PciIdEntryPtr vendor_search(std::uint16_t vendor);

@@ -3,9 +3,11 @@
 #include <array>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "base/DirectoryListing.h"
 #include "base/FileReading.h"
+#include "hwlib/smbios/SmbiosPci.h"
 #include "hwlib/smbios/smbios.h"
 
 namespace {
@@ -24,9 +26,10 @@ void forEachComponent(std::string_view path, Visit visit) {
     }
 }
 
-std::string targetOfDevice(const char* path) {
-    std::string target = tav::linkTarget(path);
-    return !target.empty() ? target : tav::linkTarget((std::string(path) + "/device").c_str());
+std::string targetOfDevice(const std::string& path) {
+    auto target = tav::linkTarget(path.c_str());
+    if (!target) target = tav::linkTarget((path + "/device").c_str());
+    return std::move(target).valueOr(std::string());
 }
 
 /// Whether `text`, "0000:3b:00" with or without a function, is where the function sits.
@@ -42,17 +45,21 @@ bool isSlotOf(std::string_view text, const PciAddress& address) {
 
 }  // namespace
 
-int PciGetslot_str(const char* address) {
-    const auto parsed = tav::parsePciDevice(address);
-    if (!parsed) return 0;
-    const std::string link = std::string(devicesDirectory) + tav::textOf(*parsed);
-    int slot = 0;
-    forEachComponent(tav::linkTarget(link.c_str()), [&](std::string_view component) {
-        const auto above = tav::parsePciAddress(component);
-        if (above) slot = SmbGetPCIslot_bus(above->bus);
-        return slot == 0;
+tav::Answer<std::uint16_t> tav::slotBySmbios(const SmbiosTable& table, const PciAddress& address) {
+    const auto target = linkTarget((std::string(devicesDirectory) + textOf(address)).c_str());
+    if (!target) return target.lack();
+    Answer<std::uint16_t> slot = Lack::Absent;
+    forEachComponent(*target, [&](std::string_view component) {
+        const auto above = parsePciAddress(component);
+        if (above) slot = smbiosSlotId(table, above->bus);
+        return slot.valueOr(0) == 0;
     });
     return slot;
+}
+
+int PciGetslot_str(const char* address) {
+    const auto parsed = tav::parsePciDevice(address);
+    return parsed ? tav::slotBySmbios(tav::defaultSmbios(), *parsed).valueOr(0) : 0;
 }
 
 int PciGetChassisPort_str(const char* address) {
@@ -84,8 +91,8 @@ std::optional<std::string> get_pcislot(const PciAddress& address) {
     tav::forEachEntry(directory.c_str(), 0, [&](const tav::DirectoryEntry& entry) {
         std::array<char, slotAddressLimit> text;
         const std::string path = directory + std::string(entry.name) + "/address";
-        const std::size_t length = tav::readFileOnce(path.c_str(), text);
-        if (isSlotOf({text.data(), length}, address)) slot = entry.name;
+        const auto read = tav::readAttribute(path.c_str(), text);
+        if (read && isSlotOf(*read, address)) slot = entry.name;
     });
     return slot;
 }

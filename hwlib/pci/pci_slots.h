@@ -4,8 +4,10 @@
 #include <optional>
 #include <string>
 
+#include "base/Answer.h"
 #include "base/Export.h"
 #include "hwlib/pci/PciAddress.h"
+#include "hwlib/smbios/SmbiosTable.h"
 
 /// Where a PCI function sits: by the slots of SMBIOS (see hwlib/smbios/smbios.h, which must have
 /// been initialised), by the kernel's slot directory, and by the links of sysfs. An address text is
@@ -31,3 +33,11 @@ TAV_API int pcislot_scsi_host(const char* path);
 
 /// The name of the function's slot in the kernel's slot directory; absent when it sits in none.
 TAV_API std::optional<std::string> get_pcislot(const PciAddress& address);
+
+namespace tav {
+
+/// What PciGetslot_str() tells, by the given structures instead of the process's. Absent when the
+/// host has no such function or no bus on the way to it has a slot.
+TAV_API Answer<std::uint16_t> slotBySmbios(const SmbiosTable& table, const PciAddress& address);
+
+}  // namespace tav

@@ -91,9 +91,17 @@ void pci_free_vpdtags(PciVpdList list) {
     list.reset();
 }
 
-const PciVpdKeyword* tav::findVpdKeyword(const PciVpdList& list, std::string_view keyword) {
-    for (const PciVpdKeyword* entry = list.get(); entry != nullptr; entry = entry->next.get()) {
-        if (std::string_view(entry->keyword.data(), entry->keyword.size()) == keyword) return entry;
+const std::string* tav::PciVpd::find(std::string_view keyword) const {
+    for (const PciVpdKeyword* entry = keywords.get(); entry != nullptr; entry = entry->next.get()) {
+        if (std::string_view(entry->keyword.data(), entry->keyword.size()) == keyword)
+            return &entry->value;
     }
     return nullptr;
+}
+
+tav::Answer<tav::PciVpd> tav::parsePciVpd(Bytes vpd) {
+    if (vpd.empty()) return Lack::Absent;
+    auto name = pci_get_vpdname(vpd);
+    if (!name) return Lack::Malformed;
+    return PciVpd{*std::move(name), pci_get_vpdtags(vpd)};
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/Answer.h"
 #include "base/Export.h"
 
 /// Decoding of vital product data: PCI Local Bus 3.0 (PCI-SIG), appendix I. A record that does
@@ -40,7 +41,16 @@ TAV_API void pci_free_vpdtags(PciVpdList list);
 
 namespace tav {
 
-/// The first record of that keyword, or null.
-TAV_API const PciVpdKeyword* findVpdKeyword(const PciVpdList& list, std::string_view keyword);
+/// Vital product data, with everything that was in it.
+struct TAV_API PciVpd {
+    std::string name;  ///< the identifier string's text, which is the product name
+    PciVpdList keywords;
+
+    /// The value of the first record of that keyword, or null.
+    const std::string* find(std::string_view keyword) const;
+};
+
+/// Absent when there are no data, malformed when they do not begin with an identifier string.
+TAV_API Answer<PciVpd> parsePciVpd(std::span<const std::byte> vpd);
 
 }  // namespace tav

@@ -30,31 +30,30 @@ FileDescriptor openMemory() {
 
 }  // namespace
 
-MappedMemory::MappedMemory(int memory, std::uint64_t address, std::size_t length)
-    : pages_(MAP_FAILED), mappedLength_(0) {
-    if (memory < 0) return;
+Answer<MappedMemory> MappedMemory::map(int memory, std::uint64_t address, std::size_t length) {
+    if (memory < 0) return Lack::Refused;
     const auto pageSize = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
     const std::uint64_t start = address / pageSize * pageSize;
     const auto inPage = static_cast<std::size_t>(address - start);
-    mappedLength_ = inPage + length;
-    pages_ = ::mmap64(nullptr, mappedLength_, PROT_READ, MAP_SHARED, memory,
-                      static_cast<off64_t>(start));
-    if (pages_ == MAP_FAILED) {
+    const std::size_t mappedLength = inPage + length;
+    void* const pages =
+        ::mmap64(nullptr, mappedLength, PROT_READ, MAP_SHARED, memory, static_cast<off64_t>(start));
+    if (pages == MAP_FAILED) {
         std::fprintf(stderr, "ERROR: Failed to map 0x%lx 0x%lx\n",
-                     static_cast<unsigned long>(start), static_cast<unsigned long>(mappedLength_));
-        return;
+                     static_cast<unsigned long>(start), static_cast<unsigned long>(mappedLength));
+        return Lack::Refused;
     }
-    bytes_ = {static_cast<const std::byte*>(pages_) + inPage, length};
+    return MappedMemory({static_cast<std::byte*>(pages), mappedLength}, inPage);
 }
 
 MappedMemory::~MappedMemory() {
-    if (pages_ != MAP_FAILED) ::munmap(pages_, mappedLength_);
+    if (!pages_.empty()) ::munmap(pages_.data(), pages_.size());
 }
 
 PhysicalMemory::PhysicalMemory() : device_(openMemory()) {}
 
-MappedMemory PhysicalMemory::map(std::uint64_t address, std::size_t length) const {
-    return {device_.get(), address, length};
+Answer<MappedMemory> PhysicalMemory::map(std::uint64_t address, std::size_t length) const {
+    return MappedMemory::map(device_.get(), address, length);
 }
 
 }  // namespace tav

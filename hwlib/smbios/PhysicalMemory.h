@@ -3,7 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <utility>
 
+#include "base/Answer.h"
 #include "base/FileDescriptor.h"
 
 namespace tav {
@@ -11,17 +13,22 @@ namespace tav {
 /// A part of physical memory, mapped for reading for as long as this object lives.
 class MappedMemory {
  public:
-    MappedMemory(int memory, std::uint64_t address, std::size_t length);
+    /// Refused when `memory` is no open memory device, or not for that part.
+    static Answer<MappedMemory> map(int memory, std::uint64_t address, std::size_t length);
+
+    MappedMemory(MappedMemory&& other) noexcept
+        : pages_(std::exchange(other.pages_, {})), bytes_(std::exchange(other.bytes_, {})) {}
     MappedMemory(const MappedMemory&) = delete;
     MappedMemory& operator=(const MappedMemory&) = delete;
     ~MappedMemory();
 
-    /// Empty when the memory could not be mapped.
     std::span<const std::byte> bytes() const noexcept { return bytes_; }
 
  private:
-    void* pages_;
-    std::size_t mappedLength_;
+    MappedMemory(std::span<std::byte> pages, std::size_t start) noexcept
+        : pages_(pages), bytes_(pages.subspan(start)) {}
+
+    std::span<std::byte> pages_;
     std::span<const std::byte> bytes_;
 };
 
@@ -33,7 +40,7 @@ class PhysicalMemory {
     PhysicalMemory();
 
     /// Maps `length` bytes from `address` on.
-    MappedMemory map(std::uint64_t address, std::size_t length) const;
+    Answer<MappedMemory> map(std::uint64_t address, std::size_t length) const;
 
  private:
     FileDescriptor device_;

@@ -77,17 +77,17 @@ Bytes bytesOf(const SMBIOS_RECORD* record) {
 
 }  // namespace
 
-std::optional<SmbiosEntryPoint> findSmbiosEntryPoint(Bytes memory) {
+Answer<SmbiosEntryPoint> findSmbiosEntryPoint(Bytes memory) {
     for (; memory.size() >= SmbiosEntryPoint::size; memory = memory.subspan(paragraph)) {
         if (!isEntryPoint(memory)) continue;
         return SmbiosEntryPoint{static_cast<std::uint16_t>(field(memory, tableLengthOffset, 2)),
                                 field(memory, tableAddressOffset, 4),
                                 static_cast<std::uint16_t>(field(memory, structureCountOffset, 2))};
     }
-    return std::nullopt;
+    return Lack::Absent;
 }
 
-std::optional<std::uint64_t> smbiosAddressInSystab(std::string_view systab) {
+Answer<std::uint64_t> smbiosAddressInSystab(std::string_view systab) {
     constexpr std::string_view name = "SMBIOS=";
     while (!systab.empty()) {
         const std::string_view line = systab.substr(0, systab.find('\n'));
@@ -98,7 +98,7 @@ std::optional<std::uint64_t> smbiosAddressInSystab(std::string_view systab) {
         const unsigned long long address = std::strtoull(value.c_str(), &end, 0);
         if (end != value.c_str()) return address;
     }
-    return std::nullopt;
+    return Lack::Absent;
 }
 
 const SMBIOS_RECORD* SmbiosTable::at(const std::byte* start) const noexcept {
@@ -144,13 +144,13 @@ const char* SmbiosTable::string(const SMBIOS_RECORD* record, unsigned number) co
     return nullptr;
 }
 
-std::optional<std::uint8_t> smbiosByte(const SMBIOS_RECORD* record, std::size_t offset) {
-    if (offset + 1 > record->length) return std::nullopt;
+Answer<std::uint8_t> smbiosByte(const SMBIOS_RECORD* record, std::size_t offset) {
+    if (offset + 1 > record->length) return Lack::Absent;
     return static_cast<std::uint8_t>(field(bytesOf(record), offset, 1));
 }
 
-std::optional<std::uint16_t> smbiosWord(const SMBIOS_RECORD* record, std::size_t offset) {
-    if (offset + 2 > record->length) return std::nullopt;
+Answer<std::uint16_t> smbiosWord(const SMBIOS_RECORD* record, std::size_t offset) {
+    if (offset + 2 > record->length) return Lack::Absent;
     return static_cast<std::uint16_t>(field(bytesOf(record), offset, 2));
 }
 

@@ -2,10 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string_view>
 
+#include "base/Answer.h"
 #include "base/Export.h"
 
 /// Header of every structure: System Management BIOS (SMBIOS), DMTF DSP0134,
@@ -28,11 +28,13 @@ struct SmbiosEntryPoint {
     std::uint16_t structureCount;
 };
 
-/// The first entry point of a version above 2.0 at a multiple of 16 bytes whose bytes sum to 0.
-TAV_API std::optional<SmbiosEntryPoint> findSmbiosEntryPoint(std::span<const std::byte> memory);
+/// The first entry point of a version above 2.0 at a multiple of 16 bytes whose bytes sum to 0;
+/// absent when there is none.
+TAV_API Answer<SmbiosEntryPoint> findSmbiosEntryPoint(std::span<const std::byte> memory);
 
-/// The address of the entry point that the lines of the firmware's "systab" file name.
-TAV_API std::optional<std::uint64_t> smbiosAddressInSystab(std::string_view systab);
+/// The address of the entry point that the lines of the firmware's "systab" file name: the first
+/// that is a number, in a line of at most 62 characters. Absent when there is none.
+TAV_API Answer<std::uint64_t> smbiosAddressInSystab(std::string_view systab);
 
 /// A structure table. A structure whose formatted part does not fit into the table is not there,
 /// and neither is what stands behind it; of a string set that the table cuts off, only the strings
@@ -47,6 +49,15 @@ class TAV_API SmbiosTable {
     const SMBIOS_RECORD* first() const noexcept;
     /// The structure behind `record` of this table, or null.
     const SMBIOS_RECORD* next(const SMBIOS_RECORD* record) const noexcept;
+
+    /// The first structure for which `matches(structure)` is true, or null.
+    template <class Matches>
+    const SMBIOS_RECORD* find(Matches matches) const {
+        const SMBIOS_RECORD* record = first();
+        while (record != nullptr && !matches(*record))
+            record = next(record);
+        return record;
+    }
 
     /// The string of that number, from 1 on, in the record's string set, NUL-terminated; null when
     /// the set has none of that number or the record is not of this table. 0 stands for "no
@@ -66,7 +77,7 @@ class TAV_API SmbiosTable {
 
 /// A little-endian field at `offset` of the formatted part (header included); absent when the
 /// structure is too short, as it is in older versions of the standard.
-TAV_API std::optional<std::uint8_t> smbiosByte(const SMBIOS_RECORD* record, std::size_t offset);
-TAV_API std::optional<std::uint16_t> smbiosWord(const SMBIOS_RECORD* record, std::size_t offset);
+TAV_API Answer<std::uint8_t> smbiosByte(const SMBIOS_RECORD* record, std::size_t offset);
+TAV_API Answer<std::uint16_t> smbiosWord(const SMBIOS_RECORD* record, std::size_t offset);
 
 }  // namespace tav

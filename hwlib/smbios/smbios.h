@@ -10,9 +10,11 @@
 /// DSP0134), and the platform's own types 203 (product name of a slot or onboard device) and 240
 /// (firmware version).
 ///
-/// The table is copied once; records and texts point into the copy. The look-ups take no lock and
-/// may be made on any thread, but not while the table is initialised or freed. They find nothing
-/// while it is not initialised.
+/// The names here look at one copy of the structures that the whole process shares; records and
+/// texts point into it. They take no lock and may be called on any thread, but not while the copy
+/// is initialised or freed, and they find nothing while it is not initialised.
+/// hwlib/smbios/SmbiosStructures.h has them for a copy of one's own, with reasons for what is not
+/// known.
 
 /// Finds and copies the structure table: through the entry point that the firmware's system table
 /// names, or by searching physical memory from 0xF0000 to 0xFFFFF where there is no such table.
@@ -48,3 +50,10 @@ TAV_API std::uint8_t SmbGetChassisPort(std::uint8_t bus, std::uint8_t device,
 /// device at that address; null when they are not told.
 TAV_API const char* SmbGetPciName(std::uint8_t bus, std::uint8_t device, std::uint8_t function);
 TAV_API const char* SmbGetFwVer(std::uint8_t bus, std::uint8_t device, std::uint8_t function);
+
+namespace tav {
+
+/// The shared copy; empty while it is not initialised.
+TAV_API const SmbiosTable& defaultSmbios();
+
+}  // namespace tav

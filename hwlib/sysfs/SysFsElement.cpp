@@ -54,8 +54,8 @@ std::string SysFsAttrib::getValue() const {
 }
 
 std::string SysFsAttrib::readData() const {
-    std::array<char, tav::attributeLimit> text;
-    return {text.data(), tav::readFileOnce(getPath().c_str(), text)};
+    std::array<char, tav::attributeLimit> room;
+    return std::string(tav::readAttribute(getPath().c_str(), room).valueOr(""));
 }
 
 std::string SysFsLink::getValueSeparator() const {
@@ -63,7 +63,7 @@ std::string SysFsLink::getValueSeparator() const {
 }
 
 std::string SysFsLink::getValue() const {
-    return tav::linkTarget(getPath().c_str());
+    return tav::linkTarget(getPath().c_str()).valueOr(std::string());
 }
 
 std::string tav::_makePretty(std::string_view text) {

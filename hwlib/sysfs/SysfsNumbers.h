@@ -1,13 +1,14 @@
 #pragma once
 
+#include <array>
 #include <charconv>
 #include <concepts>
 #include <cstdint>
-#include <optional>
 #include <string_view>
 
 #include <fcntl.h>
 
+#include "base/Answer.h"
 #include "base/FileReading.h"
 
 namespace tav {
@@ -24,9 +25,9 @@ constexpr std::string_view skipSpace(std::string_view text) {
     return start == std::string_view::npos ? std::string_view() : text.substr(start);
 }
 
-/// The number at the start of `text`, by the rules of the numeric readers.
+/// The number at the start of `text`, by the rules of the numeric readers; or malformed.
 template <std::integral Number>
-std::optional<Number> scanNumber(std::string_view text, SysfsFormat format) {
+Answer<Number> scanNumber(std::string_view text, SysfsFormat format) {
     text = skipSpace(text);
     const bool negative = text.starts_with('-');
     if (negative || text.starts_with('+')) text.remove_prefix(1);
@@ -36,29 +37,32 @@ std::optional<Number> scanNumber(std::string_view text, SysfsFormat format) {
     std::uint64_t magnitude = 0;
     const auto scanned = std::from_chars(text.data(), text.data() + text.size(), magnitude,
                                          static_cast<int>(format));
-    if (scanned.ec != std::errc()) return std::nullopt;
+    if (scanned.ec != std::errc()) return Lack::Malformed;
     const std::uint64_t value = negative ? 0 - magnitude : magnitude;
     const auto number = static_cast<Number>(value);
     const bool signKept = negative == (number < 0) || magnitude == 0;
     const bool fits = static_cast<std::uint64_t>(number) == value && signKept;
-    return fits ? std::optional(number) : std::nullopt;
+    return fits ? Answer<Number>(number) : Lack::Malformed;
 }
 
-/// What the numeric readers share. `path` may be relative to the open directory `directory`.
-/// Returns -1 when the file cannot be read, and leaves `*out` alone; else 0, with `*out` the
-/// number, or the failure value of its width when the text is not one.
+/// Reads the number in an attribute. `path` may be relative to the open directory `directory`.
 template <std::integral Number>
-int _get_sysfs_numeric(int directory, const char* path, SysfsFormat format, Number* out) {
-    char text[attributeLimit];
-    const std::size_t length = readFileOnce(directory, path, text);
-    if (length == 0) return -1;
-    *out = scanNumber<Number>({text, length}, format).value_or(noSysfsValue<Number>);
-    return 0;
+Answer<Number> readSysfsNumber(int directory, const char* path, SysfsFormat format) {
+    std::array<char, attributeLimit> room;
+    const auto text = readAttribute(directory, path, room);
+    if (!text) return text.lack();
+    return scanNumber<Number>(*text, format);
 }
 
+/// What the numeric readers share. Returns -1 when the file cannot be read, and leaves `*out`
+/// alone; else 0, with `*out` the number, or the failure value of its width when the text is not
+/// one.
 template <std::integral Number>
 int _get_sysfs_numeric(const char* path, SysfsFormat format, Number* out) {
-    return _get_sysfs_numeric(AT_FDCWD, path, format, out);
+    const auto number = readSysfsNumber<Number>(AT_FDCWD, path, format);
+    if (!number && number.lack() != Lack::Malformed) return -1;
+    *out = number.valueOr(noSysfsValue<Number>);
+    return 0;
 }
 
 }  // namespace tav

@@ -1,6 +1,8 @@
 #include "hwlib/sysfs/sysfs_readers.h"
 
-#include <cstring>
+#include <array>
+#include <span>
+#include <string_view>
 
 #include "base/FileReading.h"
 #include "base/OwnedCopies.h"
@@ -9,6 +11,8 @@
 namespace {
 
 using tav::SysfsFormat;
+
+constexpr std::string_view lineEnds("\n\0", 2);
 
 template <class Number>
 Number readNumber(const char* path, SysfsFormat format) {
@@ -21,19 +25,18 @@ Number readNumber(const char* path, SysfsFormat format) {
 
 char* get_sysfs_str(const char* path) {
     // Read onto the stack, so that one allocation of the right size is all it takes.
-    char text[tav::attributeLimit + 1];
-    const std::size_t length = tav::readFileOnce(path, {text, tav::attributeLimit});
-    text[length] = '\0';
-    if (text[0] == '\0') return nullptr;
-    return tav::newText({text, std::strcspn(text, "\n")});
+    std::array<char, tav::attributeLimit> room;
+    const auto text = tav::readAttribute(path, room);
+    if (!text || text->front() == '\0') return nullptr;
+    return tav::newText(text->substr(0, text->find_first_of(lineEnds)));
 }
 
 unsigned char* get_sysfs_buf(const char* path, std::size_t* size) {
-    char bytes[tav::attributeLimit];
-    const std::size_t length = tav::readFileOnce(path, bytes);
-    if (length == 0) return nullptr;
-    unsigned char* const buffer = tav::newBytes(std::as_bytes(std::span(bytes, length)));
-    if (buffer != nullptr) *size = length;
+    std::array<char, tav::attributeLimit> room;
+    const auto bytes = tav::readAttribute(path, room);
+    if (!bytes) return nullptr;
+    unsigned char* const buffer = tav::newBytes(std::as_bytes(std::span(*bytes)));
+    if (buffer != nullptr) *size = bytes->size();
     return buffer;
 }
 

@@ -241,6 +241,26 @@ TEST(FCManager, AttributesMissingOneByOne) {
               "Not Available");
 }
 
+/// What the converged adapter's firmware says of itself is that of the firmware that runs now.
+TEST(FCManager, FirmwareUpdatedBetweenTwoBuilds) {
+    const std::string vpdFile = "/sys/bus/pci/devices/0000:af:00.0/vpd";
+    buildPorts();
+    const std::string vpd = tav::test::readFile(vpdFile);
+    fs::remove(vpdFile);
+    const auto afterABuild = [] {
+        manager().cacheBuild();
+        return records()[0];
+    };
+    EXPECT_EQ(afterABuild()["FirmwareVersion"], "Not Available");
+    writeFile(vpdFile, vpd);
+    EXPECT_EQ(afterABuild()["FirmwareVersion"], "8.1");
+    std::string updated = vpd;
+    updated.replace(vpd.find("8.1"), 3, "8.2");
+    writeFile(vpdFile, updated);
+    EXPECT_EQ(afterABuild()["FirmwareVersion"], "8.2");
+    EXPECT_EQ(afterABuild()["SerialNumber"], "CNA001");
+}
+
 TEST(FCManager, LinksThatLeadNowhere) {
     buildPorts();
     fs::remove("/sys/class/net/vmnic4");

@@ -31,12 +31,14 @@ void append(std::string& text, std::string_view label, std::string_view name, un
 void print(const PciNode& node, std::string& text) {
     for (const auto& child : node.children) {
         text.append("Slot:\t").append(tav::textOf(child->address)).append("\n");
-        append(text, "Class:\t", nameOf(child->classEntry), child->classCode >> 8);
-        append(text, "Vendor:\t", nameOf(child->vendorEntry), child->vendor);
-        append(text, "Device:\t", nameOf(child->deviceEntry), child->device);
-        append(text, "SVendor:\t", nameOf(child->subsystemVendorEntry), child->subsystemVendor);
-        append(text, "SDevice:\t", nameOf(child->subsystemEntry), child->subsystemDevice);
-        append(text, "Rev:\t", "", child->revision);
+        append(text, "Class:\t", nameOf(child->classEntry), child->classCode.valueOr(0) >> 8);
+        append(text, "Vendor:\t", nameOf(child->vendorEntry), child->vendor.valueOr(0));
+        append(text, "Device:\t", nameOf(child->deviceEntry), child->device.valueOr(0));
+        append(text, "SVendor:\t", nameOf(child->subsystemVendorEntry),
+               child->subsystemVendor.valueOr(0));
+        append(text, "SDevice:\t", nameOf(child->subsystemEntry),
+               child->subsystemDevice.valueOr(0));
+        append(text, "Rev:\t", "", child->revision.valueOr(0));
         print(*child, text);
     }
 }
@@ -117,11 +119,13 @@ WholeFile readWholeFile() {
 
 void lookUpAll(const PciNode& node) {
     for (const auto& child : node.children) {
-        vendor_search(child->vendor);
-        device_search(child->vendor, child->device);
-        subsystem_search(child->vendor, child->device, child->subsystemVendor,
-                         child->subsystemDevice);
-        class_search(child->classCode);
+        const std::uint16_t vendor = child->vendor.valueOr(0);
+        const std::uint16_t device = child->device.valueOr(0);
+        vendor_search(vendor);
+        device_search(vendor, device);
+        subsystem_search(vendor, device, child->subsystemVendor.valueOr(0),
+                         child->subsystemDevice.valueOr(0));
+        class_search(child->classCode.valueOr(0));
         lookUpAll(*child);
     }
 }

@@ -13,7 +13,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const auto* entry = list.get(); entry != nullptr; entry = entry->next.get())
         ++records;
     if (records * 4 > size) std::abort();
-    tav::findVpdKeyword(list, "SN");
+    const auto whole = tav::parsePciVpd(vpd);
+    if (whole ? whole->name != name : name.has_value()) std::abort();
+    if (whole) whole->find("SN");
     pci_free_vpdtags(std::move(list));
     return 0;
 }

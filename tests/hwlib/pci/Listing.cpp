@@ -15,22 +15,24 @@ namespace {
 
 using Listings = std::map<PciAddress, std::string>;
 
-std::string field(const char* tag, const PciIdEntryPtr& entry, const char* kind, unsigned id) {
+std::string field(const char* tag, const PciIdEntryPtr& entry, const char* kind,
+                  const Answer<std::uint16_t>& id) {
     const std::string name = entry == nullptr ? kind : entry->name;
-    return std::string(tag) + ":\t" + name + " [" + hex(id, 4) + "]\n";
+    return std::string(tag) + ":\t" + name + " [" + hex(id.valueOr(0xFFFF), 4) + "]\n";
 }
 
 std::string listingOfNode(const PciNode& node) {
     std::string text = "Slot:\t" + textOf(node.address) + "\n";
-    text += field("Class", node.classEntry, "Class", node.classCode >> 8);
+    text += field("Class", node.classEntry, "Class",
+                  static_cast<std::uint16_t>(node.classCode.valueOr(0xFFFFFF) >> 8));
     text += field("Vendor", node.vendorEntry, "Vendor", node.vendor);
     text += field("Device", node.deviceEntry, "Device", node.device);
-    if (node.subsystemVendor != 0 && node.subsystemVendor != 0xFFFF) {
+    if (node.subsystemVendor.valueOr(0) != 0) {
         text += field("SVendor", node.subsystemVendorEntry, "Unknown vendor", node.subsystemVendor);
         text += field("SDevice", node.subsystemEntry, "Device", node.subsystemDevice);
     }
     if (const auto slot = get_pcislot(node.address)) text += "PhySlot:\t" + *slot + "\n";
-    if (node.revision != 0) text += "Rev:\t" + hex(node.revision, 2) + "\n";
+    if (node.revision.valueOr(0) != 0) text += "Rev:\t" + hex(*node.revision, 2) + "\n";
     return text;
 }
 

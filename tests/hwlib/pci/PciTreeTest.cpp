@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include "hwlib/pci/PciHost.h"
 #include "hwlib/pci/pci.h"
 #include "hwlib/pci/pci_slots.h"
 #include "hwlib/smbios/smbios.h"
@@ -55,6 +56,39 @@ TEST_F(PciTree, EveryFunctionStandsOnceUnderItsBridge) {
               "0001:40:01.0\n");
 }
 
+TEST_F(PciTree, AFunctionIsListedWhateverClassStandsAboveIt) {
+    addFunction({"pci0000:00/0000:00:1d.0", 0x15B3, 0x1976, 0, 0, 0x088000, 0, 1});
+    addFunction({"pci0000:00/0000:00:1d.0/0000:03:00.0", 0x15B3, 0x101D});
+    addFunction({"pci0000:00/0000:00:1d.0/0000:03:00.0/0000:01:1e.0", 0x15B3, 0x101E});
+    // A name of the fewest digits.
+    addFunction({"pci0001:40/1:40:2.0", 0x1AF4, 0x1043});
+    EXPECT_EQ(pci_node_scan(root, devices), 12);
+    EXPECT_THAT(tav::test::outlineOf(root), testing::HasSubstr("0000:00:1d.0\n"
+                                                               " 0000:03:00.0\n"
+                                                               "  0000:01:1e.0\n"
+                                                               "0001:40:00.0\n"
+                                                               "0001:40:01.0\n"
+                                                               "0001:40:02.0\n"));
+    ASSERT_NE(PciGetnode_str("0000:01:1e.0"), nullptr);
+    EXPECT_EQ(PciGetnode_str("0000:01:1e.0")->device, 0x101E);
+}
+
+TEST_F(PciTree, AskingForAnUnknownFunctionScansNothingAnew) {
+    const PciNodePtr known = PciGetnode_str("0000:01:00.0");
+    ASSERT_NE(known, nullptr);
+    // In the list, but leading to no function.
+    writeFile("/sys/devices/file", "");
+    makeLink("/sys/bus/pci/devices/0000:07:00.0", "../../../devices/file");
+    makeLink("/sys/bus/pci/devices/0000:07:00.1", "../../../devices/missing");
+    EXPECT_EQ(PciGetnode_str("0000:07:00.0"), nullptr);
+    const PciNodePtr afterIt = PciGetnode_str("0000:01:00.0");
+    for (const char* address : {"0000:07:00.0", "0000:07:00.1", "0000:07:00.2"})
+        EXPECT_EQ(PciGetnode_str(address), nullptr) << address;
+    EXPECT_EQ(PciGetnode_str("0000:01:00.0"), afterIt);
+    addFunction({port + "/0000:01:00.2", 0x10DF, 0xE301});
+    EXPECT_NE(PciGetnode_str("0000:01:00.2"), nullptr) << "what is new is found at once";
+}
+
 TEST_F(PciTree, AgreesWithTheListingTool) {
     writeFile("/sys/bus/pci/slots/7-1/address", "0000:01:00\n");
     writeFile("/sys/bus/pci/slots/9/address", "0000:40:00\n");
@@ -79,16 +113,16 @@ TEST_F(PciTree, AMissingAttributeCostsNoOther) {
     writeFile("/sys/devices/" + adapter + "/vendor", "nonsense");
     ASSERT_EQ(pci_node_scan(root, devices), 8);
     const PciNode& bridge = *root.children[1];
-    EXPECT_EQ(bridge.classCode, 0xFFFFFFFFU);
-    EXPECT_EQ(bridge.subsystemVendor, 0xFFFF);
+    EXPECT_EQ(bridge.classCode, tav::Lack::Absent);
+    EXPECT_EQ(bridge.subsystemVendor, tav::Lack::Absent);
     EXPECT_EQ(bridge.subsystemDevice, 0x0953);
     EXPECT_EQ(bridge.revision, 0xF9);
-    EXPECT_EQ(bridge.interruptLine(), 16);
-    EXPECT_EQ(bridge.children[0]->vendor, 0xFFFF);
+    EXPECT_EQ(bridge.readInterruptLine(), 16);
+    EXPECT_EQ(bridge.children[0]->vendor, tav::Lack::Malformed);
     EXPECT_EQ(bridge.children[0]->device, 0xE300);
     EXPECT_EQ(bridge.children[0]->subsystemDevice, 0xE310);
-    EXPECT_EQ(bridge.children[0]->revision, 0xFF);
-    EXPECT_EQ(bridge.children[0]->capabilities().linkWidth, 2);
+    EXPECT_EQ(bridge.children[0]->revision, tav::Lack::Absent);
+    EXPECT_EQ(bridge.children[0]->readCapabilities(), tav::Lack::Absent);
 }
 
 TEST_F(PciTree, CapabilitiesAreReadFromTheSlowSpaceAlone) {
@@ -101,12 +135,13 @@ TEST_F(PciTree, CapabilitiesAreReadFromTheSlowSpaceAlone) {
     writeFile("/sys/devices/" + adapter + "/config", config);
     PciNode node;
     ASSERT_TRUE(fill_pci_node(node, ("/sys/devices/" + adapter).c_str()));
-    EXPECT_EQ(node.capabilities().set, 1U << 4 | 1U << 15);
-    EXPECT_EQ(node.capabilities().linkWidth, 11);
+    EXPECT_EQ(node.readCapabilities(), (tav::PciCapabilities{1U << 4 | 1U << 15, 11}));
     writeFile("/sys/devices/" + adapter + "/config", config.substr(0, 64));
     PciNode unprivileged;
     ASSERT_TRUE(fill_pci_node(unprivileged, ("/sys/devices/" + adapter + "/").c_str()));
-    EXPECT_EQ(unprivileged.capabilities().set, 0U);
+    EXPECT_EQ(unprivileged.readCapabilities(), tav::Lack::Refused) << "the list is cut off";
+    writeFile("/sys/devices/" + adapter + "/config", config);
+    EXPECT_EQ(unprivileged.readCapabilities(), node.readCapabilities());
     EXPECT_FALSE(fill_pci_node(unprivileged, "/sys/devices/pci0000:00"));
     EXPECT_FALSE(fill_pci_node(unprivileged, "/sys/devices/0000:ff:00.0"));
 }
@@ -142,9 +177,75 @@ TEST_F(PciTree, VitalProductDataIsOfTheFunctionThatIsThereNow) {
     ASSERT_NE(replaced, nullptr);
     EXPECT_STREQ(PciGetVPDtag(replaced.get(), "SN"), "B2");
     EXPECT_STREQ(PciGetVPDtag(node.get(), "SN"), "A1") << "what was handed out stays valid";
-    EXPECT_EQ(node->interruptLine(), -1) << "it was not asked for before";
-    EXPECT_EQ(replaced->interruptLine(), 16);
+    EXPECT_EQ(node->readInterruptLine(), tav::Lack::Absent) << "it is another function's now";
+    EXPECT_EQ(node->readVpd(), tav::Lack::Absent);
+    EXPECT_EQ(replaced->readInterruptLine(), 16);
     EXPECT_EQ(PciGetnode_str("../devices/0000:01:00.0"), nullptr);
+}
+
+TEST_F(PciTree, AFailedReadIsNotKept) {
+    const std::string file = "/sys/devices/" + adapter + "/vpd";
+    const PciNodePtr node = PciGetnode_str("0000:01:00.0");
+    ASSERT_NE(node, nullptr);
+    EXPECT_EQ(node->readVpd(), tav::Lack::Absent);
+    for (const std::string& bad : {"junk"s, "\x82\x05\0Fib"s, ""s}) {
+        writeFile(file, bad);
+        EXPECT_EQ(PciGetVPDtag(node.get(), "SN"), nullptr);
+        EXPECT_EQ(node->readVpd(), bad.empty() ? tav::Lack::Absent : tav::Lack::Malformed);
+    }
+    std::filesystem::remove(file);
+    std::filesystem::create_directory(file);
+    EXPECT_EQ(PciGetVPDtag(node.get(), "SN"), nullptr);
+    EXPECT_EQ(node->readVpd(), tav::Lack::Refused) << "opened, but not read";
+    std::filesystem::remove(file);
+    writeVpd("A1");
+    const char* const kept = PciGetVPDtag(node.get(), "SN");
+    EXPECT_STREQ(kept, "A1");
+    writeVpd("A2");
+    EXPECT_EQ(*node->readVpd()->find("SN"), "A2") << "what is read is what stands there now";
+    EXPECT_EQ(PciGetVPDtag(node.get(), "SN"), kept) << "the node's text stays";
+}
+
+TEST_F(PciTree, AContextOfOnesOwnKnowsNothingOfTheOthers) {
+    tav::PciHost named;
+    tav::PciHost nameless([] { return nullptr; });
+    EXPECT_EQ(named.scans(), 0U);
+    const auto node = named.find({0, 1, 0, 0});
+    ASSERT_TRUE(node);
+    EXPECT_NE((*node)->vendorEntry, nullptr);
+    EXPECT_EQ((*nameless.find({0, 1, 0, 0}))->vendorEntry, nullptr);
+    EXPECT_EQ(vendor_search(0x10DF), nullptr) << "nothing was loaded for the process";
+    writeFile("/sys/devices/file", "");
+    makeLink("/sys/bus/pci/devices/0000:07:00.0", "../../../devices/file");
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(named.find({0, 7, 0, 0}), tav::Lack::Refused);
+        EXPECT_EQ(named.find({0, 7, 0, 1}), tav::Lack::Absent);
+        EXPECT_EQ(named.scans(), 2U) << "once at first, once for what had not been there then";
+    }
+    std::filesystem::remove("/sys/bus/pci/devices/0000:07:00.0");
+    addFunction({port + "/0000:07:00.0", 0x10DF, 0xE301});
+    EXPECT_TRUE(named.find({0, 7, 0, 0})) << "another link is another function";
+    const PciNodePtr before = named.tree();
+    named.refresh();
+    EXPECT_EQ(named.scans(), 4U);
+    EXPECT_NE(named.tree(), before);
+    EXPECT_EQ(tav::test::outlineOf(*named.tree()), tav::test::outlineOf(*before));
+    EXPECT_EQ(nameless.scans(), 1U);
+}
+
+/// Of a bridge that is scanned alone, what stands in its own directory is behind it, links are not.
+TEST_F(PciTree, ABridgeIsScannedByItsOwnDirectory) {
+    ASSERT_EQ(pci_node_scan(root, devices), 8);
+    PciNode& bridge = *root.children[1];
+    bridge.children.clear();
+    EXPECT_EQ(pci_node_scan(bridge, ("/sys/devices/" + port).c_str()), 4);
+    EXPECT_EQ(tav::test::outlineOf(bridge),
+              "0000:01:00.0\n"
+              "0000:01:00.1\n"
+              "0000:01:01.0\n"
+              " 0000:02:00.0\n");
+    EXPECT_EQ(bridge.children[2]->children[0]->parent, bridge.children[2].get());
+    EXPECT_EQ(pci_node_scan(root, devices), 0) << "all are known";
 }
 
 TEST_F(PciTree, LookUpsMayComeFromSeveralThreads) {

@@ -73,6 +73,12 @@ TEST_F(Smbios, ComesFromWhereTheFirmwareSays) {
                                               "\nSMBIOS=0x2345678\nSMBIOS=0xF0010\n");
     ASSERT_TRUE(InitSMBIOS());
     EXPECT_EQ(SmbGetPCIslot_bus(0x3B), 42);
+    std::string manyLines;
+    for (int line = 0; line < 1000; ++line)
+        manyLines += "TABLE" + std::to_string(line) + "=0x7ffe014\n";
+    writeFile("/sys/firmware/efi/systab", manyLines + "SMBIOS=0x2345678");
+    ASSERT_TRUE(ReinitSMBIOS()) << "however far behind";
+    EXPECT_EQ(SmbGetPCIslot_bus(0x3B), 42);
     writeFile("/sys/firmware/efi/systab", "ACPI20=0x7ffe014\nSMBIOS=here\n");
     EXPECT_FALSE(ReinitSMBIOS());
     EXPECT_FALSE(IsSMBIOSAvailable());
