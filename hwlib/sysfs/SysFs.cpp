@@ -4,19 +4,21 @@
 #include <array>
 #include <bit>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <filesystem>
 #include <functional>
 #include <iostream>
 
 #include <fcntl.h>
 
 #include "base/DirectoryListing.h"
+#include "hwlib/sysfs/SysFsPath.h"
+#include "hwlib/sysfs/sysfs_readers.h"
 
 namespace {
 
-constexpr std::string_view debugFileSystem = "/sys/kernel/debug";
+constexpr const char* debugFileSystem = "/sys/kernel/debug";
 
 /// Keeps short texts in large blocks, at a stable address.
 class TextStore {
@@ -51,20 +53,26 @@ class TextStore {
 };
 
 std::string_view withoutEndingSlashes(std::string_view path) {
-    while (path.ends_with('/'))
+    while (path.size() > 1 && path.ends_with('/'))
         path.remove_suffix(1);
     return path;
 }
 
-/// `path` less what makes two spellings of one path differ.
-std::string plainSpelling(const std::string& path) {
-    const std::string plain = std::filesystem::path(path).lexically_normal().string();
-    return std::string(withoutEndingSlashes(plain));
+/// Where `path` really is; itself when that cannot be told.
+std::string realPath(const std::string& path) {
+    const std::unique_ptr<char, tav::FreeDeleter> real(::realpath(path.c_str(), nullptr));
+    return real == nullptr ? path : real.get();
 }
 
-bool isInDebugFileSystem(std::string_view path) {
-    return path.starts_with(debugFileSystem) &&
-           (path.size() == debugFileSystem.size() || path[debugFileSystem.size()] == '/');
+/// The debug file system as seen from the directory `root`: empty when the root is in it, absent
+/// when it is not below the root.
+tav::Answer<std::string> debugFileSystemBelow(const std::string& root) {
+    const std::string real = realPath(root);
+    const std::string debug = realPath(debugFileSystem);
+    if (tav::pathBelow(debug, real)) return std::string();
+    const auto below = tav::pathBelow(real, debug);
+    if (!below) return below.lack();
+    return std::string(*below);
 }
 
 std::uint32_t hashOf(std::string_view path) {
@@ -102,12 +110,18 @@ struct SysFs::Mirror {
     explicit Mirror(std::string path);
 
     void addNode(SysFsElement& element, std::string_view path);
-    void addDirectory(std::string path, std::string_view parent, std::string_view name);
+    void addDirectory(std::string path, SysFsKeptNames names);
     void listDirectory(const Directory& directory);
     void buildIndex();
+    std::string_view below(std::string_view path) const;
     const SysFsTreeElement* find(std::string_view path) const;
+    const SysFsTreeElement* findBelow(std::string_view path) const;
+    bool isAt(const SysFsTreeElement& node, std::string_view path) const;
     std::size_t memory() const;
 
+    std::string start;  ///< of all paths but the root's: its own with a slash
+    std::string plainRoot;
+    tav::Answer<std::string> debug;
     TextStore names;
     std::deque<SysFsElement> others;
     std::deque<SysFsAttrib> attribs;
@@ -119,49 +133,54 @@ struct SysFs::Mirror {
     std::vector<Place> index;
 };
 
-SysFs::Mirror::Mirror(std::string path) {
-    const std::size_t slash = path.rfind('/');
+SysFs::Mirror::Mirror(std::string path)
+    : start(path.ends_with('/') ? path : path + '/'),
+      plainRoot(tav::plainPath(path)),
+      debug(debugFileSystemBelow(path)) {
     const std::string_view text = names.keep(path);
-    if (slash == std::string_view::npos) {
-        addDirectory(std::move(path), {}, text);
-    } else {
-        addDirectory(std::move(path), text.substr(0, slash), text.substr(slash + 1));
-    }
+    const std::size_t nameStart = text == "/" ? 0 : text.rfind('/') + 1;
+    addDirectory(std::move(path), {text.substr(0, nameStart), text.substr(nameStart)});
     for (std::size_t next = 0; next < directories.size(); ++next)
         listDirectory(directories[next]);
     buildIndex();
 }
 
-void SysFs::Mirror::addNode(SysFsElement& element, std::string_view path) {
-    nodes.emplace_back(&element);
-    hashes.push_back(hashOf(path));
+/// What a path of the mirror says behind its root.
+std::string_view SysFs::Mirror::below(std::string_view path) const {
+    return path.size() <= start.size() ? std::string_view() : path.substr(start.size());
 }
 
-void SysFs::Mirror::addDirectory(std::string path, std::string_view parent, std::string_view name) {
-    addNode(directoryElements.emplace_back(parent, name), path);
+void SysFs::Mirror::addNode(SysFsElement& element, std::string_view path) {
+    nodes.emplace_back(&element);
+    hashes.push_back(hashOf(below(path)));
+}
+
+void SysFs::Mirror::addDirectory(std::string path, SysFsKeptNames keptNames) {
+    addNode(directoryElements.emplace_back(keptNames), path);
     directories.push_back({std::move(path), &nodes.back()});
 }
 
 void SysFs::Mirror::listDirectory(const Directory& directory) {
-    if (isInDebugFileSystem(directory.path)) return;
-    const int follow = directory.node == &nodes.front() ? 0 : O_NOFOLLOW;
-    std::string path = directory.path + '/';
+    if (debug == below(directory.path)) return;
+    const bool isRoot = directory.node == &nodes.front();
+    std::string path = isRoot ? start : directory.path + '/';
     const std::size_t nameStart = path.size();
+    const int follow = isRoot ? 0 : O_NOFOLLOW;
     tav::forEachEntry(directory.path.c_str(), follow, [&](const tav::DirectoryEntry& entry) {
-        const std::string_view name = names.keep(entry.name);
-        path.replace(nameStart, std::string::npos, name);
+        const SysFsKeptNames kept(directory.path, names.keep(entry.name));
+        path.replace(nameStart, std::string::npos, entry.name);
         switch (entry.kind) {
             case DT_DIR:
-                addDirectory(path, directory.path, name);
+                addDirectory(path, kept);
                 break;
             case DT_LNK:
-                addNode(links.emplace_back(directory.path, name), path);
+                addNode(links.emplace_back(kept), path);
                 break;
             case DT_REG:
-                addNode(attribs.emplace_back(directory.path, name), path);
+                addNode(attribs.emplace_back(kept), path);
                 break;
             default:
-                addNode(others.emplace_back(directory.path, name), path);
+                addNode(others.emplace_back(kept), path);
         }
         directory.node->addChildtoBack(&nodes.back());
     });
@@ -180,15 +199,38 @@ void SysFs::Mirror::buildIndex() {
     hashes = std::vector<std::uint32_t>();
 }
 
+/// Most ask in the very words of the mirror, and are answered without taking these apart.
 const SysFsTreeElement* SysFs::Mirror::find(std::string_view path) const {
+    if (path.empty()) return nullptr;
+    if (path.starts_with(start)) {
+        const SysFsTreeElement* const node = findBelow(path.substr(start.size()));
+        if (node != nullptr) return node;
+    }
+    const std::string plain = tav::plainPath(path);
+    const auto belowRoot = tav::pathBelow(plainRoot, plain);
+    return belowRoot ? findBelow(*belowRoot) : nullptr;
+}
+
+/// `path` is what the mirror's paths say behind the root.
+const SysFsTreeElement* SysFs::Mirror::findBelow(std::string_view path) const {
     const std::uint32_t hash = hashOf(path);
     const std::size_t mask = index.size() - 1;
     for (std::size_t at = hash & mask; index[at].node != 0; at = (at + 1) & mask) {
         if (index[at].hash != hash) continue;
         const SysFsTreeElement& node = nodes[index[at].node - 1];
-        if (node.getElement()->isAt(path)) return &node;
+        if (isAt(node, path)) return &node;
     }
     return nullptr;
+}
+
+bool SysFs::Mirror::isAt(const SysFsTreeElement& node, std::string_view path) const {
+    if (&node == &nodes.front()) return path.empty();
+    const SysFsElement& element = *node.getElement();
+    const std::string_view directory = below(element.directory());
+    if (directory.empty()) return path == element.name();
+    return path.size() == directory.size() + 1 + element.name().size() &&
+           path.ends_with(element.name()) && path[directory.size()] == '/' &&
+           path.starts_with(directory);
 }
 
 std::size_t SysFs::Mirror::memory() const {
@@ -212,7 +254,7 @@ SysFs::~SysFs() = default;
 
 void SysFs::synchronize(const std::string& path) {
     deleteAll();
-    std::string root = plainSpelling(path);
+    std::string root(withoutEndingSlashes(path));
     struct stat data;
     if (::stat(root.c_str(), &data) != 0 || !S_ISDIR(data.st_mode)) return;
     mirror_ = std::make_unique<Mirror>(std::move(root));
@@ -227,12 +269,16 @@ const SysFsTreeElement* SysFs::root() const noexcept {
 }
 
 const SysFsTreeElement* SysFs::find(std::string_view path) const {
-    return mirror_ == nullptr ? nullptr : mirror_->find(withoutEndingSlashes(path));
+    return mirror_ == nullptr ? nullptr : mirror_->find(path);
 }
 
 std::string SysFs::getValue(const std::string& path) const {
+    return readValue(path).valueOr(std::string());
+}
+
+tav::Answer<std::string> SysFs::readValue(std::string_view path) const {
     const SysFsTreeElement* const node = find(path);
-    return node == nullptr ? std::string() : node->getElement()->getValue();
+    return node == nullptr ? tav::Lack::Absent : node->getElement()->readValue();
 }
 
 bool SysFs::existsPath(std::string_view path) const {

@@ -34,9 +34,10 @@ class TAV_API SysFsTreeElement {
 /// mirrored: a value is read from sysfs when it is asked for, so that a caller can wait for it to
 /// change. Links are not followed, except that the root itself may be one.
 ///
-/// A mirror belongs to one thread at a time. Paths are compared as they are written, beginning with
-/// the path given to synchronize(); a "/" at the end does not matter. What cannot be read, or
-/// vanishes meanwhile, is simply not there.
+/// A mirror belongs to one thread at a time. It speaks in the words of the path that was given to
+/// synchronize(), be that a link, relative or "/": paths begin with these, and are told and asked
+/// for so. Repeated slashes, "." components and a slash at the end do not matter. What cannot be
+/// listed, or vanishes meanwhile, is simply not there.
 class TAV_API SysFs {
  public:
     SysFs();
@@ -45,7 +46,8 @@ class TAV_API SysFs {
     ~SysFs();
 
     /// Discards the tree and mirrors the subtree at `path`. The kernel's debug file system
-    /// "/sys/kernel/debug" is never entered: looking at it can change what the kernel does.
+    /// "/sys/kernel/debug" is never entered, by whatever name: looking at it can change what the
+    /// kernel does.
     void synchronize(const std::string& path);
     void deleteAll();
 
@@ -54,6 +56,8 @@ class TAV_API SysFs {
 
     /// The value of the entry at `path` as it is now; empty when it has none or is not mirrored.
     std::string getValue(const std::string& path) const;
+    /// The same, or why there is none.
+    tav::Answer<std::string> readValue(std::string_view path) const;
     bool existsPath(std::string_view path) const;
     /// Whether any mirrored entry has that name, or that name and now that value.
     bool exists(std::string_view name) const;

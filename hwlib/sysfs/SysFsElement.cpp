@@ -1,18 +1,25 @@
 #include "hwlib/sysfs/SysFsElement.h"
 
 #include <array>
+#include <utility>
 
 #include "base/FileReading.h"
+
+SysFsElement::SysFsElement(std::string directory, std::string name)
+    : own_(std::make_unique<Own>(Own{std::move(directory), std::move(name), std::nullopt})),
+      directory_(own_->directory),
+      name_(own_->name) {}
 
 std::string SysFsElement::getName() const {
     return std::string(name_);
 }
 
 std::string SysFsElement::getPath() const {
-    if (directory_.empty()) return std::string(name_);
     std::string path;
     path.reserve(directory_.size() + 1 + name_.size());
-    return path.append(directory_).append("/").append(name_);
+    path.append(directory_);
+    if (!path.empty() && path.back() != '/') path += '/';
+    return path.append(name_);
 }
 
 std::string SysFsElement::getValueSeparator() const {
@@ -23,26 +30,30 @@ std::string SysFsElement::getValue() const {
     return {};
 }
 
+tav::Answer<std::string> SysFsElement::readValue() const {
+    return tav::Lack::Absent;
+}
+
 bool SysFsElement::loadStatData() {
     struct stat data;
     if (::lstat(getPath().c_str(), &data) != 0) return false;
-    stat_ = std::make_unique<struct stat>(data);
+    if (own_ == nullptr) own_ = std::make_unique<Own>();
+    own_->stat = data;
     return true;
 }
 
-std::string SysFsElement::getPermissions() const {
-    if (stat_ == nullptr) return {};
-    std::string text = "rwxrwxrwx";
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if ((stat_->st_mode & (0400U >> i)) == 0) text[i] = '-';
-    }
-    return text;
+const struct stat* SysFsElement::getStat() const {
+    return own_ != nullptr && own_->stat ? &*own_->stat : nullptr;
 }
 
-bool SysFsElement::isAt(std::string_view path) const noexcept {
-    if (directory_.empty()) return path == name_;
-    return path.size() == directory_.size() + 1 + name_.size() && path.ends_with(name_) &&
-           path[directory_.size()] == '/' && path.starts_with(directory_);
+std::string SysFsElement::getPermissions() const {
+    const struct stat* const data = getStat();
+    if (data == nullptr) return {};
+    std::string text = "rwxrwxrwx";
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if ((data->st_mode & (0400U >> i)) == 0) text[i] = '-';
+    }
+    return text;
 }
 
 std::string SysFsAttrib::getValueSeparator() const {
@@ -50,12 +61,20 @@ std::string SysFsAttrib::getValueSeparator() const {
 }
 
 std::string SysFsAttrib::getValue() const {
-    return tav::_makePretty(readData());
+    return readValue().valueOr(std::string());
 }
 
-std::string SysFsAttrib::readData() const {
+tav::Answer<std::string> SysFsAttrib::readValue() const {
+    auto data = readData();
+    if (data) *data = tav::_makePretty(*data);
+    return data;
+}
+
+tav::Answer<std::string> SysFsAttrib::readData() const {
     std::array<char, tav::attributeLimit> room;
-    return std::string(tav::readAttribute(getPath().c_str(), room).valueOr(""));
+    const auto text = tav::readAttribute(getPath().c_str(), room);
+    if (!text) return text.lack();
+    return std::string(*text);
 }
 
 std::string SysFsLink::getValueSeparator() const {
@@ -63,7 +82,11 @@ std::string SysFsLink::getValueSeparator() const {
 }
 
 std::string SysFsLink::getValue() const {
-    return tav::linkTarget(getPath().c_str()).valueOr(std::string());
+    return readValue().valueOr(std::string());
+}
+
+tav::Answer<std::string> SysFsLink::readValue() const {
+    return tav::linkTarget(getPath().c_str());
 }
 
 std::string tav::_makePretty(std::string_view text) {

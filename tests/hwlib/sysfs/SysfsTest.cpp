@@ -2,6 +2,8 @@
 #include <limits>
 #include <string>
 
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
@@ -120,7 +122,7 @@ class SysFsMirror : public testing::Test {
         writeFile("/sys/devices/pci0000:00/0000:00:1f.2/text", "  a \t b\n\nc\n \n");
         makeLink("/sys/devices/pci0000:00/0000:00:1f.2/subsystem", "../../../bus/pci");
         makeLink("/sys/devices/pci0000:00/loop", ".");
-        mirror.synchronize("/sys//devices/");
+        mirror.synchronize("/sys/devices/");
     }
 
     const std::string function = "/sys/devices/pci0000:00/0000:00:1f.2";
@@ -182,6 +184,62 @@ TEST_F(SysFsMirror, KeepsOutOfWhatIsNotAPlainTree) {
         << "the root alone may be a link";
 }
 
+TEST_F(SysFsMirror, AnswersInTheWordsOfTheGivenPath) {
+    writeFile("/sys/kernel/debug/trap", "1");
+    makeLink("/sys/to-devices", "devices");
+    makeLink("/sys/devices/here", "pci0000:00/0000:00:1f.2");
+    const std::string below = "pci0000:00/0000:00:1f.2/class";
+    ASSERT_EQ(::chdir("/sys/devices"), 0);
+    const struct {
+        std::string given, entry, alsoAskedFor;
+    } cases[] = {
+        {"/", "/sys/devices/" + below, "//sys/./devices/" + below},
+        {"/sys", "/sys/devices/" + below, "/sys//devices/" + below},
+        {"/sys/", "/sys/devices/" + below, "/./sys/devices/" + below},
+        {"/sys//./devices/", "/sys//./devices/" + below, "/sys/devices/" + below + "/"},
+        {"/sys/to-devices", "/sys/to-devices/" + below, "/sys/to-devices/./" + below},
+        {"/sys/devices/here/../..", "/sys/devices/here/../../" + below,
+         "/sys/devices/here//../../" + below},
+        {".", "./" + below, below},
+        {"pci0000:00", below, "./" + below},
+        {"../devices", "../devices/" + below, ".././devices/" + below},
+    };
+    for (const auto& [given, entry, alsoAskedFor] : cases) {
+        mirror.synchronize(given);
+        ASSERT_NE(mirror.root(), nullptr) << given;
+        EXPECT_TRUE(mirror.existsPath(given)) << given;
+        const std::string rootPath = mirror.root()->getElement()->getPath();
+        EXPECT_TRUE(rootPath == given || rootPath + '/' == given) << rootPath << " for " << given;
+        EXPECT_THAT(mirror.getPaths("class", "0x010400"), ElementsAre(entry)) << given;
+        EXPECT_EQ(mirror.getValue(entry), "0x010400") << given;
+        EXPECT_EQ(mirror.getValue(alsoAskedFor), "0x010400") << given << " as " << alsoAskedFor;
+    }
+    EXPECT_FALSE(mirror.existsPath("/sys/devices/" + below)) << "not in the given words";
+    mirror.synchronize(".");
+    EXPECT_FALSE(mirror.existsPath("/" + below));
+    mirror.synchronize("/sys");
+    EXPECT_EQ(mirror.root()->getElement()->getName(), "sys");
+    EXPECT_FALSE(mirror.existsPath("sys"));
+    mirror.synchronize("");
+    EXPECT_EQ(mirror.root(), nullptr);
+}
+
+TEST_F(SysFsMirror, EntersTheDebugFileSystemByNoOtherName) {
+    writeFile("/sys/kernel/debug/deep/trap", "1");
+    makeLink("/sys/devices/to-debug", "../kernel/debug");
+    makeLink("/sys/devices/to-deep", "../kernel/debug/deep");
+    makeLink("/sys/devices/to-kernel", "/sys/kernel");
+    ASSERT_EQ(::chdir("/sys/kernel"), 0);
+    for (const char* root :
+         {"/", "/sys", "/sys/kernel", "/sys/devices/to-debug", "/sys/devices/to-deep",
+          "/sys/devices/to-kernel", "debug", "debug/deep", ".", "..", "./debug",
+          "/sys/../sys/kernel/debug/../debug"}) {
+        mirror.synchronize(root);
+        EXPECT_TRUE(mirror.existsPath(root)) << root;
+        EXPECT_FALSE(mirror.exists("trap")) << root;
+    }
+}
+
 TEST_F(SysFsMirror, MirrorsTreesOfAnyDepthAndSize) {
     std::string path = "/sys/deep";
     for (int level = 0; level < 150; ++level)
@@ -211,7 +269,8 @@ TEST_F(SysFsMirror, TellsPermissionsOfTheEntryItself) {
     EXPECT_EQ(attribute.getPermissions(), "");
     ASSERT_TRUE(attribute.loadStatData());
     EXPECT_EQ(attribute.getPermissions(), "rw-r-----");
-    SysFsLink link("/sys/devices/pci0000:00", "loop");
+    static_assert(!std::is_constructible_v<SysFsLink, std::string_view, std::string_view>);
+    SysFsLink link(std::string("/sys/devices/pci0000:00"), std::string("loop"));
     ASSERT_TRUE(link.loadStatData());
     EXPECT_TRUE(S_ISLNK(link.getStat()->st_mode));
     EXPECT_FALSE(SysFsLink("/sys", "missing").loadStatData());
