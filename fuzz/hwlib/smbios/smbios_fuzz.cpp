@@ -1,4 +1,4 @@
-/// Any bytes as structure table, as memory with an entry point, and as system table.
+/// Any bytes as structure table and as memory with an entry point.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -8,7 +8,6 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto bytes = std::as_bytes(std::span(data, size));
     tav::findSmbiosEntryPoint(bytes);
-    tav::smbiosAddressInSystab({reinterpret_cast<const char*>(data), size});
 
     const tav::SmbiosTable table(bytes);
     std::size_t count = 0;
