@@ -1,7 +1,9 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <chrono>
+#include <cstdarg>
 #include <cstdio>
 #include <limits>
 #include <string>
@@ -88,41 +90,63 @@ inline Latency latencyOf(std::vector<double> samples) {
     return {samples[samples.size() / 2], samples[samples.size() * 99 / 100]};
 }
 
-/// Microseconds.
-inline void printLatency(const char* what, const Latency& ours, const char* beside,
-                         const Latency& theirs) {
-    std::printf("%-44s %8.0f us, 99th percentile %8.0f us; %s %.0f and %.0f us\n", what,
-                ours.median, ours.percentile99, beside, theirs.median, theirs.percentile99);
-}
-
 /// Bytes that are allocated now.
 inline double allocatedBytes() {
     const struct mallinfo2 info = ::mallinfo2();
     return static_cast<double>(info.uordblks + info.hblkhd);
 }
 
-/// Prints figures and remembers whether one was above its bound.
+/// Prints figures, each as a row of the table that scripts/bench makes of all programs' rows (what,
+/// beside what, measured, bound, verdict; a tab between them), and remembers whether one was above
+/// its bound.
 class Report {
  public:
-    void ratio(const char* what, const Pair& pair, double bound) {
-        const double ratio = pair.ours / pair.theirs;
-        std::printf("%-44s %11.3f us of %11.3f us = %6.3f   (bound %.2f)%s\n", what,
-                    pair.ours * 1e6, pair.theirs * 1e6, ratio, bound, verdict(ratio, bound));
+    /// Ours in times of theirs.
+    void ratio(const char* what, const char* beside, const Pair& pair, double bound) {
+        row(what, beside, timesOf(pair), pair.ours / pair.theirs, bound);
+    }
+    static void ratio(const char* what, const char* beside, const Pair& pair) {
+        row(what, beside, timesOf(pair));
     }
     void value(const char* what, double value, const char* unit, double bound) {
-        std::printf("%-44s %11.3f %s   (bound %g)%s\n", what, value, unit, bound,
-                    verdict(value, bound));
+        row(what, "", printed("%.3f %s", value, unit), value, bound);
     }
+    /// What has no bound.
     static void value(const char* what, double value, const char* unit) {
-        std::printf("%-44s %11.3f %s\n", what, value, unit);
+        row(what, "", printed("%.3f %s", value, unit));
+    }
+    /// Median and 99th percentile, in microseconds.
+    static void latency(const char* what, const Latency& ours, const char* beside,
+                        const Latency& theirs) {
+        row(what, printed("%s: %.0f and %.0f us", beside, theirs.median, theirs.percentile99),
+            printed("%.0f and %.0f us", ours.median, ours.percentile99));
     }
     int exitStatus() const { return failed_ ? 1 : 0; }
 
  private:
-    const char* verdict(double value, double bound) {
-        if (value <= bound) return "";
-        failed_ = true;
-        return "  ABOVE";
+    static std::string timesOf(const Pair& pair) {
+        return printed("%.3f (%.3f of %.3f us)", pair.ours / pair.theirs, pair.ours * 1e6,
+                       pair.theirs * 1e6);
+    }
+    __attribute__((format(printf, 1, 2))) static std::string printed(const char* format, ...) {
+        std::array<char, 160> text{};
+        va_list arguments;
+        va_start(arguments, format);
+        std::vsnprintf(text.data(), text.size(), format, arguments);
+        va_end(arguments);
+        return text.data();
+    }
+    void row(const char* what, const char* beside, const std::string& measured, double value,
+             double bound) {
+        const bool met = value <= bound;
+        failed_ = failed_ || !met;
+        row(what, beside, measured, printed("%g", bound), met ? "met" : "ABOVE");
+    }
+    static void row(const char* what, const std::string& beside, const std::string& measured,
+                    const std::string& bound = "", const char* verdict = "") {
+        std::printf("%-46s\t%-32s\t%-28s\t%8s\t%s\n", what, beside.c_str(), measured.c_str(),
+                    bound.c_str(), verdict);
+        std::fflush(stdout);
     }
     bool failed_ = false;
 };

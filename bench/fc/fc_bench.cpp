@@ -115,6 +115,6 @@ int main() {
     const bench::Pair least = bench::leastOf(
         rounds, [&] { return bench::secondsPerCall(10, [&] { manager->cacheBuild(); }); },
         [&] { return bench::secondsPerCall(10, floor); });
-    report.ratio("a build of 64 ports, beside its reads", least, 1.4);
+    report.ratio("a build of 64 Fibre Channel ports", "the same reads", least, 1.4);
     return report.exitStatus();
 }

@@ -35,6 +35,7 @@ constexpr int cables = 100;  // of two interfaces each
 constexpr int rebuiltAdapters = 64;
 constexpr int linkChanges = 400;
 constexpr int polls = 2000;
+constexpr int rebuilds = 80;  // of 65 processes each: the least disturbed one needs many tries
 
 std::string adapter(int number) {
     return "eth" + std::to_string(number);
@@ -168,7 +169,7 @@ int main() {
     makeCables();
     makeSysfs();
     bench::Report report;
-    report.ratio("stand-in's list of 200, beside ip -j link",
+    report.ratio("stand-in's list of 200 interfaces", "ip -j link",
                  bench::leastOf(
                      30,
                      [] {
@@ -182,14 +183,16 @@ int main() {
     listAdapters(1);
     NICResourceManager* const manager = NICResourceManager::getInstance();
     manager->cacheBuild();
-    bench::printLatency("a link goes down", monitor(), "bare receiver", bareReceiver());
+    bench::Report::latency("a link goes down, until the inventory says so", monitor(),
+                           "a program that only receives", bareReceiver());
 
     listAdapters(rebuiltAdapters);
-    report.ratio("a rebuild of 64, beside its 65 commands",
-                 bench::leastOf(
-                     10, [&] { return bench::secondsPerCall(1, [&] { manager->cacheBuild(); }); },
-                     [] { return bench::secondsPerCall(1, commandsOfARebuild); }),
-                 1.05);  // of commands that take a millisecond; the hypervisor's take far more
+    report.ratio(
+        "a rebuild of 64 adapters", "its 65 commands",
+        bench::leastOf(
+            rebuilds, [&] { return bench::secondsPerCall(1, [&] { manager->cacheBuild(); }); },
+            [] { return bench::secondsPerCall(1, commandsOfARebuild); }),
+        1.05);  // of commands that take a millisecond; the hypervisor's take far more
 
     const double ownBefore = ownSeconds();
     const double wall = bench::secondsPerCall(1, [&] { manager->cacheBuild(); });

@@ -138,7 +138,7 @@ int main() {
     std::printf("%zu frames\n", frames.size());
 
     bench::Report report;
-    report.ratio("1 MB through the transport, its pause left out",
+    report.ratio("1 MB through the transport, its pause left out", "a bare loop of the same calls",
                  bench::leastOf(
                      rounds, [&] { return transport(document); }, [&] { return bareLoop(frames); }),
                  1.10);
@@ -147,7 +147,7 @@ int main() {
         const tav::StopSignal stop;
         const tav::StopScope scope(&stop);
         report.ratio(
-            "the same in a thread that can be stopped",
+            "the same in a thread that can be stopped", "a bare loop of the same calls",
             bench::leastOf(
                 rounds, [&] { return transport(document); }, [&] { return bareLoop(frames); }),
             1.10);

@@ -92,11 +92,11 @@ int main() {
     tav::test::Service service(100);
     startAndDeliverTheFirstInventory(rmc);
     const bench::Latency raid = raidEvents(rmc, library);
-    bench::printLatency("from the RAID library's call to the controller", raid,
-                        "the transport alone", transport(rmc));
-    bench::printLatency("tavctl event 708, its 500 ms left out",
-                        wholeProgram({TAVCTL, "event", "708"}, pauseAfterTransfer),
-                        "tavctl --version", wholeProgram({TAVCTL, "--version"}, 0ms));
+    bench::Report::latency("from the RAID library's call to the controller", raid,
+                           "the transport alone", transport(rmc));
+    bench::Report::latency("tavctl event 708, its 500 ms left out",
+                           wholeProgram({TAVCTL, "event", "708"}, pauseAfterTransfer),
+                           "tavctl --version", wholeProgram({TAVCTL, "--version"}, 0ms));
     const bool unharmed = rmc.violations().empty();
     tavJobManager::stopTAVServer();
     return unharmed ? 0 : 1;

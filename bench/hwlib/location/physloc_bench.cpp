@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/Measure.h"
 #include "hwlib/location/physloc.h"
 #include "hwlib/location/tavPhyLoc.h"
 
@@ -53,12 +54,6 @@ double nanosecondsPerCall(Work work) {
     return best;
 }
 
-bool report(const char* what, double value, double bound, const char* unit) {
-    std::printf("%-44s %8.1f %s (bound %.1f)%s\n", what, value, unit, bound,
-                value > bound ? "  TOO MUCH" : "");
-    return value <= bound;
-}
-
 /// One code of each kind.
 std::vector<physloc_code_t> everyKind() {
     std::vector<physloc_code_t> codes;
@@ -87,7 +82,7 @@ int main() {
     const std::array<Wanted, 3> wanted{
         {{PHYSLOC_PCIE_SLOT, "NA"}, {PHYSLOC_DRIVE_SLOT, "NA"}, {PHYSLOC_CHASSIS_LAN, "1"}}};
     std::size_t sink = 0;
-    bool good = true;
+    bench::Report report;
 
     allocations = 0;
     const double encoding = nanosecondsPerCall([&](std::size_t call) {
@@ -95,11 +90,11 @@ int main() {
         sink += tavPhyLoc::getPhyLoc(geo, next.type, next.instance).size();
     });
     const double perCall = static_cast<double>(allocations) / (1.0 * rounds * callsPerRound);
-    good &= report("code and 16-digit text", encoding, 150, "ns");
-    good &= report("  allocations (the result alone is 1)", perCall, 1, "");
+    report.value("location code and 16-digit text", encoding, "ns", 150);
+    report.value("allocations of it (the result alone is 1)", perCall, "", 1);
 
     const std::vector<physloc_code_t> codes = everyKind();
-    good &= codes.size() == 60;
+    if (codes.size() != 60) return 2;
     allocations = 0;
     const double decoding = nanosecondsPerCall([&](std::size_t call) {
         const physloc_code_t& code = codes[call % codes.size()];
@@ -109,9 +104,9 @@ int main() {
             sink += static_cast<unsigned char>(text[0]);
         }
     });
-    good &= report("long form, all kinds in turn", decoding, 500, "ns");
-    good &= report("  allocations", static_cast<double>(allocations), 0, "");
+    report.value("long form, all kinds in turn", decoding, "ns", 500);
+    report.value("allocations of it", static_cast<double>(allocations), "", 0);
 
     std::printf("(%zu)\n", sink % 10);
-    return good ? EXIT_SUCCESS : EXIT_FAILURE;
+    return report.exitStatus();
 }

@@ -137,7 +137,7 @@ void tree(bench::Report& report, const char* self) {
         cpu.theirs =
             std::min(cpu.theirs, bench::run({"lspci", "-O", "hwdb.disable=1", "-vmmnn"}).cpu);
     }
-    report.ratio("tree with names / lspci -vmmnn, processor", cpu, 0.25);
+    report.ratio("PCI tree with names, processor time", "lspci -vmmnn", cpu, 0.25);
 }
 
 void database(bench::Report& report) {
@@ -157,7 +157,8 @@ void database(bench::Report& report) {
         ::malloc_trim(0);
         return seconds;
     };
-    report.ratio("ID database loaded / whole file in maps", bench::leastOf(40, ours, theirs), 0.15);
+    report.ratio("ID database loaded", "the whole file in maps", bench::leastOf(40, ours, theirs),
+                 0.15);
     report.value("look-ups of all functions", lookUps * 1e6, "us", 1000);
 }
 

@@ -117,11 +117,11 @@ void found(bench::Report& report, const char* where, std::size_t length, std::si
     const auto finding = [&] {
         return bench::secondsPerCall(20, [&] { copyAndWalk(length, searched); });
     };
-    std::printf("found %s\n", where);
-    report.ratio("  / the same calls, copied and walked", bench::leastOf(50, ours, finding), 1.2);
-    const bench::Pair once = bench::leastOf(50, ours, copying);
-    bench::Report::value("  / copied and walked from a known place", once.ours / once.theirs,
-                         "times");
+    const std::string what = std::string("SMBIOS table found ") + where;
+    report.ratio(what.c_str(), "the same calls, copied and walked",
+                 bench::leastOf(50, ours, finding), 1.2);
+    bench::Report::ratio(what.c_str(), "copied and walked from a known place",
+                         bench::leastOf(50, ours, copying));
 }
 
 /// Without the reading: what the table itself costs.
@@ -138,7 +138,7 @@ void decodingAlone(bench::Report& report, const std::string& table) {
         const std::vector<char> copy(table.begin(), table.end());
         walkOnce(copy);
     };
-    report.ratio("copied and walked, in memory",
+    report.ratio("SMBIOS table copied and walked, in memory", "the same by hand",
                  bench::leastOf(
                      50, [&] { return bench::secondsPerCall(20, ours); },
                      [&] { return bench::secondsPerCall(20, floor); }),
