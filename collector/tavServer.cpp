@@ -191,8 +191,11 @@ void TAVServer::closePipes() {
 void TAVServer::serveUntilStopped() {
     std::array<pollfd, 2> watched = {pollfd{requests_.get(), POLLIN, 0},
                                      pollfd{stopReadEnd_.get(), POLLIN, 0}};
+    watch_.begins();
     while (true) {
+        watch_.waits();
         const int ready = ::poll(watched.data(), watched.size(), -1);
+        watch_.works();
         logger.debug(here(), "value of n = %d", ready);
         if (ready <= 0) {
             std::this_thread::yield();
@@ -224,6 +227,7 @@ void TAVServer::stopTAVServer() {
     logger.info(here(), "Stopping TAV Server.");
     TAVServer& server = instance();
     server.stopSignal_.request();
+    server.watch_.ends();
     if (!server.askToStop()) logger.error(here(), "Unable to write to pipe fd");
     tav::joinThread(server.thread_);
 }

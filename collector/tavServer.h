@@ -8,6 +8,7 @@
 #include "base/Export.h"
 #include "base/FileDescriptor.h"
 #include "base/StopSignal.h"
+#include "core/LoopWatch.h"
 
 /// Body of the server's thread; the argument is not used. Returns null.
 TAV_API void* startTestEventServer(void* unused);
@@ -38,6 +39,7 @@ class TAV_API TAVServer {
     struct stat requestPipe_ {};  ///< of the request pipe that was opened
 
     tav::StopSignal stopSignal_;
+    tav::LoopWatch watch_;
     std::thread thread_;
 };
 

@@ -16,6 +16,7 @@
 
 #include "base/FileDescriptor.h"
 #include "base/StopSignal.h"
+#include "core/LoopWatch.h"
 
 namespace tav {
 namespace {
@@ -155,6 +156,7 @@ CommandResult runShell(const std::string& command) {
     if (result.finished && reaped == child && WIFEXITED(status)) {
         result.exitStatus = WEXITSTATUS(status);
     }
+    LoopWatch::advances();
     return result;
 }
 

@@ -10,12 +10,14 @@ constexpr int lastWaitingRound = 8;
 LoopWake ManagerLoop::wait(std::chrono::seconds step) {
     LoopWake wake;
     std::unique_lock<std::mutex> held(cmutex_);
+    if (!stop_) watch_.begins();
     if (!stop_ && !refresh_) {
         const auto deadline = Deadline::after(step);
         if (!deadline) {
             wake.clockFailed = true;
             return wake;
         }
+        const LoopWaits waits(watch_, step);
         if (waitUntil(cond_, held, *deadline) == Wake::TimedOut) {
             wake.deadline = deadline->seconds();
         }
@@ -29,6 +31,7 @@ void ManagerLoop::requestStop() {
     stopSignal_.request();
     const std::lock_guard<std::mutex> held(cmutex_);
     stop_ = true;
+    watch_.ends();
     cond_.notify_all();
 }
 

@@ -12,6 +12,7 @@
 #include "base/StopSignal.h"
 #include "base/Waiting.h"
 #include "core/Log.h"
+#include "core/LoopWatch.h"
 
 namespace tav {
 
@@ -65,6 +66,7 @@ class TAV_API ManagerLoop {
     bool stop_ = false;
     bool refresh_ = true;
     StopSignal stopSignal_;
+    LoopWatch watch_;
 };
 
 /// Whether a manager's inventory may be sent, and whether its next build has to ask for a push.

@@ -120,6 +120,8 @@ int NICEventMonitor::startMonitoring() {
 int NICEventMonitor::stopMonitoring() {
     logger.debug(here(), "Stopping event monitoring for Ethernet");
     NICEventMonitor& monitor = instance();
+    monitor.receiverWatch_.ends();
+    monitor.applierWatch_.ends();
     monitor.slots_.stop();
     const int result = monitor.wakeProducer();
     tav::joinThread(monitor.netlinkThread_);
@@ -193,8 +195,12 @@ void NICEventMonitor::receiveUntilStopped() {
     std::array<pollfd, 2> watched = {pollfd{netlink_.get(), POLLIN, 0},
                                      pollfd{pipeReadEnd_.get(), POLLIN, 0}};
     tav::Notification buffer(notificationSize);
+    receiverWatch_.begins();
     while (true) {
-        if (::poll(watched.data(), watched.size(), -1) <= 0) {
+        receiverWatch_.waits();
+        const int ready = ::poll(watched.data(), watched.size(), -1);
+        receiverWatch_.works();
+        if (ready <= 0) {
             logger.debug(here(), "Error in select(): %s", std::strerror(errno));
             std::this_thread::yield();
             continue;
@@ -247,8 +253,11 @@ void NICEventMonitor::processNICEvents() {
 }
 
 void NICEventMonitor::consumeEventList() {
+    applierWatch_.begins();
     while (true) {
+        applierWatch_.waits();
         const tav::NotificationSlots::Work work = slots_.take();
+        applierWatch_.works();
         if (work.stopped) return;
         for (const tav::Notification& notification : work.notifications) {
             for (const tav::LinkMessage& message : tav::decodeLinkMessages(notification))

@@ -5,6 +5,7 @@
 
 #include "base/Export.h"
 #include "base/FileDescriptor.h"
+#include "core/LoopWatch.h"
 #include "nic/LinkMessages.h"
 #include "nic/NotificationSlots.h"
 
@@ -41,6 +42,7 @@ class TAV_API NICEventMonitor {
     bool stopProducer_ = false;
 
     tav::NotificationSlots slots_;
+    tav::LoopWatch receiverWatch_, applierWatch_;
     std::thread netlinkThread_;
     std::thread netlinkConsumerThread_;
 };

@@ -33,6 +33,7 @@ void tavIPMIDBService::start() {
     if (thread.joinable()) return;
     const int failure = tav::startThread(thread, "tav-doorbell", [this] {
         const tav::StopScope scope(&stopSignal);
+        watch.begins();
         startMonitoring();
     });
     if (failure != 0) logger.error(at(165), "Error: Unable to create thread: %d", failure);
@@ -41,6 +42,7 @@ void tavIPMIDBService::start() {
 void tavIPMIDBService::stop() {
     logger.debug(at(26), "Stopping tavIPMIDBService");
     stopSignal.request();
+    watch.ends();
     {
         const std::lock_guard<std::mutex> held(cmutex);
         stopMoni = true;
@@ -67,6 +69,7 @@ bool tavIPMIDBService::waitForCheck() {
             logger.error(at(122), "Failed to get current time! (error no: %d)", errno);
             return false;
         }
+        const tav::LoopWaits waits(watch, interval);
         tav::waitUntil(cond, held, *deadline);
         logger.debug(at(132), "DB service thread up.");
         checkIPMIDevice = !stopMoni;

@@ -6,6 +6,7 @@
 
 #include "base/Export.h"
 #include "base/StopSignal.h"
+#include "core/LoopWatch.h"
 
 /// The controller cannot call the host; it leaves a request behind a "door bell". One thread looks
 /// there once per door-bell interval and asks for an inventory push when the controller wants one.
@@ -32,4 +33,5 @@ class TAV_API tavIPMIDBService {
     bool checkIPMIDevice = false;
     bool stopMoni = false;
     tav::StopSignal stopSignal;
+    tav::LoopWatch watch;
 };

@@ -79,6 +79,7 @@ void tavJsonAggregator::startPushThread() {
     logger.debug(at(193), "Creating Json Aggregator thread");
     const int failure = tav::startThread(thread, "tav-push", [this] {
         const tav::StopScope scope(&stopSignal);
+        watch.begins();
         initializeCachePush();
     });
     if (failure != 0) logger.error(here(), "Error: Unable to create thread: %d", failure);
@@ -91,6 +92,7 @@ void tavJsonAggregator::stoptavJsonAggregator() {
 void tavJsonAggregator::stop() {
     logger.debug(here(), "Stopping tavJsonAggr");
     stopSignal.request();
+    watch.ends();
     {
         const std::lock_guard<std::mutex> held(cmutex);
         stopAggr = true;
@@ -108,6 +110,7 @@ bool tavJsonAggregator::aggrThreadSleep(std::unique_lock<std::mutex>& held,
         logger.error(at(142), "Failed to get current time! (errno: %d)", errno);
         return false;
     }
+    const tav::LoopWaits waits(watch, time);
     tav::waitUntil(cond, held, *deadline);
     logger.debug(at(152), "Thread signaled");
     return true;

@@ -10,6 +10,7 @@
 
 #include "base/Export.h"
 #include "base/StopSignal.h"
+#include "core/LoopWatch.h"
 
 /// Joins the inventories of all enabled managers into one document and sends it to the management
 /// controller as "WriteInventory". One push thread does the sending: it waits until every manager
@@ -52,4 +53,5 @@ class TAV_API tavJsonAggregator {
     bool stopAggr = false;
     std::atomic<bool> firstInventoryPushComplete{false};
     tav::StopSignal stopSignal;
+    tav::LoopWatch watch;
 };

@@ -17,6 +17,7 @@
 #include "base/Waiting.h"
 #include "core/Command.h"
 #include "core/Log.h"
+#include "core/LoopWatch.h"
 
 using tav::at;
 using tav::here;
@@ -169,6 +170,7 @@ bool IPMIUtils::execute(unsigned char netfn, unsigned char cmd, unsigned char lu
     logger.debug(here(), "size %d, rs %d, dl %d\n", static_cast<int>(answer.size), respLen,
                  dataLen);
     respLen = static_cast<unsigned char>(size);
+    tav::LoopWatch::advances();
     return true;
 }
 

@@ -1,7 +1,9 @@
 #include "service/Service.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <iostream>
 #include <thread>
 #include <utility>
@@ -30,6 +32,7 @@
 #include "rmc/tavIPMIDBService.h"
 #include "rmc/tavJsonAggregator.h"
 #include "service/CrashCapture.h"
+#include "service/ServiceManager.h"
 
 namespace tavd {
 namespace {
@@ -40,7 +43,7 @@ constexpr tav::ModuleLog logger{"TAVD"};
 
 constexpr const char* lockFile = "/run/tavd.lock";
 /// A log that reached its limit right after a look cannot fill a disk until the next one.
-constexpr timespec lookAtLogsEvery{60, 0};
+constexpr std::chrono::seconds lookAtLogsEvery{60};
 constexpr std::array ownDirectories = {"/opt/orn/tav/data/", "/opt/orn/tav/log/"};
 
 /// What signals asked for.
@@ -83,11 +86,21 @@ void lookAtLogs() {
     Logger::getInstance()->isFileExceeded(config.getTAVDebugLogFileLocation());
 }
 
+/// What is looked at now and again: how large the logs are, and whether all loops move.
+timespec nextLook(const ServiceManager& manager) {
+    using std::chrono::milliseconds;
+    const milliseconds wait =
+        std::min<milliseconds>(lookAtLogsEvery, manager.lookEvery().value_or(lookAtLogsEvery));
+    return {wait.count() / 1000, wait.count() % 1000 * 1000000};
+}
+
 /// SIGHUP ends the wait, so that the logs are looked at right away then.
-void waitForStop(const sigset_t& whileWaiting) {
+void waitForStop(const sigset_t& whileWaiting, ServiceManager& manager) {
     pollfd stop{stopRequest().descriptor(), POLLIN, 0};
     while (!stopRequest().requested()) {
-        ::ppoll(&stop, 1, &lookAtLogsEvery, &whileWaiting);
+        manager.lookAtLoops();
+        const timespec wait = nextLook(manager);
+        ::ppoll(&stop, 1, &wait, &whileWaiting);
         lookAtLogs();
     }
 }
@@ -169,6 +182,7 @@ int serve(bool withFibreChannel) {
         return 5;
     }
     const sigset_t whileWaiting = handleSignals();
+    ServiceManager manager;
     const tav::StopScope scope(&stopRequest());
     tav::FileDescriptor lock;
     if (!becomeTheOnlyOne(lock)) {
@@ -184,7 +198,11 @@ int serve(bool withFibreChannel) {
     }
     FibreChannel fibreChannel;
     const bool started = startEverything() && (!withFibreChannel || fibreChannel.start());
-    if (started) waitForStop(whileWaiting);
+    if (started) {
+        manager.serves();
+        waitForStop(whileWaiting, manager);
+        manager.ends();
+    }
     fibreChannel.stop();
     stopEverything();
     return started ? 0 : 1;

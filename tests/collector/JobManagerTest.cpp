@@ -1,13 +1,21 @@
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <set>
 #include <string>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "collector/tavFactory.h"
 #include "collector/tavJobManager.h"
-#include "tests/support/Files.h"
+#include "core/LoopWatch.h"
+#include "fc/FCResourceManager.h"
+#include "nic/NICEventMonitor.h"
+#include "rmc/tavIPMIDBService.h"
+#include "rmc/tavJsonAggregator.h"
+#include "tests/support/Service.h"
 
 namespace {
 
@@ -34,6 +42,41 @@ TEST(JobManager, StartsOneThreadPerTypeAndEndsThoseThatAreDisabled) {
                 HasSubstr("071 JOB_MGR: Unable to find module name for Resource Manager [6]."));
     for (const int type : {-1, 0, 4, 5, 6})
         EXPECT_EQ(tavFactory().createInstance(type), nullptr);
+}
+
+std::set<std::string> watchedLoops() {
+    std::set<std::string> names;
+    for (const tav::StandingLoop& loop :
+         tav::LoopWatch::standingStill(tav::LoopWatch::Clock::time_point::max()))
+        names.insert(loop.name);
+    return names;
+}
+
+TEST(JobManager, EveryLoopIsWatchedUntilItIsStopped) {
+    logEverything();
+    tav::test::writeHostCommands();
+    tav::test::clockSpeed = 1000;
+    const std::set<std::string> all{"tav-cli",       "tav-doorbell", "tav-ethernet",
+                                    "tav-fc",        "tav-host",     "tav-link-apply",
+                                    "tav-link-recv", "tav-push",     "tav-storage"};
+    std::thread fibreChannel;
+    tav::startThread(fibreChannel, "tav-fc", [] { FCResourceManager::getInstance()->init(); });
+    tavJobManager::getInstance()->startResourceManagers();
+    tavJobManager::startTAVServer();
+    tavJsonAggregator::getInstance()->sendInventory(false);
+    tavIPMIDBService::starttavIPMIDBService();
+    NICEventMonitor::startMonitoring();
+    while (watchedLoops() != all)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+
+    tavJobManager::stopTAVServer();
+    NICEventMonitor::stopMonitoring();
+    tavIPMIDBService::stoptavIPMIDBService();
+    tavJsonAggregator::stoptavJsonAggregator();
+    FCResourceManager::getInstance()->stopResourceManagerJob();
+    tav::joinThread(fibreChannel);
+    tavJobManager::getInstance()->stopResourceManagers();
+    EXPECT_THAT(watchedLoops(), testing::IsEmpty());
 }
 
 TEST(JobManager, SimulatedFaultsEndTheProcess) {
