@@ -13,10 +13,28 @@ namespace tav {
 namespace {
 
 using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
 using SteadyClock = std::chrono::steady_clock;
 
 /// Longer waits are cut to this, so that their end can be told in nanoseconds.
 constexpr auto longestWait = std::chrono::hours(24 * 365 * 10);
+
+std::optional<nanoseconds> sinceBeginOf(clockid_t clock) {
+    timespec moment{};
+    if (::clock_gettime(clock, &moment) != 0) return std::nullopt;
+    return std::chrono::seconds(moment.tv_sec) + nanoseconds(moment.tv_nsec);
+}
+
+std::optional<nanoseconds> steadyNow() {
+    return sinceBeginOf(CLOCK_MONOTONIC);
+}
+
+/// What the library's clock showed when the monotonic one began.
+nanoseconds steadyBegin() {
+    static const nanoseconds begin = sinceBeginOf(CLOCK_REALTIME).value_or(nanoseconds(0)) -
+                                     steadyNow().value_or(nanoseconds(0));
+    return begin;
+}
 
 int pollTimeout(const TimeLimit& limit) {
     return static_cast<int>(
@@ -31,25 +49,23 @@ int stopDescriptor() {
 }  // namespace
 
 std::optional<Deadline> Deadline::after(std::chrono::seconds wait) {
-    timespec moment{};
-    if (::clock_gettime(CLOCK_REALTIME, &moment) != 0) return std::nullopt;
-    const long long room =
-        std::min<long long>(std::numeric_limits<std::time_t>::max() - moment.tv_sec,
-                            std::chrono::seconds(longestWait).count());
-    moment.tv_sec += static_cast<std::time_t>(std::min<long long>(wait.count(), room));
-    return Deadline(moment);
+    const std::optional<nanoseconds> steady = steadyNow();
+    if (!steady) return std::nullopt;
+    return Deadline(steadyBegin() + *steady + std::min<std::chrono::seconds>(wait, longestWait));
+}
+
+std::time_t Deadline::seconds() const noexcept {
+    return std::chrono::floor<std::chrono::seconds>(moment_).count();
 }
 
 std::time_t secondsNow() {
-    return std::time(nullptr);
+    const nanoseconds now = steadyBegin() + steadyNow().value_or(nanoseconds(0));
+    return std::chrono::floor<std::chrono::seconds>(now).count();
 }
 
 Wake waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                const Deadline& deadline) {
-    const std::chrono::system_clock::time_point moment(
-        std::chrono::duration_cast<std::chrono::system_clock::duration>(
-            std::chrono::seconds(deadline.moment().tv_sec) +
-            std::chrono::nanoseconds(deadline.moment().tv_nsec)));
+    const SteadyClock::time_point moment(deadline.moment() - steadyBegin());
     return condition.wait_until(lock, moment) == std::cv_status::timeout ? Wake::TimedOut
                                                                          : Wake::Signalled;
 }

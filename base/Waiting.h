@@ -13,23 +13,25 @@
 /// header, so that nobody waits a real day for a push interval to end.
 namespace tav {
 
-/// A moment on the real-time clock.
+/// A moment on the library's clock. That clock shows what the real-time clock showed when it was
+/// first looked at, and goes on by the monotonic one: who sets the real-time clock puts nothing
+/// off.
 class TAV_API Deadline {
  public:
     /// `wait` from now, at most ten years. Empty when the clock cannot be read; errno then tells
     /// why.
     static std::optional<Deadline> after(std::chrono::seconds wait);
 
-    /// Whole seconds since the epoch, comparable with secondsNow().
-    std::time_t seconds() const noexcept { return moment_.tv_sec; }
-    const timespec& moment() const noexcept { return moment_; }
+    /// In whole seconds, comparable with secondsNow().
+    std::time_t seconds() const noexcept;
+    std::chrono::nanoseconds moment() const noexcept { return moment_; }
 
  private:
-    explicit Deadline(const timespec& moment) noexcept : moment_(moment) {}
-    timespec moment_;
+    explicit Deadline(std::chrono::nanoseconds moment) noexcept : moment_(moment) {}
+    std::chrono::nanoseconds moment_;
 };
 
-/// The real-time clock in whole seconds since the epoch.
+/// The library's clock in whole seconds: to tell how much time has passed, not what time it is.
 TAV_API std::time_t secondsNow();
 
 enum class Wake { Signalled, TimedOut };

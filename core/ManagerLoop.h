@@ -21,7 +21,7 @@ struct LoopWake {
     bool stop = false;         ///< the loop is to end
     bool refresh = false;      ///< a build was asked for; the request has been taken
     bool clockFailed = false;  ///< nothing was waited for, because no deadline could be made
-    /// The deadline, in seconds since the epoch, when the wait ended by it.
+    /// The deadline, comparable with secondsNow(), when the wait ended by it.
     std::optional<std::time_t> deadline;
 
     /// Seconds from `moment` to the deadline; 0 when the wait did not end by its deadline.

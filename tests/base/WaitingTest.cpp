@@ -7,10 +7,12 @@
 #include <gtest/gtest.h>
 
 #include "base/Waiting.h"
+#include "tests/support/SetClock.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using tav::test::wallClockAhead;
 using Clock = std::chrono::steady_clock;
 
 TEST(Waiting, DeadlinesOfAnyLength) {
@@ -40,6 +42,28 @@ TEST(Waiting, EndsByTheDeadlineOrBySignal) {
               tav::Wake::Signalled);
     held.unlock();
     signaller.join();
+}
+
+TEST(Waiting, AClockThatIsSetBackPutsNothingOff) {
+    std::mutex lock;
+    std::condition_variable condition;
+    std::unique_lock<std::mutex> held(lock);
+    wallClockAhead = 1h;
+    const auto begin = Clock::now();
+    const std::time_t before = tav::secondsNow();
+    const auto deadline = tav::Deadline::after(1s);
+    wallClockAhead = 0s;
+    std::thread impatient([&] {
+        std::this_thread::sleep_for(5s);
+        const std::lock_guard<std::mutex> guard(lock);
+        condition.notify_one();
+    });
+    EXPECT_EQ(tav::waitUntil(condition, held, *deadline), tav::Wake::TimedOut);
+    EXPECT_LT(Clock::now() - begin, 4s);
+    held.unlock();
+    EXPECT_GE(tav::secondsNow(), before + 1) << "what has passed has passed";
+    EXPECT_LE(tav::secondsNow(), before + 4);
+    impatient.join();
 }
 
 TEST(Waiting, PausesAndLimitsLastAsLongAsTheySay) {

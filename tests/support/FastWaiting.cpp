@@ -14,9 +14,11 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
-using std::chrono::system_clock;
+using SteadyClock = std::chrono::steady_clock;
 
-const system_clock::time_point testStart = system_clock::now();
+/// The fast clock goes on from here; who sets the real-time clock does not move it.
+const SteadyClock::time_point steadyStart = SteadyClock::now();
+const nanoseconds clockStart = std::chrono::system_clock::now().time_since_epoch();
 
 milliseconds realTime(nanoseconds fast) {
     return std::chrono::ceil<milliseconds>(fast / test::clockSpeed.load());
@@ -25,7 +27,7 @@ milliseconds realTime(nanoseconds fast) {
 }  // namespace
 
 nanoseconds test::fastNow() {
-    return testStart.time_since_epoch() + (system_clock::now() - testStart) * clockSpeed.load();
+    return clockStart + (SteadyClock::now() - steadyStart) * clockSpeed.load();
 }
 
 std::optional<Deadline> Deadline::after(std::chrono::seconds wait) {
@@ -33,20 +35,20 @@ std::optional<Deadline> Deadline::after(std::chrono::seconds wait) {
         errno = EIO;
         return std::nullopt;
     }
-    const auto moment = (test::fastNow() + wait).count();
-    return Deadline(timespec{static_cast<std::time_t>(moment / 1'000'000'000),
-                             static_cast<long>(moment % 1'000'000'000)});
+    return Deadline(test::fastNow() + wait);
+}
+
+std::time_t Deadline::seconds() const noexcept {
+    return std::chrono::floor<std::chrono::seconds>(moment_).count();
 }
 
 std::time_t secondsNow() {
-    return static_cast<std::time_t>(test::fastNow().count() / 1'000'000'000);
+    return std::chrono::floor<std::chrono::seconds>(test::fastNow()).count();
 }
 
 Wake waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                const Deadline& deadline) {
-    const auto moment =
-        std::chrono::seconds(deadline.moment().tv_sec) + nanoseconds(deadline.moment().tv_nsec);
-    const auto end = system_clock::now() + realTime(moment - test::fastNow());
+    const auto end = SteadyClock::now() + realTime(deadline.moment() - test::fastNow());
     return condition.wait_until(lock, end) == std::cv_status::timeout ? Wake::TimedOut
                                                                       : Wake::Signalled;
 }
