@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace tav {
@@ -32,5 +33,12 @@ class FileDescriptor {
  private:
     int descriptor_ = -1;
 };
+
+/// The same file under a number that is none of the standard streams'. Where those are closed, the
+/// next file opened takes their place, and gets what others believe to print.
+inline FileDescriptor beyondStandardStreams(FileDescriptor file) {
+    if (!file.isOpen() || file.get() > STDERR_FILENO) return file;
+    return FileDescriptor(::fcntl(file.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
 
 }  // namespace tav

@@ -20,7 +20,9 @@ inline constexpr std::size_t commandOutputLimit = 256U << 10U;
 /// Runs `command` through the shell, with nothing on its standard input, and collects its standard
 /// output. The command and all that it started are killed, and the result is not finished, when the
 /// calling thread's stop signal is set, when it prints more than commandOutputLimit, or after five
-/// minutes. Files that it writes cannot grow beyond 64 MiB. Any thread.
+/// minutes; one that hangs in the kernel then is left behind after half a second. Files that it
+/// writes cannot grow beyond 64 MiB. It works whatever the process does with SIGCHLD, its standard
+/// streams and its other descriptors, none of which the command inherits. Any thread.
 CommandResult runShell(const std::string& command);
 
 }  // namespace tav

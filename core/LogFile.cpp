@@ -48,7 +48,7 @@ bool LogFile::adopt(FileDescriptor file) {
         return false;
     }
     torn_ = endsWithinLine(file.get());
-    descriptor_ = std::move(file);
+    descriptor_ = beyondStandardStreams(std::move(file));
     return true;
 }
 

@@ -1,12 +1,19 @@
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <string>
 #include <thread>
 
+#include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 
 #include "base/ScratchFile.h"
 #include "base/StopSignal.h"
@@ -24,6 +31,16 @@ using tav::test::writeFile;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* path = "/tmp/scratch";
+
+std::atomic<bool> killsNothing{false};
+
+}  // namespace
+
+extern "C" int kill(pid_t process, int signal) noexcept {
+    return killsNothing ? 0 : static_cast<int>(::syscall(SYS_kill, process, signal));
+}
+
+namespace {
 
 TEST(Command, TellsHowACommandEndedAndWhatItPrinted) {
     const struct {
@@ -83,6 +100,88 @@ TEST(Command, StartsWithACleanSetOfSignals) {
     ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
     EXPECT_EQ(runShell("grep SigBlk /proc/self/status").output, "SigBlk:\t0000000000000000\n");
     EXPECT_EQ(runShell("kill -PIPE $$; echo survived").output, "");
+}
+
+TEST(Command, WorksWhateverTheEmbeddingProcessIsLike) {
+    const struct {
+        const char* name;
+        void (*prepare)();
+    } rows[] = {{"it reaps all children itself",
+                 [] {
+                     struct sigaction action {};
+                     action.sa_handler = [](int /*signal*/) {
+                         const int saved = errno;
+                         while (::waitpid(-1, nullptr, WNOHANG) > 0) {
+                         }
+                         errno = saved;
+                     };
+                     ::sigaction(SIGCHLD, &action, nullptr);
+                 }},
+                {"it ignores the end of its children", [] { ::signal(SIGCHLD, SIG_IGN); }},
+                {"its standard streams are closed",
+                 [] {
+                     for (const int stream : {0, 1, 2})
+                         ::close(stream);
+                 }},
+                {"it writes nowhere",
+                 [] {
+                     ::close(1);
+                     ::close(2);
+                 }},
+                {"it has hundreds of descriptors open, and no room for more than a few",
+                 [] {
+                     const rlimit limit{400, 400};
+                     ::setrlimit(RLIMIT_NOFILE, &limit);
+                     int last = 0;
+                     while (last >= 0)
+                         last = ::open("/dev/null", O_RDONLY);
+                     for (int freed = 390; freed < 400; ++freed)
+                         ::close(freed);
+                 }},
+                {"its files may not grow", [] {
+                     const rlimit limit{4096, 4096};
+                     ::setrlimit(RLIMIT_FSIZE, &limit);
+                 }}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EXIT(
+            {
+                row.prepare();
+                for (int round = 0; round < 20; ++round) {
+                    const tav::CommandResult good = runShell("echo out | cat; echo err >&2");
+                    if (!good.succeeded()) ::_exit(1);
+                    if (good.output != "out\n") ::_exit(2);
+                    const tav::CommandResult bad = runShell("sleep 0.01; exit 3");
+                    if (!bad.finished || bad.exitStatus != 3) ::_exit(3);
+                    const tav::CommandResult killed = runShell("kill -9 $$");
+                    if (!killed.finished || killed.exitStatus != -1) ::_exit(4);
+                }
+                if (runShell("ls /proc/self/fd | wc -l").output != "5\n") ::_exit(5);
+                ::_exit(0);
+            },
+            testing::ExitedWithCode(0), "");
+    }
+}
+
+TEST(Command, ThatCannotEvenBeKilledHoldsUpNoStop) {
+    tav::StopSignal stop;
+    const tav::StopScope scope(&stop);
+    std::thread stopper([&] {
+        while (readFile("/tmp/child").empty())
+            std::this_thread::sleep_for(1ms);
+        stop.request();
+    });
+    killsNothing = true;  // as a process that hangs in the kernel
+    const auto begin = Clock::now();
+    EXPECT_FALSE(runShell("trap '' TERM; echo $$ > /tmp/child; exec sleep 1000").finished);
+    EXPECT_LT(Clock::now() - begin, 2s);
+    stopper.join();
+    killsNothing = false;
+    const pid_t child = std::stoi(readFile("/tmp/child"));
+    ::kill(child, SIGKILL);
+    const tav::StopScope unstoppable(nullptr);
+    while (::kill(child, 0) == 0)
+        EXPECT_TRUE(runShell("true").succeeded()) << "a later command clears it away";
 }
 
 TEST(ScratchFile, IsNeverAStaleOrPlantedFile) {

@@ -244,6 +244,19 @@ TEST(Logger, WritesToNoPipe) {
                     "22 - Invalid argument"));
 }
 
+TEST(Logger, TakesNoPlaceThatOthersPrintTo) {
+    logEverything();
+    EXPECT_EXIT(
+        {
+            ::close(STDERR_FILENO);
+            Logger::getInstance()->error("e", "T", 1);
+            std::fputs("printed by others", stderr);
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+    EXPECT_EQ(afterTime(readFile(mainLog)), "[ERROR]   001 T: e\n");
+}
+
 TEST(Logger, ComesBackWhenItsDirectoryIsRemoved) {
     tav::test::SystemLog systemLog;
     logEverything();
