@@ -8,8 +8,8 @@
 #include <limits>
 #include <memory>
 #include <optional>
-#include <span>
 #include <utility>
+#include <variant>
 
 #include <strings.h>
 
@@ -22,55 +22,24 @@
 namespace {
 
 constexpr const char* configurationPath = "/etc/config/orn/tav/tav.conf";
-constexpr std::size_t configurationSizeLimit = 64U << 20U;
+constexpr std::size_t configurationSizeLimit = 1U << 20U;
 constexpr const char* all = "All";
-constexpr const char* refreshSection = "CacheRefreshInSeconds";
+constexpr const char* commonInterval = "Global";
 
-constexpr std::array refreshKeys = {"Global",          "FibreChannelDevices", "StorageControllers",
-                                    "NVMeControllers", "HostOSInfo",          "EthernetDevices",
-                                    "GPUDevices"};
 /// In the order in which their refresh intervals are read.
-constexpr auto resourceNames = std::span(refreshKeys).subspan(1);
+constexpr std::array resourceNames = {"FibreChannelDevices", "StorageControllers",
+                                      "NVMeControllers",     "HostOSInfo",
+                                      "EthernetDevices",     "GPUDevices"};
 
-constexpr std::array topLevelKeys = {"EnableResources",
-                                     "LoggingLevel",
-                                     "EnableDebugLog",
-                                     "CliMode",
-                                     refreshSection,
-                                     "PushInventoryFrequencyInMinutes",
-                                     "TAVLogLocation",
-                                     "DebugLogLocation",
-                                     "IPMIDoorBellMonitorInterval",
-                                     "InventoryQueryIntervalInSeconds",
-                                     "CaptureUnhandledExceptionStack",
-                                     "SimulateUnhandledException"};
+bool isEquals(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
 
-struct TextRule {
-    std::string_view key;
-    std::array<std::string_view, 3> accepted;  ///< empty entries accept nothing
-    const char* otherwise;
-};
-
-constexpr std::array textRules = {
-    TextRule{"LoggingLevel", {"Info", "Error", "Warning"}, "Warning"},
-    TextRule{"CliMode", {"test", "inject", ""}, "test"},
-};
-
-struct NumberRule {
-    std::string_view key;
-    long otherwise;
-};
-
-constexpr std::array numberRules = {
-    NumberRule{"CacheRefreshInterval", 3600},
-    NumberRule{"RMCCacheSendInterval", 1440},
-    NumberRule{"IPMIDBSleepInterval", 10},
-    NumberRule{"SimulateUnhandledException", -1},
-    NumberRule{"InventoryQueryIntervalInSeconds", 10},
-};
-
-constexpr std::array boolKeys = {std::string_view("EnableDebugLog"),
-                                 std::string_view("CaptureUnhandledExceptionStack")};
+template <class Words>
+bool isOneOf(std::string_view text, const Words& words) {
+    return std::any_of(words.begin(), words.end(),
+                       [&](std::string_view word) { return isEquals(text, word); });
+}
 
 /// A number above the range of a signed 32-bit integer is not a number here.
 std::optional<long> parsePositive(const std::string& text) {
@@ -86,11 +55,12 @@ std::optional<long> parsePositive(const std::string& text) {
 std::string textOf(const Json::Value& value) {
     if (value.isArray() || value.isObject()) return {};
     // The shortest form of a large number ("1e+20") would read as another, small one.
-    if (value.isDouble() && !value.isIntegral()) return std::to_string(value.asDouble());
+    if (value.type() == Json::realValue) return std::to_string(value.asDouble());
     return value.asString();
 }
 
 std::optional<Json::Value> parseObject(std::string_view text) try {
+    if (text.size() > configurationSizeLimit) return std::nullopt;
     const std::unique_ptr<Json::CharReader> parser(Json::CharReaderBuilder().newCharReader());
     Json::Value root;
     std::string errors;
@@ -103,115 +73,199 @@ std::optional<Json::Value> parseObject(std::string_view text) try {
 
 }  // namespace
 
-/// Reads settings from the parsed file and reports what became of each.
+/// The members of one object of the parsed file, and what became of each.
 class tavConfig::Reader {
     using Outcome = tavSettingReport::Outcome;
 
  public:
-    Reader(const Json::Value& root, std::vector<tavSettingReport>* reports)
-        : section_(&root), root_(root), reports_(reports) {}
+    /// `prefix` stands before the reported keys; `reports` may be null.
+    Reader(const Json::Value& members, std::string prefix, std::vector<tavSettingReport>* reports)
+        : members_(members.isObject() ? members : Json::Value::nullSingleton()),
+          prefix_(std::move(prefix)),
+          reports_(reports) {}
 
-    /// Scalars are read from this member object from now on.
-    void enterSection(const char* name) {
-        const Json::Value& section = root_[name];
-        section_ = section.isObject() ? &section : &Json::Value::nullSingleton();
-        prefix_ = std::string(name) + ".";
-    }
-    void leaveSection() {
-        section_ = &root_;
-        prefix_.clear();
-    }
+    Reader section(const char* key) const { return {members_[key], prefix_ + key + ".", reports_}; }
 
-    bool hasText(const char* key) const { return !text(key).empty(); }
-    std::string text(const char* key) const {
-        return section_->isObject() ? textOf((*section_)[key]) : std::string();
-    }
+    const Json::Value& value(const char* key) const { return members_[key]; }
+    std::string text(const char* key) const { return textOf(members_[key]); }
 
-    std::string string(const char* key) {
+    long positive(const char* key, long otherwise) {
         const std::string written = text(key);
-        std::string used = validateString(written, key);
-        report(key, written == used, written, used);
+        const std::optional<long> number = parsePositive(written);
+        const long used = number.value_or(otherwise);
+        report(key, number.has_value(), written, std::to_string(used));
         return used;
     }
 
-    bool boolean(const char* key) {
-        const std::string written = text(key);
-        const bool used = validateBool(written, key);
-        report(key, used || isEquals(written, "false"), written, used ? "true" : "false");
-        return used;
-    }
-
-    /// `rule` names the setting's rule for numbers, which differs from its key in the file.
-    long number(const char* key, std::string_view rule) {
-        const std::string written = text(key);
-        const long used = validateNumerical(written, rule);
-        report(key, parsePositive(written).has_value(), written, std::to_string(used));
-        return used;
-    }
-
-    std::string location(const char* key) {
-        const std::string written = text(key);
-        std::string used = written.empty() ? "syslog" : written;
-        report(key, true, written, used);
-        return used;
-    }
-
-    std::vector<std::string> resources(const char* key) {
-        const Json::Value& written = root_[key];
-        std::vector<std::string> names;
-        if (!written.isArray()) {
-            report(key, false, text(key), "nothing is enabled");
-            return names;
-        }
-        for (const Json::Value& element : written) {
-            std::string name = textOf(element);
-            reportResource(key, names.size(), name);
-            names.push_back(std::move(name));
-            if (isEquals(names.front(), all)) return {all};
-        }
-        return names;
-    }
-
-    /// The value that a setting without a text of its own keeps.
-    void keep(const char* key, const std::string& used) { report(key, false, text(key), used); }
-
-    template <class Keys>
-    void reportUnknownMembers(const Keys& known) {
-        if (!section_->isObject()) return;
-        for (const std::string& key : section_->getMemberNames()) {
-            if (std::find(known.begin(), known.end(), key) == known.end()) {
-                add({prefix_ + key, Outcome::Unknown, textOf((*section_)[key]), ""});
-            }
-        }
-    }
-
- private:
     void report(const char* key, bool accepted, const std::string& written,
                 const std::string& used) {
-        const bool member = section_->isObject() && section_->isMember(key);
-        const Outcome outcome = !member                        ? Outcome::Absent
+        const Outcome outcome = !members_.isMember(key)        ? Outcome::Absent
                                 : accepted && !written.empty() ? Outcome::Accepted
                                                                : Outcome::Invalid;
         add({prefix_ + key, outcome, written, used});
     }
 
-    void reportResource(const char* key, std::size_t index, const std::string& name) {
-        const bool known =
-            isEquals(name, all) ||
-            std::any_of(resourceNames.begin(), resourceNames.end(),
-                        [&](const char* resource) { return isEquals(name, resource); });
-        add({std::string(key) + "[" + std::to_string(index) + "]",
-             known ? Outcome::Accepted : Outcome::Invalid, name, known ? name : "enables nothing"});
+    void reportElement(const char* key, std::size_t index, bool accepted, const std::string& name) {
+        add({prefix_ + key + "[" + std::to_string(index) + "]",
+             accepted ? Outcome::Accepted : Outcome::Invalid, name,
+             accepted ? name : "enables nothing"});
     }
 
+    template <class IsKnown>
+    void reportUnknownMembers(IsKnown isKnown) {
+        for (const std::string& key : members_.getMemberNames()) {
+            if (!isKnown(key)) add({prefix_ + key, Outcome::Unknown, text(key.c_str()), ""});
+        }
+    }
+
+ private:
     void add(tavSettingReport entry) {
         if (reports_ != nullptr) reports_->push_back(std::move(entry));
     }
 
-    const Json::Value* section_;
-    const Json::Value& root_;
+    const Json::Value& members_;
     std::string prefix_;
     std::vector<tavSettingReport>* reports_;
+};
+
+/// Where each setting comes from, what it may be, what it is otherwise, and where it is kept. Each
+/// kind of rule reads a setting from the file, or sets what applies without a file.
+struct tavConfig::Rules {
+    /// On only by the word "true".
+    struct Switch {
+        bool tavConfig::*member;
+
+        void read(tavConfig& config, Reader& reader, const char* key) const {
+            const std::string written = reader.text(key);
+            const bool on = isEquals(written, "true");
+            config.*member = on;
+            reader.report(key, on || isEquals(written, "false"), written, on ? "true" : "false");
+        }
+        void applyWithoutFile(tavConfig& config) const { config.*member = false; }
+    };
+
+    /// One of some words in any case, kept as written.
+    struct Word {
+        std::string tavConfig::*member;
+        std::array<std::string_view, 3> accepted;
+        const char* otherwise;
+
+        void read(tavConfig& config, Reader& reader, const char* key) const {
+            const std::string written = reader.text(key);
+            const bool isAccepted = !written.empty() && isOneOf(written, accepted);
+            config.*member = isAccepted ? written : otherwise;
+            reader.report(key, isAccepted, written, config.*member);
+        }
+        void applyWithoutFile(tavConfig& config) const { config.*member = otherwise; }
+    };
+
+    /// Any text.
+    struct Text {
+        std::string tavConfig::*member;
+        const char* otherwise;
+
+        void read(tavConfig& config, Reader& reader, const char* key) const {
+            const std::string written = reader.text(key);
+            config.*member = written.empty() ? otherwise : written;
+            reader.report(key, true, written, config.*member);
+        }
+        void applyWithoutFile(tavConfig& config) const { config.*member = otherwise; }
+    };
+
+    struct Number {
+        int tavConfig::*member;
+        int otherwise;
+        int withoutFile;
+
+        void read(tavConfig& config, Reader& reader, const char* key) const {
+            config.*member = static_cast<int>(reader.positive(key, otherwise));
+        }
+        void applyWithoutFile(tavConfig& config) const { config.*member = withoutFile; }
+    };
+
+    /// A list of names; an absent one enables nothing, but without a file everything is enabled.
+    struct Resources {
+        std::vector<std::string> tavConfig::*member;
+
+        void read(tavConfig& config, Reader& reader, const char* key) const {
+            std::vector<std::string>& names = config.*member;
+            names.clear();
+            if (!reader.value(key).isArray()) {
+                reader.report(key, false, reader.text(key), "nothing is enabled");
+                return;
+            }
+            for (const Json::Value& element : reader.value(key)) {
+                const std::string name = textOf(element);
+                const bool isKnown = isEquals(name, all) || isOneOf(name, resourceNames);
+                reader.reportElement(key, names.size(), isKnown, name);
+                names.push_back(name);
+                if (isEquals(names.front(), all)) {
+                    names = {all};
+                    return;
+                }
+            }
+        }
+        void applyWithoutFile(tavConfig& config) const { config.*member = {all}; }
+    };
+
+    /// A resource without an interval of its own keeps the common one; an invalid interval of its
+    /// own gives the default instead, so that a typing error never looks as if it had been obeyed.
+    struct Intervals {
+        std::map<std::string, long> tavConfig::*member;
+        long otherwise;
+        long withoutFile;
+
+        void read(tavConfig& config, Reader& reader, const char* key) const {
+            Reader section = reader.section(key);
+            const long common = section.positive(commonInterval, otherwise);
+            for (const char* name : resourceNames) {
+                if (section.text(name).empty()) {
+                    (config.*member)[name] = common;
+                    section.report(name, false, "", std::to_string(common));
+                } else {
+                    (config.*member)[name] = section.positive(name, otherwise);
+                }
+            }
+            section.reportUnknownMembers([](const std::string& name) {
+                return name == commonInterval ||
+                       std::find(resourceNames.begin(), resourceNames.end(), name) !=
+                           resourceNames.end();
+            });
+        }
+        void applyWithoutFile(tavConfig& config) const {
+            for (const char* name : resourceNames)
+                (config.*member)[name] = withoutFile;
+        }
+    };
+
+    struct Setting {
+        const char* key;
+        std::variant<Switch, Word, Text, Number, Resources, Intervals> rule;
+    };
+
+    /// In the order in which they are read.
+    static constexpr std::array settings = {
+        Setting{"EnableResources", Resources{&tavConfig::enabledResources}},
+        Setting{"LoggingLevel",
+                Word{&tavConfig::loggingLevel, {"Info", "Error", "Warning"}, "Warning"}},
+        Setting{"EnableDebugLog", Switch{&tavConfig::debugLogEnabled}},
+        Setting{"CliMode", Word{&tavConfig::cliMode, {"test", "inject"}, "test"}},
+        Setting{"CacheRefreshInSeconds", Intervals{&tavConfig::refreshIntervals, 3600, 30}},
+        Setting{"PushInventoryFrequencyInMinutes",
+                Number{&tavConfig::pushIntervalMinutes, 1440, 1440}},
+        Setting{"TAVLogLocation", Text{&tavConfig::logLocation, "syslog"}},
+        Setting{"DebugLogLocation", Text{&tavConfig::debugLogLocation, "syslog"}},
+        Setting{"IPMIDoorBellMonitorInterval", Number{&tavConfig::doorBellIntervalMinutes, 10, 10}},
+        Setting{"InventoryQueryIntervalInSeconds",
+                Number{&tavConfig::queryIntervalSeconds, 10, 10}},
+        Setting{"CaptureUnhandledExceptionStack", Switch{&tavConfig::captureStack}},
+        Setting{"SimulateUnhandledException", Number{&tavConfig::exceptionToSimulate, -1, 0}},
+    };
+
+    static bool isKey(std::string_view text) {
+        return std::any_of(settings.begin(), settings.end(),
+                           [&](const Setting& setting) { return text == setting.key; });
+    }
 };
 
 tavConfig* tavConfig::getInstance() {
@@ -228,11 +282,10 @@ tavConfig tavConfig::fromText(std::string_view text, std::vector<tavSettingRepor
     const std::optional<Json::Value> root = parseObject(text);
     if (!root || root->size() < 2) {
         config.setDefaultValues();
-        return config;
+    } else {
+        Reader reader(*root, "", reports);
+        config.readSettings(reader);
     }
-    Reader reader(*root, reports);
-    config.readSettings(reader);
-    reader.reportUnknownMembers(topLevelKeys);
     return config;
 }
 
@@ -242,86 +295,19 @@ void tavConfig::initConfigSettings() {
 }
 
 void tavConfig::setDefaultValues() {
-    *this = tavConfig();
-    setCommonCacheRefreshInterval("30");
+    for (const Rules::Setting& setting : Rules::settings)
+        std::visit([&](const auto& rule) { rule.applyWithoutFile(*this); }, setting.rule);
     defaultSettingsApplied = true;
 }
 
 void tavConfig::readSettings(Reader& reader) {
-    enabledResources = reader.resources("EnableResources");
-    loggingLevel = reader.string("LoggingLevel");
-    debugLogEnabled = reader.boolean("EnableDebugLog");
-    cliMode = reader.string("CliMode");
-    readCacheRefreshIntervals(reader);
-    pushIntervalMinutes =
-        static_cast<int>(reader.number("PushInventoryFrequencyInMinutes", "RMCCacheSendInterval"));
-    logLocation = reader.location("TAVLogLocation");
-    debugLogLocation = reader.location("DebugLogLocation");
-    doorBellIntervalMinutes =
-        static_cast<int>(reader.number("IPMIDoorBellMonitorInterval", "IPMIDBSleepInterval"));
-    queryIntervalSeconds = static_cast<int>(
-        reader.number("InventoryQueryIntervalInSeconds", "InventoryQueryIntervalInSeconds"));
-    captureStack = reader.boolean("CaptureUnhandledExceptionStack");
-    exceptionToSimulate =
-        static_cast<int>(reader.number("SimulateUnhandledException", "SimulateUnhandledException"));
-}
-
-/// A resource without an interval of its own keeps the common one; an invalid interval of its own
-/// gives the default instead, so that a typing error never looks as if it had been obeyed.
-void tavConfig::readCacheRefreshIntervals(Reader& reader) {
-    reader.enterSection(refreshSection);
-    setCommonCacheRefreshInterval(std::to_string(reader.number("Global", "CacheRefreshInterval")));
-    for (const char* name : resourceNames) {
-        if (reader.hasText(name)) {
-            refreshIntervals[name] = reader.number(name, "CacheRefreshInterval");
-        } else {
-            reader.keep(name, std::to_string(refreshIntervals[name]));
-        }
-    }
-    reader.reportUnknownMembers(refreshKeys);
-    reader.leaveSection();
-}
-
-void tavConfig::setCommonCacheRefreshInterval(const std::string& value) {
-    const long seconds = validateNumerical(value, "CacheRefreshInterval");
-    for (const char* name : resourceNames) {
-        refreshIntervals[name] = seconds;
-    }
-}
-
-bool tavConfig::isEquals(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
-
-std::string tavConfig::validateString(const std::string& value, std::string_view key) {
-    for (const TextRule& rule : textRules) {
-        if (rule.key != key) continue;
-        const bool accepted =
-            !value.empty() &&
-            std::any_of(rule.accepted.begin(), rule.accepted.end(),
-                        [&](std::string_view word) { return isEquals(value, word); });
-        return accepted ? value : rule.otherwise;
-    }
-    return {};
-}
-
-bool tavConfig::validateBool(const std::string& value, std::string_view key) {
-    const bool known = std::find(boolKeys.begin(), boolKeys.end(), key) != boolKeys.end();
-    return known && isEquals(value, "true");
-}
-
-long tavConfig::validateNumerical(const std::string& value, std::string_view key) {
-    for (const NumberRule& rule : numberRules) {
-        if (rule.key == key) return parsePositive(value).value_or(rule.otherwise);
-    }
-    return -1;
+    for (const Rules::Setting& setting : Rules::settings)
+        std::visit([&](const auto& rule) { rule.read(*this, reader, setting.key); }, setting.rule);
+    reader.reportUnknownMembers(Rules::isKey);
 }
 
 bool tavConfig::checkForResourceString(const std::string& name) const {
-    return std::any_of(enabledResources.begin(), enabledResources.end(),
-                       [&](const std::string& enabled) {
-                           return isEquals(enabled, name) || isEquals(enabled, all);
-                       });
+    return isOneOf(name, enabledResources) || isOneOf(all, enabledResources);
 }
 
 bool tavConfig::getSendTestEventSettings(const std::string& /*text*/) const {

@@ -19,7 +19,8 @@ struct tavSettingReport {
 
 /// The configuration of the process: read once from "/etc/config/orn/tav/tav.conf", never written,
 /// never reloaded. Missing and invalid values are replaced one by one; a file that cannot be used
-/// at all is replaced by the built-in defaults. All getters may be called from any thread.
+/// at all, or is larger than 1 MiB, is replaced by the built-in defaults. All getters may be called
+/// from any thread.
 class TAV_API tavConfig {
  public:
     /// The instance; the first call reads the file.
@@ -57,32 +58,26 @@ class TAV_API tavConfig {
 
  private:
     class Reader;
+    struct Rules;
 
     tavConfig() = default;
 
     void initConfigSettings();
     void setDefaultValues();
     void readSettings(Reader& reader);
-    void readCacheRefreshIntervals(Reader& reader);
-    void setCommonCacheRefreshInterval(const std::string& value);
     bool checkForResourceString(const std::string& name) const;
 
-    static bool isEquals(std::string_view a, std::string_view b);
-    static std::string validateString(const std::string& value, std::string_view key);
-    static bool validateBool(const std::string& value, std::string_view key);
-    static long validateNumerical(const std::string& value, std::string_view key);
-
     bool debugLogEnabled = false;
-    std::string cliMode = "test";
-    std::vector<std::string> enabledResources = {"All"};
-    std::string debugLogLocation = "syslog";
-    std::string logLocation = "syslog";
-    std::string loggingLevel = "Warning";
+    std::string cliMode;
+    std::vector<std::string> enabledResources;
+    std::string debugLogLocation;
+    std::string logLocation;
+    std::string loggingLevel;
     std::map<std::string, long> refreshIntervals;
     bool captureStack = false;
     int exceptionToSimulate = 0;
-    int doorBellIntervalMinutes = 10;
-    int pushIntervalMinutes = 1440;
-    int queryIntervalSeconds = 10;
+    int doorBellIntervalMinutes = 0;
+    int pushIntervalMinutes = 0;
+    int queryIntervalSeconds = 0;
     bool defaultSettingsApplied = false;
 };
