@@ -4,11 +4,13 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <optional>
+#include <span>
 
 #include <dirent.h>
 #include <ifaddrs.h>
@@ -17,8 +19,11 @@
 #include <sys/stat.h>
 #include <sys/utsname.h>
 
+#include "base/FileReading.h"
 #include "base/Files.h"
+#include "base/LineReader.h"
 #include "base/ScratchFile.h"
+#include "base/Trim.h"
 #include "core/Command.h"
 #include "core/Log.h"
 
@@ -34,6 +39,7 @@ constexpr const char* noGeoID = "NotAvailable";
 constexpr const char* loopbackAddress = "127.0.0.1";
 constexpr int osTypeCode = 104;
 constexpr std::size_t scratchLimit = 16U << 20U;
+constexpr std::size_t longestLine = 1U << 20U;
 
 bool isSpace(char c) {
     return std::isspace(static_cast<unsigned char>(c)) != 0;
@@ -372,25 +378,33 @@ int tavUtils::dirPciList(const std::string& directory, std::vector<std::string>&
 }
 
 std::string tavUtils::getLineFromFile(const char* path, const std::string& key) {
-    const std::string content = tav::readRegularFile(path, scratchLimit).value_or(std::string());
-    for (std::size_t begin = 0; begin < content.size();) {
-        const std::size_t newline = content.find('\n', begin);
-        const std::size_t end = newline == std::string::npos ? content.size() : newline + 1;
-        const std::string_view line = std::string_view(content).substr(begin, end - begin);
-        if (line.find(key) != std::string_view::npos) return std::string(line);
-        begin = end;
+    const tav::FileDescriptor file = tav::openRegularFile(path);
+    if (!file.isOpen()) return {};
+    std::uint64_t seen = 0;
+    const auto read = [&](std::span<char> room, std::uint64_t /*position*/) {
+        const std::size_t count = tav::readOnce(file.get(), room).valueOr(0);
+        seen += count;
+        return count;
+    };
+    tav::LineReader lines(read, 0, longestLine);
+    while (const std::optional<tav::Line> line = lines.next()) {
+        const std::uint64_t end = line->position + line->text.size();
+        if (line->text.find(key) != std::string_view::npos) {
+            return std::string(line->text) + (line->whole && end < seen ? "\n" : "");
+        }
+        if (!line->whole) {
+            logger.warning(here(), "A line of %s is too long: only its first %zu bytes are known.",
+                           path, longestLine);
+        }
     }
     return {};
 }
 
+/// A text of one character is left alone at its end.
 void tavUtils::trimExtraSpaces(std::string in, std::string& out) {
-    out.clear();
-    while (in.size() >= 2 && isSpace(in.back())) {
-        in.pop_back();
-    }
-    if (in == " ") return;
-    const std::size_t begin = in.find_first_not_of(' ');
-    if (begin != std::string::npos) out = in.substr(begin);
+    const std::string_view text = in;
+    const std::string_view trimmed = tav::trimEnd(text);
+    out = tav::trimStart(trimmed.empty() ? text.substr(0, 1) : trimmed, " ");
 }
 
 namespace tav {

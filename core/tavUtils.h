@@ -71,7 +71,8 @@ class TAV_API tavUtils {
     int dirList(const std::string& directory, std::vector<std::string>& names);
     /// The same for names that begin with "00" (PCI addresses of domain 0000).
     int dirPciList(const std::string& directory, std::vector<std::string>& names);
-    /// The first line that contains `key`, with its line end; empty when there is none.
+    /// The first line that contains `key`, with its line end; empty when there is none. Of a line
+    /// longer than 1 MiB only the beginning is known, which the log tells.
     std::string getLineFromFile(const char* path, const std::string& key);
     /// `out` becomes `in` without white space at its end and blanks at its beginning.
     void trimExtraSpaces(std::string in, std::string& out);

@@ -221,12 +221,25 @@ TEST(Utils, DirectoriesAndFiles) {
     EXPECT_EQ(utils.getLineFromFile("/tmp", "none"), "");
 }
 
+TEST(Utils, LinesOfFilesOfAnySize) {
+    logEverything();
+    tavUtils utils;
+    std::string text;
+    while (text.size() < 20'000'000)
+        text += "one of very many lines\n";
+    writeFile("/tmp/lines", text + "the key\n" + std::string(5'000'000, 'x') + " beyond\n");
+    EXPECT_EQ(utils.getLineFromFile("/tmp/lines", "key"), "the key\n");
+    EXPECT_THAT(logs(), Not(HasSubstr("/tmp/lines")));
+    EXPECT_EQ(utils.getLineFromFile("/tmp/lines", "beyond"), "");
+    EXPECT_THAT(logs(), HasSubstr("/tmp/lines")) << "what was not searched is told";
+}
+
 TEST(Utils, Trimming) {
     tavUtils utils;
     const struct {
         const char *in, *out;
-    } rows[] = {{"", ""},       {" ", ""},    {"  a b \t\n", "a b"},
-                {"\ta", "\ta"}, {"\n", "\n"}, {"a", "a"}};
+    } rows[] = {{"", ""},   {" ", ""},   {"  a b \t\n", "a b"}, {"\ta", "\ta"}, {"\n", "\n"},
+                {"a", "a"}, {" \n", ""}, {"\t \n", "\t"},       {" a\v", "a"}};
     for (const auto& row : rows) {
         std::string out = "old";
         utils.trimExtraSpaces(row.in, out);
