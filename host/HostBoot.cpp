@@ -2,6 +2,8 @@
 
 #include <charconv>
 
+#include "base/Trim.h"
+
 namespace tav {
 
 bool bootEventsAreDue(long sent, long booted) {
@@ -16,9 +18,7 @@ std::optional<int> shutdownEvent(long previousBoot, long shutdown, long currentB
 }
 
 std::optional<long> parseStartupHistory(std::string_view text) {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\n')) {
-        text.remove_prefix(1);
-    }
+    text = trimStart(text);
     long seconds = 0;
     const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), seconds);
     if (failure != std::errc()) return std::nullopt;

@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "base/LineReader.h"
+#include "base/Trim.h"
 
 namespace tav {
 namespace {
@@ -31,13 +32,11 @@ constexpr int hexDigit(char digit) {
     return -1;
 }
 
-constexpr bool isBlank(char character) {
-    return character == ' ' || character == '\t' || character == '\r';
-}
+constexpr std::string_view blanks = " \t\r";
 
 /// Takes `digits` hexadecimal digits and the blank behind them off the front of `text`.
 bool takeId(std::string_view& text, std::size_t digits, std::uint32_t& id) {
-    if (text.size() <= digits || !isBlank(text[digits])) return false;
+    if (text.size() <= digits || blanks.find(text[digits]) == std::string_view::npos) return false;
     id = 0;
     for (const char digit : text.substr(0, digits)) {
         const int value = hexDigit(digit);
@@ -48,14 +47,6 @@ bool takeId(std::string_view& text, std::size_t digits, std::uint32_t& id) {
     return true;
 }
 
-std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && isBlank(text.front()))
-        text.remove_prefix(1);
-    while (!text.empty() && isBlank(text.back()))
-        text.remove_suffix(1);
-    return text;
-}
-
 using Kind = PciIdLine::Kind;
 constexpr PciIdLine nothing{Kind::None, 0, {}};
 constexpr PciIdLine malformed{Kind::Malformed, 0, {}};
@@ -63,17 +54,18 @@ constexpr PciIdLine sectionEnd{Kind::SectionEnd, 0, {}};
 
 PciIdLine parseSection(std::string_view line) {
     std::uint32_t id = 0;
-    if (takeId(line, 4, id)) return {Kind::Vendor, id, trimmed(line)};
+    if (takeId(line, 4, id)) return {Kind::Vendor, id, trimBoth(line, blanks)};
     if (!line.starts_with("C ")) return sectionEnd;
     line.remove_prefix(2);
-    return takeId(line, 2, id) ? PciIdLine{Kind::BaseClass, id, trimmed(line)} : sectionEnd;
+    return takeId(line, 2, id) ? PciIdLine{Kind::BaseClass, id, trimBoth(line, blanks)}
+                               : sectionEnd;
 }
 
 PciIdLine parseSubsystem(std::string_view line) {
     std::uint32_t vendor = 0;
     std::uint32_t device = 0;
     if (!takeId(line, 4, vendor) || !takeId(line, 4, device)) return nothing;
-    return {Kind::Subsystem, joined(vendor, device), trimmed(line)};
+    return {Kind::Subsystem, joined(vendor, device), trimBoth(line, blanks)};
 }
 
 PciIdLine parseAs(Kind kind, const Line& line) {
@@ -120,7 +112,7 @@ PciIdLine parsePciIdLine(std::string_view line, bool inClasses) {
     if (line.starts_with('\t')) return inClasses ? nothing : parseSubsystem(line.substr(1));
     std::uint32_t id = 0;
     if (!takeId(line, inClasses ? 2 : 4, id)) return malformed;
-    return {inClasses ? Kind::Subclass : Kind::Device, id, trimmed(line)};
+    return {inClasses ? Kind::Subclass : Kind::Device, id, trimBoth(line, blanks)};
 }
 
 PciIdDatabase::PciIdDatabase(Read read) : read_(std::move(read)) {

@@ -10,6 +10,7 @@
 
 #include "base/Answer.h"
 #include "base/FileReading.h"
+#include "base/Trim.h"
 
 namespace tav {
 
@@ -21,8 +22,7 @@ inline constexpr Number noSysfsValue = static_cast<Number>(-1);
 
 /// `text` less the white space that may stand before a number. A newline ends the text.
 constexpr std::string_view skipSpace(std::string_view text) {
-    const std::size_t start = text.find_first_not_of(" \t\v\f\r");
-    return start == std::string_view::npos ? std::string_view() : text.substr(start);
+    return trimStart(text, " \t\v\f\r");
 }
 
 /// The number at the start of `text`, by the rules of the numeric readers; or malformed.

@@ -12,6 +12,7 @@
 
 #include <fcntl.h>
 
+#include "base/Trim.h"
 #include "base/printed.h"
 #include "core/Log.h"
 #include "hwlib/sysfs/sysfs_readers.h"
@@ -26,16 +27,12 @@ namespace {
 
 constexpr ModuleLog logger{"STOR_CTLR"};
 
-constexpr std::string_view blanks = " \t\r\n\f\v";
 constexpr unsigned long long blockSize = 512;  // of the kernel's block counts
 constexpr const char* logicalVolume = "LOGICAL VOLUME";
 
 std::string trimmed(const OwnedText& text) {
     if (!text) return {};
-    const std::string_view all = text.get();
-    const std::size_t first = all.find_first_not_of(blanks);
-    if (first == std::string_view::npos) return {};
-    return std::string(all.substr(first, all.find_last_not_of(blanks) - first + 1));
+    return std::string(tav::trimBoth(text.get()));
 }
 
 std::string sysfsSerial(const std::string& link) {

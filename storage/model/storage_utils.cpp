@@ -7,6 +7,7 @@
 #include <limits>
 #include <numeric>
 
+#include "base/Trim.h"
 #include "storage/model/storage_tables.h"
 
 namespace {
@@ -26,10 +27,6 @@ bool beginsWithPciDomain(const char* text) {
     while (count < digits && isHexDigit(text[count]))
         ++count;
     return count == digits && text[digits] == ':';
-}
-
-bool isSpace(char character) {
-    return std::isspace(static_cast<unsigned char>(character)) != 0;
 }
 
 /// Without its sign, which the smallest number cannot do without.
@@ -72,13 +69,10 @@ const char* strstr_pcilocation(const char* path) {
 
 char* trim_surrounding_whitespace(char* text) {
     if (text == nullptr) return nullptr;
-    std::size_t length = std::strlen(text);
-    while (length > 0 && isSpace(text[length - 1]))
-        --length;
-    text[length] = '\0';
-    while (isSpace(*text))
-        ++text;
-    return text;
+    const std::string_view trimmed = tav::trimBoth(text);
+    char* const first = text + (trimmed.data() - text);
+    first[trimmed.size()] = '\0';
+    return first;
 }
 
 std::size_t get_ata_string(char* destination, std::span<const std::byte> identify,

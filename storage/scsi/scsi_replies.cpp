@@ -6,6 +6,7 @@
 #include <limits>
 #include <type_traits>
 
+#include "base/Trim.h"
 #include "storage/model/storage_utils.h"
 #include "storage/scsi/scsi_pages.h"
 
@@ -376,10 +377,7 @@ std::optional<int> defectListLength(Bytes reply) {
 
 std::string_view trimmed(std::string_view text) {
     constexpr std::string_view blanksAndNuls(" \0", 2);
-    const std::size_t end = text.find_last_not_of(blanksAndNuls);
-    if (end == std::string_view::npos) return {};
-    const std::size_t start = text.find_first_not_of(' ');
-    return text.substr(start, end + 1 - start);
+    return trimStart(trimEnd(text, blanksAndNuls), " ");
 }
 
 std::optional<int> senseKey(Bytes sense) {
