@@ -1,8 +1,10 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <map>
 #include <optional>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -20,14 +22,25 @@ struct Condition {
     bool operator==(const Condition&) const = default;
 };
 
-/// One resource through time. `Record` is what the inventory says of it; its condition is read and
-/// written by `Condition conditionOf(const Record&)` and `void assign(Record&, const Condition&)`,
-/// found by the record's namespace. Not locked: belongs to whoever owns the resource.
+/// When a look begins, on the clock that nobody sets.
+using LookClock = std::chrono::steady_clock;
+
+/// One resource through time. `Record` is what the inventory says of it; its condition - a
+/// tav::Condition or another value that can be compared - is read and written by
+/// `conditionOf(const Record&)` and `assign(Record&, const Condition&)`, found by the record's
+/// namespace. Not locked: belongs to whoever owns the resource.
+///
+/// A look is as old as the moment at which it began. One that took long, such as a build, must not
+/// undo what a look that began later has told meanwhile: its record is taken over, its condition is
+/// not.
 template <class Record>
 class Ledger {
  public:
+    using Condition = std::remove_cvref_t<decltype(conditionOf(std::declval<const Record&>()))>;
+
     /// First seen as `found`: nothing is known of it before, neither here nor at the RMC.
-    explicit Ledger(Record found) : record_(std::move(found)) {}
+    explicit Ledger(Record found, LookClock::time_point begun = LookClock::now())
+        : record_(std::move(found)), lookedAt_(begun) {}
 
     struct Change {
         Condition before;
@@ -36,20 +49,19 @@ class Ledger {
 
     /// The one function that moves it: takes over what a look has found. Returns the change of its
     /// condition since the last look, none where there is none.
-    std::optional<Change> look(Record found) {
-        before_ = conditionOf(record_);
+    std::optional<Change> look(Record found, LookClock::time_point begun = LookClock::now()) {
+        const Condition known = now();
+        if (begun < lookedAt_) assign(found, known);
         record_ = std::move(found);
-        const Condition now = conditionOf(record_);
-        if (before_ == now) return std::nullopt;
-        return Change{before_, now};
+        return noteLook(known, begun);
     }
 
     /// The same for a look that has found out the condition alone.
-    std::optional<Change> look(const Condition& found) {
-        before_ = conditionOf(record_);
-        assign(record_, found);
-        if (before_ == found) return std::nullopt;
-        return Change{before_, found};
+    std::optional<Change> look(const Condition& found,
+                               LookClock::time_point begun = LookClock::now()) {
+        const Condition known = now();
+        if (begun >= lookedAt_ && !(known == found)) assign(record_, found);
+        return noteLook(known, begun);
     }
 
     const Record& record() const { return record_; }
@@ -63,8 +75,18 @@ class Ledger {
     void noteReported(const Condition& condition) { reported_ = condition; }
 
  private:
+    std::optional<Change> noteLook(const Condition& known, LookClock::time_point begun) {
+        if (begun < lookedAt_) return std::nullopt;
+        lookedAt_ = begun;
+        before_ = known;
+        Condition found = now();
+        if (before_ == found) return std::nullopt;
+        return Change{before_, std::move(found)};
+    }
+
     Record record_;
-    Condition before_;
+    LookClock::time_point lookedAt_;
+    Condition before_{};
     std::optional<Condition> reported_;
 };
 

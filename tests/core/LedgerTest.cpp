@@ -1,3 +1,4 @@
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,21 @@ TEST(Ledger, EveryLookTellsTheChangeSinceTheLastOneOnce) {
     EXPECT_EQ(ledger.before(), failed);
     EXPECT_TRUE(ledger.look(Resource{"B", works}));
     EXPECT_EQ(ledger.reported(), failed);
+}
+
+/// A build reads for seconds; what a notification tells in between is newer than what it has read.
+TEST(Ledger, ALookThatBeganEarlierDoesNotUndoALaterOne) {
+    const auto begun = tav::LookClock::now();
+    tav::Ledger<Resource> ledger(Resource{"A", works}, begun);
+    const auto later = begun + std::chrono::seconds(1);
+    EXPECT_TRUE(ledger.look(failed, later));
+    EXPECT_FALSE(ledger.look(Resource{"B", works}, begun));
+    EXPECT_EQ(ledger.record().serial, "B") << "the rest of it is news";
+    EXPECT_EQ(ledger.now(), failed);
+    EXPECT_FALSE(ledger.look(works, begun));
+    EXPECT_EQ(ledger.now(), failed);
+    EXPECT_EQ(ledger.before(), works);
+    EXPECT_TRUE(ledger.look(works, later));
 }
 
 TEST(LedgerMatching, ResourcesThatShareAnIdentityAreEachThemselves) {
