@@ -117,7 +117,7 @@ std::uint32_t readConvergedAdapter(const std::string& function, tavFCDeviceInfo&
 std::string physicalLocation(const std::string& function) {
     const std::vector<std::string> geo = tavUtils().getGeoIDInfo(function);
     if (geo.size() != 3) return noPhysicalLocation;
-    return tavPhyLoc::getPhyLoc(geo, PHYSLOC_PCIE_SLOT, "NA");
+    return tavPhyLoc::getPhyLocOrNone(geo, PHYSLOC_PCIE_SLOT, "NA");
 }
 
 void readNamesAndState(const std::string& fcHost, tavFCDeviceInfo& port) {

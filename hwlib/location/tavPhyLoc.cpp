@@ -4,6 +4,9 @@
 
 namespace {
 
+constexpr const char* presetCode = "FFFFFFFFFFFFFF00";
+constexpr const char* noCode = "FFFFFFFFFFFFFFFF";
+
 std::uint8_t lowByte(const std::string& text, int base) {
     return static_cast<std::uint8_t>(std::strtoull(text.c_str(), nullptr, base));
 }
@@ -35,4 +38,10 @@ std::string tavPhyLoc::getPhyLoc(const std::vector<std::string>& geo, physloc_ty
     physloc_code_t code;
     physloc_encode(&data, &code);
     return toHex(code);
+}
+
+std::string tavPhyLoc::getPhyLocOrNone(const std::vector<std::string>& geo, physloc_type_t type,
+                                       const std::string& instance) {
+    const std::string code = getPhyLoc(geo, type, instance);
+    return code == presetCode ? noCode : code;
 }

@@ -16,4 +16,8 @@ class TAV_API tavPhyLoc {
     /// cannot be encoded gives the preset code "FFFFFFFFFFFFFF00".
     static std::string getPhyLoc(const std::vector<std::string>& geo, physloc_type_t type,
                                  const std::string& instance);
+
+    /// The same, but "FFFFFFFFFFFFFFFF" for what cannot be encoded.
+    static std::string getPhyLocOrNone(const std::vector<std::string>& geo, physloc_type_t type,
+                                       const std::string& instance);
 };
