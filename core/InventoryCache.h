@@ -14,13 +14,36 @@
 
 namespace tav {
 
+/// One generation of an inventory: complete, never changed, and owned by everybody who has it.
+///
+/// Whoever looks into one must have it in a variable: what is borrowed from a generation that
+/// nobody holds is freed as soon as the next one is published.
+template <class Inventory>
+class Generation {
+ public:
+    explicit Generation(std::shared_ptr<const Inventory> inventory)
+        : inventory_(std::move(inventory)) {}
+
+    const Inventory& operator*() const& { return *inventory_; }
+    const Inventory* operator->() const& { return inventory_.get(); }
+    const Inventory& operator*() const&& = delete;
+    const Inventory* operator->() const&& = delete;
+
+ private:
+    std::shared_ptr<const Inventory> inventory_;
+};
+
 /// The inventory of a manager in two generations: while the next one is being built, readers get
-/// the last one that was published. A published generation never changes, so a reader holds no lock
-/// while it copies from it and waits for nobody.
+/// the last one that was published. A reader holds no lock while it copies from a generation and
+/// waits for nobody.
 template <class Inventory>
 class InventoryCache {
  public:
-    using Snapshot = std::shared_ptr<const Inventory>;
+    /// What a reader gets.
+    struct Reading {
+        Generation<Inventory> inventory;
+        bool isBuilding;  ///< the next one is being built
+    };
 
     /// One build: holds the build lock for its lifetime. What is not published leaves the last
     /// generation in place. Manager's thread only.
@@ -34,16 +57,8 @@ class InventoryCache {
         ~Build() { cache_.buildInProgress_ = false; }
 
         void publish(Inventory inventory) {
-            Snapshot snapshot = std::make_shared<const Inventory>(std::move(inventory));
-            {
-                const std::lock_guard<std::mutex> held(cache_.snapshotLock_);
-                cache_.snapshot_.swap(snapshot);
-            }
-            // Freeing thousands of records takes long. A reader that still copies from the old
-            // generation must not become its last owner; a later build frees it then.
-            cache_.retired_.push_back(std::move(snapshot));
-            std::erase_if(cache_.retired_,
-                          [](const Snapshot& old) { return old.use_count() == 1; });
+            const std::lock_guard<std::mutex> held(cache_.writerLock_);
+            cache_.replace(std::move(inventory));
         }
 
      private:
@@ -53,30 +68,53 @@ class InventoryCache {
 
     /// The last published generation (an empty one before the first), and whether the next is being
     /// built. Any thread.
-    std::pair<Snapshot, bool> read() const {
+    Reading read() const {
         const bool building = buildInProgress_;
+        return {current(), building};
+    }
+
+    /// The last published generation. Any thread.
+    Generation<Inventory> current() const {
         const std::lock_guard<std::mutex> held(snapshotLock_);
-        return {snapshot_, building};
+        return Generation<Inventory>(snapshot_);
     }
 
     /// Publishes the current generation as `edit` changes a copy of it. A build that is running
-    /// knows nothing of it. Any thread.
+    /// knows nothing of it. Readers go on meanwhile; another change or publication waits. Any
+    /// thread.
     template <class Edit>
     void change(Edit edit) {
-        const std::lock_guard<std::mutex> held(snapshotLock_);
+        const std::lock_guard<std::mutex> held(writerLock_);
         Inventory changed = *snapshot_;
         edit(changed);
-        snapshot_ = std::make_shared<const Inventory>(std::move(changed));
+        replace(std::move(changed));
     }
 
     bool isBuildInProgress() const { return buildInProgress_; }
 
  private:
+    using Snapshot = std::shared_ptr<const Inventory>;
+
+    /// Under the writers' lock, which nobody but writers takes.
+    void replace(Inventory inventory) {
+        Snapshot snapshot = std::make_shared<const Inventory>(std::move(inventory));
+        {
+            const std::lock_guard<std::mutex> held(snapshotLock_);
+            snapshot_.swap(snapshot);
+        }
+        // Freeing thousands of records takes long. A reader that still copies from the old
+        // generation must not become its last owner; a later writer frees it then.
+        retired_.push_back(std::move(snapshot));
+        std::erase_if(retired_, [](const Snapshot& old) { return old.use_count() == 1; });
+    }
+
     std::mutex mlock_;  ///< held for the whole of a build
     std::atomic<bool> buildInProgress_{false};
-    mutable std::mutex snapshotLock_;  ///< guards the pointer alone
+    std::mutex writerLock_;            ///< held while a generation is copied and replaced
+    mutable std::mutex snapshotLock_;  ///< guards the pointer alone; writers hold both to set it
     Snapshot snapshot_ = std::make_shared<const Inventory>();
-    /// Generations that somebody was still reading when they were replaced; under the build lock.
+    /// Generations that somebody was still reading when they were replaced; under the writers'
+    /// lock.
     std::vector<Snapshot> retired_;
 };
 

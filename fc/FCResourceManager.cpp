@@ -100,7 +100,7 @@ void FCResourceManager::stopResourceManagerJob() {
 
 void FCResourceManager::cacheBuild() {
     logger.debug(here(), "Building FC Cache");
-    const Snapshot previous = backupInventory();
+    const tav::Generation<Inventory> previous = backupInventory();
     {
         tav::InventoryCache<Inventory>::Build build(cache_);
         auto found = discover();
@@ -115,7 +115,8 @@ void FCResourceManager::cacheBuild() {
         std::vector<Json::Value> records = createJsonStringUsingJsonCpp(found->ports);
         build.publish({std::move(found->ports), std::move(records)});
     }
-    raiseEvents(previous->ports, cache_.read().first->ports);
+    const tav::Generation<Inventory> current = cache_.current();
+    raiseEvents(previous->ports, current->ports);
     lastRefreshTime_ = tav::secondsNow();
     if (readiness_.complete()) {
         logger.debug(here(), "FCRM requesting cache push");
@@ -173,7 +174,8 @@ int FCResourceManager::getInventoryJsonObject(std::vector<Json::Value>& records)
 }
 
 std::vector<tavFCDeviceInfo> FCResourceManager::getFCInventory() const {
-    return cache_.read().first->ports;
+    const auto inventory = cache_.current();
+    return inventory->ports;
 }
 
 bool FCResourceManager::isRunning() {

@@ -68,7 +68,6 @@ class TAV_API FCResourceManager final : public tavResourceManager {
         std::vector<tavFCDeviceInfo> ports;
         std::vector<Json::Value> records;
     };
-    using Snapshot = tav::InventoryCache<Inventory>::Snapshot;
 
     /// A port's condition as the last build has seen it.
     struct SeenState {
@@ -90,7 +89,7 @@ class TAV_API FCResourceManager final : public tavResourceManager {
     static std::optional<tavFCDeviceInfo> readPort(const std::string& host);
     static bool fca_select(const std::string& entry, const std::vector<std::string>& fcaHosts);
 
-    Snapshot backupInventory() const { return cache_.read().first; }
+    tav::Generation<Inventory> backupInventory() const { return cache_.current(); }
     static std::vector<Json::Value> createJsonStringUsingJsonCpp(
         const std::vector<tavFCDeviceInfo>& ports);
     static std::optional<StatusChange> compareStatus(const tavFCDeviceInfo& before,

@@ -153,7 +153,8 @@ int HostResourceManager::getInventoryJsonObject(std::vector<Json::Value>& record
 }
 
 std::vector<tavHostOSInfo> HostResourceManager::getHostInventory() const {
-    return cache_.read().first->hosts;
+    const auto inventory = cache_.current();
+    return inventory->hosts;
 }
 
 bool HostResourceManager::isRunning() {

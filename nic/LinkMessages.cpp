@@ -56,4 +56,8 @@ bool isTransient(unsigned flags) {
     return (flags & IFF_UP) != 0 && (flags & IFF_RUNNING) == 0;
 }
 
+const char* linkTextOf(unsigned flags) {
+    return (flags & IFF_UP) != 0 && (flags & IFF_RUNNING) != 0 ? "Up" : "Down";
+}
+
 }  // namespace tav

@@ -26,4 +26,7 @@ TAV_API const char* nonPhysicalKind(std::string_view linkTarget);
 /// Whether a link is neither up nor down: enabled, and not running yet.
 TAV_API bool isTransient(unsigned flags);
 
+/// The link status of an interface with these flags: "Up" or "Down".
+TAV_API const char* linkTextOf(unsigned flags);
+
 }  // namespace tav

@@ -26,7 +26,8 @@ namespace {
 
 constexpr tav::ModuleLog logger{"NIC_EVENT"};
 
-constexpr std::size_t notificationSize = 65536;
+/// Bytes of notifications that the kernel keeps for us: those of some 2,000 links.
+constexpr int receiveBufferSize = 4 << 20;
 constexpr std::size_t linkTargetSize = 512;
 constexpr const char* startFailed =
     "Unable to start the monitoring service for the ethernet instances: %s";
@@ -41,9 +42,10 @@ std::string sysfsTarget(const char* name) {
 }
 
 /// Reads the interface anew, and tells the manager when it is not as the inventory has it.
-void reviewLink(const char* name, const tav::NicCondition& cached) {
+void reviewLink(const char* name, unsigned flags, const tav::NicCondition& cached) {
     NICPhysicalAdapter probe;
-    const auto [firmware, bus, health, state] = probe.get_ethtool_info(name);
+    const auto [firmware, bus, health, state] =
+        probe.get_ethtool_info(name, tav::linkTextOf(flags));
     if (state.empty()) return;  // it has vanished
     if (tav::NicCondition{state, health} == cached) {
         logger.debug(here(),
@@ -57,39 +59,45 @@ void reviewLink(const char* name, const tav::NicCondition& cached) {
     NICResourceManager::getInstance()->updateStateAndHealth(name, state, health);
 }
 
+/// Whatever is learnt of a link, by a notification or by asking, passes the same filters.
+void applyFlags(const char* name, unsigned flags) {
+    if (const char* const kind = tav::nonPhysicalKind(sysfsTarget(name)); kind != nullptr) {
+        logger.debug(here(),
+                     "Interface : %2s went for change of state. Ignoring as it is a %s interface",
+                     name, kind);
+        return;
+    }
+    logger.debug(here(), "Interface : %2s went for change of state", name);
+    if (tav::isTransient(flags)) {
+        logger.debug(here(), "Skipping transient event for Interface = %2s, ifimsg->ifi_flags = %x",
+                     name, flags);
+        return;
+    }
+    const auto cached = NICResourceManager::getInstance()->getHealthOfIntf(name);
+    if (!cached) {
+        logger.debug(here(),
+                     "State change detected for interface : %2s. Ignoring as it is not part of TAV "
+                     "inventory",
+                     name);
+        return;
+    }
+    reviewLink(name, flags, *cached);
+}
+
 }  // namespace
 
 void tav::applyLinkMessage(const LinkMessage& message) {
     std::array<char, IF_NAMESIZE> name{};
     if (::if_indextoname(static_cast<unsigned>(message.interfaceIndex), name.data()) == nullptr)
         return;  // it has vanished
-    if (const char* const kind = nonPhysicalKind(sysfsTarget(name.data())); kind != nullptr) {
-        logger.debug(here(),
-                     "Interface : %2s went for change of state. Ignoring as it is a %s interface",
-                     name.data(), kind);
-        return;
-    }
-    logger.debug(here(), "Interface : %2s went for change of state", name.data());
-    if (isTransient(message.flags)) {
-        logger.debug(here(), "Skipping transient event for Interface = %2s, ifimsg->ifi_flags = %x",
-                     name.data(), message.flags);
-        return;
-    }
-    const auto cached = NICResourceManager::getInstance()->getHealthOfIntf(name.data());
-    if (!cached) {
-        logger.debug(here(),
-                     "State change detected for interface : %2s. Ignoring as it is not part of TAV "
-                     "inventory",
-                     name.data());
-        return;
-    }
-    reviewLink(name.data(), *cached);
+    applyFlags(name.data(), message.flags);
 }
 
 void tav::reviewAllLinks() {
     for (const PhyAdapterInventory& adapter :
          NICResourceManager::getInstance()->getNICInventory()) {
-        reviewLink(adapter.getIntfName().c_str(), {adapter.getState(), adapter.getHealth()});
+        const char* const name = adapter.getIntfName().c_str();
+        if (const auto flags = NICPhysicalAdapter::linkFlags(name)) applyFlags(name, *flags);
     }
 }
 
@@ -100,7 +108,10 @@ NICEventMonitor& NICEventMonitor::instance() {
 
 int NICEventMonitor::startMonitoring() {
     NICEventMonitor& monitor = instance();
-    if (monitor.netlinkThread_.joinable()) return 0;
+    if (monitor.netlinkThread_.joinable()) {
+        logger.error(here(), startFailed, "it has been started already");
+        return -1;
+    }
     monitor.slots_.restart();
     monitor.stopProducer_ = false;
     logger.debug(here(), "Creating a producer thread");
@@ -153,6 +164,9 @@ bool NICEventMonitor::openDescriptors() {
                      std::strerror(errno));
         return false;
     }
+    // A smaller buffer overruns sooner, and nothing else.
+    ::setsockopt(netlink_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &receiveBufferSize,
+                 sizeof receiveBufferSize);
     sockaddr_nl address{};
     address.nl_family = AF_NETLINK;
     address.nl_groups = RTMGRP_LINK;
@@ -194,7 +208,7 @@ void NICEventMonitor::startNetCheck() {
 void NICEventMonitor::receiveUntilStopped() {
     std::array<pollfd, 2> watched = {pollfd{netlink_.get(), POLLIN, 0},
                                      pollfd{pipeReadEnd_.get(), POLLIN, 0}};
-    tav::Notification buffer(notificationSize);
+    tav::Notification buffer(tav::NotificationSlots::slotSize);
     receiverWatch_.begins();
     while (true) {
         receiverWatch_.waits();
@@ -259,10 +273,15 @@ void NICEventMonitor::consumeEventList() {
         const tav::NotificationSlots::Work work = slots_.take();
         applierWatch_.works();
         if (work.stopped) return;
-        for (const tav::Notification& notification : work.notifications) {
-            for (const tav::LinkMessage& message : tav::decodeLinkMessages(notification))
-                tav::applyLinkMessage(message);
-        }
-        if (work.missed) tav::reviewAllLinks();
+        for (const tav::Notification& notification : work.notifications)
+            apply(notification);
+        if (work.missed && !slots_.isStopped()) tav::reviewAllLinks();
+    }
+}
+
+void NICEventMonitor::apply(const tav::Notification& notification) {
+    for (const tav::LinkMessage& message : tav::decodeLinkMessages(notification)) {
+        if (slots_.isStopped()) return;
+        tav::applyLinkMessage(message);
     }
 }

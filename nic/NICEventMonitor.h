@@ -14,8 +14,8 @@
 /// and tells the manager. Started and stopped from the service's own thread.
 class TAV_API NICEventMonitor {
  public:
-    /// Starts both threads; 0, also when they are running already. -1 when a thread cannot be
-    /// created; none is running then.
+    /// Starts both threads; 0. -1 when a thread cannot be created, none is running then, and when
+    /// they have been started and not stopped since, which go on then.
     static int startMonitoring();
 
     /// Stops and joins both threads; 0. -1 when the receiving thread could not be told, because it
@@ -35,6 +35,7 @@ class TAV_API NICEventMonitor {
     void receiveUntilStopped();
     void receiveAll(int socket, tav::Notification& buffer);
     int receive(int socket, tav::Notification& buffer);
+    void apply(const tav::Notification& notification);
     int wakeProducer();
 
     std::mutex pipeLock_;  ///< guards the opening and closing of the descriptors, and the flag
@@ -49,10 +50,11 @@ class TAV_API NICEventMonitor {
 
 namespace tav {
 
-/// Looks at the interface that a link message names, and brings the manager's inventory up to date.
+/// Brings the manager's inventory up to date with what a link message tells.
 TAV_API void applyLinkMessage(const LinkMessage& message);
 
-/// The same for every interface of the inventory: after notifications were lost.
+/// The same for every interface of the inventory, by what the kernel tells of it now: after
+/// notifications were lost.
 TAV_API void reviewAllLinks();
 
 }  // namespace tav

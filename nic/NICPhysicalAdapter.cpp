@@ -15,11 +15,13 @@
 
 #include "base/FileDescriptor.h"
 #include "base/ScratchFile.h"
+#include "base/StopSignal.h"
 #include "core/Command.h"
 #include "core/Log.h"
 #include "core/tavUtils.h"
 #include "hwlib/location/tavPhyLoc.h"
 #include "hwlib/sysfs/sysfs_readers.h"
+#include "nic/LinkMessages.h"
 #include "nic/NicTables.h"
 
 using tav::here;
@@ -41,7 +43,8 @@ std::optional<std::string> readDetails(const std::string& name) {
     }
     const tav::ScratchFile scratch(detailsFile);
     if (!scratch.isOpen()) return std::nullopt;
-    tav::runShell("localcli network nic get -n " + name + " >> " + detailsFile);
+    const std::string command = "localcli network nic get -n " + name + " >> " + detailsFile;
+    if (!tav::runShell(command).succeeded()) return std::nullopt;
     return scratch.read(detailsLimit);
 }
 
@@ -51,10 +54,10 @@ std::string locationOf(const std::string& pciAddress) {
     const std::vector<std::string> geo = tavUtils().getGeoIDInfo(pciAddress);
     if (geo.size() <= slotIndex) return unknownLocation;
     if (std::strtol(geo[slotIndex].c_str(), nullptr, 10) > 0) {
-        return tavPhyLoc::getPhyLoc(geo, PHYSLOC_PCIE_SLOT, "NA");
+        return tavPhyLoc::getPhyLocOrNone(geo, PHYSLOC_PCIE_SLOT, "NA");
     }
     const std::size_t function = pciAddress.rfind('.');
-    return tavPhyLoc::getPhyLoc(
+    return tavPhyLoc::getPhyLocOrNone(
         geo, PHYSLOC_CHASSIS_LAN,
         function == std::string::npos ? "0" : pciAddress.substr(function + 1));
 }
@@ -99,14 +102,6 @@ std::string fieldText(const char (&field)[Size]) {
     return {field, ::strnlen(field, Size)};
 }
 
-/// "Up" or "Down" by the interface's flags; none when there is no such interface.
-std::optional<const char*> linkText(const char* name) {
-    ifreq request = requestFor(name);
-    if (::ioctl(driverSocket(), SIOCGIFFLAGS, &request) != 0) return std::nullopt;
-    const auto flags = static_cast<unsigned>(request.ifr_flags);
-    return (flags & IFF_UP) != 0 && (flags & IFF_RUNNING) != 0 ? "Up" : "Down";
-}
-
 /// What follows the first ": " of a command's output, without the last character, its line end.
 std::string valueInListing(const std::string& output) {
     const std::size_t colon = output.find(": ");
@@ -128,6 +123,7 @@ int NICPhysicalAdapter::discoverPhyAdapterInventory(PhyAdapterInventory& record,
 
     std::string firmwareVersion;
     getFWVersion(name, firmwareVersion);
+    if (tav::stopRequested()) return 0;  // it ended the command; nothing is to be made of that
     logger.debug(here(), "Getting adapter status for %s", name.c_str());
     const auto status = static_cast<tav::AdapterStatus>(get_adapter_status(linkStatus.c_str()));
     const tav::AdapterCondition& condition = tav::conditionOf(status);
@@ -152,11 +148,14 @@ void NICPhysicalAdapter::getFWVersion(const std::string& name, std::string& vers
     const std::optional<std::string> details = readDetails(name);
     std::optional<std::string> found;
     cableType_.reset();
+    hasDetails_ = details.has_value();
     if (details) {
         found = tav::nicDetail(*details, "Firmware Version");
         cableType_ = tav::nicDetail(*details, "Cable ").value_or("");
     }
-    if (!found) logger.warning(here(), "Error occurred in identifying fw version.");
+    if (!found && !tav::stopRequested()) {
+        logger.warning(here(), "Error occurred in identifying fw version.");
+    }
     version = found.value_or("");
 }
 
@@ -172,6 +171,13 @@ int NICPhysicalAdapter::get_adapter_status(const char* linkStatus) {
 
 std::tuple<std::string, std::string, std::string, std::string> NICPhysicalAdapter::get_ethtool_info(
     const char* name) {
+    const std::optional<unsigned> flags = linkFlags(name);
+    if (!flags) return {};
+    return get_ethtool_info(name, tav::linkTextOf(*flags));
+}
+
+std::tuple<std::string, std::string, std::string, std::string> NICPhysicalAdapter::get_ethtool_info(
+    const char* name, const char* linkText) {
     if (driverSocket() < 0) {
         logger.error(here(), "Socket call to obtain ethtool information failed : %s",
                      std::strerror(errno));
@@ -185,14 +191,19 @@ std::tuple<std::string, std::string, std::string, std::string> NICPhysicalAdapte
         logger.warning(here(),
                        "ioctl call failed while obtaining firmware_version and bus_info : %s",
                        std::strerror(errno));
+        if (errno == ENODEV) return {};
         driver = {};
     }
-    const std::optional<const char*> link = linkText(name);
-    if (!link) return {};
     // Whether a link is up or down needs no cable type, so the interface's details are not asked.
-    const tav::AdapterCondition& condition = tav::conditionOf(tav::adapterStatus(*link, ""));
+    const tav::AdapterCondition& condition = tav::conditionOf(tav::adapterStatus(linkText, ""));
     return {fieldText(driver.fw_version), fieldText(driver.bus_info),
             tav::displayText(condition.health), tav::displayText(condition.state)};
+}
+
+std::optional<unsigned> NICPhysicalAdapter::linkFlags(const char* name) {
+    ifreq request = requestFor(name);
+    if (::ioctl(driverSocket(), SIOCGIFFLAGS, &request) != 0) return std::nullopt;
+    return static_cast<unsigned short>(request.ifr_flags);
 }
 
 std::tuple<std::string, std::string, std::string> NICPhysicalAdapter::getOemValues(

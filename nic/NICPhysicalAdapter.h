@@ -34,6 +34,16 @@ class TAV_API NICPhysicalAdapter {
     /// "NotAvailable", "PCI" and "FFFFFFFFFFFFFFFF" where it says nothing.
     std::tuple<std::string, std::string, std::string> getOemValues(const std::string& name);
 
+    /// The same, but for a link whose text is known: "Up" or "Down".
+    std::tuple<std::string, std::string, std::string, std::string> get_ethtool_info(
+        const char* name, const char* linkText);
+
+    /// The interface's flags (IFF_UP, IFF_RUNNING, ...); none when there is no such interface.
+    static std::optional<unsigned> linkFlags(const char* name);
+
+    /// Whether the details of the interface that was asked last could be had.
+    bool hasDetails() const { return hasDetails_; }
+
     /// Spare-part number, or "".
     std::string getPartNumValue(const std::string& description);
 
@@ -52,4 +62,5 @@ class TAV_API NICPhysicalAdapter {
  private:
     /// Of the interface that was asked last; none when the details could not be had.
     std::optional<std::string> cableType_;
+    bool hasDetails_ = false;
 };

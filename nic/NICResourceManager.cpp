@@ -35,35 +35,29 @@ constexpr const char* linkCommand =
 constexpr std::size_t listLimit = 16U << 20U;
 
 constexpr auto loopStep = 10s;
-constexpr std::time_t refreshAfterSeconds = 29;
-constexpr std::time_t linkPollAfterSeconds = 10;
+constexpr auto refreshAfter = 29s;
+constexpr auto linkPollAfter = 10s;
+constexpr auto recent = 3s;
 constexpr auto runningRetry = 5s;
 
 constexpr int recoveredEvent = 680;
-constexpr const char* healthy = "OK";
-constexpr const char* criticalHealth = "Critical";
 
-/// Exactly one time-out of the loop falls into these seconds after a build, however the clock's
-/// whole seconds lie.
-bool isLinkPollDue(std::time_t elapsed) {
-    return elapsed >= linkPollAfterSeconds && elapsed < linkPollAfterSeconds + loopStep.count();
+/// Exactly one time-out of the loop falls into these seconds after a build.
+bool isLinkPollDue(std::chrono::milliseconds elapsed) {
+    return elapsed >= linkPollAfter && elapsed < linkPollAfter + loopStep;
 }
 
 /// What a list command writes; none when it fails.
 std::optional<std::string> runList(const char* command) {
     const tav::ScratchFile scratch(listFile);
     if (!scratch.isOpen()) {
-        logger.error(here(), "Error occurred in gathering network interface information.");
+        if (!tav::stopRequested()) {
+            logger.error(here(), "Error occurred in gathering network interface information.");
+        }
         return std::nullopt;
     }
     if (!tav::runShell(command).succeeded()) return std::nullopt;
     return scratch.read(listLimit);
-}
-
-template <class Adapters>
-auto findAdapter(Adapters& adapters, const std::string& name) {
-    return std::find_if(adapters.begin(), adapters.end(),
-                        [&](const auto& adapter) { return adapter.getIntfName() == name; });
 }
 
 tavEvent nicEvent(int id, const std::string& location, bool serviceEvent, Json::Value details,
@@ -93,14 +87,14 @@ void NICResourceManager::init() {
 
 void NICResourceManager::startInventory() {
     logger.debug(here(), "Entry startInventory");
-    if (lastRefreshTime_ != 0) logger.debug(here(), "Attempting to refresh Cache.");
-    if (tav::isRecent(lastRefreshTime_)) {
+    if (sinceBuild_) logger.debug(here(), "Attempting to refresh Cache.");
+    if (sinceBuild_ && sinceBuild_->elapsed() < recent) {
         logger.debug(here(), "cache was recently refreshed. skipping the current refresh cycle");
         return;
     }
     loop_.run(loopStep, logger, [&](const tav::LoopWake& wake) {
-        const std::time_t elapsed = wake.elapsedSince(lastRefreshTime_);
-        if (wake.refresh || elapsed > refreshAfterSeconds) {
+        const auto elapsed = wake.deadline && sinceBuild_ ? sinceBuild_->elapsed() : 0ms;
+        if (wake.refresh || elapsed > refreshAfter) {
             logger.debug(here(), "Refreshing Ethernet cache");
             cacheBuild();
         } else if (isLinkPollDue(elapsed)) {
@@ -116,26 +110,17 @@ void NICResourceManager::stopResourceManagerJob() {
 
 void NICResourceManager::cacheBuild() {
     logger.debug(here(), "Building NIC Cache");
-    std::vector<PhyAdapterInventory> recovered;
+    std::vector<tav::SharedInterface> recovered;
     {
         tav::InventoryCache<Inventory>::Build build(cache_);
-        {
-            const std::lock_guard<std::mutex> held(changesLock_);
-            building_ = true;
-            changesDuringBuild_.clear();
-        }
-        std::optional<Inventory> inventory = getInventory();
+        const auto begun = tav::LookClock::now();
+        auto found = getInventory();
         // A stop ends the commands that were asked; what they left open must not be reported.
         if (tav::stopRequested()) return;
-        if (inventory) recovered = publish(build, std::move(*inventory));
-        lastRefreshTime_ = tav::secondsNow();
+        if (found) recovered = takeList(*std::move(found), begun, build);
+        sinceBuild_.emplace();
     }
-    if (readiness_.isReady()) {
-        for (const PhyAdapterInventory& adapter : recovered) {
-            generateEvent(recoveredEvent, adapter.getPhyLocation(), false, adapter.getIntfName(),
-                          adapter);
-        }
-    }
+    if (readiness_.isReady()) raiseRecoveries(recovered);
     if (readiness_.complete()) {
         logger.debug(here(), "NICRM requesting cache push");
         tavJsonAggregator::getInstance()->sendInventory(true);
@@ -144,79 +129,66 @@ void NICResourceManager::cacheBuild() {
 }
 
 /// Publishes what a build has found, and returns the interfaces whose health has returned.
-std::vector<PhyAdapterInventory> NICResourceManager::publish(
-    tav::InventoryCache<Inventory>::Build& build, Inventory inventory) {
-    const std::lock_guard<std::mutex> held(changesLock_);
-    building_ = false;
-    for (const Change& change : changesDuringBuild_)
-        apply(change, inventory);
-    const std::size_t previous = cache_.read().first->adapters.size();
-    std::vector<PhyAdapterInventory> recovered = compareStatus(inventory, previous);
-    build.publish(std::move(inventory));
-    return recovered;
-}
-
-std::vector<PhyAdapterInventory> NICResourceManager::compareStatus(const Inventory& current,
-                                                                   std::size_t previous) {
-    logger.debug(here(), "Entry compare size of current inventory %d, size of prev inventory %d",
-                 static_cast<int>(current.adapters.size()), static_cast<int>(previous));
-    std::vector<PhyAdapterInventory> recovered;
-    std::map<std::string, std::string> compared;
-    for (const PhyAdapterInventory& adapter : current.adapters) {
-        const std::string& name = adapter.getIntfName();
-        const std::string& health = adapter.getHealth();
-        compared[name] = health;
-        const auto before = comparedHealth_.find(name);
-        if (before == comparedHealth_.end()) continue;
-        logger.debug(here(),
-                     "Curr Intf name %s Current health  %s Prev intrf name %s Prev health %s",
-                     name.c_str(), health.c_str(), name.c_str(), before->second.c_str());
-        if (health == before->second || health == criticalHealth) continue;
-        if (health == healthy) {
-            recovered.push_back(adapter);
-        } else {
-            logger.debug(here(), "State change noticed from %s to %s", before->second.c_str(),
-                         health.c_str());
-        }
+std::vector<tav::SharedInterface> NICResourceManager::takeList(
+    std::vector<tav::FoundInterface> found, tav::LookClock::time_point begun,
+    tav::InventoryCache<Inventory>::Build& build) {
+    Inventory inventory;
+    std::vector<tav::SharedInterface> recovered;
+    {
+        const std::lock_guard<std::mutex> held(linksLock_);
+        recovered = links_.takeList(std::move(found), begun);
+        inventory.interfaces = links_.interfaces();
+        build.publish(inventory);
     }
-    comparedHealth_ = std::move(compared);
+    logInstances(inventory);
     return recovered;
 }
 
-std::optional<std::vector<std::vector<std::string>>> NICResourceManager::getInterfaceDetails() {
+void NICResourceManager::raiseRecoveries(const std::vector<tav::SharedInterface>& recovered) {
+    for (const tav::SharedInterface& interface : recovered) {
+        if (tav::stopRequested()) return;  // a dead controller would hold up the stop at each event
+        const PhyAdapterInventory& adapter = interface->adapter;
+        generateEvent(recoveredEvent, adapter.getPhyLocation(), false, adapter.getIntfName(),
+                      adapter);
+    }
+}
+
+std::optional<NICResourceManager::Rows> NICResourceManager::getInterfaceDetails() {
     const std::optional<std::string> list = runList(listCommand);
     if (!list) {
-        logger.error(here(), "An error occurred while trying to fetch NIC information");
+        if (!tav::stopRequested()) {
+            logger.error(here(), "An error occurred while trying to fetch NIC information");
+        }
         return std::nullopt;
     }
-    std::vector<std::vector<std::string>> rows = tav::parseNicList(*list);
+    Rows rows = tav::parseNicList(*list);
     if (rows.empty()) logger.warning(here(), "Unable to find NIC information.");
     return rows;
 }
 
 /// None when the host could not be asked: the inventory stays as it is then.
-std::optional<NICResourceManager::Inventory> NICResourceManager::getInventory() {
+std::optional<std::vector<tav::FoundInterface>> NICResourceManager::getInventory() {
     const auto rows = getInterfaceDetails();
     if (!rows) return std::nullopt;
     if (rows->empty()) logger.warning(here(), "No NIC found!");
-    Inventory inventory;
+    std::vector<tav::FoundInterface> found;
     NICPhysicalAdapter probe;
     for (const std::vector<std::string>& row : *rows) {
-        if (tav::stopRequested()) break;
-        probe.discoverPhyAdapterInventory(inventory.adapters.emplace_back(), row);
+        tav::FoundInterface& interface = found.emplace_back();
+        probe.discoverPhyAdapterInventory(interface.adapter, row);
+        if (tav::stopRequested()) return std::nullopt;
+        interface.hasDetails = probe.hasDetails();
     }
-    createJsonStringUsingJsonCpp(inventory);
-    return inventory;
+    return found;
 }
 
-void NICResourceManager::createJsonStringUsingJsonCpp(Inventory& inventory) {
+void NICResourceManager::logInstances(const Inventory& inventory) {
+    if (!logger.writesDebug()) return;
     const Json::StreamWriterBuilder styled;
-    for (const PhyAdapterInventory& adapter : inventory.adapters) {
-        const Json::Value& record =
-            inventory.records.emplace_back(tav::renderNicInventory(adapter));
-        if (!logger.writesDebug()) continue;
-        logger.debug(here(), "Printing Ethernet Instance %zu:    %s", inventory.records.size(),
-                     Json::writeString(styled, record).c_str());
+    std::size_t number = 0;
+    for (const tav::SharedInterface& interface : inventory.interfaces) {
+        logger.debug(here(), "Printing Ethernet Instance %zu:    %s", ++number,
+                     Json::writeString(styled, interface->record).c_str());
     }
 }
 
@@ -224,60 +196,62 @@ bool NICResourceManager::checkLinkState() {
     logger.debug(here(), "Getting list of interfaces");
     const std::optional<std::string> list = runList(linkCommand);
     if (!list) {
-        logger.error(here(), "Error occurred in checking link state information.");
+        if (!tav::stopRequested()) {
+            logger.error(here(), "Error occurred in checking link state information.");
+        }
         return false;
     }
-    const std::vector<PhyAdapterInventory>& cached = cache_.read().first->adapters;
     const std::vector<tav::NicLink> links = tav::parseNicLinks(*list);
     const bool changed = std::any_of(links.begin(), links.end(), [&](const tav::NicLink& link) {
-        const auto known = findAdapter(cached, link.name);
-        return known != cached.end() && known->getLinkStatus() != link.status;
+        return isAnotherLink(link.name, link.status);
     });
     logger.debug(here(), changed ? "Found a status change" : "No status change");
     return changed;
 }
 
-std::optional<tav::NicCondition> NICResourceManager::getHealthOfIntf(const char* name) const {
-    const auto inventory = cache_.read().first;
-    const auto known = findAdapter(inventory->adapters, name);
-    if (known == inventory->adapters.end()) return std::nullopt;
-    return tav::NicCondition{known->getState(), known->getHealth()};
+/// Whether the inventory has the interface with another link status.
+bool NICResourceManager::isAnotherLink(const std::string& name,
+                                       const std::string& linkStatus) const {
+    const std::lock_guard<std::mutex> held(linksLock_);
+    const tav::SharedInterface known = links_.find(name);
+    return known != nullptr && known->adapter.getLinkStatus() != linkStatus;
 }
 
-void NICResourceManager::apply(const Change& change, Inventory& inventory) {
-    const auto known = findAdapter(inventory.adapters, change.name);
-    if (known == inventory.adapters.end()) return;
-    known->setState(change.condition.state);
-    known->setHealth(change.condition.health);
-    const auto index = static_cast<std::size_t>(known - inventory.adapters.begin());
-    inventory.records[index] = tav::renderNicInventory(*known);
+std::optional<tav::NicCondition> NICResourceManager::getHealthOfIntf(const char* name) const {
+    const std::lock_guard<std::mutex> held(linksLock_);
+    return links_.conditionOfLink(name);
 }
 
 void NICResourceManager::updateStateAndHealth(const char* name, const std::string& state,
                                               const std::string& health) {
-    const Change change{name, {state, health}};
-    const std::lock_guard<std::mutex> held(changesLock_);
-    if (building_) changesDuringBuild_.push_back(change);
-    const auto compared = comparedHealth_.find(change.name);
-    if (compared != comparedHealth_.end() && health != healthy) compared->second = health;
-    cache_.change([&change](Inventory& inventory) { apply(change, inventory); });
+    const std::lock_guard<std::mutex> held(linksLock_);
+    const auto place = links_.takeCondition(name, {state, health});
+    if (!place) return;
+    cache_.change([&](Inventory& inventory) { inventory.interfaces[*place] = links_.find(name); });
 }
 
 std::vector<PhyAdapterInventory> NICResourceManager::getNICInventory() const {
-    return cache_.read().first->adapters;
+    const auto inventory = cache_.current();
+    std::vector<PhyAdapterInventory> adapters;
+    for (const tav::SharedInterface& interface : inventory->interfaces)
+        adapters.push_back(interface->adapter);
+    return adapters;
 }
 
 int NICResourceManager::getInventoryJsonObject(std::vector<Json::Value>& records) {
-    const int building = tav::copyRecords(cache_, records);
-    if (building != 0) {
-        logger.debug(here(), "Cache build is in progress. Returning previous copy of inventory.");
-    }
-    return building;
+    const auto [inventory, building] = cache_.read();
+    records.clear();
+    for (const tav::SharedInterface& interface : inventory->interfaces)
+        records.push_back(interface->record);
+    if (!building) return 0;
+    logger.debug(here(), "Cache build is in progress. Returning previous copy of inventory.");
+    return 1;
 }
 
 bool NICResourceManager::isRunning() {
     return tav::holdsInventory(
-        cache_, &Inventory::records, runningRetry, [](int building, std::size_t size, int retry) {
+        cache_, &Inventory::interfaces, runningRetry,
+        [](int building, std::size_t size, int retry) {
             logger.warning(here(),
                            "_cacheBuildInProgress = %d,NICInventory.size() =%zu, retryCount = %d",
                            building, size, retry);

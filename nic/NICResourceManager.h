@@ -1,34 +1,21 @@
 #pragma once
 
-#include <atomic>
-#include <ctime>
-#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "base/Waiting.h"
 #include "core/InventoryCache.h"
 #include "core/ManagerLoop.h"
 #include "core/tavResourceManager.h"
+#include "nic/LinkLedgers.h"
 #include "nic/PhyAdapterInventory.h"
-
-namespace tav {
-
-/// Display strings of an interface's state and health.
-struct NicCondition {
-    std::string state;
-    std::string health;
-
-    bool operator==(const NicCondition&) const = default;
-};
-
-}  // namespace tav
 
 /// The manager of Ethernet interfaces. Rebuilds its inventory every 30 seconds and looks for
 /// changed links ten seconds after each rebuild; in between NICEventMonitor tells it what the
 /// kernel reports. Raises event 680 when the health of an interface has returned to OK. Locks:
-/// those of its loop and cache, and changesLock_ (docs/architecture.md); none is held while host
+/// those of its loop and cache, and linksLock_ (docs/architecture.md); none is held while host
 /// commands run, events are raised or a push is asked for, but for the build lock.
 class TAV_API NICResourceManager final : public tavResourceManager {
  public:
@@ -50,7 +37,8 @@ class TAV_API NICResourceManager final : public tavResourceManager {
     std::optional<tav::NicCondition> getHealthOfIntf(const char* name) const;
 
     /// Replaces the condition of an interface of the inventory; nothing happens to one that is not
-    /// in it. A build that is running takes the change over. Any thread.
+    /// in it. It is newer than what a build tells that is running. Costs what one interface costs,
+    /// and readers do not wait for it. Any thread.
     void updateStateAndHealth(const char* name, const std::string& state,
                               const std::string& health);
 
@@ -66,32 +54,25 @@ class TAV_API NICResourceManager final : public tavResourceManager {
 
  private:
     struct Inventory {
-        std::vector<PhyAdapterInventory> adapters;
-        std::vector<Json::Value> records;
+        std::vector<tav::SharedInterface> interfaces;  ///< in the order of the list
     };
-    struct Change {
-        std::string name;
-        tav::NicCondition condition;
-    };
+    using Rows = std::vector<std::vector<std::string>>;
 
-    static std::optional<std::vector<std::vector<std::string>>> getInterfaceDetails();
-    static std::optional<Inventory> getInventory();
-    static void createJsonStringUsingJsonCpp(Inventory& inventory);
-    static void apply(const Change& change, Inventory& inventory);
-    std::vector<PhyAdapterInventory> publish(tav::InventoryCache<Inventory>::Build& build,
-                                             Inventory inventory);
-    std::vector<PhyAdapterInventory> compareStatus(const Inventory& current, std::size_t previous);
+    static std::optional<Rows> getInterfaceDetails();
+    static std::optional<std::vector<tav::FoundInterface>> getInventory();
+    static void logInstances(const Inventory& inventory);
+    bool isAnotherLink(const std::string& name, const std::string& linkStatus) const;
+    std::vector<tav::SharedInterface> takeList(std::vector<tav::FoundInterface> found,
+                                               tav::LookClock::time_point begun,
+                                               tav::InventoryCache<Inventory>::Build& build);
+    static void raiseRecoveries(const std::vector<tav::SharedInterface>& recovered);
 
     tav::ManagerLoop loop_;
     tav::Readiness readiness_;
     tav::InventoryCache<Inventory> cache_;
-    std::time_t lastRefreshTime_ = 0;  ///< end of the last build; manager's thread only
+    std::optional<tav::Stopwatch> sinceBuild_;  ///< manager's thread only
 
-    /// Guards what follows, and keeps a change from falling between a build and its publication.
-    std::mutex changesLock_;
-    bool building_ = false;
-    std::vector<Change> changesDuringBuild_;
-    /// Health by interface name that the next comparison starts from: that of the last one, or what
-    /// an interface has fallen to since.
-    std::map<std::string, std::string> comparedHealth_;
+    /// Guards the ledgers, and that what is published follows them. Readers do not take it.
+    mutable std::mutex linksLock_;
+    tav::LinkLedgers links_;
 };

@@ -126,6 +126,10 @@ AdapterStatus adapterStatus(std::string_view linkStatus, std::string_view cableT
     return hasCable ? AdapterStatus::Running : AdapterStatus::Other;
 }
 
+bool hangsOnCable(std::string_view linkStatus) {
+    return adapterStatus(linkStatus, "") != adapterStatus(linkStatus, "known");
+}
+
 const char* nicPartNumber(std::string_view description) {
     const auto* const rule =
         std::find_if(partNumberRules.begin(), partNumberRules.end(), [&](const auto& candidate) {

@@ -74,6 +74,9 @@ constexpr const AdapterCondition& conditionOf(AdapterStatus status) {
 /// nor unknown runs when a cable type is known: when `cableType` holds more than blanks.
 AdapterStatus adapterStatus(std::string_view linkStatus, std::string_view cableType);
 
+/// Whether the status by that text differs with the cable type.
+bool hangsOnCable(std::string_view linkStatus);
+
 /// The spare-part number of an adapter with that description, or "".
 const char* nicPartNumber(std::string_view description);
 

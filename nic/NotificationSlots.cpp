@@ -3,10 +3,13 @@
 #include <iterator>
 #include <utility>
 
+#include <linux/netlink.h>
+
 namespace tav {
 
 bool NotificationSlots::post(Notification notification) {
     std::unique_lock<std::mutex> held(cmutex_);
+    if (appendToLast(notification)) return true;
     if (filled_ == slotCount) {
         missed_ = true;
         startProducer_.wait(held, [this] { return filled_ < slotCount || stopped_; });
@@ -14,6 +17,17 @@ bool NotificationSlots::post(Notification notification) {
     }
     slots_[filled_++] = std::move(notification);
     startConsumer_.notify_one();
+    return true;
+}
+
+/// The taker has been told of a filled slot already.
+bool NotificationSlots::appendToLast(const Notification& notification) {
+    if (filled_ == 0) return false;
+    Notification& last = slots_[filled_ - 1];
+    const std::size_t begin = NLMSG_ALIGN(last.size());
+    if (begin + notification.size() > slotSize) return false;
+    last.resize(begin);
+    last.insert(last.end(), notification.begin(), notification.end());
     return true;
 }
 

@@ -10,16 +10,17 @@
 
 namespace tav {
 
-/// One batch of kernel messages as it was received.
+/// Kernel messages as they were received: one batch or several behind each other.
 using Notification = std::vector<std::byte>;
 
-/// Hands notifications from the thread that receives them to the one that applies them. Has room
-/// for twelve; what finds none is dropped, and the taker is told that something was missed, so that
-/// it can look for itself. Its lock is held while slots are filled or emptied, and nothing else is
-/// called.
+/// Hands notifications from the thread that receives them to the one that applies them. Has twelve
+/// slots, each with room for several; what finds none is dropped, and the taker is told that
+/// something was missed, so that it can look for itself. Its lock is held while slots are filled or
+/// emptied, and nothing else is called.
 class TAV_API NotificationSlots {
  public:
     static constexpr std::size_t slotCount = 12;
+    static constexpr std::size_t slotSize = 65536;  ///< bytes; a batch may have as many
 
     /// What take() hands over.
     struct Work {
@@ -28,7 +29,8 @@ class TAV_API NotificationSlots {
         bool stopped = false;                     ///< nothing will follow
     };
 
-    /// Posts a notification. With all slots filled it waits until some are emptied and drops the
+    /// Posts a notification: behind those of the last filled slot, or, where it has no room for it,
+    /// in the next one. With all slots filled it waits until some are emptied and drops the
     /// notification; false then. Receiver's thread.
     bool post(Notification notification);
 
@@ -47,6 +49,8 @@ class TAV_API NotificationSlots {
     bool isStopped() const;
 
  private:
+    bool appendToLast(const Notification& notification);
+
     mutable std::mutex cmutex_;
     std::condition_variable startConsumer_;
     std::condition_variable startProducer_;

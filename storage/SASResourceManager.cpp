@@ -151,7 +151,8 @@ void SASResourceManager::cacheBuild() {
     const bool askedBefore = pushWhenBuilt_.exchange(false);
     {
         tav::InventoryCache<tav::StorageGeneration>::Build build(cache_);
-        tav::StorageGeneration inventory = tav::discoverStorage(*cache_.read().first);
+        const auto known = cache_.current();
+        tav::StorageGeneration inventory = tav::discoverStorage(*known);
         // A stop cuts discoveries short; what they left out must not be reported as gone.
         if (tav::stopRequested()) return;
         build.publish(std::move(inventory));
@@ -191,7 +192,8 @@ int SASResourceManager::getInventoryJsonObject2(int kind, std::vector<Json::Valu
 
 void SASResourceManager::fetchPrevInventoryOfType(int kind,
                                                   std::vector<Json::Value>& records) const {
-    copyKind(*cache_.read().first, kind, records);
+    const auto inventory = cache_.current();
+    copyKind(*inventory, kind, records);
 }
 
 bool SASResourceManager::isRunning() {

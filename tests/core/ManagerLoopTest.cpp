@@ -2,6 +2,7 @@
 #include <chrono>
 #include <memory>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -70,7 +71,8 @@ struct Numbers {
 
 TEST(InventoryCache, ReadersNeverWaitNeverSeeHalfABuildAndNeverFreeOne) {
     tav::InventoryCache<Numbers> cache;
-    EXPECT_TRUE(cache.read().first->all.empty());
+    const auto before = cache.current();
+    EXPECT_TRUE(before->all.empty());
     std::atomic<bool> done{false};
     std::atomic<int> freedByReaders{0};
     const auto noteFreeing = [&, builder = std::this_thread::get_id()](void*) {
@@ -88,17 +90,18 @@ TEST(InventoryCache, ReadersNeverWaitNeverSeeHalfABuildAndNeverFreeOne) {
     }
     for (int generation = 1; generation <= 2000; ++generation) {
         tav::InventoryCache<Numbers>::Build build(cache);
-        EXPECT_TRUE(cache.read().second);
+        EXPECT_TRUE(cache.read().isBuilding);
         if (generation % 3 != 0) {
             build.publish({std::vector<int>(100, generation), {&cache, noteFreeing}});
         }
-        const int seen = cache.read().first->all.front();
+        const auto published = cache.current();
+        const int seen = published->all.front();
         EXPECT_EQ(seen, generation % 3 != 0 ? generation : generation - 1);
     }
     done = true;
     for (std::thread& reader : readers)
         reader.join();
-    EXPECT_FALSE(cache.read().second);
+    EXPECT_FALSE(cache.read().isBuilding);
     EXPECT_EQ(freedByReaders, 0);
 }
 
@@ -106,10 +109,36 @@ TEST(InventoryCache, APublicationWaitsForNobody) {
     tav::InventoryCache<int> cache;
     tav::InventoryCache<int>::Build build(cache);
     build.publish(1);
-    const auto compared = cache.read().first;  // a builder that compares with the one before
+    const auto compared = cache.current();  // a builder that compares with the one before
     build.publish(2);
     EXPECT_EQ(*compared, 1);
-    EXPECT_EQ(*cache.read().first, 2);
+    const auto now = cache.current();
+    EXPECT_EQ(*now, 2);
+}
+
+template <class Type>
+concept CanBeLookedInto = requires(Type&& inventory) {
+    *std::forward<Type>(inventory);
+};
+template <class Type>
+concept CanBeWritten = requires(Type inventory) {
+    *inventory = 1;
+};
+static_assert(CanBeLookedInto<const tav::Generation<int>&>);
+static_assert(!CanBeLookedInto<tav::Generation<int>>, "freed before it is looked at");
+static_assert(!CanBeWritten<tav::Generation<int>>);
+
+TEST(InventoryCache, AChangeIsCopiedWhileReadersGoOn) {
+    tav::InventoryCache<std::vector<int>> cache;
+    const auto before = cache.current();
+    cache.change([&cache](std::vector<int>& copy) {
+        copy.push_back(1);
+        const auto meanwhile = cache.current();  // a lock that readers take would hang here
+        EXPECT_TRUE(meanwhile->empty());
+    });
+    EXPECT_TRUE(before->empty());
+    const auto after = cache.current();
+    EXPECT_EQ(*after, std::vector{1});
 }
 
 }  // namespace

@@ -42,15 +42,25 @@ void ip(const std::string& arguments) {
 class Switch {
  public:
     void set(const std::string& name, bool up) {
-        ifreq request{};
-        std::strncpy(request.ifr_name, name.c_str(), IFNAMSIZ - 1);
-        ASSERT_EQ(::ioctl(socket_.get(), SIOCGIFFLAGS, &request), 0) << name;
-        const int flags = request.ifr_flags;
+        const int flags = flagsOf(name);
+        ifreq request = requestFor(name);
         request.ifr_flags = static_cast<short>(up ? flags | IFF_UP : flags & ~IFF_UP);
         ASSERT_EQ(::ioctl(socket_.get(), SIOCSIFFLAGS, &request), 0) << name;
     }
 
+    int flagsOf(const std::string& name) {
+        ifreq request = requestFor(name);
+        EXPECT_EQ(::ioctl(socket_.get(), SIOCGIFFLAGS, &request), 0) << name;
+        return request.ifr_flags;
+    }
+
  private:
+    static ifreq requestFor(const std::string& name) {
+        ifreq request{};
+        std::strncpy(request.ifr_name, name.c_str(), IFNAMSIZ - 1);
+        return request;
+    }
+
     tav::FileDescriptor socket_{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
 };
 
@@ -167,6 +177,88 @@ TEST(LinkMonitor, TenThousandChangesLeaveTheInventoryRight) {
     }
     RecordProperty("cpuMilliseconds", static_cast<int>(spent * 1000 / CLOCKS_PER_SEC));
     EXPECT_LE(openDescriptors(), descriptorsBefore + 1) << "the socket for drivers is kept";
+}
+
+/// What a look finds after notifications were lost must not be what none of them would have told: a
+/// pulled cable is neither up nor down, and a virtual interface is nobody's adapter.
+TEST(LinkMonitor, AReviewPassesTheFiltersOfANotification) {
+    logEverything();
+    makeHost();
+    for (const char* name : {"eth0", "eth1", "eth2"})
+        makeAdapter(name);
+    std::filesystem::remove("/sys/class/net/eth2");
+    std::filesystem::create_symlink("../../devices/virtual/net/eth2", "/sys/class/net/eth2");
+    NICResourceManager& manager = *NICResourceManager::getInstance();
+    manager.cacheBuild();
+    for (const char* name : {"eth0", "eth1", "eth2"})
+        manager.updateStateAndHealth(name, "Running", "OK");
+    Switch links;
+    links.set("eth0.c", false);
+    links.set("eth0", true);
+    while ((links.flagsOf("eth0") & IFF_RUNNING) != 0)  // the kernel takes its time to notice
+        std::this_thread::sleep_for(1ms);
+    tav::reviewAllLinks();
+    EXPECT_EQ(stateOf("eth0"), "Running") << "enabled, but not running";
+    EXPECT_EQ(stateOf("eth1"), "Down");
+    EXPECT_EQ(stateOf("eth2"), "Running");
+    EXPECT_THAT(logs(), HasSubstr("Skipping transient event for Interface = eth0"));
+    EXPECT_THAT(logs(), HasSubstr("Ignoring as it is a virtual interface"));
+}
+
+TEST(LinkMonitor, EachOfManyLinksThatFlapAtOnceIsReportedOnce) {
+    constexpr int adapters = 200;
+    logEverything();
+    makeHost();
+    std::vector<std::string> names;
+    for (int index = 0; index < adapters; ++index) {
+        names.push_back("eth" + std::to_string(index));
+        makeAdapter(names.back());
+    }
+    NICResourceManager& manager = *NICResourceManager::getInstance();
+    manager.cacheBuild();
+    Switch links;
+    const auto raised = [] {
+        const std::string log = logs();
+        std::size_t events = 0;
+        for (std::size_t at = 0; (at = log.find("Raising event 680", at)) != log.npos; ++at)
+            ++events;
+        return events;
+    };
+    Monitoring monitoring;
+    monitoring.waitUntilListening(links, names[0]);
+    for (const std::string& name : names)
+        links.set(name, true);
+    for (const std::string& name : names)
+        ASSERT_TRUE(becomes(name, "Running")) << name;
+    writeCommand("localcli", "case \"$*\" in *list) sed 's/Down Down/Up Up/' /tmp/list;; esac");
+    manager.cacheBuild();
+    const std::size_t before = raised();
+    for (const std::string& name : names)
+        links.set(name, false);
+    for (const std::string& name : names)
+        links.set(name, true);
+    const auto end = std::chrono::steady_clock::now() + 20s;
+    while (raised() - before < adapters && std::chrono::steady_clock::now() < end)
+        manager.cacheBuild();
+    manager.cacheBuild();
+    EXPECT_EQ(raised() - before, adapters);
+}
+
+TEST(LinkMonitor, IsStartedOnceAndAgainAfterAStop) {
+    logEverything();
+    makeHost();
+    makeAdapter("eth0");
+    NICResourceManager::getInstance()->cacheBuild();
+    Switch links;
+    for (int round = 0; round < 2; ++round) {
+        Monitoring monitoring;
+        EXPECT_EQ(NICEventMonitor::startMonitoring(), -1);
+        EXPECT_THAT(logs(), HasSubstr("Unable to start the monitoring service for the ethernet "
+                                      "instances: it has been started already"));
+        monitoring.waitUntilListening(links, "eth0");
+        links.set("eth0", false);
+        EXPECT_TRUE(becomes("eth0", "Down")) << "the first start goes on";
+    }
 }
 
 TEST(LinkMonitor, StopsWhereverItIs) {

@@ -1,3 +1,4 @@
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <string>
@@ -46,7 +47,8 @@ void writeHost() {
     writeFile("/tmp/details", "   Cable Type: Twisted Pair\n   Firmware Version: 1.63\n");
     writeFile("/tmp/pci",
               "0000:01:00.0\n   Address: 0000:01:00.0\n   Slot Description: x r001i02s00\n"
-              "0000:3b:00.1\n   Address: 0000:3b:00.1\n   Slot Description: x r001i01s03\n");
+              "0000:3b:00.1\n   Address: 0000:3b:00.1\n   Slot Description: x r001i01s03\n"
+              "0000:41:00.0\n   Address: 0000:41:00.0\n   Slot Description: x r001i250s03\n");
     writeCommand("localcli",
                  "echo \"$*\" >> /tmp/asked\n"
                  "case \"$*\" in\n"
@@ -72,10 +74,10 @@ TEST(NicManager, ItsRecords) {
     writeHost();
     tavUtils().initGeoIDMap();
     writeList(row("vmnic0", "0000:01:00.0", "Up") + row("vmnic1", "0000:3b:00.1", "Down") +
-              row("vmnic2", "0000:99:00.0", "Dormant"));
+              row("vmnic2", "0000:99:00.0", "Dormant") + row("vmnic3", "0000:41:00.0", "Up"));
     manager().cacheBuild();
     const auto records = inventory();
-    ASSERT_THAT(records, SizeIs(3));
+    ASSERT_THAT(records, SizeIs(4));
     EXPECT_EQ(records[0], parseJson(R"({"Model": "Intel I350", "SerialNumber": "",
         "PartNumber": "I350T4V2", "FirmwareVersion": "1.63", "MACAddress": "02:00:00:00:01:00",
         "SpeedMbps": 1000, "Oem": {"DeviceName": "vmnic0",
@@ -86,6 +88,8 @@ TEST(NicManager, ItsRecords) {
     EXPECT_EQ(records[1]["Status"], parseJson(R"({"State": "Down", "Health": "Unknown"})"));
     EXPECT_EQ(records[2]["Oem"]["PhysicalLocation"].asString(), "FFFFFFFFFFFFFFFF");
     EXPECT_EQ(records[2]["Status"]["State"].asString(), "Running") << "it has a cable";
+    EXPECT_EQ(records[3]["Oem"]["PhysicalLocation"].asString(), "FFFFFFFFFFFFFFFF")
+        << "its place cannot be encoded";
     EXPECT_TRUE(std::filesystem::is_empty("/opt/orn/tav/data"));
 }
 
@@ -138,6 +142,36 @@ TEST(NicManager, UnusableDetailsAndSpeedLeaveTheRestOfTheRecord) {
     EXPECT_THAT(logs(), HasSubstr("Error occurred in identifying fw version."));
 }
 
+/// What could not be asked for says nothing: the link has not failed, and the firmware is the same.
+TEST(NicManager, DetailsThatCannotBeHadLeaveWhatWasKnown) {
+    writeHost();
+    writeList(row("vmnic0", "p", "Dormant") + row("vmnic1", "p", "Up"));
+    manager().cacheBuild();
+    EXPECT_EQ(healthOf("vmnic0"), "Running/OK") << "it has a cable";
+    writeCommand("localcli", "case \"$*\" in 'network nic list') cat /tmp/list;; *) exit 1;; esac");
+    writeList(row("vmnic0", "p", "Dormant") + row("vmnic1", "p", "Down") +
+              row("vmnic2", "p", "Dormant"));
+    manager().cacheBuild();
+    EXPECT_EQ(healthOf("vmnic0"), "Running/OK");
+    EXPECT_EQ(inventory()[0]["FirmwareVersion"], "1.63");
+    EXPECT_EQ(healthOf("vmnic1"), "Down/Unknown") << "this needs no details";
+    EXPECT_EQ(healthOf("vmnic2"), "Other/Unknown") << "nothing was known of it";
+    EXPECT_EQ(inventory()[2]["FirmwareVersion"], "");
+}
+
+TEST(NicManager, AnInterfaceThatIsListedTwiceIsOne) {
+    logEverything();
+    writeHost();
+    writeList(row("vmnic0", "p", "Up") + row("vmnic0", "q", "Down") + row("vmnic1", "p", "Up"));
+    for (int build = 0; build < 3; ++build) {
+        manager().cacheBuild();
+        EXPECT_THAT(inventory(), SizeIs(2)) << build;
+        EXPECT_EQ(healthOf("vmnic0"), "Running/OK");
+        EXPECT_EQ(healthOf("vmnic1"), "Running/OK");
+    }
+    EXPECT_THAT(logs(), HasSubstr("The interface \"vmnic0\" is listed twice"));
+}
+
 TEST(NicManager, APollSeesAChangedLinkOnly) {
     writeHost();
     writeCommand("localcli",
@@ -149,6 +183,28 @@ TEST(NicManager, APollSeesAChangedLinkOnly) {
     EXPECT_TRUE(manager().checkLinkState());
     writeList(row("vmnic0", "p", "Up") + row("vmnic7", "p", "Up"));
     EXPECT_FALSE(manager().checkLinkState()) << "one that is not in the inventory";
+}
+
+/// The address sanitizer tells when a poll reads what a notification has replaced.
+TEST(NicManager, APollReadsWhileLinksChange) {
+    constexpr int interfaces = 400;
+    writeHost();
+    writeCommand("localcli", "case \"$*\" in 'network nic list') cat /tmp/list;; esac");
+    std::string rows;
+    for (int number = 0; number < interfaces; ++number)
+        rows += row("vmnic" + std::to_string(number), "p", "Up");
+    writeList(rows);
+    manager().cacheBuild();
+    std::atomic<bool> done{false};
+    std::thread monitor([&done] {
+        for (int change = 0; !done; ++change)
+            manager().updateStateAndHealth("vmnic399", change % 2 == 0 ? "Down" : "Running", "OK");
+    });
+    for (int poll = 0; poll < 20; ++poll)
+        EXPECT_FALSE(manager().checkLinkState());
+    done = true;
+    monitor.join();
+    EXPECT_THAT(inventory(), SizeIs(interfaces));
 }
 
 /// Events pass once the service has pushed its first inventory. The manager's own thread is kept
@@ -229,6 +285,35 @@ TEST_F(NicEvents, AnInterfaceThatComesAnewRaisesNone) {
     EXPECT_THAT(events(), IsEmpty());
 }
 
+TEST_F(NicEvents, SixtyRecoveriesThatNobodyAnswersHoldUpNoStop) {
+    constexpr int links = 60;
+    writeCommand("localcli", "case \"$*\" in 'network nic list') cat /tmp/list;; esac");
+    std::string down;
+    std::string up;
+    for (int number = 0; number < links; ++number) {
+        const std::string name = "vmnic" + std::to_string(number);
+        down += row(name, "p", "Down");
+        up += row(name, "p", "Up");
+    }
+    writeList(down);
+    manager().cacheBuild();
+    writeList(up);
+    std::atomic<bool> asked{false};
+    rmc_.intercept([&](const tav::sim::IpmiRequest&) -> std::optional<tav::sim::Reply> {
+        asked = true;
+        return tav::sim::Reply::never();
+    });
+    std::this_thread::sleep_for(10ms);  // 5 s of the fast clock: a build may begin
+    std::thread thread([] { manager().init(); });
+    while (!asked)
+        std::this_thread::sleep_for(1ms);
+    clockSpeed = 1;
+    const auto begun = std::chrono::steady_clock::now();
+    manager().stopResourceManagerJob();
+    thread.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, 2s);
+}
+
 TEST_F(NicEvents, ATestEventIsASample) {
     NICResourceManager::generateTestEvent(678, "0003000101010005");
     const Json::Value event = parseJson(rmc_.commands().back().payload);
@@ -280,8 +365,10 @@ TEST(NicManager, AChangeDuringABuildOutlivesIt) {
 }
 
 TEST(NicManager, AStopEndsAProbeAndReportsNothingOfIt) {
+    logEverything();
     writeHost();
     writeList(row("vmnic0", "p", "Up") + row("vmnic1", "p", "Up"));
+    manager().isInventoryReady(0);  // which opens the log
     const std::size_t before = openDescriptors();
     const auto started = std::chrono::steady_clock::now();
     { const HeldBuild build; }
@@ -289,6 +376,7 @@ TEST(NicManager, AStopEndsAProbeAndReportsNothingOfIt) {
     EXPECT_THAT(inventory(), IsEmpty());
     EXPECT_TRUE(std::filesystem::is_empty("/opt/orn/tav/data"));
     EXPECT_LE(openDescriptors(), before + 1) << "the stop signal's";
+    EXPECT_THAT(logs(), Not(HasSubstr("rror occurred"))) << "the card has not failed";
 }
 
 TEST(NicManager, RebuildsEveryThirtySecondsAndPollsOnceInBetween) {

@@ -81,8 +81,9 @@ TEST(LinkMessages, WhatIsNoPhysicalInterface) {
     EXPECT_EQ(tav::nonPhysicalKind(""), nullptr);
 }
 
+/// Fills a slot.
 Notification numbered(int number) {
-    return {static_cast<std::byte>(number)};
+    return Notification(tav::NotificationSlots::slotSize, static_cast<std::byte>(number));
 }
 
 TEST(NotificationSlots, TheThirteenthWaitsAndIsNotStored) {
@@ -107,6 +108,28 @@ TEST(NotificationSlots, TheThirteenthWaitsAndIsNotStored) {
     ASSERT_EQ(work.notifications.size(), 1U);
     EXPECT_EQ(work.notifications[0], numbered(13));
     EXPECT_FALSE(work.missed);
+}
+
+TEST(NotificationSlots, ASlotHoldsWhatItHasRoomFor) {
+    constexpr int batches = 500;  // of some 1,400 bytes, as the kernel tells of one link
+    tav::NotificationSlots slots;
+    for (int index = 1; index <= batches; ++index) {
+        Notification batch;
+        append(batch, RTM_NEWLINK, wholeLink + 1, index, 0);
+        batch.resize(1398);  // not aligned
+        reinterpret_cast<nlmsghdr*>(batch.data())->nlmsg_len = 1398;
+        ASSERT_TRUE(slots.post(std::move(batch))) << index;
+    }
+    const auto work = slots.take();
+    EXPECT_FALSE(work.missed);
+    EXPECT_LE(work.notifications.size(), tav::NotificationSlots::slotCount);
+    int expected = 1;
+    for (const Notification& notification : work.notifications) {
+        EXPECT_LE(notification.size(), tav::NotificationSlots::slotSize);
+        for (const tav::LinkMessage& message : tav::decodeLinkMessages(notification))
+            EXPECT_EQ(message.interfaceIndex, expected++);
+    }
+    EXPECT_EQ(expected, batches + 1);
 }
 
 TEST(NotificationSlots, AStopEndsBothWaits) {
