@@ -120,16 +120,18 @@ std::string physicalLocation(const std::string& function) {
     return tavPhyLoc::getPhyLocOrNone(geo, PHYSLOC_PCIE_SLOT, "NA");
 }
 
-void readNamesAndState(const std::string& fcHost, tavFCDeviceInfo& port) {
+/// Returns whether the state could be read.
+bool readNamesAndState(const std::string& fcHost, tavFCDeviceInfo& port) {
     if (const auto name = readAttribute(fcHost, "/node_name")) {
         port.settavFCWWNN(FCResourceManager::portWWNtoString(name->c_str()));
     }
     if (const auto name = readAttribute(fcHost, "/port_name")) {
         port.settavFCWWPN(FCResourceManager::portWWNtoString(name->c_str()));
     }
-    const TAV_RESOURCE_STATE state =
-        tav::parsePortState(readAttribute(fcHost, "/port_state").value_or(""));
+    const auto text = readAttribute(fcHost, "/port_state");
+    const TAV_RESOURCE_STATE state = tav::parsePortState(text.value_or(""));
     port.settavFCStatus(state, tav::healthOfPort(state));
+    return text.has_value();
 }
 
 }  // namespace
@@ -151,7 +153,7 @@ bool FCResourceManager::fca_select(const std::string& entry,
     return std::find(fcaHosts.begin(), fcaHosts.end(), entry) != fcaHosts.end();
 }
 
-std::optional<FCResourceManager::Discovery> FCResourceManager::discover() {
+std::optional<std::vector<tav::FoundFcPort>> FCResourceManager::discover() {
     const std::vector<std::string> fcaHosts = listClass(fcHostClass);
     if (fcaHosts.empty()) {
         logger.debug(here(), "no FC HBA found!!!! Cache build terminating!!!");
@@ -163,20 +165,17 @@ std::optional<FCResourceManager::Discovery> FCResourceManager::discover() {
         logger.debug(here(), "no scsi host found");
         return std::nullopt;
     }
-    Discovery found;
+    std::vector<tav::FoundFcPort> found;
     for (const std::string& host : scsiHosts) {
         const auto number = tav::parseHostName(host);
         if (!number) continue;
-        auto port = readPort(host);
-        if (!port) continue;
-        found.states.push_back({*number, port->gettavFCStatus().getFCDeviceState()});
-        found.ports.push_back(*std::move(port));
+        if (auto port = readPort(host, *number)) found.push_back(*std::move(port));
     }
     return found;
 }
 
 /// Absent when the port has gone since it was listed.
-std::optional<tavFCDeviceInfo> FCResourceManager::readPort(const std::string& host) {
+std::optional<tav::FoundFcPort> FCResourceManager::readPort(const std::string& host, int number) {
     tavFCDeviceInfo port;
     const std::string scsiHost = scsiHostClass + host;
     const std::string target = tav::linkTarget(scsiHost.c_str()).valueOr("");
@@ -189,19 +188,18 @@ std::optional<tavFCDeviceInfo> FCResourceManager::readPort(const std::string& ho
     port.settavFCPartNumber(std::string(tav::fcAdapterPartNumber(key)));
     port.settavOemPhyLoc(physicalLocation(function));
     const std::string fcHost = fcHostClass + host;
-    readNamesAndState(fcHost, port);
-    return ::access(fcHost.c_str(), F_OK) == 0 ? std::optional(std::move(port)) : std::nullopt;
+    const bool hasState = readNamesAndState(fcHost, port);
+    if (::access(fcHost.c_str(), F_OK) != 0) return std::nullopt;
+    return tav::FoundFcPort{number, std::move(port), hasState};
 }
 
 bool FCResourceManager::waitOnPortState(std::size_t ports) const {
-    for (std::size_t i = 0; i < std::min(ports, seenStates_.size()); ++i) {
-        const std::string host =
-            std::string(fcHostClass) + "host" + std::to_string(seenStates_[i].host);
+    return ports_.hasChanged(ports, [](int number) {
+        const std::string host = std::string(fcHostClass) + "host" + std::to_string(number);
         const auto text = readAttribute(host, "/port_state");
         if (!text) {
             logger.warning(here(), "Unable to fetch state of %s", (host + "/port_state").c_str());
         }
-        if (tav::parsePortState(text.value_or("")) != seenStates_[i].state) return true;
-    }
-    return false;
+        return tav::parsePortState(text.value_or(""));
+    });
 }

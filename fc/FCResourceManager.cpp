@@ -26,23 +26,19 @@ constexpr tav::ModuleLog logger{"FC_RM"};
 
 constexpr const char* moduleName = "FCHBA";
 constexpr auto loopStep = 10s;
-constexpr std::time_t stepSeconds = std::chrono::seconds(loopStep).count();
-constexpr long defaultRefreshInterval = 30;
+constexpr auto recent = 3s;
+constexpr std::chrono::seconds defaultRefreshInterval = 30s;
 constexpr auto runningRetry = 3s;
 
-long refreshInterval() {
-    const long seconds = tavConfig::getInstance()->getrefreshInterval("FibreChannelDevices");
-    return seconds < 1 ? defaultRefreshInterval : seconds;
-}
-
-/// A clock that was set back must not keep the inventory from being rebuilt.
-bool isRefreshDue(std::time_t elapsed, long interval) {
-    return elapsed >= interval || elapsed < 0;
+std::chrono::seconds refreshInterval() {
+    const std::chrono::seconds interval(
+        tavConfig::getInstance()->getrefreshInterval("FibreChannelDevices"));
+    return interval < 1s ? defaultRefreshInterval : interval;
 }
 
 /// At the first deadline after a build, whatever second it falls on.
-bool isPortCheckDue(std::time_t elapsed) {
-    return elapsed >= stepSeconds && elapsed < 2 * stepSeconds;
+bool isPortCheckDue(std::chrono::seconds elapsed) {
+    return elapsed >= loopStep && elapsed < 2 * loopStep;
 }
 
 /// A reader answers null for what it cannot read.
@@ -78,18 +74,24 @@ void FCResourceManager::init() {
 
 void FCResourceManager::startInventory() {
     logger.debug(here(), "Entry startInventory");
-    if (tav::isRecent(lastRefreshTime_)) {
+    if (sinceBuild_ && sinceBuild_->elapsed() < recent) {
         logger.debug(here(), "Cache was recently refreshed. skipping the current refresh cycle");
         return;
     }
-    const long interval = refreshInterval();
+    const std::chrono::seconds interval = refreshInterval();
     loop_.run(loopStep, logger, [&](const tav::LoopWake& wake) {
-        const std::time_t elapsed = wake.elapsedSince(lastRefreshTime_);
-        if (wake.refresh || isRefreshDue(elapsed, interval) ||
+        const auto elapsed = wake.deadline ? sinceLastBuild() : 0s;
+        if (wake.refresh || elapsed >= interval ||
             (isPortCheckDue(elapsed) && waitOnPortState(getFCInventory().size()))) {
             cacheBuild();
         }
     });
+}
+
+/// In whole seconds, as time-outs are counted. Where nothing has been built, a build is due.
+std::chrono::seconds FCResourceManager::sinceLastBuild() const {
+    if (!sinceBuild_) return std::chrono::seconds::max();
+    return std::chrono::round<std::chrono::seconds>(sinceBuild_->elapsed());
 }
 
 void FCResourceManager::stopResourceManagerJob() {
@@ -100,24 +102,19 @@ void FCResourceManager::stopResourceManagerJob() {
 
 void FCResourceManager::cacheBuild() {
     logger.debug(here(), "Building FC Cache");
-    const tav::Generation<Inventory> previous = backupInventory();
+    std::vector<tav::FCPortLedgers::Change> changes;
     {
         tav::InventoryCache<Inventory>::Build build(cache_);
         auto found = discover();
         // A stop ends the waits of the hardware library; what they left open must not be reported.
         if (tav::stopRequested()) return;
-        if (!found) {
-            seenStates_.clear();
-            build.publish({});
-            return;
-        }
-        seenStates_ = std::move(found->states);
-        std::vector<Json::Value> records = createJsonStringUsingJsonCpp(found->ports);
-        build.publish({std::move(found->ports), std::move(records)});
+        const bool hasFibreChannel = found.has_value();
+        changes = ports_.takePorts(std::move(found).value_or(std::vector<tav::FoundFcPort>()));
+        build.publish({ports_.ports(), createJsonStringUsingJsonCpp(ports_.ports())});
+        if (!hasFibreChannel) return;
     }
-    const tav::Generation<Inventory> current = cache_.current();
-    raiseEvents(previous->ports, current->ports);
-    lastRefreshTime_ = tav::secondsNow();
+    raiseEvents(changes);
+    sinceBuild_.emplace();
     if (readiness_.complete()) {
         logger.debug(here(), "FCRM requesting cache push");
         tavJsonAggregator::getInstance()->sendInventory(true);
@@ -133,33 +130,21 @@ std::vector<Json::Value> FCResourceManager::createJsonStringUsingJsonCpp(
     return records;
 }
 
-void FCResourceManager::raiseEvents(const std::vector<tavFCDeviceInfo>& previous,
-                                    const std::vector<tavFCDeviceInfo>& current) {
-    for (const tavFCDeviceInfo& port : current) {
+void FCResourceManager::raiseEvents(const std::vector<tav::FCPortLedgers::Change>& changes) {
+    for (const tav::FCPortLedgers::Change& change : changes) {
         if (tav::stopRequested()) return;  // a dead controller would hold up the stop at each event
-        const tavFCDeviceInfo* const before = tav::findPreviousFcPort(port, previous, current);
-        if (before == nullptr) continue;
-        if (const auto change = compareStatus(*before, port)) raiseEvent(port, *change);
+        if (const auto eventId = tav::fcEventOf(change.now.state)) raiseEvent(change, *eventId);
     }
 }
 
-std::optional<FCResourceManager::StatusChange> FCResourceManager::compareStatus(
-    const tavFCDeviceInfo& before, const tavFCDeviceInfo& now) {
-    const tavFCDeviceStatusInfo& then = before.gettavFCStatus();
-    if (then.getFCDeviceHealth() == now.gettavFCStatus().getFCDeviceHealth()) return std::nullopt;
-    const auto eventId = tav::fcEventOf(now.gettavFCStatus().getFCDeviceState());
-    if (!eventId) return std::nullopt;
-    return StatusChange{tav::displayText(then.getFCDeviceState()), *eventId};
-}
-
-void FCResourceManager::raiseEvent(const tavFCDeviceInfo& port, const StatusChange& change) {
+void FCResourceManager::raiseEvent(const tav::FCPortLedgers::Change& change, int eventId) {
+    const tavFCDeviceInfo& port = change.port;
     logger.info(here(), "Port %s has changed from %s to %s.", port.gettavFCWWPN().c_str(),
-                change.previousState.c_str(),
-                tav::displayText(port.gettavFCStatus().getFCDeviceState()));
-    tavEventHandler().generateEvent(
-        {change.eventId, port.gettavFCOemPhyLoc().getFCPhysicalLocation(), moduleName,
-         tav::isFcServiceEvent(change.eventId), tavUtils::getTime(), port.gettavFCPartNumber(),
-         getVariableData(port, change.eventId), "TAV"});
+                tav::displayText(change.before.state), tav::displayText(change.now.state));
+    tavEventHandler().generateEvent({eventId, port.gettavFCOemPhyLoc().getFCPhysicalLocation(),
+                                     moduleName, tav::isFcServiceEvent(eventId),
+                                     tavUtils::getTime(), port.gettavFCPartNumber(),
+                                     getVariableData(port, eventId), "TAV"});
 }
 
 void FCResourceManager::generateTestEvent(int eventId, const std::string& /*location*/) {

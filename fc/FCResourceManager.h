@@ -1,14 +1,16 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
-#include <ctime>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "base/Waiting.h"
 #include "core/InventoryCache.h"
 #include "core/ManagerLoop.h"
 #include "core/tavResourceManager.h"
+#include "fc/FCPortLedgers.h"
 #include "fc/FCRecords.h"
 
 /// The manager of the host's Fibre Channel ports: one record per host of the kernel's Fibre Channel
@@ -69,39 +71,21 @@ class TAV_API FCResourceManager final : public tavResourceManager {
         std::vector<Json::Value> records;
     };
 
-    /// A port's condition as the last build has seen it.
-    struct SeenState {
-        int host;
-        TAV_RESOURCE_STATE state;
-    };
-    /// What a look at the host finds.
-    struct Discovery {
-        std::vector<tavFCDeviceInfo> ports;
-        std::vector<SeenState> states;  ///< of the same ports
-    };
-    struct StatusChange {
-        std::string previousState;
-        int eventId;
-    };
-
     /// Absent where there is no host with Fibre Channel.
-    static std::optional<Discovery> discover();
-    static std::optional<tavFCDeviceInfo> readPort(const std::string& host);
+    static std::optional<std::vector<tav::FoundFcPort>> discover();
+    static std::optional<tav::FoundFcPort> readPort(const std::string& host, int number);
     static bool fca_select(const std::string& entry, const std::vector<std::string>& fcaHosts);
 
-    tav::Generation<Inventory> backupInventory() const { return cache_.current(); }
     static std::vector<Json::Value> createJsonStringUsingJsonCpp(
         const std::vector<tavFCDeviceInfo>& ports);
-    static std::optional<StatusChange> compareStatus(const tavFCDeviceInfo& before,
-                                                     const tavFCDeviceInfo& now);
-    static void raiseEvents(const std::vector<tavFCDeviceInfo>& previous,
-                            const std::vector<tavFCDeviceInfo>& current);
-    static void raiseEvent(const tavFCDeviceInfo& port, const StatusChange& change);
+    static void raiseEvents(const std::vector<tav::FCPortLedgers::Change>& changes);
+    static void raiseEvent(const tav::FCPortLedgers::Change& change, int eventId);
     bool waitOnPortState(std::size_t ports) const;
+    std::chrono::seconds sinceLastBuild() const;
 
     tav::ManagerLoop loop_;
     tav::Readiness readiness_;
     tav::InventoryCache<Inventory> cache_;
-    std::vector<SeenState> seenStates_;  ///< manager's thread only, as is what follows
-    std::time_t lastRefreshTime_ = 0;    ///< end of the last build
+    tav::FCPortLedgers ports_;                  ///< manager's thread only, as is what follows
+    std::optional<tav::Stopwatch> sinceBuild_;  ///< none before the first build
 };

@@ -1,5 +1,6 @@
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -110,12 +111,45 @@ TEST(FCPortText, AdaptersByTheirSubsystem) {
         EXPECT_EQ(isConverged, row.isConverged) << row.model;
         EXPECT_EQ(FCResourceManager::getFcaHostCntlrPartNumber(row.key), row.part);
     }
+}
+
+template <std::size_t Size>
+std::string textOf(const char (&field)[Size]) {
+    EXPECT_EQ(field[Size - 1], '\0');
+    return field;
+}
+
+void expectName(const std::string& name, std::uint32_t key) {
+    EXPECT_TRUE(name.size() >= 5 && name.front() != ' ' && name.back() != ' ') << std::hex << key;
+    EXPECT_EQ(name.find("  "), std::string::npos) << name;
+    for (const char c : name)
+        EXPECT_TRUE(c >= ' ' && c <= '~') << name;
+}
+
+/// The rows are data that nothing else would notice a slip in: a key whose halves are exchanged,
+/// one that a row before it hides, a text that is cut.
+TEST(FCPortText, TheFormOfTheAdapterTables) {
+    const std::set<std::uint32_t> vendors = {0x1077, 0x10DF, 0x1657, 0x17AA};
     std::set<std::uint32_t> keys;
-    for (const tavFCAdapterModel& row : gFCAdapterModelList)
+    std::pair<std::uint32_t, std::uint32_t> last;
+    for (const tavFCAdapterModel& row : gFCAdapterModelList) {
+        const std::pair vendorAndDevice(row.key & 0xFFFFU, row.key >> 16U);
+        EXPECT_TRUE(vendors.contains(vendorAndDevice.first)) << row.model;
+        EXPECT_LT(last, vendorAndDevice) << row.model << ": sorted, none twice";
+        last = vendorAndDevice;
         keys.insert(row.key);
-    EXPECT_EQ(keys.size(), gFCAdapterModelList.size()) << "a later row would never be found";
-    for (const tavFCAdapterPart& row : gFCAdapterPartList)
-        EXPECT_TRUE(keys.contains(row.key)) << row.partNumber;
+        expectName(textOf(row.model), row.key);
+        expectName(textOf(row.family), row.key);
+    }
+    EXPECT_EQ(keys.size(), 75U);
+    for (const tavFCAdapterPart& row : gFCAdapterPartList) {
+        const std::string part = textOf(row.partNumber);
+        const std::string model(tav::fcAdapterModel(row.key));
+        EXPECT_TRUE(keys.contains(row.key)) << part;
+        expectName(part, row.key);
+        EXPECT_NE((model + ' ').find(part.substr(0, part.find("-SR-")) + ' '), std::string::npos)
+            << part << " is not the number of " << model;
+    }
 }
 
 tavFCDeviceInfo named(const char* node, const char* port) {
