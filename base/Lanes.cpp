@@ -6,6 +6,7 @@
 #include <list>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include <sys/eventfd.h>
 
@@ -16,6 +17,45 @@
 namespace tav {
 
 using std::chrono::milliseconds;
+
+namespace {
+
+void ring(const FileDescriptor& event) {
+    const std::uint64_t one = 1;
+    // Fails only when the counter is full, which leaves the descriptor readable all the same.
+    [[maybe_unused]] const ssize_t written = ::write(event.get(), &one, sizeof one);
+}
+
+void silence(const FileDescriptor& event) {
+    std::uint64_t count = 0;
+    [[maybe_unused]] const ssize_t size = ::read(event.get(), &count, sizeof count);
+}
+
+}  // namespace
+
+struct LaneBell::Shared {
+    FileDescriptor event{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+    std::mutex lock;
+    std::vector<std::size_t> answered;  ///< under the lock
+};
+
+LaneBell::LaneBell() : shared_(std::make_shared<Shared>()) {}
+
+std::vector<std::size_t> LaneBell::answered() {
+    const std::lock_guard<std::mutex> held(shared_->lock);
+    if (!shared_->answered.empty()) silence(shared_->event);
+    return std::exchange(shared_->answered, {});
+}
+
+int LaneBell::descriptor() const {
+    return shared_->event.get();
+}
+
+void LaneBell::ring(std::size_t lane) const {
+    const std::lock_guard<std::mutex> held(shared_->lock);
+    shared_->answered.push_back(lane);
+    if (shared_->answered.size() == 1) tav::ring(shared_->event);
+}
 
 milliseconds LaneQuestion::underWayFor() const {
     return begun_ ? begun_->elapsed() : milliseconds(0);
@@ -55,12 +95,6 @@ struct Lanes::Pool {
     std::deque<std::shared_ptr<LaneQuestion>> waiting;
     std::list<std::shared_ptr<Worker>> workers;
 
-    void ring() const {
-        const std::uint64_t one = 1;
-        // Fails only when the counter is full, which leaves the descriptor readable all the same.
-        [[maybe_unused]] const ssize_t written = ::write(answered.get(), &one, sizeof one);
-    }
-
     bool isAtWork(const Worker& worker) const {
         return !worker.hasLeft && (!worker.question || worker.question->underWayFor() < patience);
     }
@@ -90,9 +124,14 @@ struct Lanes::Pool {
         const StopScope scope(&pool.stop);
         while (const auto question = pool.next(worker)) {
             question->run();
-            pool.ring();
+            if (const LaneBell* const bell = question->bell(); bell != nullptr) {
+                bell->ring(question->lane());
+            } else {
+                ring(pool.answered);
+            }
         }
-        if (pool.stop.requested()) pool.ring();  // whoever finishes waits for threads to leave
+        if (pool.stop.requested())
+            ring(pool.answered);  // whoever finishes waits for threads to leave
     }
 
     /// What the worker is to ask next; null when it is to leave.
@@ -131,15 +170,20 @@ milliseconds Lanes::underWayFor(const LaneQuestion& question) const {
 }
 
 bool Lanes::waitForAnswer(const TimeLimit& limit) {
+    if (!waitFor(pool_->answered.get(), limit)) return false;
+    silence(pool_->answered);
+    return true;
+}
+
+bool Lanes::waitForAnswer(const TimeLimit& limit, const LaneBell& bell) {
+    return waitFor(bell.descriptor(), limit);
+}
+
+bool Lanes::waitFor(int descriptor, const TimeLimit& limit) {
     while (true) {
         const milliseconds step = std::min(limit.left(), pool_->patience);
-        const Readable result = waitReadable(pool_->answered.get(), TimeLimit(step));
-        if (result == Readable::Ready) {
-            std::uint64_t count = 0;
-            [[maybe_unused]] const ssize_t size =
-                ::read(pool_->answered.get(), &count, sizeof count);
-            return true;
-        }
+        const Readable result = waitReadable(descriptor, TimeLimit(step));
+        if (result == Readable::Ready) return true;
         if (result != Readable::TimedOut || limit.left() == milliseconds(0)) return false;
         const std::lock_guard<std::mutex> held(pool_->lock);
         Pool::engage(pool_);  // some may have begun to hang while others wait

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "base/Waiting.h"
 
@@ -30,11 +31,31 @@
 /// What a question touches it must own: the asker may be gone when it ends.
 namespace tav {
 
+/// Tells an asker which of his lanes have been answered, when he is not the only one of a pool or
+/// has too many of them to look at each. Shared with the questions, which may outlive him.
+class LaneBell {
+ public:
+    LaneBell();
+
+    /// Of the lanes that were answered since the last call: the numbers that he gave them.
+    std::vector<std::size_t> answered();
+    /// Readable while there are some.
+    int descriptor() const;
+
+    void ring(std::size_t lane) const;
+
+ private:
+    struct Shared;
+    std::shared_ptr<Shared> shared_;
+};
+
 /// A question on its way, shared by its lane and the thread that asks it.
 class LaneQuestion {
  public:
     LaneQuestion(std::string what, std::function<void()> ask)
         : what_(std::move(what)), ask_(std::move(ask)) {}
+    LaneQuestion(std::string what, std::function<void()> ask, LaneBell bell, std::size_t lane)
+        : what_(std::move(what)), ask_(std::move(ask)), bell_(std::move(bell)), lane_(lane) {}
 
     const std::string& what() const { return what_; }
     bool isAnswered() const { return answered_.load(std::memory_order_acquire); }
@@ -48,6 +69,9 @@ class LaneQuestion {
     /// Asks. Pool's thread; never throws.
     void run() noexcept;
     void noteBegin() { begun_.emplace(); }
+    /// Null: nobody has a bell for it.
+    const LaneBell* bell() const { return bell_ ? &*bell_ : nullptr; }
+    std::size_t lane() const { return lane_; }
 
  private:
     std::string what_;
@@ -55,6 +79,8 @@ class LaneQuestion {
     std::optional<Stopwatch> begun_;  ///< under the pool's lock
     std::exception_ptr failure_;
     std::atomic<bool> answered_{false};
+    std::optional<LaneBell> bell_;
+    std::size_t lane_ = 0;
 };
 
 /// The pool of threads behind some lanes. Threads are started when there is something to ask and
@@ -73,8 +99,10 @@ class Lanes {
     static constexpr std::size_t mostHanging = 256;
 
     /// Waits until a question has been answered since the last call that told so. False when the
-    /// limit is over or the calling thread is asked to stop first.
+    /// limit is over or the calling thread is asked to stop first. Without a bell: of those that
+    /// have none, for the only asker of the pool.
     bool waitForAnswer(const TimeLimit& limit);
+    bool waitForAnswer(const TimeLimit& limit, const LaneBell& bell);
 
     /// Asks the questions to end: their threads' stop signal is set, and none is begun any more.
     void requestStop();
@@ -93,6 +121,7 @@ class Lanes {
 
     void begin(std::shared_ptr<LaneQuestion> question);
     std::chrono::milliseconds underWayFor(const LaneQuestion& question) const;
+    bool waitFor(int descriptor, const TimeLimit& limit);
 
     std::shared_ptr<Pool> pool_;
 };
@@ -102,15 +131,19 @@ template <class Answer>
 class Lane {
  public:
     explicit Lane(Lanes& pool) : pool_(&pool) {}
+    /// Rings the bell with `number` for each answer.
+    Lane(Lanes& pool, LaneBell bell, std::size_t number)
+        : pool_(&pool), bell_(std::move(bell)), number_(number) {}
 
     /// Asks on another thread, unless a question is under way: false then. `what` is asked, in
     /// words.
     bool ask(std::string what, std::function<Answer()> question) {
         if (question_) return false;
         answer_ = std::make_shared<std::optional<Answer>>();
-        question_ = std::make_shared<LaneQuestion>(
-            std::move(what),
-            [answer = answer_, question = std::move(question)] { *answer = question(); });
+        auto ask = [answer = answer_, question = std::move(question)] { *answer = question(); };
+        question_ =
+            bell_ ? std::make_shared<LaneQuestion>(std::move(what), std::move(ask), *bell_, number_)
+                  : std::make_shared<LaneQuestion>(std::move(what), std::move(ask));
         pool_->begin(question_);
         return true;
     }
@@ -139,6 +172,8 @@ class Lane {
 
  private:
     Lanes* pool_;
+    std::optional<LaneBell> bell_;
+    std::size_t number_ = 0;
     std::shared_ptr<LaneQuestion> question_;
     std::shared_ptr<std::optional<Answer>> answer_;
 };

@@ -1,5 +1,6 @@
 #include "storage/SASResourceManager.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -15,6 +16,7 @@
 #include "storage/model/sample_records.h"
 #include "storage/model/storage_utils.h"
 #include "storage/registered_factories.h"
+#include "storage/storage_rounds.h"
 
 using tav::here;
 
@@ -70,14 +72,21 @@ void raise(int eventID, const std::string& location, bool serviceEvent,
 bool isSomeControllerWithoutEvents() {
     bool found = false;
     tav::forEachFactory("Asking for a factory's controllers", [&](auto& factory) {
-        const tav::Controllers controllers = tav::knownControllers(factory);
-        tav::forEachController("Asking a controller for its events", controllers,
+        const auto controllers = tav::knownControllers(factory);
+        if (!controllers) return;
+        tav::forEachController("Asking a controller for its events", *controllers,
                                [&](auto& controller) { found |= !controller.isEventsEnabled(); });
     });
     return found;
 }
 
 }  // namespace
+
+SASResourceManager::SASResourceManager()
+    : rounds_(std::make_unique<tav::StorageRounds>(
+          [this](tav::StorageGeneration::Part part) { publishLate(std::move(part)); })) {}
+
+SASResourceManager::~SASResourceManager() = default;
 
 SASResourceManager* SASResourceManager::getInstance() {
     static SASResourceManager* const instance = new SASResourceManager;  // outlives every thread
@@ -115,6 +124,7 @@ void SASResourceManager::startInventory() {
 void SASResourceManager::stopResourceManagerJob() {
     logger.info(here(), "Resource manager stop called.");
     loop_.requestStop();
+    rounds_->requestStop();
     logger.info(here(), "Signalled for stop.");
     waitForLoopEnd();
     logger.info(here(), "Wait for resource manager stop completed with %d.", 0);
@@ -122,8 +132,7 @@ void SASResourceManager::stopResourceManagerJob() {
 
 void SASResourceManager::processResourceManagerStop() {
     logger.info(here(), "Resource manager stop in progress.");
-    tav::forEachFactory("Shutting a factory down",
-                        [](auto& factory) { factory.shutdownFactory(); });
+    rounds_->shutDown();
 }
 
 /// False when a loop has been begun before: one thread at most, once.
@@ -152,7 +161,7 @@ void SASResourceManager::cacheBuild() {
     {
         tav::InventoryCache<tav::StorageGeneration>::Build build(cache_);
         const auto known = cache_.current();
-        tav::StorageGeneration inventory = tav::discoverStorage(*known);
+        tav::StorageGeneration inventory = rounds_->discover(*known);
         // A stop cuts discoveries short; what they left out must not be reported as gone.
         if (tav::stopRequested()) return;
         build.publish(std::move(inventory));
@@ -166,12 +175,7 @@ void SASResourceManager::cacheBuild() {
 
 void SASResourceManager::pollDevices() {
     logger.debug(here(), "Polling devices.");
-    tav::forEachFactory("The poll of a factory", [](auto& factory) {
-        if (tav::stopRequested()) return;
-        tav::contain("The search for changed controllers", [&] { factory.poll(); });
-        tav::forEachController("The poll of a controller", tav::knownControllers(factory),
-                               [](auto& controller) { controller.poll(); });
-    });
+    rounds_->poll();
     lastPollTime_ = tav::secondsNow();
 }
 
@@ -227,6 +231,23 @@ void SASResourceManager::updateInventory(const ItavStorageController& controller
             if (part.controller == &controller) part.inventory = inventory;
         }
     });
+}
+
+/// Of a controller that the build has not waited for.
+void SASResourceManager::publishLate(tav::StorageGeneration::Part part) {
+    bool isNew = false;
+    cache_.change([&](tav::StorageGeneration& generation) {
+        const auto known =
+            std::find_if(generation.parts.begin(), generation.parts.end(),
+                         [&](const auto& old) { return old.controller == part.controller; });
+        isNew = known == generation.parts.end();
+        if (isNew) {
+            generation.parts.push_back(part);
+        } else {
+            known->inventory = part.inventory;
+        }
+    });
+    if (isNew) tavJsonAggregator::getInstance()->sendInventory(true);
 }
 
 void SASResourceManager::invalidateInventoryCache() {

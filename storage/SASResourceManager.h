@@ -3,6 +3,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <ctime>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -12,6 +13,10 @@
 #include "core/tavResourceManager.h"
 #include "storage/model/tavInventoryBase.h"
 #include "storage/storage_inventory.h"
+
+namespace tav {
+class StorageRounds;
+}
 
 /// The manager of storage: rebuilds the inventory of all controllers, drives and volumes at the
 /// configured interval and whenever somebody invalidates it, polls the controllers every 10
@@ -67,14 +72,17 @@ class TAV_API SASResourceManager final : public tavResourceManager {
     void generateTestEvent(int eventID, const std::string& location, bool serviceEvent);
 
  private:
-    SASResourceManager() = default;
+    SASResourceManager();
+    ~SASResourceManager();
 
     bool beginLoop();
     void endLoop();
     void waitForLoopEnd();
-    static void processResourceManagerStop();
+    void processResourceManagerStop();
+    void publishLate(tav::StorageGeneration::Part part);
 
     tav::ManagerLoop loop_;
+    const std::unique_ptr<tav::StorageRounds> rounds_;
     tav::Readiness readiness_;
     tav::InventoryCache<tav::StorageGeneration> cache_;
     std::atomic<bool> pushWhenBuilt_{false};

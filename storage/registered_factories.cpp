@@ -29,21 +29,21 @@ struct HandedOut {
     }
 };
 
-Controllers takeUnlessFailed(const char* call, int result, HandedOut& handedOut) {
+std::optional<Controllers> takeUnlessFailed(const char* call, int result, HandedOut& handedOut) {
     if (result >= 0) return handedOut.take();
     storageLog.error(here(), "%s() completed with %d.", call, result);
-    return {};
+    return std::nullopt;
 }
 
 }  // namespace
 
-Controllers discoverControllers(ItavStorageControllerFactory& factory) {
+std::optional<Controllers> discoverControllers(ItavStorageControllerFactory& factory) {
     HandedOut found;
     const int result = factory.discoverControllers(found.controllers);
     return takeUnlessFailed("discoverControllers", result, found);
 }
 
-Controllers knownControllers(ItavStorageControllerFactory& factory) {
+std::optional<Controllers> knownControllers(ItavStorageControllerFactory& factory) {
     HandedOut known;
     const int result = factory.getControllers(TAV_FAMILY_ANY, known.controllers);
     return takeUnlessFailed("getControllers", result, known);

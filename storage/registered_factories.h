@@ -1,6 +1,7 @@
 #pragma once
 
 #include <exception>
+#include <optional>
 
 #include "base/StopSignal.h"
 #include "core/Log.h"
@@ -45,10 +46,10 @@ void forEachController(const char* what, const Controllers& controllers, Visit v
     }
 }
 
-/// The factory's controllers as it finds them now; none when it fails.
-Controllers discoverControllers(ItavStorageControllerFactory& factory);
+/// The factory's controllers as it finds them now; nothing when it fails.
+std::optional<Controllers> discoverControllers(ItavStorageControllerFactory& factory);
 
-/// The controllers that the factory knows already.
-Controllers knownControllers(ItavStorageControllerFactory& factory);
+/// The controllers that the factory knows already; nothing when it fails.
+std::optional<Controllers> knownControllers(ItavStorageControllerFactory& factory);
 
 }  // namespace tav

@@ -10,22 +10,6 @@
 namespace tav {
 namespace {
 
-/// How far the discovery of a controller has come.
-struct Discovered {
-    StorageRecords records;
-    bool hasDrives = false;
-    bool hasVolumes = false;
-};
-
-void discoverController(ItavStorageController& controller, Discovered& found) {
-    tavStorageControllerInfo info;
-    if (controller.discoverInventory(info) < 0) return;
-    found.records.controllers.push_back(std::move(info));
-    found.hasDrives = controller.discoverPhysicalDiskInventory(found.records.disks) >= 0;
-    if (!found.hasDrives) return;
-    found.hasVolumes = controller.discoverLogicalDiskInventory(found.records.volumes) >= 0;
-}
-
 /// What an event of the resource tells about it, and its condition.
 Json::Value render(const tavStatusInfo& record) {
     Json::Value event = record.getVariableData();
@@ -63,40 +47,6 @@ const StorageGeneration::Part* StorageGeneration::partOf(
         return candidate.controller == &controller;
     });
     return part == parts.end() ? nullptr : &*part;
-}
-
-namespace {
-
-/// What the controller's part is now: a list that could not be asked for is not an empty one.
-std::shared_ptr<const StorageInventory> inventoryOf(const Discovered& found,
-                                                    const StorageGeneration::Part* known) {
-    const bool isAsked = !found.records.controllers.empty();
-    if (!isAsked) return known == nullptr ? nullptr : known->inventory;
-    StorageInventory inventory = renderStorage(found.records);
-    if (known != nullptr && !found.hasDrives) inventory.drives = known->inventory->drives;
-    if (known != nullptr && !found.hasVolumes) inventory.volumes = known->inventory->volumes;
-    return std::make_shared<const StorageInventory>(std::move(inventory));
-}
-
-}  // namespace
-
-StorageGeneration discoverStorage(const StorageGeneration& before) {
-    StorageGeneration found;
-    forEachFactory("The discovery of a factory's controllers", [&](auto& factory) {
-        if (stopRequested()) return;
-        const Controllers controllers = discoverControllers(factory);
-        forEachController("Enabling a controller's events", controllers, [&](auto& controller) {
-            Discovered records;
-            contain("The discovery of a controller",
-                    [&] { discoverController(controller, records); });
-            if (auto inventory = inventoryOf(records, before.partOf(controller))) {
-                found.parts.push_back({&controller, std::move(inventory)});
-            }
-            // Also where that failed: a controller in trouble has most to report.
-            controller.enableEvents();
-        });
-    });
-    return found;
 }
 
 StorageInventory renderStorage(const StorageRecords& records) {

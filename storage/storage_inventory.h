@@ -11,6 +11,7 @@
 #include "storage/model/tavStorageControllerInfo.h"
 
 class ItavStorageController;
+class ItavStorageControllerFactory;
 
 namespace tav {
 
@@ -36,9 +37,10 @@ struct StorageInventory {
 };
 
 /// What is published: the inventory of each controller, in the order of their discovery. A part
-/// never changes; the controller only tells whose it is, and may be gone.
+/// never changes; factory and controller only tell whose it is, and may be gone.
 struct StorageGeneration {
     struct Part {
+        const ItavStorageControllerFactory* factory = nullptr;
         const ItavStorageController* controller = nullptr;
         std::shared_ptr<const StorageInventory> inventory;
     };
@@ -48,10 +50,5 @@ struct StorageGeneration {
 };
 
 StorageInventory renderStorage(const StorageRecords& records);
-
-/// Discovers every controller of every registered factory and what is behind it, and lets the
-/// controllers report events. What fails or throws costs its own records and no others: what
-/// `before` has of them stands. Ends early, with what there is, when the thread is asked to stop.
-StorageGeneration discoverStorage(const StorageGeneration& before);
 
 }  // namespace tav

@@ -1,16 +1,19 @@
 #include "storage/kernel/tavStorageController.h"
 
 #include <algorithm>
+#include <chrono>
 #include <new>
 #include <unordered_map>
 #include <utility>
 
 #include "base/StopSignal.h"
 #include "base/Waiting.h"
+#include "base/printed.h"
 #include "core/Log.h"
 #include "core/tavUtils.h"
 #include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/SASResourceManager.h"
+#include "storage/kernel/controller_lanes.h"
 #include "storage/kernel/disk_ledgers.h"
 #include "storage/kernel/disk_probe.h"
 #include "storage/model/storage_location.h"
@@ -36,6 +39,26 @@ std::optional<std::string> portAttribute(const std::string& port, const char* na
     const tav::OwnedText text(get_sysfs_str((port + '/' + name).c_str()));
     if (!text) return std::nullopt;
     return std::string(text.get());
+}
+
+std::string firstPortAttribute(const std::vector<std::string>& ports, const char* name) {
+    return ports.empty() ? "" : portAttribute(ports.front(), name).value_or("");
+}
+
+/// The number of the port's ATA port; -1 for none.
+int ataPortOf(const std::string& port) {
+    const std::optional<std::string> target = tav::linkTargetOf(port);
+    if (!target) {
+        logger.debug(here(), "Unable to determine ATA port number for %s. readlink failed! (%d)",
+                     port.c_str(), errno);
+        return -1;
+    }
+    const int number = tav::numberBehind(*target, "/ata");
+    if (number < 0) {
+        logger.debug(here(), "No ATA port number found for %s (%s).", port.c_str(),
+                     target->c_str());
+    }
+    return number;
 }
 
 /// The driver of the PCI function that the port belongs to: one or two directories up.
@@ -92,6 +115,9 @@ tavStorageController::tavStorageController(std::uint32_t chipsetID, std::uint32_
     identity.setBoardID(boardID);
     controller_.look(std::move(identity));
 }
+
+tavStorageController::tavStorageController() = default;
+tavStorageController::~tavStorageController() = default;
 
 bool tavStorageController::claimDevice(std::uint32_t chipsetID, std::uint32_t boardID,
                                        const std::string& pciLocation,
@@ -211,19 +237,7 @@ int tavStorageController::getHostNumberForControllerPort(std::size_t index) cons
 }
 
 int tavStorageController::getATAPortForControllerPort(std::size_t index) const {
-    const std::string port = getPort(index);
-    const std::optional<std::string> target = tav::linkTargetOf(port);
-    if (!target) {
-        logger.debug(here(), "Unable to determine ATA port number for %s. readlink failed! (%d)",
-                     port.c_str(), errno);
-        return -1;
-    }
-    const int number = tav::numberBehind(*target, "/ata");
-    if (number < 0) {
-        logger.debug(here(), "No ATA port number found for %s (%s).", port.c_str(),
-                     target->c_str());
-    }
-    return number;
+    return ataPortOf(getPort(index));
 }
 
 // --- Events --------------------------------------------------------------------------------------
@@ -339,18 +353,15 @@ bool tavStorageController::reportDisk(const tavDiskInfo& current, const tavDiskI
 // --- Ports and the controller --------------------------------------------------------------------
 
 std::string tavStorageController::discoverFirmwareVersion() {
-    const Lock held(lock_);
-    std::string text =
-        ports_.empty() ? "" : portAttribute(ports_.front(), "firmware_revision").value_or("");
-    logger.debug(here(), "%s: SCSI HOST HBA Firmware: %s", pciLocation_.c_str(), text.c_str());
+    std::string text = firstPortAttribute(getPortVector(), "firmware_revision");
+    logger.debug(here(), "%s: SCSI HOST HBA Firmware: %s", getPciLocation().c_str(), text.c_str());
     return text;
 }
 
 std::string tavStorageController::discoverSerialNumber() {
-    const Lock held(lock_);
-    std::string text =
-        ports_.empty() ? "" : portAttribute(ports_.front(), "board_tracer").value_or("");
-    logger.debug(here(), "%s: SCSI HOST HBA Board Tracer: %s", pciLocation_.c_str(), text.c_str());
+    std::string text = firstPortAttribute(getPortVector(), "board_tracer");
+    logger.debug(here(), "%s: SCSI HOST HBA Board Tracer: %s", getPciLocation().c_str(),
+                 text.c_str());
     return text;
 }
 
@@ -379,19 +390,41 @@ void tavStorageController::computeControllerStatus(TAV_RESOURCE_STATE& state,
     health = condition.health;
 }
 
-/// One record per port; a port that was known goes on with the time of its recovery.
-std::vector<tavStorageControllerPortInfo> tavStorageController::discoverPorts() {
+/// All about the controller. A port that was known goes on with the time of its recovery.
+tavStorageControllerInfo tavStorageController::examineController(
+    tavStorageControllerInfo found, const std::vector<std::string>& ports) {
+    const std::string pciLocation = getPciLocation();
+    const char* const model =
+        getStorageControllerModel(found.getChipsetID(), found.getBoardID(), getFamilyFlags());
+    found.setProtocol("SAS/SATA");
+    found.setModel(model == nullptr ? tav::notAvailable : model);
+    found.setFirmwareVersion(orNotAvailable(discoverFirmwareVersion()));
+    found.setSerialNumber(orNotAvailable(discoverSerialNumber()));
+    found.setPhysicalLocation(tav::controllerLocation(pciLocation));
+    found.setDescription(tav::controllerDescription(pciLocation));
+    logPlace(pciLocation, found);
     std::unordered_map<std::string, long> recoveries;
-    for (const tavStorageControllerPortInfo& port : controller_.record().getControllerPortVector())
+    for (const tavStorageControllerPortInfo& port : found.getControllerPortVector())
         recoveries[port.getOSInstanceName()] = port.getLastRecoveryTimestamp();
-    std::vector<tavStorageControllerPortInfo> found;
-    for (std::size_t index = 0; index < ports_.size(); ++index) {
-        tavStorageControllerPortInfo& port = found.emplace_back();
-        port.setOSInstanceName(ports_[index]);
-        port.setATAPort(getATAPortForControllerPort(index));
-        port.setDriverName(driverOf(ports_[index]));
-        port.setLastRecoveryTimestamp(recoveries[ports_[index]]);
+    found.clearControllerPortList();
+    for (const std::string& name : ports) {
+        tavStorageControllerPortInfo port;
+        port.setOSInstanceName(name);
+        port.setATAPort(ataPortOf(name));
+        port.setDriverName(driverOf(name));
+        port.setLastRecoveryTimestamp(recoveries[name]);
         discoverControllerPortStatus(port);
+        found.addControllerPort(port);
+    }
+    return found;
+}
+
+/// The condition of its ports alone.
+tavStorageControllerInfo tavStorageController::examinePorts(tavStorageControllerInfo found) {
+    for (std::size_t index = 0; index < found.getControllerPortListSize(); ++index) {
+        tavStorageControllerPortInfo port = found.getControllerPort(index);
+        discoverControllerPortStatus(port);
+        found.setControllerPort(index, port);
     }
     return found;
 }
@@ -413,35 +446,139 @@ void tavStorageController::lookAtController() {
     reportController(change->before);
 }
 
+/// Takes over a poll's look at the ports.
+void tavStorageController::enterPorts(tavStorageControllerInfo found) {
+    const tavStorageControllerInfo& known = controller_.record();
+    bool hasChanged = false;
+    for (std::size_t index = 0; index < found.getControllerPortListSize(); ++index) {
+        const tavStorageControllerPortInfo port = found.getControllerPort(index);
+        const tav::Condition before = conditionOf(known.getControllerPort(index));
+        if (conditionOf(port) == before) continue;
+        const Change change(conditionOf(port), before);
+        logger.info(here(), "%s: Detected port status change. [%s, %s, %s, %s]",
+                    port.getOSInstanceName().c_str(), change.state, change.previousState,
+                    change.health, change.previousHealth);
+        hasChanged = true;
+    }
+    controller_.look(std::move(found));
+    if (hasChanged) lookAtController();
+}
+
 int tavStorageController::discoverInventory(tavStorageControllerInfo& info) {
     if (isRemoved()) {
         logger.debug(here(), "%s: Return last known inventory for removed controller.",
                      getPciLocation().c_str());
         return getInventory(info);
     }
-    {
-        const Lock held(lock_);
-        tavStorageControllerInfo found = controller_.record();
-        logger.debug(here(), "Gathering inventory for controller @ %s [0x%X, 0x%X] [%d].",
-                     pciLocation_.c_str(), found.getChipsetID(), found.getBoardID(),
-                     static_cast<int>(ports_.size()));
-        const char* const model =
-            getStorageControllerModel(found.getChipsetID(), found.getBoardID(), family_);
-        found.setProtocol("SAS/SATA");
-        found.setModel(model == nullptr ? tav::notAvailable : model);
-        found.setFirmwareVersion(orNotAvailable(discoverFirmwareVersion()));
-        found.setSerialNumber(orNotAvailable(discoverSerialNumber()));
-        found.setPhysicalLocation(tav::controllerLocation(pciLocation_));
-        found.setDescription(tav::controllerDescription(pciLocation_));
-        logPlace(pciLocation_, found);
-        found.clearControllerPortList();
-        for (const tavStorageControllerPortInfo& port : discoverPorts())
-            found.addControllerPort(port);
-        enterController(std::move(found));
-        info = controller_.record();
-    }
+    const Lock round(roundLock_);
+    logger.debug(here(), "Gathering inventory for controller @ %s [0x%X, 0x%X] [%d].",
+                 getPciLocation().c_str(), getChipsetID(), getBoardID(),
+                 static_cast<int>(getPortListSize()));
+    askController();
+    collectAnswers();
+    const Lock held(lock_);
+    info = controller_.record();
+    return isDescribed_ ? 0 : -1;
+}
+
+// --- Lanes ---------------------------------------------------------------------------------------
+
+/// For a question, which may outlast everybody else who uses the controller.
+std::shared_ptr<tavStorageController> tavStorageController::self() {
+    addReference();
+    return {this, [](tavStorageController* controller) { controller->releaseReference(); }};
+}
+
+tavStorageController::Lanes& tavStorageController::lanes() {
+    if (!lanes_) lanes_ = std::make_unique<Lanes>(tav::deviceLanes(), tav::devicePatience);
+    return *lanes_;
+}
+
+void tavStorageController::askController() {
+    lanes().ask("", "its description and its ports",
+                [self = self(), known = getInventory(), ports = getPortVector()] {
+                    return tav::DeviceAnswer{.controller = self->examineController(known, ports),
+                                             .isExamined = true};
+                });
+}
+
+void tavStorageController::askPorts() {
+    lanes().ask("", "the state of its ports", [self = self(), known = getInventory()] {
+        return tav::DeviceAnswer{.controller = self->examinePorts(known)};
+    });
+}
+
+void tavStorageController::askDisk(const tav::ScsiDevice& device) {
+    lanes().ask(
+        device.link, "its identity", [self = self(), device, known = knownDisk(device.link)] {
+            return tav::DeviceAnswer{.disk = self->examineDisk(device, known), .isExamined = true};
+        });
+}
+
+void tavStorageController::askDiskStatus(const tavDiskInfo& disk) {
+    lanes().ask(disk.getOSSCSILink(), "its condition",
+                [self = self(), disk = tavDiskInfo(disk)]() mutable {
+                    self->discoverPhysicalDiskStatus(disk);
+                    return tav::DeviceAnswer{.disk = std::move(disk)};
+                });
+}
+
+/// Waits for what has been asked. What comes of it leaves at once.
+void tavStorageController::collectAnswers(Examined* examined) {
+    lanes().collect(
+        tav::TimeLimit(tav::deviceRound),
+        [&](const std::string& link, tav::DeviceAnswer answer) {
+            take(link, std::move(answer), examined);
+        },
+        [&] { publishChanges(); });
+    noteSilentDisks();
     publishChanges();
-    return 0;
+}
+
+void tavStorageController::take(const std::string& link, tav::DeviceAnswer answer,
+                                Examined* examined) {
+    const Lock held(lock_);
+    if (isRemoved()) return;
+    if (link.empty()) {
+        takeController(std::move(answer));
+    } else if (answer.isExamined && examined != nullptr) {
+        (*examined)[link] = std::move(answer.disk);
+    } else if (ledgerAt(link) != nullptr) {
+        if (answer.disk) enterPolledDisk(std::move(*answer.disk));
+    } else if (answer.disk) {
+        invalidates_ = true;  // the discovery that asked has not waited for it
+    }
+}
+
+void tavStorageController::takeController(tav::DeviceAnswer answer) {
+    if (answer.isExamined) {
+        isDescribed_ = true;
+        enterController(std::move(*answer.controller));
+    } else if (answer.controller->getControllerPortListSize() ==
+               controller_.record().getControllerPortListSize()) {
+        enterPorts(std::move(*answer.controller));
+    }
+}
+
+/// A disk that does not even time out has failed, too.
+void tavStorageController::noteSilentDisks() {
+    const Lock held(lock_);
+    if (isRemoved()) return;
+    lanes().forEachUnanswered([this](const std::string& link, const auto& unanswered) {
+        if (unanswered.since < tav::silenceIsFailure) return;
+        std::optional<tavDiskInfo> disk = knownDisk(link);
+        if (!disk || conditionOf(*disk) == tav::offline || conditionOf(*disk) == tav::failed)
+            return;
+        const long seconds =
+            std::chrono::duration_cast<std::chrono::seconds>(unanswered.since).count();
+        disk->setEventInfoString(
+            tav::printed("The disk drive (SCSI link: %s) has not answered for %ld seconds. It was "
+                         "asked for %s.",
+                         link.c_str(), seconds, unanswered.what.c_str()));
+        logger.warning(here(), "%s", disk->getEventInfoString().c_str());
+        assign(*disk, tav::failed);
+        enterPolledDisk(std::move(*disk));
+    });
 }
 
 // --- Disks ---------------------------------------------------------------------------------------
@@ -461,15 +598,23 @@ void tavStorageController::discoverPhysicalDiskStatus(tavDiskInfo& disk) {
     disk.setEventInfoString(judgement.eventInfo);
 }
 
-/// What is known of the disk at that address, unless it has gone from there.
-std::optional<tavDiskInfo> tavStorageController::knownDisk(const std::string& link) const {
-    const Lock held(lock_);
+/// Null for none. Under the lock.
+tav::DiskLedger* tavStorageController::ledgerAt(const std::string& link) {
+    const auto found = diskAt_.find(link);
+    return found == diskAt_.end() ? nullptr : &disks_[found->second];
+}
+
+void tavStorageController::indexDisks() {
+    diskAt_.clear();
     // Behind those that the last discovery found stand those that had gone.
-    const auto found = std::find_if(disks_.begin(), disks_.end(), [&](const auto& ledger) {
-        return ledger.record().getOSSCSILink() == link;
-    });
-    if (found == disks_.end()) return std::nullopt;
-    return found->record();
+    for (std::size_t index = 0; index < disks_.size(); ++index)
+        diskAt_.emplace(disks_[index].record().getOSSCSILink(), index);
+}
+
+std::optional<tavDiskInfo> tavStorageController::knownDisk(const std::string& link) {
+    const Lock held(lock_);
+    const tav::DiskLedger* const ledger = ledgerAt(link);
+    return ledger == nullptr ? std::nullopt : std::optional(ledger->record());
 }
 
 /// All about one disk; none for what does not belong into the inventory. One that was known and
@@ -515,28 +660,43 @@ int tavStorageController::discoverPhysicalDiskInventory(std::vector<tavDiskInfo>
                      getPciLocation().c_str());
         return getPhysicalDrivesInventory(disks);
     }
-    {
-        const Lock held(lock_);
-        logger.debug(here(), "Gathering disk inventory for controller @ %s [0x%X, 0x%X] [%d].",
-                     pciLocation_.c_str(), getChipsetID(), getBoardID(),
-                     static_cast<int>(ports_.size()));
-        std::vector<tavDiskInfo> found;
-        for (const tav::ScsiDevice& device : tav::scsiDevicesBehind(pciLocation_)) {
-            // What a stop leaves out must not look as if it had vanished.
-            if (tav::stopRequested()) return -1;
-            logger.debug(here(), "%s: Device is presented by controller 0x%X 0x%X @ [%s]",
-                         device.link.c_str(), getChipsetID(), getBoardID(), pciLocation_.c_str());
-            if (auto disk = examineDisk(device, knownDisk(device.link))) {
-                found.push_back(std::move(*disk));
-            }
-        }
-        if (tav::stopRequested()) return -1;
-        found_ = std::move(found);
-        synchronizePhysicalDrivesInventory();
-        append(getPhysicalDrivesInventory(), disks);
+    const Lock round(roundLock_);
+    const std::string pciLocation = getPciLocation();
+    const std::uint32_t chipsetID = getChipsetID();
+    const std::uint32_t boardID = getBoardID();
+    logger.debug(here(), "Gathering disk inventory for controller @ %s [0x%X, 0x%X] [%d].",
+                 pciLocation.c_str(), chipsetID, boardID, static_cast<int>(getPortListSize()));
+    const std::vector<tav::ScsiDevice> devices = tav::scsiDevicesBehind(pciLocation);
+    for (const tav::ScsiDevice& device : devices) {
+        logger.debug(here(), "%s: Device is presented by controller 0x%X 0x%X @ [%s]",
+                     device.link.c_str(), chipsetID, boardID, pciLocation.c_str());
+        askDisk(device);
     }
+    Examined examined;
+    collectAnswers(&examined);
+    // What a stop leaves out must not look as if it had vanished.
+    if (tav::stopRequested()) return -1;
+    enterFound(devices, std::move(examined));
     publishChanges();
-    return 0;
+    return getPhysicalDrivesInventory(disks);
+}
+
+/// What is known of a disk that has not answered yet stands.
+void tavStorageController::enterFound(const std::vector<tav::ScsiDevice>& devices,
+                                      Examined examined) {
+    const Lock held(lock_);
+    if (isRemoved()) return;
+    std::vector<tavDiskInfo> found;
+    for (const tav::ScsiDevice& device : devices) {
+        const auto answer = examined.find(device.link);
+        std::optional<tavDiskInfo> disk =
+            answer == examined.end() ? knownDisk(device.link) : std::move(answer->second);
+        if (disk) found.push_back(std::move(*disk));
+    }
+    found_ = std::move(found);
+    synchronizePhysicalDrivesInventory();
+    lanes().forgetUnless(
+        [&](const std::string& link) { return link.empty() || ledgerAt(link) != nullptr; });
 }
 
 int tavStorageController::discoverLogicalDiskInventory(std::vector<tavLogicalDiskInfo>& volumes) {
@@ -577,56 +737,35 @@ void tavStorageController::synchronizePhysicalDrivesInventory() {
     const Lock held(lock_);
     if (!found_) return;
     tav::enter(*std::exchange(found_, std::nullopt), diskRegister(), disks_);
+    indexDisks();
 }
 
 // --- Polling, removal and return -----------------------------------------------------------------
 
 void tavStorageController::poll() {
     if (isRemoved()) return;
+    const Lock round(roundLock_);
     {
         const Lock held(lock_);
-        if (raisesControllerEvents() && pollPorts()) lookAtController();
-        if (raisesDiskEvents()) pollDisks();
+        if (raisesControllerEvents()) askPorts();
+        if (raisesDiskEvents()) {
+            for (const tav::DiskLedger& ledger : disks_)
+                askDiskStatus(ledger.record());
+        }
     }
-    publishChanges();
+    collectAnswers();
 }
 
-/// Whether a port has changed.
-bool tavStorageController::pollPorts() {
-    bool hasChanged = false;
-    tavStorageControllerInfo found = controller_.record();
-    for (std::size_t index = 0; index < found.getControllerPortListSize(); ++index) {
-        tavStorageControllerPortInfo port = found.getControllerPort(index);
-        const tav::Condition before = conditionOf(port);
-        discoverControllerPortStatus(port);
-        found.setControllerPort(index, port);
-        if (conditionOf(port) == before) continue;
-        const Change change(conditionOf(port), before);
-        logger.info(here(), "%s: Detected port status change. [%s, %s, %s, %s]",
-                    port.getOSInstanceName().c_str(), change.state, change.previousState,
-                    change.health, change.previousHealth);
-        hasChanged = true;
-    }
-    controller_.look(std::move(found));
-    return hasChanged;
-}
-
-void tavStorageController::pollDisks() {
-    for (std::size_t index = 0; index < disks_.size() && !tav::stopRequested(); ++index) {
-        tavDiskInfo disk = disks_[index].record();
-        discoverPhysicalDiskStatus(disk);
-        if (tav::stopRequested()) return;  // what it cut short must not be reported
-        enterPolledDisk(index, std::move(disk));
-    }
-}
-
-void tavStorageController::enterPolledDisk(std::size_t index, tavDiskInfo found) {
-    tav::DiskLedger& ledger = disks_[index];
+void tavStorageController::enterPolledDisk(tavDiskInfo found) {
+    tav::DiskLedger* const ledger = ledgerAt(found.getOSSCSILink());
+    const bool isOther = ledger == nullptr || samenessOf(ledger->record().getMemory(),
+                                                         found.getMemory()) == tav::Sameness::Other;
+    if (isOther) return;
     const bool isReplaced = found.getMemory().isReplaced;
-    const auto change = ledger.look(std::move(found));
+    const auto change = ledger->look(std::move(found));
     if (!change) return;
     hasChanged_ = true;
-    const tavDiskInfo& disk = ledger.record();
+    const tavDiskInfo& disk = ledger->record();
     const bool isRaised = reportDisk(disk, disk, change->before);
     invalidates_ |= isReplaced || (isRaised && disk.getState() == TAV_STATE_RUNNING);
 }
@@ -662,6 +801,8 @@ void tavStorageController::processDeviceAddition(ItavStorageController* predeces
     const Lock held(lock_);
     const Lock otherHeld(other->lock_);
     controller_ = other->controller_;
+    isDescribed_ = other->isDescribed_;
     disks_ = other->disks_;
+    indexDisks();
     flags_ = other->flags_;
 }

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "core/Ledger.h"
@@ -13,8 +15,11 @@
 
 namespace tav {
 class ModuleLog;
+struct DeviceAnswer;
 struct DiskRegister;
 struct ScsiDevice;
+template <class Key, class Answer>
+class LaneGroup;
 }  // namespace tav
 
 /// What reports changes of a controller and its disks, as a set of flags.
@@ -27,9 +32,10 @@ enum tavStorageControllerFlags : std::uint32_t {
 /// A storage controller as the kernel's SCSI layer shows it: its SCSI hosts are its ports, and the
 /// disks behind them are asked with SCSI and ATA commands. The base of all families.
 ///
-/// Reached by the storage manager's thread and by any other one. One recursive lock guards the
-/// inventory and the flags; it is held while ports and disks are asked, and released before an
-/// event is raised or the manager is called.
+/// Reached by any thread; discoveries and polls take turns. Its ports and each of its disks are
+/// asked in lanes of their own (storage/kernel/controller_lanes.h), so that no call waits for one
+/// that hangs for longer than a round lasts. One recursive lock guards the inventory and the flags;
+/// it is not held while ports and disks are asked, an event is raised or the manager is called.
 class TAV_API tavStorageController : public ItavStorageController {
  public:
     /// Claims a PCI function of which the model table knows any family. The claimed controller
@@ -100,10 +106,10 @@ class TAV_API tavStorageController : public ItavStorageController {
         std::unique_ptr<tavInventoryBase> record;
     };
 
-    tavStorageController() = default;
+    tavStorageController();
     tavStorageController(std::uint32_t chipsetID, std::uint32_t boardID, std::string pciLocation,
                          std::uint8_t family);
-    ~tavStorageController() override = default;
+    ~tavStorageController() override;
 
     /// Hands a new controller to its factory; the line about it goes to the log of its family.
     static bool claim(tavStorageController* controller, const tav::ModuleLog& familyLog,
@@ -125,25 +131,48 @@ class TAV_API tavStorageController : public ItavStorageController {
 
     bool raisesControllerEvents() const;
     bool raisesDiskEvents() const;
-    std::vector<tavStorageControllerPortInfo> discoverPorts();
-    bool pollPorts();
+    using Lanes = tav::LaneGroup<std::string, tav::DeviceAnswer>;
+    using Examined = std::map<std::string, std::optional<tavDiskInfo>>;
+
+    std::shared_ptr<tavStorageController> self();
+    Lanes& lanes();
+    void askController();
+    void askPorts();
+    void askDisk(const tav::ScsiDevice& device);
+    void askDiskStatus(const tavDiskInfo& disk);
+    void collectAnswers(Examined* examined = nullptr);
+    void take(const std::string& link, tav::DeviceAnswer answer, Examined* examined);
+    void takeController(tav::DeviceAnswer answer);
+    void noteSilentDisks();
+
+    tavStorageControllerInfo examineController(tavStorageControllerInfo found,
+                                               const std::vector<std::string>& ports);
+    tavStorageControllerInfo examinePorts(tavStorageControllerInfo found);
     void enterController(tavStorageControllerInfo found);
+    void enterPorts(tavStorageControllerInfo found);
     void lookAtController();
     void reportController(const tav::Condition& before);
     bool reportDisk(const tavDiskInfo& current, const tavDiskInfo& previous,
                     const tav::Condition& before);
     std::optional<tavDiskInfo> examineDisk(const tav::ScsiDevice& device,
                                            const std::optional<tavDiskInfo>& known);
-    std::optional<tavDiskInfo> knownDisk(const std::string& link) const;
+    tav::Ledger<tavDiskInfo>* ledgerAt(const std::string& link);
+    void indexDisks();
+    std::optional<tavDiskInfo> knownDisk(const std::string& link);
     tav::DiskRegister diskRegister();
-    void pollDisks();
-    void enterPolledDisk(std::size_t index, tavDiskInfo found);
+    void enterFound(const std::vector<tav::ScsiDevice>& devices, Examined examined);
+    void enterPolledDisk(tavDiskInfo found);
     void publishChanges();
+
+    std::recursive_mutex roundLock_;  ///< one discovery or poll at a time; before the other lock
+    std::unique_ptr<Lanes> lanes_;    ///< of whoever holds the round
 
     // Under the lock, too. What the controller and its ports are, what each disk is.
     tav::Ledger<tavStorageControllerInfo> controller_{tavStorageControllerInfo()};
+    bool isDescribed_ = false;  ///< a discovery has been answered
     std::vector<tav::Ledger<tavDiskInfo>> disks_;
-    std::optional<std::vector<tavDiskInfo>> found_;  ///< by a discovery, not yet taken over
+    std::unordered_map<std::string, std::size_t> diskAt_;  ///< the disk of each SCSI address
+    std::optional<std::vector<tavDiskInfo>> found_;        ///< by a discovery, not yet taken over
     DiskEvents pendingEvents_;
     bool hasChanged_ = false;   ///< so that the published inventory does not say the same any more
     bool invalidates_ = false;  ///< the manager is to look at everything anew

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <utility>
 
 #include "core/Log.h"
 #include "core/tavUtils.h"
 #include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/SASResourceManager.h"
+#include "storage/kernel/controller_lanes.h"
 #include "storage/kernel/tavLewisburgSATARAIDController.h"
 #include "storage/kernel/tavStorageController.h"
 #include "storage/scsi/scsi_scan.h"
@@ -226,6 +228,7 @@ void tavStorageControllerFactory::shutdownFactory() {
             controller->processDeviceRemoval();
         }
     }
+    tav::closeDeviceLanes(tav::TimeLimit(std::chrono::milliseconds(500)));
 }
 
 void tavStorageControllerFactory::poll() {

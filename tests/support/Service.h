@@ -52,6 +52,7 @@ class Service {
     void stop() {
         if (stopped_) return;
         stopped_ = true;
+        clockSpeed = 1;  // what a stop may take is real time
         tavIPMIDBService::stoptavIPMIDBService();
         tavJsonAggregator::stoptavJsonAggregator();
         for (tavResourceManager* const manager : managers_)

@@ -13,6 +13,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/StopSignal.h"
+#include "base/Waiting.h"
 #include "core/tavUtils.h"
 #include "sim/device/DiskModel.h"
 #include "sim/device/ScsiGeneric.h"
@@ -31,7 +33,6 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using tav::test::logEverything;
 using tav::test::logs;
-using tav::test::openDescriptors;
 using tav::test::parseJson;
 using tav::test::Rmc;
 using tav::test::writeCommand;
@@ -42,6 +43,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
+using testing::UnorderedElementsAre;
 
 constexpr const char* pciLocation = "0000:00:17.0";
 
@@ -77,6 +79,7 @@ class Controllers : public testing::Test {
             const tav::test::Service service(500);
             ASSERT_TRUE(rmc_.waitForCommands(2));
         }
+        tav::test::clockSpeed = 10;
         writeCommand("localcli",
                      "printf '0000:00:17.0\\n   Address: 0000:00:17.0\\n   Slot Description: x "
                      "r001i06s00\\n'");
@@ -152,6 +155,14 @@ class Controllers : public testing::Test {
             if (found.getSerialNumber() == serial) return tav::displayText(found.getState());
         }
         return "absent";
+    }
+
+    /// Without the simulated devices' own ends, which go when the next one is opened.
+    static std::ptrdiff_t ownDescriptors() {
+        return std::count_if(fs::directory_iterator("/proc/self/fd"), {}, [](const auto& entry) {
+            std::error_code gone;
+            return !fs::read_symlink(entry.path(), gone).string().starts_with("socket:");
+        });
     }
 
     /// "538 S2" for every event of a component since the start.
@@ -295,7 +306,7 @@ TEST_F(Controllers, OneThatVanishesIsReportedAndMayComeBack) {
 }
 
 TEST_F(Controllers, AShutDownFactoryReportsNothingAndHoldsNothing) {
-    const std::size_t before = openDescriptors();
+    const std::ptrdiff_t before = ownDescriptors();
     discover();
     factory().shutdownFactory();
     factory().shutdownFactory();
@@ -303,7 +314,7 @@ TEST_F(Controllers, AShutDownFactoryReportsNothingAndHoldsNothing) {
     EXPECT_EQ(factory().getControllers(TAV_FAMILY_ANY, counted), 0);
     EXPECT_THAT(counted, IsEmpty());
     EXPECT_THAT(events(), IsEmpty());
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_EQ(ownDescriptors(), before);
 }
 
 TEST_F(Controllers, AttributesThatAreMissingCostNoMoreThanThemselves) {
@@ -518,6 +529,95 @@ TEST_F(Controllers, WhatADiskDoesNotSupportIsNoFault) {
     EXPECT_THAT(events(), ElementsAre("538 S0", "538 S1")) << "what it has told before";
     EXPECT_THAT(parseJson(rmc_.commands().back().payload)["VariableData"]["EventInfo"].asString(),
                 HasSubstr("which it has told before"));
+}
+
+/// Disks that hang hold up nobody, are said to have failed once their time is up, keep what they
+/// are, and are well again when they answer.
+TEST_F(Controllers, DisksThatHang) {
+    tav::registerGenericStorageFactory();
+    SASResourceManager& manager = *SASResourceManager::getInstance();
+    manager.cacheBuild();
+    discover();
+    tav::test::clockSpeed = 20;  // an answer is waited for 250 ms
+    disk(0)["hang"] = "command";
+    disk(1)["hang"] = "open";
+    disk(3)["errors"] = 1;
+    build();
+    const tav::Stopwatch watch;
+    manager.pollDevices();
+    EXPECT_THAT(events(), ElementsAre("539 S3")) << "of a disk that answers";
+    EXPECT_LT(watch.elapsed(), 20s);
+    const tav::Stopwatch again;
+    disk(3)["errors"] = 0;
+    build();
+    manager.pollDevices();
+    EXPECT_LT(again.elapsed(), 4s) << "what hangs is not waited for again";
+    EXPECT_THAT(events(), ElementsAre("539 S3", "540 S3"));
+    discover();
+    EXPECT_EQ(conditionOf("S0"), "Running") << "its last record stands";
+    EXPECT_THAT(disks_, SizeIs(4));
+    while (watch.elapsed() < 95s)
+        std::this_thread::sleep_for(10ms);
+    manager.pollDevices();
+    manager.pollDevices();
+    discover();
+    EXPECT_EQ(conditionOf("S0"), "Failed");
+    EXPECT_EQ(disks_[1].getModel(), "INTEL SSDSC2BB480G7");
+    EXPECT_THAT(
+        disks_[1].getEventInfoString(),
+        ContainsRegex("has not answered for [0-9]+ seconds. It was asked for its condition"));
+    EXPECT_THAT(events(), UnorderedElementsAre("539 S3", "540 S3", "538 S0", "538 S1"));
+    disk(0).removeMember("hang");
+    disk(1).removeMember("hang");
+    build();
+    for (int round = 0; round < 100 && events().size() < 6; ++round) {
+        std::this_thread::sleep_for(5ms);
+        manager.pollDevices();
+    }
+    EXPECT_THAT(events(),
+                UnorderedElementsAre("539 S3", "540 S3", "538 S0", "538 S1", "540 S0", "540 S1"));
+}
+
+/// One that hangs from the beginning is found when it answers.
+TEST_F(Controllers, ADiskThatHangsAtItsFirstDiscovery) {
+    tav::test::clockSpeed = 20;
+    disk(0)["hang"] = "open";
+    build();
+    discover();
+    EXPECT_THAT(disks_, SizeIs(3));
+    disk(0).removeMember("hang");
+    build();
+    for (int round = 0;
+         round < 100 && logs().find("Invalidating inventory cache.") == std::string::npos;
+         ++round) {
+        std::this_thread::sleep_for(5ms);
+        poll();
+    }
+    EXPECT_THAT(logs(), HasSubstr("Invalidating inventory cache."));
+    discover();
+    EXPECT_THAT(disks_, SizeIs(4));
+    EXPECT_THAT(events(), IsEmpty());
+}
+
+TEST_F(Controllers, AShutDownWaitsForNoDiskThatHangs) {
+    discover();
+    disk(0)["hang"] = "command";
+    build();
+    tav::StopSignal stop;
+    std::thread polling([&] {
+        const tav::StopScope scope(&stop);
+        poll();
+    });
+    std::this_thread::sleep_for(50ms);
+    const auto begin = std::chrono::steady_clock::now();
+    stop.request();
+    polling.join();
+    factory().shutdownFactory();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s);
+    EXPECT_THAT(events(), IsEmpty());
+    disk(0).removeMember("hang");
+    build();
+    std::this_thread::sleep_for(50ms);  // what was left behind ends by itself
 }
 
 TEST_F(Controllers, ThePublishedInventorySaysWhatTheEventsSay) {

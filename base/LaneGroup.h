@@ -1,0 +1,143 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/Lanes.h"
+#include "base/StopSignal.h"
+
+/// The lanes of one asker, by what they lead to, and a round of questions to all of them.
+namespace tav {
+
+/// Not locked: belongs to whoever asks. `Key` is ordered.
+template <class Key, class Answer>
+class LaneGroup {
+ public:
+    /// `patience` is how long an answer is waited for; what takes longer hangs.
+    LaneGroup(std::shared_ptr<Lanes> pool, std::chrono::milliseconds patience)
+        : pool_(std::move(pool)), patience_(patience) {}
+
+    /// False when the one before has not been answered.
+    bool ask(const Key& key, std::string what, std::function<Answer()> question) {
+        const auto found = lanes_.find(key);
+        if (found == lanes_.end()) return begin(key, std::move(what), std::move(question));
+        Entry& entry = *found->second;
+        if (!entry.lane.ask(std::move(what), std::move(question))) return false;
+        entry.isAwaited = true;
+        ++awaited_;
+        return true;
+    }
+
+    /// Hands out answers as they come - take(key, answer), which may ask again - also late ones to
+    /// questions of earlier rounds, and calls `settle` after each lot of them. Returns when all
+    /// have come but those that hang, when the limit is over, or when the thread is asked to stop.
+    /// What has not come then is not waited for again. Throws what a question has thrown.
+    template <class Take, class Settle>
+    void collect(const TimeLimit& limit, Take take, Settle settle) {
+        while (true) {
+            const bool hasNews = takeAnswers(take);
+            if (hasNews) settle();
+            if (awaited_ == 0 || stopRequested()) break;
+            // Only when nothing comes any more is it worth a look at who is waited for.
+            const std::chrono::milliseconds left =
+                std::min(limit.left(), hasNews ? patience_ : patienceLeft());
+            if (left == std::chrono::milliseconds(0)) break;
+            pool_->waitForAnswer(TimeLimit(left), bell_);
+        }
+        for (auto& [key, entry] : lanes_)
+            entry->isAwaited = false;
+        awaited_ = 0;
+    }
+
+    bool isBusy(const Key& key) const {
+        const auto found = lanes_.find(key);
+        return found != lanes_.end() && found->second->lane.isBusy();
+    }
+
+    /// visit(key, Unanswered) for each question that is under way.
+    template <class Visit>
+    void forEachUnanswered(Visit visit) const {
+        for (const auto& [key, entry] : lanes_) {
+            if (const auto unanswered = entry->lane.unanswered()) visit(key, *unanswered);
+        }
+    }
+
+    /// Drops the lanes, unless they are busy, of which keep(key) is false.
+    template <class Keep>
+    void forgetUnless(Keep keep) {
+        std::erase_if(lanes_, [&](const auto& lane) {
+            const bool isDropped = !lane.second->lane.isBusy() && !keep(lane.first);
+            if (isDropped) byNumber_[lane.second->number] = nullptr;
+            return isDropped;
+        });
+    }
+
+    /// Drops all lanes, and answers that nobody has taken. Questions under way end by themselves.
+    void clear() {
+        lanes_.clear();
+        byNumber_.clear();
+        awaited_ = 0;
+    }
+
+ private:
+    using Unanswered = typename Lane<Answer>::Unanswered;
+
+    struct Entry {
+        Entry(Key laneKey, std::size_t laneNumber, Lanes& pool, const LaneBell& bell)
+            : key(std::move(laneKey)), number(laneNumber), lane(pool, bell, laneNumber) {}
+        Key key;
+        std::size_t number;
+        Lane<Answer> lane;
+        bool isAwaited = false;  ///< in this round
+    };
+
+    bool begin(const Key& key, std::string what, std::function<Answer()> question) {
+        const auto free = std::find(byNumber_.begin(), byNumber_.end(), nullptr);
+        const auto number = static_cast<std::size_t>(free - byNumber_.begin());
+        if (free == byNumber_.end()) byNumber_.push_back(nullptr);
+        auto entry = std::make_unique<Entry>(key, number, *pool_, bell_);
+        byNumber_[number] = entry.get();
+        lanes_.emplace(key, std::move(entry));
+        return ask(key, std::move(what), std::move(question));
+    }
+
+    template <class Take>
+    bool takeAnswers(Take& take) {
+        const std::vector<std::size_t> answered = bell_.answered();
+        for (const std::size_t number : answered) {
+            Entry* const entry = number < byNumber_.size() ? byNumber_[number] : nullptr;
+            if (entry == nullptr) continue;
+            if (std::exchange(entry->isAwaited, false)) --awaited_;
+            if (auto answer = entry->lane.take()) take(entry->key, std::move(*answer));
+        }
+        return !answered.empty();
+    }
+
+    /// How long at most somebody who is awaited may still take.
+    std::chrono::milliseconds patienceLeft() const {
+        std::chrono::milliseconds left{0};
+        for (const auto& [key, entry] : lanes_) {
+            if (!entry->isAwaited) continue;
+            const auto unanswered = entry->lane.unanswered();
+            const auto since = unanswered ? unanswered->since : std::chrono::milliseconds(0);
+            left = std::max(left, patience_ - since);
+            if (left == patience_) break;
+        }
+        return left;
+    }
+
+    const std::shared_ptr<Lanes> pool_;
+    const std::chrono::milliseconds patience_;
+    LaneBell bell_;
+    std::map<Key, std::unique_ptr<Entry>> lanes_;
+    std::vector<Entry*> byNumber_;  ///< null: free
+    std::size_t awaited_ = 0;
+};
+
+}  // namespace tav
