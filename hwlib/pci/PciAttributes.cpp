@@ -33,11 +33,12 @@ void parseIds(std::string_view text, Answer<std::uint16_t>& vendor, Answer<std::
 }  // namespace
 
 /// The kernel's numbers need 64 bits in a 32-bit process too.
-ino64_t directoryId(int parent, const std::string& path) {
-    struct stat64 data;
-    const bool isDirectory =
-        ::fstatat64(parent, path.c_str(), &data, 0) == 0 && S_ISDIR(data.st_mode);
-    return isDirectory ? data.st_ino : 0;
+ino64_t placeId(const std::string& path) {
+    struct stat64 own;
+    struct stat64 end;
+    const bool leadsToDirectory = ::lstat64(path.c_str(), &own) == 0 &&
+                                  ::stat64(path.c_str(), &end) == 0 && S_ISDIR(end.st_mode);
+    return leadsToDirectory ? own.st_ino : 0;
 }
 
 PciIdentity parsePciEvent(std::string_view text) {

@@ -42,9 +42,9 @@ class PciAttributes {
     std::string prefix_;  ///< "0000:3b:00.1/"
 };
 
-/// What tells a directory from any other that had its name before; 0 when there is no such. `path`
-/// may be relative to the open directory `parent`.
-ino64_t directoryId(int parent, const std::string& path);
+/// What tells a function's directory, or the link to it, from any other that had its name before;
+/// 0 when there is no such. The kernel makes both anew for a function that is added.
+ino64_t placeId(const std::string& path);
 
 /// Takes from the text of a function's "uevent" file what stands in it.
 PciIdentity parsePciEvent(std::string_view text);

@@ -22,10 +22,10 @@ std::string_view lastComponent(std::string_view path) {
 bool PciNode::fill(const tav::PciAttributes& attributes, std::string path, ino64_t id,
                    tav::PciIdDatabase* names) {
     const auto parsed = tav::parsePciAddress(lastComponent(path));
-    if (!parsed || id == 0) return false;
+    if (!parsed) return false;
     address = *parsed;
     directory_ = std::move(path);
-    directoryId_ = id;
+    id_ = id;
     static_cast<tav::PciIdentity&>(*this) = attributes.readIdentity();
     const bool hasVanished = !vendor && !isCurrent();
     if (hasVanished) return false;
@@ -46,7 +46,7 @@ void PciNode::attachNames(tav::PciIdDatabase& names) {
 }
 
 bool PciNode::isCurrent() const {
-    return directoryId_ != 0 && tav::directoryId(AT_FDCWD, directory_) == directoryId_;
+    return id_ != 0 && tav::placeId(directory_) == id_;
 }
 
 /// What has been read is the function's only if the function is still there afterwards.

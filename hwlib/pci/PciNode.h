@@ -63,7 +63,7 @@ class TAV_API PciNode : public tav::PciIdentity {
     friend class tav::PciScan;
 
     /// Fills the node from the function directory `path` with the number `id` (see
-    /// tav::directoryId()), read through `attributes`; the names come from `names`, if there are
+    /// tav::placeId()), read through `attributes`; the names come from `names`, if there are
     /// any. False when the function has vanished or has no address.
     bool fill(const tav::PciAttributes& attributes, std::string path, ino64_t id,
               tav::PciIdDatabase* names);
@@ -72,7 +72,7 @@ class TAV_API PciNode : public tav::PciIdentity {
     auto whileCurrent(Read read) const;
 
     std::string directory_;
-    ino64_t directoryId_ = 0;
+    ino64_t id_ = 0;
     mutable std::mutex vpdLock_;
     mutable std::optional<tav::PciVpd> vpd_;
 };

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <set>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 
 #include <fcntl.h>
@@ -23,7 +22,7 @@ struct Entry {
     bool isLink;
 };
 
-/// What has a function's name in a directory, in the order of the addresses.
+/// What has a function's name in a directory, in the order of the addresses, each once.
 std::vector<Entry> functionsIn(const FileDescriptor& directory) {
     std::vector<Entry> functions;
     forEachEntry(directory, [&](const DirectoryEntry& entry) {
@@ -33,6 +32,8 @@ std::vector<Entry> functionsIn(const FileDescriptor& directory) {
         functions.push_back({*address, std::string(entry.name), entry.inode, entry.kind == DT_LNK});
     });
     std::ranges::sort(functions, {}, &Entry::address);
+    const auto repeated = std::ranges::unique(functions, {}, &Entry::address);
+    functions.erase(repeated.begin(), repeated.end());
     return functions;
 }
 
@@ -58,20 +59,67 @@ struct Listed {
     std::unique_ptr<PciNode> node;
 };
 
-using Places = std::unordered_map<std::string_view, PciNode*>;
-
-/// The function whose directory the one at `target` is in, or null.
-PciNode* bridgeAbove(const Places& places, std::string_view target) {
+/// What `target` says before its last component; empty when that is all.
+std::string_view directoryOf(std::string_view target) {
     const std::size_t slash = target.rfind('/');
-    if (slash == std::string_view::npos) return nullptr;
-    const auto bridge = places.find(target.substr(0, slash));
-    return bridge == places.end() ? nullptr : bridge->second;
+    return slash == std::string_view::npos ? std::string_view() : target.substr(0, slash);
+}
+
+/// Where a listed function's directory really is: the directory that it is in, and its name there.
+/// Long ways are gone once for all functions behind one bridge, which mostly follow each other.
+class Ways {
+ public:
+    explicit Ways(int list) : list_(list) {}
+
+    /// The open directory that the one at `target` is in.
+    int above(std::string_view target) {
+        const std::string_view directory = directoryOf(target);
+        if (directory.empty()) return list_;
+        if (above_ != directory) {
+            above_ = directory;
+            opened_.reset(::openat(list_, above_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        }
+        return opened_.get();
+    }
+
+ private:
+    int list_;
+    std::string above_;
+    FileDescriptor opened_;
+};
+
+using Listing = std::vector<Listed>;
+
+/// The function, of those sorted by address, whose directory is `directory`; or null.
+PciNode* functionAt(const std::vector<PciNode*>& functions, const Listing& listing,
+                    std::string_view directory) {
+    const auto address = parsePciAddress(directory.substr(directory.rfind('/') + 1));
+    if (!address) return nullptr;
+    const auto found = std::ranges::lower_bound(functions, *address, {}, &PciNode::address);
+    if (found == functions.end() || (*found)->address != *address) return nullptr;
+    const auto& listed = listing[static_cast<std::size_t>(found - functions.begin())];
+    return listed.target == directory ? *found : nullptr;
+}
+
+/// Gives each function to the one whose directory its own is in, or else to the root.
+void attachToBridges(PciNode& root, Listing listing) {
+    std::vector<PciNode*> functions;
+    for (const Listed& function : listing)
+        functions.push_back(function.node.get());
+    std::string_view directory;
+    PciNode* bridge = nullptr;
+    for (Listed& function : listing) {
+        const std::string_view above = directoryOf(function.target);
+        if (above != directory) bridge = functionAt(functions, listing, above);
+        directory = above;
+        attach(bridge == nullptr ? root : *bridge, std::move(function.node));
+    }
 }
 
 }  // namespace
 
 bool PciScan::fill(PciNode& node, const std::string& path) {
-    return node.fill(PciAttributes(AT_FDCWD, path), path, directoryId(AT_FDCWD, path), names_);
+    return node.fill(PciAttributes(AT_FDCWD, path), path, placeId(path), names_);
 }
 
 int PciScan::addBelow(PciNode& node, std::string path) {
@@ -85,28 +133,24 @@ int PciScan::addListed(PciNode& root, const std::string& path) {
     const FileDescriptor directory = openDirectory(path);
     std::set<PciAddress> known;
     collectBelow(root, known);
-    std::vector<Listed> functions;
+    Ways ways(directory.get());
+    Listing listing;
+    int count = 0;
     for (const Entry& entry : functionsIn(directory)) {
-        if (!known.insert(entry.address).second) continue;
-        const ino64_t id = entry.isLink ? directoryId(directory.get(), entry.name) : entry.inode;
+        if (known.contains(entry.address)) continue;
+        std::string target =
+            linkTarget(directory.get(), entry.name.c_str()).valueOr(std::string(entry.name));
         auto node = std::make_unique<PciNode>();
-        const PciAttributes attributes(directory.get(), entry.name);
-        if (!node->fill(attributes, path + entry.name, id, names_)) {
+        const PciAttributes attributes(ways.above(target), target.substr(target.rfind('/') + 1));
+        if (!node->fill(attributes, path + entry.name, entry.inode, names_)) {
             unreadable_[entry.address] = entry.inode;
             continue;
         }
-        auto target = linkTarget(directory.get(), entry.name.c_str()).valueOr(std::string());
-        functions.push_back({std::move(target), std::move(node)});
+        ++count;
+        if (!entry.isLink) count += addOwn(*node, path + entry.name + '/');
+        listing.push_back({std::move(target), std::move(node)});
     }
-
-    Places places;
-    for (const Listed& function : functions)
-        places.emplace(function.target, function.node.get());
-    auto count = static_cast<int>(functions.size());
-    for (Listed& function : functions) {
-        PciNode* const bridge = bridgeAbove(places, function.target);
-        attach(bridge == nullptr ? root : *bridge, std::move(function.node));
-    }
+    attachToBridges(root, std::move(listing));
     return count;
 }
 

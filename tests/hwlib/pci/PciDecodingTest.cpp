@@ -65,6 +65,8 @@ TEST_F(PciConfigSpace, ListsThatLoopOrLeaveTheSpaceEnd) {
     EXPECT_EQ(pci_get_caps(config), 1U << 4 | 1U << 16) << "below 0x40 is the header";
     EXPECT_EQ(pci_get_caps(std::span(config).first(0x50)), 1U << 4) << "cut off";
     EXPECT_EQ(pci_get_caps(std::span(config).first(0x06)), 0U);
+    capability(0x40, 0xFF, 0x50);
+    EXPECT_EQ(pci_get_caps(config), 0U) << "nothing is behind what is not there";
     std::ranges::fill(config, std::byte{0xFF});
     EXPECT_EQ(pci_get_caps(config), 0U) << "a function that is gone reads as ones";
     EXPECT_EQ(pci_get_lnkwidth(config), 2);

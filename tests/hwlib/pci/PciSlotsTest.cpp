@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "hwlib/pci/pci_slots.h"
+#include "hwlib/smbios/smbios.h"
 #include "tests/support/MadeUpSmbios.h"
 #include "tests/support/MadeUpSysfs.h"
 
@@ -25,6 +26,9 @@ TEST_F(Smbios, SlotIsTheFirstOnTheWayFromTheRoot) {
     EXPECT_EQ(PciGetslot_str("0000:00:00.0"), 0);
     EXPECT_EQ(PciGetslot_str("0000:77:00.0"), 0);
     EXPECT_EQ(PciGetslot_str(""), 0);
+    EXPECT_EQ(tav::slotBySmbios(tav::defaultSmbios(), {0, 0x5F, 0, 1}), 2);
+    EXPECT_EQ(tav::slotBySmbios(tav::defaultSmbios(), {0, 0, 0, 0}), tav::Lack::Absent);
+    EXPECT_EQ(tav::slotBySmbios(tav::SmbiosTable(), {0, 0x5F, 0, 1}), tav::Lack::Absent);
     EXPECT_EQ(pcislot_scsi_host("/sys/class/scsi_host/host3"), 2);
     EXPECT_EQ(pcislot_scsi_host("/sys/class/scsi_host/host4"), 0);
     EXPECT_EQ(PciGetChassisPort_str("0000:01:1f.2"), 2);

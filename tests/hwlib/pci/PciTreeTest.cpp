@@ -246,6 +246,26 @@ TEST_F(PciTree, ABridgeIsScannedByItsOwnDirectory) {
               " 0000:02:00.0\n");
     EXPECT_EQ(bridge.children[2]->children[0]->parent, bridge.children[2].get());
     EXPECT_EQ(pci_node_scan(root, devices), 0) << "all are known";
+    PciNode bus;
+    EXPECT_EQ(pci_node_scan(bus, "/sys/devices/pci0000:00"), 6) << "directories instead of links";
+    EXPECT_EQ(tav::test::outlineOf(bus),
+              "0000:00:00.0\n"
+              "0000:00:1c.0\n"
+              " 0000:01:00.0\n"
+              " 0000:01:00.1\n"
+              " 0000:01:01.0\n"
+              "  0000:02:00.0\n");
+}
+
+/// A link says where a function stands; one that lies makes neither a loop nor a function lost.
+TEST_F(PciTree, LinksThatLieCostNoFunction) {
+    addFunction({"pci0000:00/0000:09:00.0/0000:09:00.0", 0x8086, 0x0901});
+    addFunction({"pci0000:00/0000:0a:00.0/0000:0b:00.0", 0x8086, 0x0A01});
+    addFunction({"pci0000:00/0000:0b:00.0/0000:0a:00.0", 0x8086, 0x0B01});
+    EXPECT_EQ(pci_node_scan(root, devices), 11);
+    EXPECT_THAT(tav::test::outlineOf(root), testing::HasSubstr("\n0000:09:00.0\n"
+                                                               "0000:0a:00.0\n"
+                                                               "0000:0b:00.0\n"));
 }
 
 TEST_F(PciTree, LookUpsMayComeFromSeveralThreads) {
