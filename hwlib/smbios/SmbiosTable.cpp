@@ -1,6 +1,7 @@
 #include "hwlib/smbios/SmbiosTable.h"
 
 #include <bit>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -95,8 +96,9 @@ Answer<std::uint64_t> smbiosAddressInSystab(std::string_view systab) {
         if (line.size() > longestSystabLine || !line.starts_with(name)) continue;
         const std::string value(line.substr(name.size()));
         char* end = nullptr;
+        errno = 0;
         const unsigned long long address = std::strtoull(value.c_str(), &end, 0);
-        if (end != value.c_str()) return address;
+        if (end != value.c_str() && errno == 0) return address;
     }
     return Lack::Absent;
 }

@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 
+#include "hwlib/smbios/SmbiosStructures.h"
 #include "hwlib/smbios/smbios.h"
 #include "tests/support/FastWaiting.h"
 #include "tests/support/MadeUpSmbios.h"
@@ -84,6 +85,42 @@ TEST_F(Smbios, ComesFromWhereTheFirmwareSays) {
     EXPECT_FALSE(IsSMBIOSAvailable());
 }
 
+TEST(SmbiosSystab, TheFirstLineOfAtMost62CharactersThatIsANumber) {
+    const std::string longest = "SMBIOS=" + std::string(54, '0') + "7";
+    ASSERT_EQ(longest.size(), 62U);
+    const struct {
+        std::string text;
+        tav::Answer<std::uint64_t> address;
+    } cases[] = {
+        {longest, 7U},
+        {"SMBIOS=0" + longest.substr(7) + "\nSMBIOS=0x10", 0x10U},
+        {"SMBIOS=0xfffffffffffffffff\nSMBIOS=010\nSMBIOS=9", 8U},
+        {"SMBIOS= 9 of it\n", 9U},
+        {" SMBIOS=9\nSMBIOS3=9\nSMBIOS 9\nSMBIOS=\nSMBIOS=x", tav::Lack::Absent},
+        {"", tav::Lack::Absent},
+    };
+    for (const auto& [text, address] : cases)
+        EXPECT_EQ(tav::smbiosAddressInSystab(text), address) << text;
+}
+
+TEST_F(Smbios, StructuresAreAValueOfTheirReader) {
+    const auto first = tav::SmbiosStructures::read();
+    ASSERT_TRUE(first);
+    EXPECT_FALSE(IsSMBIOSAvailable()) << "nothing of it is shared";
+    writeFile("/sys/firmware/efi/systab", "ACPI20=0x7ffe014\n");
+    EXPECT_EQ(tav::SmbiosStructures::read().lack(), tav::Lack::Malformed);
+    writeFile("/sys/firmware/efi/systab", "SMBIOS=0x100000\n");
+    EXPECT_EQ(tav::SmbiosStructures::read().lack(), tav::Lack::Absent);
+    const tav::SmbiosStructures kept = *first;
+    EXPECT_EQ(kept.slotId(0x3B), 0x0105);
+    EXPECT_EQ(kept.slotId(0x3C), tav::Lack::Absent);
+    EXPECT_EQ(kept.onboardNumber(0x01, 0x1F, 2), 2);
+    EXPECT_EQ(kept.onboardNumber(0x01, 0x1F, 3), tav::Lack::Absent);
+    EXPECT_EQ(kept.productName(0x3B, 0, 0), "Quad FC adapter");
+    EXPECT_EQ(kept.firmwareVersion(0x3B, 0, 0), "12.8.1");
+    EXPECT_EQ(kept.firmwareVersion(0x01, 0x1F, 2), tav::Lack::Absent);
+}
+
 TEST_F(Smbios, AnEntryPointMustBeWholeAndRecent) {
     const auto length = static_cast<unsigned>(table.size());
     std::string wrongSum = entryPoint(length);
@@ -95,6 +132,16 @@ TEST_F(Smbios, AnEntryPointMustBeWholeAndRecent) {
         fillMemory(0xF0010, bytes + std::string(64, '\0'));
         EXPECT_FALSE(InitSMBIOS());
     }
+    // Version 2.1 gave its own length, 31 bytes, as 30.
+    std::string old = entryPoint(length, 1);
+    old[5] = 30;
+    old[4] = static_cast<char>(old[4] + 1 + old[30]);
+    fillMemory(0xF0010, old);
+    EXPECT_TRUE(InitSMBIOS());
+    old[5] = 29;
+    old[4] = static_cast<char>(old[4] + 1 + old[29]);
+    fillMemory(0xF0010, old);
+    EXPECT_FALSE(InitSMBIOS());
     fillMemory(0xFFFE0, entryPoint(length));
     EXPECT_TRUE(InitSMBIOS()) << "the last place that has room for one";
 }
