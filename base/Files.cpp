@@ -3,15 +3,16 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-
-#include <fcntl.h>
+#include <span>
 
 #include <sys/stat.h>
+
+#include "base/FileReading.h"
 
 namespace tav {
 
 FileDescriptor openRegularFile(const char* path) {
-    FileDescriptor file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    FileDescriptor file = openForReading(path);
     if (!file.isOpen()) return file;
     struct stat status {};
     if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
@@ -33,13 +34,10 @@ bool readUpTo(int descriptor, std::size_t limit, std::string& content) {
     std::array<char, 16384> chunk;
     while (content.size() < limit) {
         const std::size_t room = std::min(chunk.size(), limit - content.size());
-        const ssize_t count = ::read(descriptor, chunk.data(), room);
-        if (count == 0) return true;
-        if (count > 0) {
-            content.append(chunk.data(), static_cast<std::size_t>(count));
-        } else if (errno != EINTR) {
-            return false;
-        }
+        const auto count = readOnce(descriptor, std::span(chunk).first(room));
+        if (!count) return false;
+        if (*count == 0) return true;
+        content.append(chunk.data(), *count);
     }
     return true;
 }
