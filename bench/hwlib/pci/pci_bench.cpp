@@ -1,13 +1,15 @@
 /// The PCI tree with names against lspci, and the ID database against reading all of it into maps.
 ///
 ///   pci_bench                           on this machine
-///   sim/enter .../pci_bench --made-up   on a made-up tree of 256 functions
+///   sim/enter .../pci_bench --made-up   on a made-up tree of 256 functions; and there, what it
+///                                       costs to ask for a function that cannot be found
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <map>
 
 #include "bench/Measure.h"
+#include "hwlib/pci/PciHost.h"
 #include "hwlib/pci/pci.h"
 #include "tests/support/MadeUpPci.h"
 
@@ -162,6 +164,23 @@ void database(bench::Report& report) {
     report.value("look-ups of all functions", lookUps * 1e6, "us", 1000);
 }
 
+/// A function that the kernel does not list, and one that it lists but that cannot be read: either
+/// is looked at in the list, and the host is not scanned for it again and again.
+void unknownFunctions(bench::Report& report) {
+    tav::test::writeFile("/sys/devices/file", "");
+    tav::test::makeLink("/sys/bus/pci/devices/0000:ff:00.0", "../../../devices/file");
+    tav::PciHost host;
+    const double scan = bench::secondsPerCall(1, [&] { host.refresh(); });
+    const auto asking = [&](std::uint8_t function) {
+        return bench::secondsPerCall(1000, [&] { host.find({0, 0xFF, 0, function}); });
+    };
+    const unsigned scans = host.scans();
+    bench::Report::value("scan of all functions", scan * 1e6, "us");
+    report.value("asking for one that is not listed", asking(1) * 1e6, "us", 20);
+    report.value("asking for one that cannot be read", asking(0) * 1e6, "us", 20);
+    if (host.scans() != scans) std::abort();
+}
+
 /// First of all, while no database is loaded.
 void databaseMemory(bench::Report& report) {
     PciNode root;
@@ -182,7 +201,8 @@ void databaseMemory(bench::Report& report) {
 int main(int argc, char** argv) {
     const char* const mode = argc > 1 ? argv[1] : "";
     if (std::strcmp(mode, "--list") == 0) return list();
-    if (std::strcmp(mode, "--made-up") == 0) {
+    const bool isMadeUp = std::strcmp(mode, "--made-up") == 0;
+    if (isMadeUp) {
         if (std::filesystem::exists("/sys/bus")) return 2;
         makeTree();
     }
@@ -190,5 +210,6 @@ int main(int argc, char** argv) {
     databaseMemory(report);
     database(report);
     tree(report, "/proc/self/exe");
+    if (isMadeUp) unknownFunctions(report);
     return report.exitStatus();
 }
