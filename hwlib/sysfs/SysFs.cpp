@@ -9,16 +9,21 @@
 #include <deque>
 #include <functional>
 #include <iostream>
+#include <utility>
 
 #include <fcntl.h>
 
 #include "base/DirectoryListing.h"
+#include "base/FileDescriptor.h"
 #include "hwlib/sysfs/SysFsPath.h"
 #include "hwlib/sysfs/sysfs_readers.h"
 
 namespace {
 
 constexpr const char* debugFileSystem = "/sys/kernel/debug";
+
+/// Deeper ones are opened by their whole paths.
+constexpr std::size_t mostOpenDirectories = 32;
 
 /// Keeps short texts in large blocks, at a stable address.
 class TextStore {
@@ -75,6 +80,11 @@ tav::Answer<std::string> debugFileSystemBelow(const std::string& root) {
     return std::string(*below);
 }
 
+tav::FileDescriptor openDirectory(int above, const char* path, int furtherFlags) {
+    return tav::FileDescriptor(
+        ::openat(above, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | furtherFlags));
+}
+
 std::uint32_t hashOf(std::string_view path) {
     return static_cast<std::uint32_t>(std::hash<std::string_view>()(path));
 }
@@ -101,6 +111,12 @@ struct SysFs::Mirror {
         std::string path;
         SysFsTreeElement* node;
     };
+    /// An open directory, and which of the directories in it are still to be listed.
+    struct Level {
+        tav::FileDescriptor opened;
+        std::size_t next;
+        std::size_t end;
+    };
     /// A place of the hash table over all paths; node is 1 + the index of a node, 0 for none.
     struct Place {
         std::uint32_t hash;
@@ -111,7 +127,9 @@ struct SysFs::Mirror {
 
     void addNode(SysFsElement& element, std::string_view path);
     void addDirectory(std::string path, SysFsKeptNames names);
-    void listDirectory(const Directory& directory);
+    void list();
+    Level listDirectory(const Directory& directory, tav::FileDescriptor opened);
+    tav::FileDescriptor open(const Level& above, const Directory& directory) const;
     void buildIndex();
     std::string_view below(std::string_view path) const;
     const SysFsTreeElement* find(std::string_view path) const;
@@ -140,8 +158,7 @@ SysFs::Mirror::Mirror(std::string path)
     const std::string_view text = names.keep(path);
     const std::size_t nameStart = text == "/" ? 0 : text.rfind('/') + 1;
     addDirectory(std::move(path), {text.substr(0, nameStart), text.substr(nameStart)});
-    for (std::size_t next = 0; next < directories.size(); ++next)
-        listDirectory(directories[next]);
+    list();
     buildIndex();
 }
 
@@ -160,13 +177,38 @@ void SysFs::Mirror::addDirectory(std::string path, SysFsKeptNames keptNames) {
     directories.push_back({std::move(path), &nodes.back()});
 }
 
-void SysFs::Mirror::listDirectory(const Directory& directory) {
-    if (debug == below(directory.path)) return;
+/// From the directory above the way to one is a short one.
+void SysFs::Mirror::list() {
+    std::vector<Level> levels;
+    const Directory& root = directories.front();
+    levels.push_back(listDirectory(root, openDirectory(AT_FDCWD, root.path.c_str(), 0)));
+    while (!levels.empty()) {
+        Level& level = levels.back();
+        if (level.next == level.end) {
+            levels.pop_back();
+            continue;
+        }
+        const Directory& directory = directories[level.next++];
+        levels.push_back(listDirectory(directory, open(level, directory)));
+        if (levels.size() > mostOpenDirectories) levels.back().opened.reset();
+    }
+}
+
+tav::FileDescriptor SysFs::Mirror::open(const Level& above, const Directory& directory) const {
+    const char* const path = directory.path.c_str();
+    if (!above.opened.isOpen()) return openDirectory(AT_FDCWD, path, O_NOFOLLOW);
+    const std::size_t nameStart = directory.path.rfind('/') + 1;
+    return openDirectory(above.opened.get(), path + nameStart, O_NOFOLLOW);
+}
+
+SysFs::Mirror::Level SysFs::Mirror::listDirectory(const Directory& directory,
+                                                  tav::FileDescriptor opened) {
+    const std::size_t firstBelow = directories.size();
+    if (debug == below(directory.path)) return {std::move(opened), firstBelow, firstBelow};
     const bool isRoot = directory.node == &nodes.front();
     std::string path = isRoot ? start : directory.path + '/';
     const std::size_t nameStart = path.size();
-    const int follow = isRoot ? 0 : O_NOFOLLOW;
-    tav::forEachEntry(directory.path.c_str(), follow, [&](const tav::DirectoryEntry& entry) {
+    tav::forEachEntry(opened, [&](const tav::DirectoryEntry& entry) {
         const SysFsKeptNames kept(directory.path, names.keep(entry.name));
         path.replace(nameStart, std::string::npos, entry.name);
         switch (entry.kind) {
@@ -184,6 +226,7 @@ void SysFs::Mirror::listDirectory(const Directory& directory) {
         }
         directory.node->addChildtoBack(&nodes.back());
     });
+    return {std::move(opened), firstBelow, directories.size()};
 }
 
 /// Open addressing, at most half full.

@@ -65,7 +65,8 @@ class TAV_API SysFs {
     /// Whether a PCI function of that class (base class and subclass, for example 0x0104) with
     /// programming interface 0 is mirrored.
     bool existsDeviceClass(std::uint16_t deviceClass) const;
-    /// The paths of all entries with that name and that value, those nearer to the root first.
+    /// The paths of all entries with that name and that value, in the order of the tree: those in a
+    /// directory before those below it.
     std::vector<std::string> getPaths(std::string_view name, std::string_view value) const;
     /// Appends the entry names of the mirrored directory at `path`, in the order in which the
     /// kernel lists them. False when there is no such directory.
