@@ -68,6 +68,15 @@ TEST(Preload, CarriesCommandsToTheControllerAndGivesUpLikeTheDriver) {
     EXPECT_THAT(record.str(), HasSubstr(R"("violation":")"));
 }
 
+TEST(Preload, LetsTheClockBeSet) {
+    const auto seconds = [] { return std::stoll(outputOf("LD_PRELOAD=" TAV_PRELOAD " date +%s")); };
+    const long long before = seconds();
+    const std::int64_t back = -7200;
+    std::ofstream("/run/sim/clock", std::ios::binary)
+        .write(reinterpret_cast<const char*>(&back), sizeof back);
+    EXPECT_NEAR(static_cast<double>(seconds() - before), -7200, 60);
+}
+
 TEST(Preload, ServesTheDisksThatHaveFacts) {
     const auto ask = [](const std::string& command) {
         return outputOf("LD_PRELOAD=" TAV_PRELOAD " " TAV_SEND_SCSI_COMMAND " /dev/sg5 " + command +

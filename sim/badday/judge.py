@@ -1,0 +1,675 @@
+"""Holds what the controller was told against what the server was.
+
+For each part the orders give a sequence of conditions, each from one moment to another. One that
+lasted long enough has to have been seen, a shorter one may have been; what was seen, one after the
+other, says which events there have to be, and the events of that part have to be exactly those of
+one such reading. A service that has been started anew begins with any of the conditions that were
+there when it looked first."""
+import copy
+import json
+import re
+from dataclasses import dataclass
+
+import server as servers
+
+POLLED = 50        # seconds: what lasts longer is seen by a poll or a build of its own
+TIMED_OUT = 130    # what a disk's silence takes longer: its command has to time out first
+REBUILT = 80       # what only a build sees
+LATE = 60          # an event may come so much later than its cause
+STOP_BOUND = 2.0   # simulated seconds that a stop may take ...
+STOP_SLACK = 0.6   # ... and real ones that the machine may
+NOWHERE = "FFFFFFFFFFFFFFFF"
+
+
+@dataclass(frozen=True)
+class Event:
+    """What the controller was told, or has refused to hear."""
+    time: float
+    id: int
+    name: str
+    location: str
+    text: str
+
+    def __str__(self):
+        return f"{self.id} {self.name} at {self.time:.0f} s"
+
+
+@dataclass(frozen=True)
+class Wanted:
+    """An event that a change has to raise. `text` is a regular expression; an empty location is
+    that of none."""
+    id: int
+    name: str
+    location: str = ""
+    text: str = ""
+
+    def fits(self, event):
+        return (self.id == event.id and self.name == event.name and
+                self.location == event.location and
+                re.search(self.text, event.text) is not None)
+
+
+@dataclass
+class Condition:
+    """A condition of a part, from one moment to another."""
+    value: object
+    since: float
+    until: float
+    needs: float  # seconds for which it has to last to be sure to be seen
+
+
+# --- the record -------------------------------------------------------------------------------
+
+def name_of(data):
+    oem = data.get("Oem", {})
+    return (data.get("DurableName") or data.get("WWPN") or oem.get("DeviceName") or
+            data.get("SerialNumber") or "")
+
+
+def location_name(data):
+    """Of a controller without a serial number: its function's description."""
+    return data.get("Oem", {}).get("Description", "").removeprefix("PCI ").split(" ")[0]
+
+
+def events_of(record):
+    events = []
+    for line in record:
+        if "MPEventGen" not in (line.get("command"), line.get("refused")) or not line["payload"]:
+            continue
+        payload = json.loads(line["payload"])
+        details = payload.get("VariableData") or {}
+        data = details.get("Data", {})
+        name = location_name(data) if details.get("Type") == "Controller" else name_of(data)
+        events.append(Event(line["time"], payload["ID"], name, payload.get("PhysicalLocation", ""),
+                            details.get("EventInfo", "")))
+    return events
+
+
+def inventories_of(record):
+    return [(line["time"], json.loads(line["payload"]).get("HostDataCollection", {}))
+            for line in record if line.get("command") == "WriteInventory"]
+
+
+# --- what was, by the orders ------------------------------------------------------------------
+
+class Truth:
+    """The server's description at each moment at which it changed."""
+
+    def __init__(self, played):
+        server = servers.described()
+        self.moments = [(0.0, copy.deepcopy(server))]
+        for order in played["orders"]:
+            before = json.dumps(server)
+            servers.apply(server, order["do"])
+            if json.dumps(server) != before:
+                self.moments.append((order["at"], copy.deepcopy(server)))
+        self.end = played["length"]
+
+    def conditions(self, value_of, needs_of):
+        """Of one part: `value_of(server, value before)` each time it differs."""
+        conditions, value = [], None
+        for time, server in self.moments:
+            fresh = value_of(server, value)
+            if conditions and fresh == value:
+                continue
+            if conditions:
+                conditions[-1].until = time
+            value = fresh
+            conditions.append(Condition(value, time, self.end, 0))
+        for condition in conditions:
+            condition.needs = needs_of(condition.value)
+        return conditions
+
+
+def location(server, function, slot=None):
+    """The code of a disk's place behind a controller, or of the controller or adapter itself."""
+    entry = servers.find(server["functions"], function)["slot"]
+    rack, height, card = (int(part) for part in (entry[1:4], entry[5:7], entry[8:10]))
+    where = f"{rack:02X}{height:02X}"
+    if slot is not None:
+        return f"FF00{slot:02X}{where}FFFF86" if slot < 4 else NOWHERE
+    if card == 0:
+        return f"FFFF{int(function[-1]):02X}{where}FFFF88"
+    device = function[:-1]
+    several = sum(other["address"].startswith(device) for other in server["functions"]) > 1
+    return f"{card:04X}00{where}{int(several):02X}0005"
+
+
+# --- readings ---------------------------------------------------------------------------------
+
+class Excuses:
+    """When events may be late, or not come at all, for reasons that are not their part's."""
+
+    def __init__(self, played):
+        self.asleep, self.slow = [], []
+        begun = {}
+        pairs = {"rmc lost": "rmc withdraw", "rmc late": "rmc withdraw", "hang ipmi0": "unhang ipmi0"}
+        for order in played["orders"]:
+            for begin, end in pairs.items():
+                if order["do"].startswith(begin):
+                    begun[end] = (order["at"], "late" in begin)
+                elif order["do"].startswith(end) and end in begun:
+                    since, only_late = begun.pop(end)
+                    self.slow.append((since, order["done"] + 40))
+                    if not only_late:
+                        self.asleep.append((since - 2, order["done"] + 40))
+                    elif end == "rmc withdraw":
+                        self.asleep.append((since - 2, order["done"] + 40))
+        self.lags = played["lags"] + [[order["at"], order["done"] - order["at"]]
+                                      for order in played["orders"]]
+
+    def may_be_lost(self, time):
+        return any(begin <= time <= end for begin, end in self.asleep)
+
+    def lateness(self, time):
+        """How late an event may be whose cause was then."""
+        late = LATE
+        for begin, end in self.slow:
+            if begin - LATE <= time <= end:
+                late += end - max(begin, time)
+        return late + sum(lag for at, lag in self.lags if time <= at <= time + late)
+
+
+def explain(conditions, rule, events, begin, first, end, excuses):
+    """Whether some reading of the conditions between `begin` and `end` gives exactly these events.
+    What was there before `first` may have been what the service knew from the beginning. Returns
+    the values that may have been seen last; none when there is no such reading."""
+    seen = [c for c in conditions if c.since < end and c.until > begin]
+
+    def must_be_seen(condition):
+        since, until = max(condition.since, first), min(condition.until, end)
+        return until - since >= condition.needs + excuses.lateness(since) - LATE
+
+    starts = [i for i, c in enumerate(seen) if c.since <= first + 2]
+    for i in range(len(starts) - 1, -1, -1):
+        if any(must_be_seen(seen[k]) for k in starts[:i]):
+            starts = starts[i:]
+            break
+    todo = {(i, 0) for i in starts}
+    done = set(todo)
+    while todo:
+        i, used = todo.pop()
+        for j in range(i + 1, len(seen)):
+            for reached in emissions(rule(seen[i].value, seen[j].value), events, used, seen[j],
+                                     excuses, end):
+                if (j, reached) not in done:
+                    done.add((j, reached))
+                    todo.add((j, reached))
+            if must_be_seen(seen[j]):
+                break
+    return {json.dumps(seen[i].value) for i, used in done if used == len(events) and
+            not any(must_be_seen(c) for c in seen[i + 1:])}
+
+
+def emissions(wanted, events, used, condition, excuses, end):
+    """After how many of the events a reading may be that wants these now."""
+    reached = {used}
+    for want in wanted:
+        following = set()
+        for at in reached:
+            earliest, latest = condition.since - 2, condition.since + excuses.lateness(condition.since)
+            latest = max(latest, condition.until + LATE / 2) if condition.until - condition.since < \
+                condition.needs else latest + condition.needs
+            if at < len(events) and want.fits(events[at]) and earliest <= events[at].time <= latest:
+                following.add(at + 1)
+            if excuses.may_be_lost(condition.since + LATE / 2) or \
+                    any(excuses.may_be_lost(condition.since + wait) for wait in range(0, 150, 10)) or \
+                    condition.since > end - LATE:
+                following.add(at)
+        reached = following
+    return reached
+
+
+# --- the parts --------------------------------------------------------------------------------
+
+def serial_shown(disk):
+    return disk.get("identifySerial") or disk["serial"]
+
+
+def disk_value(name):
+    def value(server, before):
+        disk = servers.find(server["disks"], name)
+        known = before[0] if before else None
+        if disk.get("gone") == "yes":
+            return (known, "offline") if known else (None, "unknown")
+        if disk.get("present") == "no":
+            return known, "offline"
+        serial = serial_shown(disk)
+        if disk.get("answers") == "no" or disk.get("hang", "no") != "no":
+            return (serial, "failed")
+        hot = disk["temperature"] > disk["maximumTemperature"]
+        return serial, "predicted" if disk["errors"] > 0 or disk["wear"] >= 95 or hot else "running"
+    return value
+
+
+DISK_EVENTS = {"running": 540, "predicted": 539, "failed": 538, "offline": 538}
+DISK_TEXTS = {"running": "^$", "predicted": "SSD Wear percentage", "failed": ".",
+              "offline": "not available|Unable to open|offline|serial number"}
+
+
+def disk_rule(place):
+    def raised(serial, before, now):
+        if before == now or now == "unknown" or before == "unknown":
+            return []
+        if now == "offline" and before == "failed":
+            return []
+        return [Wanted(DISK_EVENTS[now], serial, place, DISK_TEXTS[now])]
+
+    def rule(before, now):
+        if before[0] == now[0] or before[0] is None or now[0] is None:
+            return raised(now[0], before[1], now[1])
+        return raised(before[0], before[1], "offline") + raised(now[0], "offline", now[1])
+    return rule
+
+
+def disk_needs(value):
+    return TIMED_OUT if value[1] == "failed" else POLLED
+
+
+def link_value(name):
+    return lambda server, before: servers.find(server["ethernet"], name)["link"]
+
+
+def link_rule(name, place):
+    return lambda before, now: [Wanted(680, name, place)] if now == "up" else []
+
+
+FC_HEALTH = {"Online": "OK", "Offline": "Warning", "Linkdown": "Critical", "Error": "Critical"}
+FC_EVENTS = {"Online": 384, "Offline": 385, "Linkdown": 386, "Error": 388}
+FC_TEXTS = {"Online": "^$", "Linkdown": "link down", "Offline": "ffline", "Error": "failed"}
+
+
+def fc_value(host):
+    def value(server, before):
+        port = servers.find(server["fibreChannel"], host)
+        function = servers.find(server["functions"], port["function"])
+        return "gone" if "yes" in (port.get("gone"), function.get("gone")) else port["portState"]
+    return value
+
+
+def fc_rule(name, place):
+    def rule(before, now):
+        if "gone" in (before, now) or FC_HEALTH[before] == FC_HEALTH[now]:
+            return []
+        return [Wanted(FC_EVENTS[now], name, place, FC_TEXTS[now])]
+    return rule
+
+
+RECOVERY = 60  # seconds after which a port in recovery counts as such
+
+
+def sata_conditions(truth):
+    """The controller's health by its ports, each of which has been in recovery for some time."""
+    begun, moments = {}, {}
+    for time, server in truth.moments:
+        states = {host["host"]: host["state"] for host in server["scsiHosts"]}
+        begun = {host: begun.get(host, time) for host, state in states.items()
+                 if state == "recovery"}
+        moments = {at: known for at, known in moments.items() if at < time}
+        moments[time] = (states, dict(begun))
+        for since in begun.values():
+            moments.setdefault(since + RECOVERY, (states, dict(begun)))
+            if since + RECOVERY > time:
+                moments[since + RECOVERY] = (states, dict(begun))
+    conditions = []
+    for time, (states, since) in sorted(moments.items()):
+        broken = sum(state not in ("running", "recovery", "created") for state in states.values())
+        recovering = sum(time - at >= RECOVERY for at in since.values())
+        value = sata_health(broken, recovering, len(states))
+        if conditions and conditions[-1].value == value:
+            continue
+        if conditions:
+            conditions[-1].until = time
+        conditions.append(Condition(value, time, truth.end, POLLED))
+    return conditions
+
+
+def sata_health(broken, recovering, ports):
+    if broken + recovering == 0:
+        return "OK"
+    if broken > 0 and broken < ports - 1 or broken == 0 and recovering < ports - 1:
+        return "Warning"
+    return "Critical" if broken >= ports - 1 or broken == 0 else "Unknown"
+
+
+def sata_rule(place):
+    def rule(before, now):
+        if (before, now) == ("Critical", "OK"):
+            return [Wanted(397, "0000:00:17.0", place, "now online")]
+        if now == "Critical" and before in ("OK", "Warning"):
+            return [Wanted(398, "0000:00:17.0", place, "gone offline")]
+        return []
+    return rule
+
+
+# --- RAID: what notifications say -------------------------------------------------------------
+
+GOOD_STATES = (0x00, 0x02, 0x14, 0x18, 0x20, 0x40)
+VOLUME_STATES = ("Offline", "Partially degraded", "Degraded", "Optimal")
+
+
+def fields_of(order):
+    return dict(word.split("=", 1) for word in order.split()[3:] if "=" in word)
+
+
+def notifications(played, kind, number):
+    """(when, whether somebody listened, what it makes of the part)"""
+    told = []
+    for order in played["orders"]:
+        if not order["do"].startswith("raid event "):
+            continue
+        fields = fields_of(order["do"])
+        code = int(fields["code"], 0)
+        if kind == "drive" and fields.get("drive") == str(number) and code == 0x72:
+            good = int(fields["new"], 0) in GOOD_STATES
+        elif kind == "volume" and fields.get("volume") == str(number):
+            good = code == 0xF9
+        elif kind == "controller" and fields["type"] == "0":
+            good = code == 0x0C
+        else:
+            continue
+        told.append((order["at"], order["answer"] == "ok", "OK" if good else "Critical",
+                     fields["text"].strip('"').split()[0]))
+    return told
+
+
+def explain_notified(own, told, ids, name_at, place, events, begin, first, end, excuses):
+    """The same as explain() for a part of which the vendor's library tells. The reported condition
+    follows the notifications, and the library's own state when that changes without one: surely
+    when it lasts until the next build, perhaps when it is shorter."""
+    changes = [(c.since, "own", c.value, c.until - c.since) for c in own
+               if begin < c.since < end]
+    changes += [(at, "told" if heard else "unheard", value, text)
+                for at, heard, value, text in told if begin <= at < end]
+    # The library changes first and tells then: that is one change, and it is for the telling to be
+    # reported, even if somebody has looked between.
+    at_once = {(value, time) for time, kind, value, _ in changes if kind == "told"}
+    changes = [change for change in changes if change[1] != "own" or not any(
+        value == change[2] and 0 <= time - change[0] < 2 for value, time in at_once)]
+    changes.sort(key=lambda change: change[0])
+    at_first = {c.value for c in own if c.since <= first + 2 and c.until >= begin}
+    reported = {(value, 0) for value in at_first}
+    for index, (time, kind, value, more) in enumerate(changes):
+        if kind == "unheard":
+            continue
+        following = set()
+        if kind == "own":
+            later = changes[index + 1][0] if index + 1 < len(changes) else end
+            for before, used in reported:
+                following.add((value, used))
+                if later - time < REBUILT and name_at(time) == name_at(time - 1):
+                    following.add((before, used))
+        else:
+            for before, used in reported:
+                if before == value:
+                    following.add((before, used))
+                    continue
+                want = Wanted(ids[value], name_at(time), place, more if value == "Critical" else "")
+                if used < len(events) and want.fits(events[used]) and \
+                        time - 2 <= events[used].time <= time + excuses.lateness(time):
+                    following.add((value, used + 1))
+                if time < first + 2 or time > end - LATE or \
+                        any(excuses.may_be_lost(time + wait) for wait in range(0, 60, 10)):
+                    following.add((value, used))
+        reported = following
+    return {value for value, used in reported if used == len(events)}
+
+
+# --- the verdict ------------------------------------------------------------------------------
+
+def lives_of(played):
+    """Of each service: from when, first inventory, until."""
+    lives = []
+    for service in played["services"]:
+        begin, end = service["started"], service.get("stopping", played["length"])
+        first = next((time for time, _ in inventories_of(played["record"])
+                      if begin < time < service.get("stopped", end)), end)
+        lives.append((begin, first + 1, end))
+    return lives
+
+
+class Judge:
+    def __init__(self, played):
+        self.played = played
+        self.truth = Truth(played)
+        self.excuses = Excuses(played)
+        self.events = events_of(played["record"])
+        self.lives = lives_of(played)
+        self.faults = []
+        self.last = {}    # by part: the values that the last reading may end with
+        self.known = {356}
+        self.names = set()
+        self.untold = set()   # whose last condition the library has kept to itself
+
+    def check(self, part, names, ids, place, reading):
+        """`reading(events, begin, first, end)` of each life gives what may have been seen last."""
+        self.names |= {(name, number, place) for name in names for number in ids}
+        events = [event for event in self.events
+                  if event.name in names and event.id in ids and event.location == place]
+        for index, (begin, first, end) in enumerate(self.lives):
+            until = self.lives[index + 1][0] if index + 1 < len(self.lives) else float("inf")
+            mine = [event for event in events if begin <= event.time < until]
+            last = reading(mine, begin, first, end)
+            if not last:
+                self.faults.append(f"{part}: no reading gives these events: " +
+                                   (", ".join(map(str, mine)) or "none"))
+            self.last[part] = last
+
+    def check_conditions(self, part, conditions, rule, names, ids, place):
+        self.check(part, names, ids, place, lambda events, begin, first, end: explain(
+            conditions, rule, events, begin, first, end, self.excuses))
+
+    def check_disks(self):
+        server = self.truth.moments[0][1]
+        for disk in server["disks"]:
+            conditions = self.truth.conditions(disk_value(disk["name"]), disk_needs)
+            names = {c.value[0] for c in conditions if c.value[0]}
+            place = location(server, "0000:00:17.0", int(disk["address"].split(":")[0]))
+            self.check_conditions(disk["name"], conditions, disk_rule(place), names,
+                                  {538, 539, 540}, place)
+
+    def check_links(self):
+        server = self.truth.moments[0][1]
+        for adapter in server["ethernet"]:
+            name, place = adapter["name"], location(server, adapter["function"])
+            conditions = self.truth.conditions(link_value(name), lambda value: REBUILT)
+            self.check_conditions(name, conditions, link_rule(name, place), {name}, {680, 678},
+                                  place)
+
+    def check_ports(self):
+        server = self.truth.moments[0][1]
+        for port in server["fibreChannel"]:
+            digits = port["wwpn"][2:]
+            name = ":".join(digits[i:i + 2] for i in range(0, 16, 2))
+            place = location(server, port["function"])
+            conditions = self.truth.conditions(fc_value(str(port["host"])), lambda value: POLLED)
+            self.check_conditions(f"fc {port['host']}", conditions, fc_rule(name, place), {name},
+                                  set(FC_EVENTS.values()), place)
+        place = "FFFFFF0101FFFF8E"
+        self.check_conditions("SATA controller", sata_conditions(self.truth), sata_rule(place),
+                              {"0000:00:17.0"}, {397, 398}, place)
+
+    def check_raid(self):
+        server = self.truth.moments[0][1]
+        controller = server["raid"]["controllers"][0]
+        for drive in controller["drives"]:
+            self.check_notified(
+                f"drive {drive['id']}", "drive", drive["id"], {"OK": 540, "Critical": 538},
+                "serial", location(server, "0000:65:00.0", drive["slot"]),
+                lambda drive: int(str(drive["state"]), 0) in GOOD_STATES)
+        for volume in controller["volumes"]:
+            self.check_notified(
+                f"volume {volume['id']}", "volume", volume["id"], {"OK": 683, "Critical": 681},
+                "identifier", "", lambda volume: volume["state"] == 3)
+        self.check_notified("RAID controller", "controller", None, {"OK": 397, "Critical": 398},
+                            "pci", location(server, "0000:65:00.0"), lambda controller: True)
+
+    def check_notified(self, part, kind, number, ids, identity, place, is_well):
+        def part_of(server):
+            controller = server["raid"]["controllers"][0]
+            return controller if number is None else servers.find(controller[kind + "s"],
+                                                                  str(number))
+        # Another name is another part, and its condition nobody has reported yet.
+        named = self.truth.conditions(lambda server, before: (
+            part_of(server)[identity], "OK" if is_well(part_of(server)) else "Critical"),
+            lambda value: REBUILT)
+        own = [Condition(c.value[1], c.since, c.until, c.needs) for c in named]
+
+        def name_at(time):
+            return next(c.value[0] for c in reversed(named) if c.since <= max(time, 0))
+
+        told = notifications(self.played, kind, number)
+        names = {c.value[0] for c in named}
+        self.check(part, names, set(ids.values()) | ({539} if kind == "drive" else set()),
+                   place, lambda events, begin, first, end: explain_notified(
+                       own, told, ids, name_at, place, events, begin, first, end, self.excuses))
+        heard = [at for at, listened, _, _ in told if listened]
+        if any(not any(abs(at - c.since) < 5 for at in heard) for c in own[1:]):
+            self.untold |= names
+
+    def check_strangers(self):
+        boots = [event for event in self.events if event.id == 356]
+        if len(boots) != 1 and not self.excuses.asleep:
+            self.faults.append(f"the boot was reported {len(boots)} times")
+        for event in self.events:
+            if (event.name, event.id, event.location) not in self.names and event.id != 356:
+                self.faults.append(f"nothing can have raised event {event}")
+
+    # --- the last inventory ---
+
+    def check_inventory(self):
+        rung = [order for order in self.played["record"] if "doorBell" in order]
+        inventories = inventories_of(self.played["record"])
+        if not rung or not inventories or inventories[-1][0] < rung[-1]["time"]:
+            self.faults.append("the controller has rung for an inventory, and none has come")
+            return
+        told = inventories[-1][1]
+        server = self.truth.moments[-1][1]
+        self.compare("Drives", self.told_drives(told), self.wanted_drives(server))
+        self.compare("Volumes", {v["DurableName"]: v["Status"]["State"]
+                                 for v in told.get("Volumes", [])},
+                     {v["identifier"]: {VOLUME_STATES[v["state"]]}
+                      for v in server["raid"]["controllers"][0]["volumes"]})
+        self.compare("EthernetDevices", {a["Oem"]["DeviceName"]: a["Status"]["State"]
+                                         for a in told.get("EthernetDevices", [])},
+                     {a["name"]: {"Running" if a["link"] == "up" else "Down"}
+                      for a in server["ethernet"]})
+        self.compare("StorageControllers",
+                     {location_name(c): c["Status"]["Health"]
+                      for c in told.get("StorageControllers", [])},
+                     {"0000:00:17.0": {json.loads(v) for v in self.last["SATA controller"]} or {"OK"},
+                      "0000:65:00.0": self.last["RAID controller"] or {"OK"}})
+
+    # --- what the controller can know before it rings ---
+
+    EVENT_HEALTH = {538: "Critical", 539: "Warning", 540: "OK", 681: "Critical", 683: "OK"}
+
+    def check_picture(self):
+        """Its last inventory and the events since. Only of what it has heard of at all: nobody
+        tells it of a disk that is new."""
+        bell = next((line["time"] for line in self.played["record"] if "doorBell" in line), None)
+        before = [told for told in inventories_of(self.played["record"])
+                  if bell is not None and told[0] < bell]
+        deaf = self.excuses.asleep or any("refused" in line for line in self.played["record"])
+        if not before or deaf:
+            return
+        since, told = before[-1]
+        picture = {drive["SerialNumber"]: drive["Status"]["Health"]
+                   for drive in told.get("Drives", [])}
+        picture.update((volume["DurableName"], volume["Status"]["Health"])
+                       for volume in told.get("Volumes", []))
+        for event in self.events:
+            if since < event.time < bell and event.id in self.EVENT_HEALTH:
+                picture[event.name] = self.EVENT_HEALTH[event.id]
+        for name, values in self.wanted_health().items():
+            if name in picture and name not in self.untold and picture[name] not in values:
+                self.faults.append(f"the controller takes {name} for {picture[name]}, not "
+                                   f"{' or '.join(map(str, sorted(values, key=str)))}")
+
+    def wanted_health(self):
+        server = self.truth.moments[-1][1]
+        wanted = {name.split()[0]: values for name, values in self.wanted_drives(server).items()}
+        for volume in server["raid"]["controllers"][0]["volumes"]:
+            wanted[volume["identifier"]] = self.last[f"volume {volume['id']}"] or {"OK", "Critical"}
+        return wanted
+
+    def compare(self, section, told, wanted):
+        for name, values in wanted.items():
+            if told.get(name) not in values:
+                self.faults.append(f"the last inventory's {section}: {name} is {told.get(name)}, "
+                                   f"not {' or '.join(map(str, sorted(values, key=str)))}")
+        for name in told.keys() - wanted.keys():
+            self.faults.append(f"the last inventory's {section}: {name} is none")
+
+    @staticmethod
+    def told_drives(told):
+        drives = {}
+        for drive in told.get("Drives", []):
+            name = f"{drive['SerialNumber']} {drive.get('Model')} {drive.get('Revision')}"
+            drives[name] = "twice" if name in drives else drive["Status"]["Health"]
+        return drives
+
+    def wanted_drives(self, server):
+        drives = {}
+        health = {"running": "OK", "predicted": "Warning", "failed": "Critical",
+                  "offline": "Critical"}
+        for disk in server["disks"]:
+            value = self.truth.conditions(disk_value(disk["name"]), disk_needs)[-1].value
+            if value[1] == "unknown":
+                continue
+            wanted = {health[value[1]]}
+            # A service that was started after it had gone, or did not look in time, knows nothing.
+            if value[1] == "offline":
+                wanted.add(None)
+            revision = disk["revision"][:8]
+            drives[f"{value[0]} {disk['model']} {revision}"] = wanted
+        for drive in server["raid"]["controllers"][0]["drives"]:
+            drives[f"{drive['serial']} {drive['model']} {drive['revision']}"] = \
+                self.last[f"drive {drive['id']}"] or {"OK", "Critical"}
+        return drives
+
+    # --- the process ---
+
+    def check_process(self):
+        for service in self.played["services"]:
+            if "died" in service:
+                self.faults.append(f"the service died at {service['died'][0]:.0f} s with status "
+                                   f"{service['died'][1]}")
+                continue
+            if service.get("status") != 0:
+                self.faults.append(f"the service stopped with status {service.get('status')}")
+            bound = STOP_BOUND / self.played["speed"] + STOP_SLACK + 3 * self.played["lag"]
+            if service.get("stop took", 0) > bound:
+                self.faults.append(f"a stop took {service['stop took']:.2f} s "
+                                   f"of {bound:.2f} s")
+            if service.get("left"):
+                self.faults.append(f"left behind: {service['left']}")
+        samples = self.played["services"][-1]["samples"]
+        if len(self.played["services"]) == 1 and len(samples) > 1:
+            first, last = samples[0], samples[-1]
+            for what, allowed in (("threads", 4), ("descriptors", 8), ("kB", 3000)):
+                if last[what] > first[what] + allowed:
+                    self.faults.append(f"{what}: {first[what]} at first, {last[what]} at last")
+        for line in self.played["complaints"]:
+            self.faults.append(f"complaint: {line}")
+        for line in self.played["record"]:
+            if "violation" in line:
+                self.faults.append(f"violation: {line['violation']}")
+
+    def verdict(self):
+        self.check_process()
+        if any("died" in service or service.get("status") == "does not stop"
+               for service in self.played["services"]):
+            return self.faults  # nothing of what was reported then can be held against it
+        self.check_disks()
+        self.check_links()
+        self.check_ports()
+        self.check_raid()
+        self.check_strangers()
+        self.check_picture()
+        self.check_inventory()
+        return self.faults
+
+
+def faults_of(played):
+    return Judge(played).verdict()

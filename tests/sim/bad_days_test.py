@@ -1,0 +1,190 @@
+#!/usr/bin/python3 -B
+"""The judge of the bad days, held against the record of a clean one (clean-day.json), and the teller
+of the stories."""
+import copy
+import importlib.machinery
+import importlib.util
+import json
+import os
+import sys
+import unittest
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+PROJECT = os.path.dirname(os.path.dirname(HERE))
+sys.path.insert(0, f"{PROJECT}/sim/badday")
+import judge  # noqa: E402
+import story  # noqa: E402
+
+
+def script(name):
+    loader = importlib.machinery.SourceFileLoader(name.replace("-", "_"), f"{PROJECT}/scripts/{name}")
+    module = importlib.util.module_from_spec(importlib.util.spec_from_loader(loader.name, loader))
+    loader.exec_module(module)
+    return module
+
+
+with open(f"{HERE}/clean-day.json", encoding="utf-8") as file:
+    CLEAN = json.load(file)
+EVENTS = [index for index, line in enumerate(CLEAN["record"]) if line.get("command") == "MPEventGen"]
+
+
+def changed(index, change):
+    """The day with one line of its record changed."""
+    day = copy.deepcopy(CLEAN)
+    payload = json.loads(day["record"][index]["payload"])
+    change(payload)
+    day["record"][index]["payload"] = json.dumps(payload)
+    return day
+
+
+def moved(index, seconds):
+    day = copy.deepcopy(CLEAN)
+    day["record"][index]["time"] += seconds
+    day["record"].sort(key=lambda line: line["time"])
+    return day
+
+
+def removed(index):
+    day = copy.deepcopy(CLEAN)
+    del day["record"][index]
+    return day
+
+
+def doubled(index):
+    day = copy.deepcopy(CLEAN)
+    day["record"].insert(index, copy.deepcopy(day["record"][index]))
+    return day
+
+
+def renamed(payload):
+    data = payload["VariableData"]["Data"]
+    for key in ("SerialNumber", "DurableName", "WWPN"):
+        if key in data:
+            data[key] = "OTHER"
+    data.setdefault("Oem", {}).update(DeviceName="OTHER", Description="OTHER")
+
+
+def moved_elsewhere(payload):
+    payload["PhysicalLocation"] = "FF00050101FFFF86"
+
+
+def told_as(number):
+    return lambda payload: payload.update(ID=number)
+
+
+def reworded(payload):
+    payload["VariableData"]["EventInfo"] = "something else"
+
+
+class Judging(unittest.TestCase):
+    def assertNoticed(self, day, what):
+        self.assertTrue(judge.faults_of(day), f"not noticed: {what}")
+
+    def test_a_clean_day_has_no_faults(self):
+        self.assertEqual(judge.faults_of(CLEAN), [])
+        self.assertGreater(len(EVENTS), 18)
+
+    def test_every_event_that_is_not_as_it_was_is_noticed(self):
+        for index in EVENTS:
+            payload = json.loads(CLEAN["record"][index]["payload"])
+            what = f"{payload['ID']} at {CLEAN['record'][index]['time']:.0f} s"
+            self.assertNoticed(removed(index), f"{what} removed")
+            self.assertNoticed(doubled(index), f"{what} doubled")
+            for other in (356, 384, 397, 538, 539, 540, 680, 681, 683, 777):
+                if other != payload["ID"]:
+                    self.assertNoticed(changed(index, told_as(other)), f"{what} as {other}")
+            if payload["ID"] == 356:
+                continue
+            self.assertNoticed(changed(index, renamed), f"{what} of another part")
+            self.assertNoticed(changed(index, moved_elsewhere), f"{what} at another place")
+            self.assertNoticed(moved(index, -70), f"{what} before its cause")
+            self.assertNoticed(moved(index, 250), f"{what} much too late")
+            if payload["ID"] in (538, 539, 540, 384, 386) and payload["VariableData"]["EventInfo"]:
+                self.assertNoticed(changed(index, reworded), f"{what} in other words")
+
+    def test_every_wrong_line_of_the_inventory_is_noticed(self):
+        last = max(i for i, line in enumerate(CLEAN["record"]) if line.get("command") == "WriteInventory")
+        told = json.loads(CLEAN["record"][last]["payload"])["HostDataCollection"]
+        for section in ("Drives", "Volumes", "EthernetDevices", "StorageControllers"):
+            for number in range(len(told[section])):
+                def with_section(change, section=section, number=number):
+                    return changed(last, lambda payload: change(
+                        payload["HostDataCollection"][section], number))
+                what = f"{section} {number}"
+                self.assertNoticed(with_section(lambda list_, at: list_.pop(at)), f"{what} missing")
+                self.assertNoticed(with_section(lambda list_, at: list_[at]["Status"].update(
+                    Health="Ill", State="Odd")), f"{what} in another condition")
+        for number in range(len(told["Drives"])):
+            self.assertNoticed(changed(last, lambda payload, at=number: payload[
+                "HostDataCollection"]["Drives"].append(payload["HostDataCollection"]["Drives"][at])),
+                f"drive {number} twice")
+            self.assertNoticed(changed(last, lambda payload, at=number: payload[
+                "HostDataCollection"]["Drives"][at].update(Model="")), f"drive {number} nameless")
+
+    def test_the_process_is_judged_too(self):
+        for change in ({"stop took": 9}, {"status": 1}, {"left": ["S localcli"]}, {"died": [90, -11]}):
+            day = copy.deepcopy(CLEAN)
+            day["services"][-1].update(change)
+            self.assertNoticed(day, str(change))
+        for what in ("threads", "descriptors", "kB"):
+            day = copy.deepcopy(CLEAN)
+            day["services"][-1]["samples"][-1][what] += 5000
+            self.assertNoticed(day, what)
+
+
+class Reading(unittest.TestCase):
+    """What may be missed: a condition that did not last."""
+
+    def read(self, lengths, *told):
+        """A disk that is well and failing in turns; whether events of these ids, a few seconds after
+        each change, can be explained."""
+        conditions, since = [], 0
+        for number, length in enumerate(lengths):
+            value = ["S1", "predicted" if number % 2 else "running"]
+            conditions.append(judge.Condition(value, since, since + length, judge.POLLED))
+            since += length
+        events = [judge.Event(time, number, "S1", "PLACE", "SSD Wear percentage" if number == 539 else "")
+                  for number, time in told]
+        excuses = judge.Excuses({"orders": [], "lags": []})
+        return bool(judge.explain(conditions, judge.disk_rule("PLACE"), events, 0, 30, since, excuses))
+
+    def test_readings(self):
+        for lengths, told, explained in (
+                ((100, 100, 200), [(539, 105), (540, 205)], True),
+                ((100, 100, 200), [], False),
+                ((100, 100, 200), [(539, 105)], False),
+                ((100, 100, 200), [(540, 205)], False),
+                ((100, 100, 200), [(540, 205), (539, 206)], False),
+                ((100, 100, 200), [(539, 105), (540, 205), (539, 206), (540, 207)], False),
+                ((100, 10, 200), [], True),
+                ((100, 10, 200), [(539, 105), (540, 115)], True),
+                ((100, 10, 200), [(539, 105)], False),
+                ((100, 10, 10, 10, 200), [(539, 105), (540, 135)], True),
+                ((20, 300), [], True),
+                ((20, 300), [(539, 33)], True),
+                ((100, 300), [], False)):
+            with self.subTest(lengths=lengths, told=told):
+                self.assertEqual(self.read(lengths, *told), explained)
+
+
+class Telling(unittest.TestCase):
+    def test_a_seed_always_tells_the_same_story(self):
+        told = [story.tell(seed) for seed in range(200)]
+        self.assertEqual(told, [story.tell(seed) for seed in range(200)])
+        self.assertGreater(len({json.dumps(one["episodes"]) for one in told}), 190)
+        names = {episode["name"].split()[-1] for one in told for episode in one["episodes"]}
+        self.assertGreater(len(names), 25, "of all kinds")
+        for one in told:
+            for order in story.orders(one):
+                self.assertTrue(story.BEGIN <= order["at"] <= story.END + 5, order)
+
+    def test_the_shortest_story_that_still_fails_is_found(self):
+        days = script("bad-days").Days(None)
+        told = story.tell(7)
+        guilty = {told["episodes"][0]["orders"][0]["do"], told["episodes"][-1]["orders"][0]["do"]}
+        days.faults = lambda trial: guilty <= {order["do"] for order in story.orders(trial)}
+        self.assertEqual({order["do"] for order in story.orders(days.shrink(told))}, guilty)
+
+
+if __name__ == "__main__":
+    unittest.main()
