@@ -13,11 +13,14 @@
 #include "rmc/tavJsonAggregator.h"
 #include "rmc/tavipmi.h"
 
+using tav::EventOutcome;
 using tav::here;
 
 namespace {
 
 constexpr tav::ModuleLog logger{"EVT_HANDLER"};
+
+constexpr std::string_view testEventSource = "TAV-CLI";
 
 /// Events of the host's boot and shutdown.
 constexpr std::array sentBeforeInventory = {356, 359, 360, 434, 435};
@@ -50,23 +53,44 @@ Json::Value render(const tavEvent& event) {
     return json;
 }
 
-}  // namespace
+EventOutcome send(const tavEvent& event) {
+    const std::string json = tav::compactJson(render(event));
+    logger.infoText(here(), json);
+    return tavEventHandler().sendEventToRMC(json) == 0 ? EventOutcome::Delivered
+                                                       : EventOutcome::Failed;
+}
 
-void tavEventHandler::generateEvent(tavEvent event) {
-    if (!tavJsonAggregator::getInstance()->isInventorySent() &&
-        !contains(sentBeforeInventory, event.getEventID())) {
-        return;
-    }
+EventOutcome sendOnItsOwnThread(const tavEvent& event) {
+    EventOutcome outcome = EventOutcome::Failed;
     std::thread thread;
-    const int failure = tav::startThread(thread, "tav-event", [&event, stop = tav::currentStop()] {
+    const int failure = tav::startThread(thread, "tav-event", [&, stop = tav::currentStop()] {
         const tav::StopScope scope(stop);  // it works for the thread that waits for it
-        startEventGeneration(&event);
+        outcome = send(event);
     });
     if (failure != 0) {
         logger.error(here(), "Unable to spawn a thread to handle event.");
-        return;
+        return outcome;
     }
     tav::joinThread(thread);
+    return outcome;
+}
+
+}  // namespace
+
+EventOutcome tavEventHandler::deliverEvent(const tavEvent& event) {
+    const bool passes = tavJsonAggregator::getInstance()->isInventorySent() ||
+                        contains(sentBeforeInventory, event.getEventID());
+    const EventOutcome outcome = passes ? sendOnItsOwnThread(event) : EventOutcome::Dropped;
+    const bool tellsOfTheHost = event.getSource() != testEventSource;
+    if (outcome != EventOutcome::Delivered && tellsOfTheHost) {
+        tavJsonAggregator::getInstance()->eventWasLost();
+    }
+    return outcome;
+}
+
+// NOLINTNEXTLINE(performance-unnecessary-value-param): callers rely on this signature
+void tavEventHandler::generateEvent(tavEvent event) {
+    deliverEvent(event);
 }
 
 int tavEventHandler::sendEventToRMC(const std::string& json) {
@@ -80,8 +104,6 @@ int tavEventHandler::sendEventToRMC(const std::string& json) {
 }
 
 void* startEventGeneration(void* event) {
-    const std::string json = tav::compactJson(render(*static_cast<const tavEvent*>(event)));
-    logger.infoText(here(), json);
-    tavEventHandler().sendEventToRMC(json);
+    send(*static_cast<const tavEvent*>(event));
     return nullptr;
 }

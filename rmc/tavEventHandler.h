@@ -57,13 +57,29 @@ class TAV_API tavEvent {
     Json::Value variableData_;
 };
 
+namespace tav {
+
+/// What became of an event.
+enum class EventOutcome {
+    Delivered,  ///< the controller has acknowledged it
+    Dropped,    ///< not sent, because the controller has no inventory yet
+    Failed      ///< sent in vain, or it could not be sent
+};
+
+}  // namespace tav
+
 /// Turns events into JSON and sends them to the management controller. Keeps no state; any thread.
 class TAV_API tavEventHandler {
  public:
     /// Sends the event on a thread of its own and waits for it, so that one caller's events stay in
     /// order. Until the first inventory has been pushed only the events of the host's boot and
     /// shutdown are sent, and all others dropped: the controller does not know their components
-    /// yet.
+    /// yet. Only a delivered event has told the controller anything. One that was not is never sent
+    /// again; the aggregator learns of it, since an inventory has to tell the rest (see
+    /// tavJsonAggregator::repeatUntilAcknowledged). Test events tell nothing of the host.
+    tav::EventOutcome deliverEvent(const tavEvent& event);
+
+    /// The same for those who do not care what became of it.
     void generateEvent(tavEvent event);
 
     /// Sends one event's JSON text. 0 on success, 1 on failure.

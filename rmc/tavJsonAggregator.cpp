@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,6 +53,14 @@ void addSection(const Section& section, tavResourceManager& manager, Json::Value
     }
 }
 
+std::optional<tav::Deadline> deadlineAfter(std::chrono::seconds time) {
+    const auto deadline = tav::Deadline::after(time);
+    if (!deadline) logger.error(at(142), "Failed to get current time! (errno: %d)", errno);
+    return deadline;
+}
+
+thread_local std::uint64_t collecting = 0;
+
 }  // namespace
 
 tavJsonAggregator* tavJsonAggregator::getInstance() {
@@ -72,6 +81,18 @@ void tavJsonAggregator::sendInventory(bool request) {
         return;
     }
     startPushThread();
+}
+
+void tavJsonAggregator::eventWasLost() {
+    const std::lock_guard<std::mutex> held(cmutex);
+    undelivered.eventWasLost();
+    if (!repeats || !firstInventoryPushComplete) return;
+    lossNoted = true;
+    cond.notify_all();
+}
+
+std::uint64_t tavJsonAggregator::collectingInventory() {
+    return collecting;
 }
 
 void tavJsonAggregator::startPushThread() {
@@ -105,11 +126,8 @@ void tavJsonAggregator::stop() {
 
 bool tavJsonAggregator::aggrThreadSleep(std::unique_lock<std::mutex>& held,
                                         std::chrono::seconds time) {
-    const auto deadline = tav::Deadline::after(time);
-    if (!deadline) {
-        logger.error(at(142), "Failed to get current time! (errno: %d)", errno);
-        return false;
-    }
+    const auto deadline = deadlineAfter(time);
+    if (!deadline) return false;
     const tav::LoopWaits waits(watch, time);
     tav::waitUntil(cond, held, *deadline);
     logger.debug(at(152), "Thread signaled");
@@ -141,11 +159,41 @@ void tavJsonAggregator::initializeCachePush() {
     std::unique_lock<std::mutex> held(cmutex);
     if (!checkIfInventoryReady(held)) return;
     while (!stopAggr) {
-        if (!pushInventory && (!aggrThreadSleep(held, interval) || stopAggr)) return;
+        if (!pushInventory && (!waitForPush(held, interval) || stopAggr)) return;
         pushInventory = false;
-        held.unlock();
-        createInventoryJsonString();
-        held.lock();
+        push(held);
+    }
+}
+
+/// One push interval, or less when an inventory is asked for or has to be sent again. False when no
+/// clock can be read.
+bool tavJsonAggregator::waitForPush(std::unique_lock<std::mutex>& held,
+                                    std::chrono::seconds interval) {
+    const auto intervalEnd = deadlineAfter(interval);
+    if (!intervalEnd) return false;
+    do {
+        lossNoted = false;
+        const std::optional<tav::Deadline> askAgainAt = undelivered.askAgainAt();
+        const bool isSooner = repeats && askAgainAt && askAgainAt->moment() < intervalEnd->moment();
+        const tav::LoopWaits waits(watch, interval);
+        tav::waitUntil(cond, held, isSooner ? *askAgainAt : *intervalEnd);
+        logger.debug(at(152), "Thread signaled");
+    } while (lossNoted && !pushInventory && !stopAggr);
+    return true;
+}
+
+void tavJsonAggregator::push(std::unique_lock<std::mutex>& held) {
+    undelivered.inventoryBegins();
+    held.unlock();
+    const Push outcome = createInventoryJsonString();
+    held.lock();
+    switch (outcome) {
+        case Push::Acknowledged:
+            return undelivered.inventoryWasAcknowledged();
+        case Push::Failed:
+            return undelivered.inventoryFailed();
+        case Push::Empty:
+            return undelivered.inventoryWasEmpty();
     }
 }
 
@@ -161,23 +209,29 @@ Json::Value tavJsonAggregator::collectInventory() {
     return empty ? Json::Value() : document;
 }
 
-void tavJsonAggregator::createInventoryJsonString() {
+tavJsonAggregator::Push tavJsonAggregator::createInventoryJsonString() {
+    collecting = ++collected;
     const Json::Value document = collectInventory();
+    collecting = 0;
+    Push outcome = Push::Empty;
     if (document.isNull()) {
         logger.warning(at(404), "No inventory information found!");
     } else {
-        sendJsonString(document);
+        outcome = sendJsonString(document) ? Push::Acknowledged : Push::Failed;
     }
+    if (outcome == Push::Acknowledged) acknowledged = collected;
     firstInventoryPushComplete = true;
+    return outcome;
 }
 
-void tavJsonAggregator::sendJsonString(const Json::Value& document) {
+bool tavJsonAggregator::sendJsonString(const Json::Value& document) {
     const std::string text = tav::compactJson(document);
     logger.info(at(452), "*************printing final Json String*******");
     logger.infoText(at(453), text);
     if (ipmi::IPMIUtils::RMC_CLI_Cmd_Execution("WriteInventory", text) == 1) {
         logger.error(at(491), "An Error occurred in delivering inventory string to RMC!");
-    } else {
-        logger.debug(at(494), "Success in delivering inventory string to RMC!");
+        return false;
     }
+    logger.debug(at(494), "Success in delivering inventory string to RMC!");
+    return true;
 }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <thread>
 
@@ -11,6 +12,7 @@
 #include "base/Export.h"
 #include "base/StopSignal.h"
 #include "core/LoopWatch.h"
+#include "rmc/Undelivered.h"
 
 /// Joins the inventories of all enabled managers into one document and sends it to the management
 /// controller as "WriteInventory". One push thread does the sending: it waits until every manager
@@ -27,6 +29,26 @@ class TAV_API tavJsonAggregator {
     /// Stops and joins the push thread. Service's thread.
     static void stoptavJsonAggregator();
 
+    /// From now on an inventory is also sent when the controller's picture of the host is behind,
+    /// that is, when an event or an inventory has not reached it: one, two, four, eight and then
+    /// every ten minutes later, until one is acknowledged. Before the push thread is started.
+    void repeatUntilAcknowledged() { repeats = true; }
+
+    /// An event has not reached the controller. Any thread.
+    void eventWasLost();
+
+    // Inventories that are pushed have numbers, 1, 2, 3 and so on. A manager that wants to know
+    // whether what it has handed out has reached the controller notes collectingInventory() beside
+    // it, in getInventoryJsonObject or getInventoryJsonObject2; once acknowledgedInventories() is
+    // no smaller, the controller knows that state or a later one.
+
+    /// The number of the inventory that the calling thread collects in order to push it; 0 when
+    /// that is not what it does.
+    static std::uint64_t collectingInventory();
+    /// The number of the last inventory that the controller has acknowledged; 0 before the first.
+    /// Never gets smaller. Any thread.
+    std::uint64_t acknowledgedInventories() const { return acknowledged; }
+
     /// Whether the first push has been attempted. Any thread.
     bool isInventorySent() const { return firstInventoryPushComplete; }
 
@@ -42,15 +64,24 @@ class TAV_API tavJsonAggregator {
     void initializeCachePush();
     bool checkIfInventoryReady(std::unique_lock<std::mutex>& held);
     bool aggrThreadSleep(std::unique_lock<std::mutex>& held, std::chrono::seconds time);
-    void createInventoryJsonString();
-    static void sendJsonString(const Json::Value& document);
+    bool waitForPush(std::unique_lock<std::mutex>& held, std::chrono::seconds interval);
+    void push(std::unique_lock<std::mutex>& held);
+    enum class Push { Acknowledged, Failed, Empty };
+    Push createInventoryJsonString();
+    static bool sendJsonString(const Json::Value& document);
 
-    std::mutex cmutex;  ///< guards the two flags; never held while managers are asked or anything
-                        ///< is sent
+    /// Guards the flags and what is undelivered; never held while managers are asked or anything is
+    /// sent.
+    std::mutex cmutex;
     std::condition_variable cond;
     std::thread thread;
     bool pushInventory = false;
     bool stopAggr = false;
+    bool lossNoted = false;
+    tav::Undelivered undelivered;
+    std::atomic<bool> repeats{false};
+    std::uint64_t collected = 0;  ///< push thread's
+    std::atomic<std::uint64_t> acknowledged{0};
     std::atomic<bool> firstInventoryPushComplete{false};
     tav::StopSignal stopSignal;
     tav::LoopWatch watch;

@@ -146,8 +146,10 @@ bool startEverything() {
     tavUtils().initGeoIDMap();
     if (!tavJobManager::getInstance()->startResourceManagers()) return false;
     tavJobManager::startTAVServer();
-    tavJsonAggregator::getInstance()->sendInventory(true);
-    tavJsonAggregator::getInstance()->sendInventory(false);
+    tavJsonAggregator& aggregator = *tavJsonAggregator::getInstance();
+    aggregator.repeatUntilAcknowledged();
+    aggregator.sendInventory(true);
+    aggregator.sendInventory(false);
     tavIPMIDBService::starttavIPMIDBService();
     if (tavConfig::getInstance()->isResourceEnabled(ETHERNET_DEVICES)) {
         NICEventMonitor::startMonitoring();

@@ -150,6 +150,113 @@ TEST(Push, AFailedTransferIsLoggedAndTheNextRequestSendsTheWholeDocument) {
     EXPECT_EQ(rmc.names().back(), "WriteInventory");
 }
 
+/// Refuses inventories while `failing`.
+void refuseInventories(Rmc& rmc, const std::atomic<bool>& failing, std::atomic<int>& tries) {
+    rmc.intercept([&](const IpmiRequest& request) -> std::optional<Reply> {
+        const bool inventory =
+            request.data.size() == 60 && request.data[2] == 0x14 && request.data[3] == 'W';
+        if (inventory) ++tries;
+        if (!inventory || !failing) return std::nullopt;
+        return Reply::answer({4, 0, 0, 1});
+    });
+}
+
+template <class Condition>
+bool becomesTrue(Condition condition) {
+    const auto begin = Clock::now();
+    while (!condition()) {
+        if (Clock::now() - begin > 20s) return false;
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
+}
+
+TEST(Push, OnRequestAFailedInventoryIsSentAgainLaterAndLaterUntilOneIsAcknowledged) {
+    logEverything(hostOnly);
+    writeHostCommands();
+    std::atomic<bool> failing{true};
+    std::atomic<int> tries{0};
+    Rmc rmc;
+    refuseInventories(rmc, failing, tries);
+    tavJsonAggregator& aggregator = *tavJsonAggregator::getInstance();
+    aggregator.repeatUntilAcknowledged();
+    Service service(1000);
+    std::vector<Clock::time_point> moments;
+    for (int number = 1; number <= 7; ++number) {
+        ASSERT_TRUE(becomesTrue([&] { return tries >= number; }));
+        moments.push_back(Clock::now());
+        if (number == 6) failing = false;
+    }
+    ASSERT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 7; }));
+    const std::vector<int> minutes = {1, 2, 4, 8, 10, 10};
+    for (std::size_t i = 0; i < minutes.size(); ++i) {
+        const auto pause = (moments[i + 1] - moments[i]) * 1000;
+        EXPECT_GE(pause, std::chrono::minutes(minutes[i]) - 20s) << i;
+        EXPECT_LT(pause, std::chrono::minutes(minutes[i]) + 150s) << i;
+    }
+    std::this_thread::sleep_for(700ms);  // more than ten minutes
+    EXPECT_EQ(tries, 7);
+}
+
+TEST(Push, OnRequestALostEventIsMadeGoodByAnInventoryAMinuteLater) {
+    logEverything(hostOnly);
+    writeHostCommands();
+    Rmc rmc;
+    tavJsonAggregator& aggregator = *tavJsonAggregator::getInstance();
+    aggregator.repeatUntilAcknowledged();
+    Service service(200);
+    ASSERT_TRUE(rmc.waitForCommands(2));
+    ASSERT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 1; }));
+    rmc.intercept([](const IpmiRequest&) { return Reply::answer({5, 0, 0, 0}); });
+    EXPECT_EQ(tavEventHandler().deliverEvent(event(538, "x")), tav::EventOutcome::Failed);
+    rmc.intercept(nullptr);
+    std::this_thread::sleep_for(150ms);
+    EXPECT_EQ(aggregator.acknowledgedInventories(), 1U) << "only half a minute has passed";
+    EXPECT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 2; }));
+    EXPECT_EQ(tavEventHandler().deliverEvent(event(538, "x")), tav::EventOutcome::Delivered);
+    std::this_thread::sleep_for(700ms);  // more than two minutes
+    EXPECT_EQ(aggregator.acknowledgedInventories(), 2U);
+}
+
+/// A manager that notes for which inventories it is asked.
+class NotingManager final : public tavResourceManager {
+ public:
+    void cacheBuild() override {}
+    void stopResourceManagerJob() override {}
+    void init() override {}
+    void startInventory() override {}
+    int getInventoryJsonObject(std::vector<Json::Value>& records) override {
+        numbers.push_back(tavJsonAggregator::collectingInventory());
+        records.emplace_back(Json::objectValue)["Name"] = "x";
+        return 0;
+    }
+    bool isRunning() override { return true; }
+    bool isInventoryReady(int) override { return true; }
+
+    std::vector<std::uint64_t> numbers;
+};
+
+TEST(Push, ManagersLearnWhichInventoriesTheControllerKnows) {
+    logEverything(hostOnly);
+    static NotingManager manager;
+    tav::registerManager(
+        HOST_OS_INFO, +[]() -> tavResourceManager* { return &manager; });
+    std::atomic<bool> failing{true};
+    std::atomic<int> tries{0};
+    Rmc rmc;
+    refuseInventories(rmc, failing, tries);
+    tavJsonAggregator& aggregator = *tavJsonAggregator::getInstance();
+    tavJsonAggregator::collectInventory();  // not for the controller
+    Service service(200);
+    ASSERT_TRUE(becomesTrue([&] { return aggregator.isInventorySent(); }));
+    EXPECT_EQ(aggregator.acknowledgedInventories(), 0U);
+    failing = false;
+    aggregator.sendInventory(true);
+    ASSERT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 2; }));
+    service.stop();
+    EXPECT_THAT(manager.numbers, ElementsAre(0U, 1U, 2U));
+}
+
 struct StopMoment {
     const char* name;
     const char* hangingCommand;  ///< of the host; null for none
@@ -274,9 +381,12 @@ TEST(Events, TheirJson) {
 TEST(Events, OnlyThoseOfTheHostPassBeforeTheFirstInventory) {
     clockSpeed = 1000;
     Rmc rmc;
+    std::vector<int> dropped;
     for (const int id : {356, 538, 359, 680, 360, 708, 434, 435, 433}) {
-        tavEventHandler().generateEvent(event(id, "x"));
+        const auto outcome = tavEventHandler().deliverEvent(event(id, "x"));
+        if (outcome == tav::EventOutcome::Dropped) dropped.push_back(id);
     }
+    EXPECT_THAT(dropped, ElementsAre(538, 680, 708, 433));
     std::vector<int> ids;
     for (const auto& command : rmc.commands())
         ids.push_back(parseJson(command.payload)["ID"].asInt());
@@ -291,7 +401,7 @@ TEST(Events, FailuresAreLogged) {
     tavEventHandler().generateEvent(event(356, "x"));
     EXPECT_THAT(logs(), HasSubstr("EVT_HANDLER: FAILURE in logging event to RMC"));
     const tav::test::FailingThreads failing;
-    tavEventHandler().generateEvent(event(356, "x"));
+    EXPECT_EQ(tavEventHandler().deliverEvent(event(356, "x")), tav::EventOutcome::Failed);
     EXPECT_THAT(logs(), HasSubstr("EVT_HANDLER: Unable to spawn a thread to handle event."));
 }
 
