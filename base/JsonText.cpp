@@ -15,7 +15,7 @@ constexpr std::string_view replacementCharacter = "\xEF\xBF\xBD";
 
 }  // namespace
 
-Json::Value jsonText(const std::string& text) {
+std::string wellFormedUtf8(std::string_view text) {
     std::string wellFormed;
     wellFormed.reserve(text.size());
     for (std::string_view rest = text; !rest.empty();) {
@@ -24,6 +24,10 @@ Json::Value jsonText(const std::string& text) {
         rest.remove_prefix(std::max<std::size_t>(length, 1));
     }
     return wellFormed;
+}
+
+Json::Value jsonText(const std::string& text) {
+    return wellFormedUtf8(text);
 }
 
 std::string compactJson(const Json::Value& value) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include <json/value.h>
 
@@ -8,6 +9,9 @@ namespace tav {
 
 /// The value as one line of pure ASCII without blanks or a line end, whatever bytes its texts hold.
 std::string compactJson(const Json::Value& value);
+
+/// The text with U+FFFD in the place of every byte that is no part of well-formed UTF-8 (RFC 3629).
+std::string wellFormedUtf8(std::string_view text);
 
 /// A JSON string of a text that came from a device or a command. They answer with any bytes; every
 /// byte that is no part of well-formed UTF-8 (RFC 3629) becomes U+FFFD, so that the document stays

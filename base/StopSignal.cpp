@@ -22,6 +22,12 @@ void StopSignal::request() noexcept {
     errno = savedErrno;
 }
 
+void StopSignal::withdraw() noexcept {
+    std::uint64_t count = 0;
+    [[maybe_unused]] const ssize_t taken = ::read(event_.get(), &count, sizeof count);
+    requested_.store(false, std::memory_order_release);
+}
+
 const StopSignal* currentStop() noexcept {
     return threadStop;
 }

@@ -17,6 +17,8 @@ class TAV_API StopSignal {
     StopSignal();
 
     void request() noexcept;
+    /// Takes the request back, so that the owner can be started again. While nobody waits for it.
+    void withdraw() noexcept;
     bool requested() const noexcept { return requested_.load(std::memory_order_acquire); }
 
     /// Readable once the stop has been requested, for poll(). Never read from it.

@@ -6,25 +6,24 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <iostream>
 #include <iterator>
 #include <limits>
-#include <memory>
 #include <optional>
-#include <stdexcept>
+#include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
-#include <json/reader.h>
 #include <json/value.h>
 #include <sys/stat.h>
 
 #include "base/JsonText.h"
 #include "base/Threads.h"
 #include "base/Waiting.h"
+#include "collector/ClientEvent.h"
 #include "core/Log.h"
 #include "core/resource_managers.h"
 #include "core/tavUtils.h"
@@ -34,6 +33,7 @@
 #include "rmc/tavMsgInfra.h"
 #include "storage/SASResourceManager.h"
 
+using tav::CliReason;
 using tav::here;
 
 namespace {
@@ -45,29 +45,55 @@ constexpr tav::ModuleLog logger{"TAV_SERVER"};
 constexpr const char* cliSource = "TAV-CLI";
 constexpr const char* unknownLocation = "FFFFFFFFFFFFFFFF";
 constexpr auto clientPatience = 10s;
+/// How often a client that does not take its answer is tried again.
+constexpr auto answerRetry = 20ms;
+/// How often the server looks whether the request pipe is still the one that it reads.
+constexpr auto pipeCheck = 9s;
+/// A pipe's whole room, so that one read sees all that waits there.
+constexpr std::size_t readSize = 64 * 1024;
+constexpr std::size_t mostUnseen = 1024 * 1024;
+constexpr std::size_t mostAnswers = 1000;
 
-void raiseHostEvent(int id, const std::string& /*location*/) {
-    HostResourceManager::getInstance()->generateTestEvent(id);
+std::optional<tavEvent> hostEvent(int id, const std::string& /*location*/) {
+    return HostResourceManager::testEvent(id);
 }
-void raiseSystemEvent(int id, const std::string& /*location*/) {
-    generateTestEvent(id);
+std::optional<tavEvent> networkEvent(int id, const std::string& location) {
+    return NICResourceManager::testEvent(id, location);
 }
-void raiseStorageEvent(int id, const std::string& location) {
-    SASResourceManager::getInstance()->generateTestEvent(id, location, false);
+std::optional<tavEvent> storageEvent(int id, const std::string& location) {
+    return SASResourceManager::testEvent(id, location, false);
 }
 
-/// Who raises test events.
+/// Which managers are enabled and which of them work; waits for those that are just building.
+tavEvent systemTestEvent(int id) {
+    Json::Value details;
+    Json::Value& enabled = details["EnabledResourceType"] = Json::Value(Json::arrayValue);
+    Json::Value& operational = details["OperationalResourceType"] = Json::Value(Json::arrayValue);
+    tav::forEachEnabledManager([&](MODULE_NAME type, tavResourceManager& manager) {
+        const std::string& name = TAV_MODULE_NAME_MAP.at(type);
+        enabled.append(name);
+        if (manager.isRunning()) operational.append(name);
+    });
+    details["EventInfo"] = "TAV Test Event";
+    details["Type"] = "Test Event";
+    return {id, "TESTEVENT", false, tavUtils::getTime(), std::move(details), cliSource};
+}
+std::optional<tavEvent> systemEvent(int id, const std::string& /*location*/) {
+    return systemTestEvent(id);
+}
+
+/// Whose the test events are.
 enum Category : int { NoCategory = -1, System = 1, Host = 2, Network = 3, Storage = 5 };
 
-struct Raiser {
+struct Maker {
     Category category;
-    void (*raise)(int id, const std::string& location);
+    std::optional<tavEvent> (*make)(int id, const std::string& location);
 };
-constexpr std::array raisers = {
-    Raiser{System, raiseSystemEvent},
-    Raiser{Host, raiseHostEvent},
-    Raiser{Network, NICResourceManager::generateTestEvent},
-    Raiser{Storage, raiseStorageEvent},
+constexpr std::array makers = {
+    Maker{System, systemEvent},
+    Maker{Host, hostEvent},
+    Maker{Network, networkEvent},
+    Maker{Storage, storageEvent},
 };
 
 struct TestEvent {
@@ -88,40 +114,85 @@ int eventIdIn(const std::string& text) {
     return id < 0 || id > std::numeric_limits<int>::max() ? 0 : static_cast<int>(id);
 }
 
-/// None for what is no JSON; the parser's messages have been logged then.
-std::optional<Json::Value> parseEvent(const std::string& text) {
-    Json::CharReaderBuilder builder;
-    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    Json::Value value;
-    std::string errors;
-    try {
-        if (reader->parse(text.data(), text.data() + text.size(), &value, &errors)) return value;
-    } catch (const std::exception& failure) {  // it is nested too deeply
-        errors = failure.what();
-    }
-    logger.debug(here(), "Error: %s", errors.c_str());
-    return std::nullopt;
-}
-
-/// Sends a client's event on; the code that the client is answered.
-int forwardEvent(const std::string& payload) {
+CliReason forwardEvent(const std::string& payload) {
     logger.infoText(here(), payload);
-    std::optional<Json::Value> event = parseEvent(payload);
-    if (!event || !event->isObject() || event->size() < 2) {
+    std::optional<Json::Value> event = tav::parseClientEvent(payload);
+    if (!event) {
         logger.debug(here(), "Json packets are invalid");
-        return 1;
+        return CliReason::NoEvent;
     }
     (*event)["Source"] = cliSource;
-    return tavEventHandler().sendEventToRMC(tav::compactJson(*event));
+    const int result = tavEventHandler().sendEventToRMC(tav::compactJson(*event));
+    return result == 0 ? CliReason::None : CliReason::NotDelivered;
 }
 
-int fulfil(const tav::CliRequest& request) {
+/// The event that a payload "ID" or "ID LOCATION" asks for; none when nobody raises it.
+std::optional<tavEvent> testEventFor(const std::string& payload) {
+    const std::size_t blank = payload.find(' ');
+    const std::string location =
+        blank == std::string::npos ? unknownLocation : payload.substr(blank + 1);
+    const int id = eventIdIn(payload.substr(0, blank));
+    const int category = getEventType(id);
+    const auto* const maker =
+        std::find_if(makers.begin(), makers.end(),
+                     [&](const Maker& candidate) { return candidate.category == category; });
+    return maker == makers.end() ? std::nullopt : maker->make(id, location);
+}
+
+/// For an operator who looks; nobody is waited for who does not.
+void printUnlessItBlocks(std::string_view text) {
+    pollfd output{STDOUT_FILENO, POLLOUT, 0};
+    if (::poll(&output, 1, 0) != 1 || (output.revents & POLLOUT) == 0) return;
+    [[maybe_unused]] const ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
+}
+
+CliReason raiseTestEvent(const std::string& payload) {
+    const std::optional<tavEvent> event = testEventFor(payload);
+    if (!event) {
+        printUnlessItBlocks("Invalid eventId.\n");
+        return CliReason::NoSuchEvent;
+    }
+    switch (tavEventHandler().deliverEvent(*event)) {
+        case tav::EventOutcome::Delivered:
+            return CliReason::None;
+        case tav::EventOutcome::Dropped:
+            return CliReason::Dropped;
+        case tav::EventOutcome::Failed:
+            break;
+    }
+    return CliReason::NotDelivered;
+}
+
+CliReason fulfil(const tav::CliRequest& request) {
     logger.debug(here(), "msgFromClient->header.messageCode = %d", request.messageCode);
     logger.debug(here(), "msgFromClient->payload = %s", request.payload.c_str());
     logger.debug(here(), "msgFromClient->clientPID = %d", request.clientPID);
-    if (request.messageCode != TAV_TEST_EVENT_REQUEST) return forwardEvent(request.payload);
-    sendTestEventWithEventId(request.payload.c_str());
-    return 0;
+    return request.messageCode == TAV_TEST_EVENT_REQUEST ? raiseTestEvent(request.payload)
+                                                         : forwardEvent(request.payload);
+}
+
+/// Whether a client of that number waits for an answer.
+bool isClient(std::int32_t clientPID) {
+    constexpr std::int32_t highestPID = 4 * 1024 * 1024;  // of any kernel
+    if (clientPID <= 0 || clientPID > highestPID) return false;
+    struct stat status {};
+    return ::lstat(tav::responsePipeOf(clientPID).c_str(), &status) == 0 &&
+           S_ISFIFO(status.st_mode);
+}
+
+bool isAlive(std::int32_t process) {
+    return ::kill(process, 0) == 0 || errno == EPERM;
+}
+
+/// Puts what stands in the request pipe's place out of the way, but loses nothing.
+void moveAside() {
+    struct stat status {};
+    if (::lstat(tavRequestPipe, &status) != 0 || S_ISFIFO(status.st_mode)) return;
+    const std::string aside = std::string(tavRequestPipe) + ".not-a-pipe";
+    if (::rename(tavRequestPipe, aside.c_str()) == 0) {
+        logger.warning(here(), "%s was no pipe and has been moved to %s.", tavRequestPipe,
+                       aside.c_str());
+    }
 }
 
 }  // namespace
@@ -133,7 +204,12 @@ TAVServer& TAVServer::instance() {
 
 void TAVServer::initializeTAVServer() {
     TAVServer& server = instance();
-    if (server.thread_.joinable()) return;
+    if (server.thread_.joinable()) {
+        logger.warning(here(), "The TAV Server already runs; it is not started again.");
+        return;
+    }
+    server.stopRequested_ = false;
+    server.stopSignal_.withdraw();
     const int failure =
         tav::startThread(server.thread_, "tav-cli", [] { startTestEventServer(nullptr); });
     if (failure != 0) logger.debug(here(), "Unable to spawn a thread to handle event.");
@@ -155,13 +231,8 @@ void TAVServer::serve() {
 bool TAVServer::openPipes() {
     const std::lock_guard<std::mutex> held(pipesLock_);
     if (stopRequested_) return false;
-    tavCreatePipe(tavRequestPipe);
-    // Open for writing too, so that it never seems to have come to its end.
-    requests_.reset(::open(tavRequestPipe, O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-    if (!requests_.isOpen() || ::fstat(requests_.get(), &requestPipe_) != 0 ||
-        !S_ISFIFO(requestPipe_.st_mode)) {
+    if (!openRequestPipe()) {
         logger.error(here(), "Open of pipe %s failed.", tavRequestPipe);
-        requests_.reset();
         return false;
     }
     logger.debug(here(), "fd in read= %d .\n", requests_.get());
@@ -175,68 +246,140 @@ bool TAVServer::openPipes() {
     return true;
 }
 
+bool TAVServer::openRequestPipe() {
+    tavCreatePipe(tavRequestPipe);
+    // Open for writing too, so that it never seems to have come to its end.
+    requests_ = tav::openPipe(tavRequestPipe, O_RDWR);
+    if (requests_.isOpen() && ::fstat(requests_.get(), &requestPipe_) != 0) requests_.reset();
+    return requests_.isOpen();
+}
+
+bool TAVServer::isRequestPipeInPlace() const {
+    struct stat present {};
+    return requests_.isOpen() && ::lstat(tavRequestPipe, &present) == 0 &&
+           present.st_dev == requestPipe_.st_dev && present.st_ino == requestPipe_.st_ino;
+}
+
+void TAVServer::keepRequestPipe() {
+    if (isRequestPipeInPlace()) return;
+    serveRequests();  // those that were left in the old one
+    moveAside();
+    const bool isBack = openRequestPipe();
+    if (isBack || !isPipeMissed_) {
+        logger.warning(here(),
+                       isBack ? "%s had gone; it has been made anew."
+                              : "%s has gone and cannot be made anew; trying on.",
+                       tavRequestPipe);
+    }
+    isPipeMissed_ = !isBack;
+}
+
 void TAVServer::closePipes() {
     const std::lock_guard<std::mutex> held(pipesLock_);
-    struct stat present {};
-    // Somebody may have put another one in its place.
-    if (requests_.isOpen() && ::lstat(tavRequestPipe, &present) == 0 &&
-        present.st_dev == requestPipe_.st_dev && present.st_ino == requestPipe_.st_ino) {
-        ::unlink(tavRequestPipe);
-    }
+    if (isRequestPipeInPlace()) ::unlink(tavRequestPipe);
     requests_.reset();
     stopReadEnd_.reset();
     serStopPipeFd_.reset();
+    read_.clear();
+    answers_.clear();
 }
 
 void TAVServer::serveUntilStopped() {
-    std::array<pollfd, 2> watched = {pollfd{requests_.get(), POLLIN, 0},
-                                     pollfd{stopReadEnd_.get(), POLLIN, 0}};
     watch_.begins();
     while (true) {
+        std::array<pollfd, 2> watched = {pollfd{requests_.get(), POLLIN, 0},
+                                         pollfd{stopReadEnd_.get(), POLLIN, 0}};
+        const tav::TimeLimit limit(answers_.empty() ? pipeCheck : answerRetry);
         watch_.waits();
-        const int ready = ::poll(watched.data(), watched.size(), -1);
+        const int ready =
+            ::poll(watched.data(), watched.size(), static_cast<int>(limit.left().count()));
         watch_.works();
         logger.debug(here(), "value of n = %d", ready);
-        if (ready <= 0) {
-            std::this_thread::yield();
-            continue;
-        }
         if (watched[1].revents != 0) return;
-        serveRequest();
+        if (watched[0].revents != 0) serveRequests();
+        deliverAnswers();
+        if (ready <= 0) keepRequestPipe();
         std::this_thread::yield();
     }
 }
 
-void TAVServer::serveRequest() {
+/// Takes what waits in the pipe; false when that was nothing.
+bool TAVServer::readRequests() {
+    bool isEnd = false;
+    const std::size_t before = read_.size();
+    while (!isEnd && read_.size() < mostUnseen) {
+        const std::size_t size = read_.size();
+        read_.resize(size + readSize);
+        const ssize_t got = ::read(requests_.get(), read_.data() + size, readSize);
+        read_.resize(size + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+        isEnd = got < static_cast<ssize_t>(readSize);
+    }
+    return read_.size() > before;
+}
+
+void TAVServer::serveRequests() {
+    if (!requests_.isOpen()) return;
     logger.debug(here(), "Descriptor %d is ready.\n", requests_.get());
-    std::array<std::byte, TAV_PACKET_SIZE> buffer{};
-    const ssize_t size = ::read(requests_.get(), buffer.data(), buffer.size());
-    if (size <= 0) return;
-    logger.debug(here(), "done reading (%zu bytes)\n", static_cast<std::size_t>(size));
-    const auto request =
-        tav::parseCliRequest(std::span(buffer).first(static_cast<std::size_t>(size)));
-    if (!request) {
-        logger.warning(here(), "Ignoring a request of %d bytes; requests have %d.",
-                       static_cast<int>(size), static_cast<int>(TAV_PACKET_SIZE));
+    if (!readRequests()) return;
+    logger.debug(here(), "done reading (%zu bytes)\n", read_.size());
+    const bool isEnd = read_.size() < mostUnseen;
+    const tav::CliRequests found = tav::findCliRequests(read_, isEnd, isClient);
+    read_.erase(read_.begin(), read_.begin() + static_cast<std::ptrdiff_t>(found.consumed));
+    if (found.ignored > 0) {
+        logger.warning(here(), "Ignoring a request of %zu bytes; requests have %zu.", found.ignored,
+                       TAV_PACKET_SIZE);
+    }
+    for (const tav::CliRequest& request : found.requests) {
+        if (tav::stopRequested()) return;
+        answer(request.clientPID, fulfil(request));
+    }
+}
+
+void TAVServer::answer(std::int32_t clientPID, CliReason reason) {
+    if (tav::responsePipeOf(clientPID).empty()) {
+        logger.warning(here(), "There is no client %d to answer to.", clientPID);
         return;
     }
-    sendResponseToClient(request->clientPID, fulfil(*request));
+    logger.debug(here(), "Writing to the response named pipe.");
+    answers_.push_back({clientPID, tav::makeCliResponse(reason), tav::TimeLimit(clientPatience)});
+    deliverAnswers();
+}
+
+/// Tries each answer once; those that can never be delivered are forgotten.
+void TAVServer::deliverAnswers() {
+    std::erase_if(answers_, [&](const Answer& answer) {
+        const std::string path = tav::responsePipeOf(answer.clientPID);
+        const tav::PipeWrite outcome = tav::tryWritePipe(path.c_str(), answer.packet);
+        const bool isWorthWaiting = outcome == tav::PipeWrite::NotYet &&
+                                    isAlive(answer.clientPID) && answer.limit.left() > 0ms &&
+                                    answers_.size() <= mostAnswers;
+        if (isWorthWaiting) return false;
+        if (outcome != tav::PipeWrite::Written) {
+            logger.warning(here(), "Client %d has not taken its answer.", answer.clientPID);
+        }
+        return true;
+    });
 }
 
 void TAVServer::stopTAVServer() {
     logger.info(here(), "Stopping TAV Server.");
+    requestStop();
+    tav::joinThread(instance().thread_);
+    instance().stopRequested_ = false;
+}
+
+void TAVServer::requestStop() {
     TAVServer& server = instance();
     server.stopSignal_.request();
     server.watch_.ends();
     if (!server.askToStop()) logger.error(here(), "Unable to write to pipe fd");
-    tav::joinThread(server.thread_);
 }
 
 /// Wakes the server's thread. One that has not opened its pipes yet sees the flag instead.
 bool TAVServer::askToStop() {
     constexpr int tries = 3;
     const std::lock_guard<std::mutex> held(pipesLock_);
-    stopRequested_ = true;
+    if (std::exchange(stopRequested_, true)) return true;
     if (!serStopPipeFd_.isOpen()) {
         logger.error(here(), "Invalid file descriptor");
         return true;
@@ -258,35 +401,11 @@ int getEventType(int id) {
 }
 
 void sendTestEventWithEventId(const char* payload) {
-    const std::string text = payload;
-    const std::size_t blank = text.find(' ');
-    const std::string location =
-        blank == std::string::npos ? unknownLocation : text.substr(blank + 1);
-    const int id = eventIdIn(text.substr(0, blank));
-    const int category = getEventType(id);
-    const auto* const raiser =
-        std::find_if(raisers.begin(), raisers.end(),
-                     [&](const Raiser& candidate) { return candidate.category == category; });
-    if (raiser == raisers.end()) {
-        std::cout << "Invalid eventId." << std::endl;
-        return;
-    }
-    raiser->raise(id, location);
+    raiseTestEvent(payload);
 }
 
 void generateTestEvent(int id) {
-    Json::Value details;
-    Json::Value& enabled = details["EnabledResourceType"] = Json::Value(Json::arrayValue);
-    Json::Value& operational = details["OperationalResourceType"] = Json::Value(Json::arrayValue);
-    tav::forEachEnabledManager([&](MODULE_NAME type, tavResourceManager& manager) {
-        const std::string& name = TAV_MODULE_NAME_MAP.at(type);
-        enabled.append(name);
-        if (manager.isRunning()) operational.append(name);
-    });
-    details["EventInfo"] = "TAV Test Event";
-    details["Type"] = "Test Event";
-    tavEventHandler().generateEvent(
-        {id, "TESTEVENT", false, tavUtils::getTime(), std::move(details), cliSource});
+    tavEventHandler().generateEvent(systemTestEvent(id));
 }
 
 void sendResponseToClient(int clientPID, int code) {
@@ -298,15 +417,12 @@ void sendResponseToClient(int clientPID, int code) {
     logger.debug(here(), "Writing to the response named pipe.");
     const _TAV_MESSAGE_PACKET packet = tav::makeCliResponse(code);
     const tav::TimeLimit limit(clientPatience);
-    const auto isWorthWaiting = [&] {
-        const bool lives = ::kill(clientPID, 0) == 0 || errno == EPERM;
-        return lives && limit.left().count() > 0;
-    };
+    const auto isWorthWaiting = [&] { return isAlive(clientPID) && limit.left() > 0ms; };
     if (tavWritePipe(path.c_str(), &packet, isWorthWaiting) != 0) {
         logger.warning(here(), "Client %d has not taken its answer.", clientPID);
     }
 }
 
 bool jsonValidate(const char* text) {
-    return parseEvent(text).has_value();
+    return tav::parseStrictJson(text).has_value();
 }

@@ -173,7 +173,11 @@ bool HostResourceManager::isInventoryReady(int iteration) {
 }
 
 void HostResourceManager::generateTestEvent(int eventId) {
-    tavEventHandler().generateEvent(hostEvent(eventId, "TAV-CLI"));
+    tavEventHandler().generateEvent(testEvent(eventId));
+}
+
+tavEvent HostResourceManager::testEvent(int eventId) {
+    return hostEvent(eventId, "TAV-CLI");
 }
 
 void HostResourceManager::genOSBootLogic() {

@@ -7,6 +7,7 @@
 #include "core/ManagerLoop.h"
 #include "core/tavResourceManager.h"
 #include "host/HostRecords.h"
+#include "rmc/tavEventHandler.h"
 
 /// The manager of the host itself: its name, operating system, memory and addresses, rebuilt every
 /// 60 seconds. Once per boot of the host it raises the boot event and, where the host's summary log
@@ -26,6 +27,8 @@ class TAV_API HostResourceManager final : public tavResourceManager {
 
     /// Raises a test event with that ID. Any thread.
     void generateTestEvent(int eventId);
+    /// The event that it sends.
+    static tavEvent testEvent(int eventId);
 
     /// The host records of the last build: one, or none before the first. Any thread.
     std::vector<tavHostOSInfo> getHostInventory() const;

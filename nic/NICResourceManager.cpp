@@ -272,6 +272,10 @@ void NICResourceManager::generateEvent(int id, const std::string& location, bool
 }
 
 void NICResourceManager::generateTestEvent(int id, const std::string& location) {
+    tavEventHandler().generateEvent(testEvent(id, location));
+}
+
+tavEvent NICResourceManager::testEvent(int id, const std::string& location) {
     PhyAdapterInventory sample;
     sample.setNICModel("Sample Ethernet 1Gb 2-port Adapter");
     sample.setFirmVersion("3.2d 0x80000b5c 0.0.0");
@@ -279,6 +283,5 @@ void NICResourceManager::generateTestEvent(int id, const std::string& location) 
     sample.setDeviceName("/sys/class/net/eth0");
     sample.setPCIDescription("PCI 0000:c3:00.0 r001i01s00");
     sample.setPhyLocation(location);
-    tavEventHandler().generateEvent(
-        nicEvent(id, location, false, tav::renderNicEvent(sample, 0), "TAV-CLI"));
+    return nicEvent(id, location, false, tav::renderNicEvent(sample, 0), "TAV-CLI");
 }

@@ -11,6 +11,7 @@
 #include "core/tavResourceManager.h"
 #include "nic/LinkLedgers.h"
 #include "nic/PhyAdapterInventory.h"
+#include "rmc/tavEventHandler.h"
 
 /// The manager of Ethernet interfaces. Rebuilds its inventory every 30 seconds and looks for
 /// changed links ten seconds after each rebuild; in between NICEventMonitor tells it what the
@@ -51,6 +52,8 @@ class TAV_API NICResourceManager final : public tavResourceManager {
 
     /// Sends a test event about a sample interface. Any thread.
     static void generateTestEvent(int id, const std::string& location);
+    /// The event that it sends.
+    static tavEvent testEvent(int id, const std::string& location);
 
  private:
     struct Inventory {

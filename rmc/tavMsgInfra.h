@@ -7,8 +7,10 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "base/Export.h"
+#include "base/FileDescriptor.h"
 
 /// The pipes between the service and its command-line clients, and what travels on them. Used by
 /// both sides.
@@ -32,7 +34,8 @@ struct __attribute__((packed)) _TAV_MESSAGE_PACKET {
     std::uint32_t payloadLength;  ///< 8 in a response; not looked at in a request
     std::int32_t clientPID;
     std::uint32_t reserved2;
-    /// A request's text with its NUL; in a response a 32-bit result code, 0 for success.
+    /// A request's text with its NUL; in a response two 32-bit numbers: the result code, 0 for
+    /// success, and a tav::CliReason.
     std::array<char, TAV_PAYLOAD_SIZE> payload;
 };
 inline constexpr std::size_t TAV_PACKET_SIZE = sizeof(_TAV_MESSAGE_PACKET);
@@ -42,7 +45,8 @@ static_assert(offsetof(_TAV_MESSAGE_PACKET, payloadLength) == 5);
 static_assert(offsetof(_TAV_MESSAGE_PACKET, clientPID) == 9);
 static_assert(offsetof(_TAV_MESSAGE_PACKET, payload) == 17);
 
-/// Makes a FIFO. False when it cannot be made, also when something stands there already.
+/// Makes a FIFO. False when it cannot be made, also when something stands there already; errno then
+/// tells why.
 TAV_API bool tavCreatePipe(const char* path);
 
 /// Asked again and again, some hundredths of a second apart, while a pipe cannot be used yet:
@@ -60,7 +64,29 @@ TAV_API int tavReadPipe(const char* path, _TAV_MESSAGE_PACKET* packet,
 TAV_API int tavWritePipe(const char* path, const _TAV_MESSAGE_PACKET* packet,
                          const tavPipePatience& patience);
 
+/// The same with endless patience.
+TAV_API int tavReadPipe(const char* path, _TAV_MESSAGE_PACKET* packet);
+TAV_API int tavWritePipe(const char* path, const _TAV_MESSAGE_PACKET* packet);
+
 namespace tav {
+
+/// Opens a FIFO (`mode`: O_RDONLY, O_WRONLY or O_RDWR) without waiting for its other end, and
+/// nothing else. Not open: errno tells why, EINVAL for what is no FIFO.
+TAV_API FileDescriptor openPipe(const char* path, int mode);
+
+enum class PipeWrite { Written, NotYet, Failed };
+
+/// One try of tavWritePipe. NotYet: nobody reads there yet, or there is no room.
+TAV_API PipeWrite tryWritePipe(const char* path, const _TAV_MESSAGE_PACKET& packet);
+
+/// Why a request's result code is not 0.
+enum class CliReason : std::int32_t {
+    None = 0,
+    Dropped = 1,       ///< the event was not sent, because the controller has no inventory yet
+    NotDelivered = 2,  ///< the controller could not be reached or has refused the event
+    NoSuchEvent = 3,   ///< nobody raises that test event
+    NoEvent = 4,       ///< what was to be forwarded is not one JSON object with two members or more
+};
 
 /// What a client asks for.
 struct CliRequest {
@@ -72,11 +98,29 @@ struct CliRequest {
 /// The request in what was read at once; none unless that is exactly one packet.
 TAV_API std::optional<CliRequest> parseCliRequest(std::span<const std::byte> bytes);
 
+/// What a stretch of bytes from the request pipe holds. Clients write whole packets, but a broken
+/// one may leave fewer bytes, and then all that wait behind it stand at odd places.
+struct CliRequests {
+    std::vector<CliRequest> requests;
+    std::size_t consumed = 0;  ///< bytes that need not be looked at again
+    std::size_t ignored = 0;   ///< bytes among them that belong to no packet
+};
+
+/// Finds the requests in `bytes`. Where a packet may as well begin at another place, it begins
+/// where `isClient` knows the client that it names. `isEnd`: nothing more waits in the pipe, so
+/// that a packet that is not whole never will be.
+TAV_API CliRequests findCliRequests(std::span<const std::byte> bytes, bool isEnd,
+                                    const std::function<bool(std::int32_t)>& isClient);
+
 TAV_API _TAV_MESSAGE_PACKET makeCliRequest(const CliRequest& request);
-TAV_API _TAV_MESSAGE_PACKET makeCliResponse(std::int32_t code);
+/// The result code is 0 for no reason, else 1.
+TAV_API _TAV_MESSAGE_PACKET makeCliResponse(CliReason reason);
+TAV_API _TAV_MESSAGE_PACKET makeCliResponse(std::int32_t code, CliReason reason = CliReason::None);
 
 /// The result code of a response; none when it is not one.
 TAV_API std::optional<std::int32_t> parseCliResponse(const _TAV_MESSAGE_PACKET& packet);
+/// The second number of a response.
+TAV_API CliReason reasonOf(const _TAV_MESSAGE_PACKET& response);
 
 /// The path of a client's pipe; empty for what can be no process ID.
 TAV_API std::string responsePipeOf(std::int32_t clientPID);

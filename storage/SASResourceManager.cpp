@@ -62,11 +62,16 @@ void copyKind(const tav::StorageGeneration& generation, int kind, Objects& objec
     }
 }
 
-void raise(int eventID, const std::string& location, bool serviceEvent,
-           const tavInventoryBase& record, const char* source) {
-    tavEventHandler().generateEvent({eventID, location, eventModule, serviceEvent,
-                                     tavUtils::getTime(), noPartNumber, record.getVariableData(),
-                                     source});
+tavEvent eventAbout(const tavInventoryBase& record, int eventID, const std::string& location,
+                    bool serviceEvent, const char* source) {
+    return {eventID,
+            location,
+            eventModule,
+            serviceEvent,
+            tavUtils::getTime(),
+            noPartNumber,
+            record.getVariableData(),
+            source};
 }
 
 bool isSomeControllerWithoutEvents() {
@@ -264,7 +269,7 @@ void SASResourceManager::sendInventorytToRMCOnCacheBuild() {
 
 void SASResourceManager::generateEvent(int eventID, const std::string& location, bool serviceEvent,
                                        const tavInventoryBase& record) {
-    raise(eventID, location, serviceEvent, record, "TAV");
+    tavEventHandler().generateEvent(eventAbout(record, eventID, location, serviceEvent, "TAV"));
 }
 
 void SASResourceManager::generateEvent(int eventID, bool serviceEvent,
@@ -275,10 +280,17 @@ void SASResourceManager::generateEvent(int eventID, bool serviceEvent,
 
 void SASResourceManager::generateTestEvent(int eventID, const std::string& location,
                                            bool serviceEvent) {
-    const auto record = tav::sampleRecord(eventID, location);
-    if (record == nullptr) {
+    const auto event = testEvent(eventID, location, serviceEvent);
+    if (event) {
+        tavEventHandler().generateEvent(*event);
+    } else {
         logger.warning(here(), "There is no test event %d of storage.", eventID);
-        return;
     }
-    raise(eventID, location, serviceEvent, *record, "TAV-CLI");
+}
+
+std::optional<tavEvent> SASResourceManager::testEvent(int eventID, const std::string& location,
+                                                      bool serviceEvent) {
+    const auto record = tav::sampleRecord(eventID, location);
+    if (record == nullptr) return std::nullopt;
+    return eventAbout(*record, eventID, location, serviceEvent, "TAV-CLI");
 }

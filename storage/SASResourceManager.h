@@ -5,12 +5,14 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "core/InventoryCache.h"
 #include "core/ManagerLoop.h"
 #include "core/tavResourceManager.h"
+#include "rmc/tavEventHandler.h"
 #include "storage/model/tavInventoryBase.h"
 #include "storage/storage_inventory.h"
 
@@ -70,6 +72,9 @@ class TAV_API SASResourceManager final : public tavResourceManager {
     /// Raises a test event with a made-up record. Event IDs: 397 and 398 for a controller, 538 to
     /// 540 for a drive, 681 and 683 for a volume; nothing is raised for any other. Any thread.
     void generateTestEvent(int eventID, const std::string& location, bool serviceEvent);
+    /// The event that it sends; none for another ID.
+    static std::optional<tavEvent> testEvent(int eventID, const std::string& location,
+                                             bool serviceEvent);
 
  private:
     SASResourceManager();

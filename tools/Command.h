@@ -8,10 +8,12 @@ namespace tav::ctl {
 /// What the client ends with.
 enum ExitStatus : int {
     Done = 0,
-    Failed = 1,     ///< The request was understood and could not be fulfilled.
-    Misused = 2,    ///< The command line does not say what to do.
-    NoService = 3,  ///< No service takes requests on this host.
-    NoAnswer = 4,   ///< The service has not answered in time.
+    Failed = 1,         ///< The request was understood and could not be fulfilled.
+    Misused = 2,        ///< The command line does not say what to do.
+    NoService = 3,      ///< No service takes requests on this host.
+    NoAnswer = 4,       ///< The service has not answered in time.
+    NotAllowed = 5,     ///< The caller lacks the right to ask the service.
+    Interrupted = 128,  ///< By a signal, whose number is added.
 };
 
 using Arguments = std::span<const char* const>;

@@ -7,6 +7,7 @@
 #include "collector/tavServer.h"
 #include "rmc/tavMsgInfra.h"
 #include "tools/Command.h"
+#include "tools/CommandLine.h"
 #include "tools/LocationCode.h"
 #include "tools/ServiceClient.h"
 
@@ -28,8 +29,9 @@ then receives with the source "TAV-CLI". ID is one of
 Until the service has tried to send its first inventory, only the host's events
 reach the controller; the others are dropped.
 
-Exit status: 0 the service has raised the event, 2 wrong usage, 3 no service
-runs, 4 it has not answered.
+Exit status: 0 the controller has taken the event, 1 it has not (the reason is
+told), 2 wrong usage, 3 no service runs, 4 it has not answered, 5 not allowed,
+130 interrupted.
 )";
 
 struct Wish {
@@ -46,24 +48,25 @@ std::optional<int> parseId(std::string_view text) {
 
 /// What is asked for; none when it cannot be understood, which has been told then.
 std::optional<Wish> parse(Arguments arguments) {
-    const bool hasLocation =
-        arguments.size() == 3 && std::string_view(arguments[1]) == "--location";
-    if (arguments.size() != 1 && !hasLocation) {
+    const auto line = sortArguments("event", arguments, {"--location"});
+    if (!line) return std::nullopt;
+    if (line->words.size() != 1) {
         std::cerr << "tavctl event: exactly one ID is needed; see tavctl event --help\n";
         return std::nullopt;
     }
-    const std::optional<int> id = parseId(arguments[0]);
+    const std::optional<int> id = parseId(line->words[0]);
     if (!id) {
-        std::cerr << "tavctl event: '" << arguments[0]
+        std::cerr << "tavctl event: '" << line->words[0]
                   << "' is no ID of a test event; see tavctl event --help\n";
         return std::nullopt;
     }
-    if (!hasLocation) return Wish{*id, {}};
-    if (!parseLocationCode(arguments[2])) {
-        std::cerr << "tavctl event: " << notALocationCode(arguments[2]) << '\n';
+    const auto location = line->options.find("--location");
+    if (location == line->options.end()) return Wish{*id, {}};
+    if (!parseLocationCode(location->second)) {
+        std::cerr << "tavctl event: " << notALocationCode(location->second) << '\n';
         return std::nullopt;
     }
-    return Wish{*id, arguments[2]};
+    return Wish{*id, location->second};
 }
 
 ExitStatus run(Arguments arguments) {
@@ -72,7 +75,7 @@ ExitStatus run(Arguments arguments) {
     const std::string suffix = wish->location.empty() ? "" : ' ' + wish->location;
     const ExitStatus status =
         askService("event", TAV_TEST_EVENT_REQUEST, std::to_string(wish->id) + suffix);
-    if (status == Done) std::cout << "The service has raised event " << wish->id << ".\n";
+    if (status == Done) std::cout << "The controller has taken event " << wish->id << ".\n";
     return status;
 }
 

@@ -7,6 +7,7 @@
 
 #include "hwlib/location/physloc.h"
 #include "tools/Command.h"
+#include "tools/CommandLine.h"
 #include "tools/LocationCode.h"
 
 namespace tav::ctl {
@@ -70,17 +71,19 @@ ExitStatus printForms(std::uint64_t code) {
 }
 
 ExitStatus run(Arguments arguments) {
-    if (arguments.size() != 1) {
+    const auto line = sortArguments("location", arguments);
+    if (!line) return Misused;
+    if (line->words.size() != 1) {
         std::cerr << "tavctl location: exactly one CODE is needed; see tavctl location --help\n";
         return Misused;
     }
-    const std::optional<std::uint64_t> code = parseLocationCode(arguments[0]);
+    const std::optional<std::uint64_t> code = parseLocationCode(line->words[0]);
     if (!code) {
-        std::cerr << "tavctl location: " << notALocationCode(arguments[0]) << '\n';
+        std::cerr << "tavctl location: " << notALocationCode(line->words[0]) << '\n';
         return Misused;
     }
     if (printForms(*code) == Done) return Done;
-    std::cerr << "tavctl location: " << arguments[0] << ' ' << whyNowhere(*code) << '\n';
+    std::cerr << "tavctl location: " << line->words[0] << ' ' << whyNowhere(*code) << '\n';
     return Failed;
 }
 

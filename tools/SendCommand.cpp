@@ -5,9 +5,10 @@
 #include <optional>
 #include <string>
 
-#include "collector/tavServer.h"
+#include "collector/ClientEvent.h"
 #include "rmc/tavMsgInfra.h"
 #include "tools/Command.h"
+#include "tools/CommandLine.h"
 #include "tools/ServiceClient.h"
 
 namespace tav::ctl {
@@ -19,14 +20,15 @@ the event: one JSON object with at least two members, at most 4,078 bytes; "-"
 reads it from the standard input. The service sets "Source" to "TAV-CLI".
 
 Exit status: 0 the controller has taken it, 1 it has not (or FILE cannot be
-read), 2 wrong usage or not an event, 3 no service runs, 4 it has not answered.
+read), 2 wrong usage or not an event, 3 no service runs, 4 it has not answered,
+5 not allowed, 130 interrupted.
 )";
 
 /// The event's text, no more of it than shows that it is too long; none when it cannot be read,
 /// which has been told then.
-std::optional<std::string> readEvent(const char* path) {
+std::optional<std::string> readEvent(const std::string& path) {
     std::ifstream file;
-    const bool isInput = std::string_view(path) == "-";
+    const bool isInput = path == "-";
     if (!isInput) file.open(path, std::ios::binary);
     std::istream& input = isInput ? std::cin : file;
     std::string text(TAV_PAYLOAD_SIZE, '\0');
@@ -43,16 +45,18 @@ std::optional<std::string> readEvent(const char* path) {
 const char* whyNoEvent(const std::string& text) {
     if (text.size() >= TAV_PAYLOAD_SIZE) return "is longer than 4,078 bytes";
     if (text.find('\0') != std::string::npos) return "holds a NUL";
-    if (!jsonValidate(text.c_str())) return "is no JSON";
+    if (!parseClientEvent(text)) return "is not one JSON object with at least two members";
     return nullptr;
 }
 
 ExitStatus run(Arguments arguments) {
-    if (arguments.size() != 1) {
+    const auto line = sortArguments("send", arguments);
+    if (!line) return Misused;
+    if (line->words.size() != 1) {
         std::cerr << "tavctl send: exactly one FILE is needed; see tavctl send --help\n";
         return Misused;
     }
-    const std::optional<std::string> event = readEvent(arguments[0]);
+    const std::optional<std::string> event = readEvent(line->words[0]);
     if (!event) return Failed;
     if (const char* const reason = whyNoEvent(*event); reason != nullptr) {
         std::cerr << "tavctl send: the event " << reason << '\n';
@@ -61,10 +65,6 @@ ExitStatus run(Arguments arguments) {
     constexpr std::uint16_t forwardRequest = 0;
     const ExitStatus status = askService("send", forwardRequest, *event);
     if (status == Done) std::cout << "The controller has taken the event.\n";
-    if (status == Failed) {
-        std::cerr << "tavctl send: the event is no JSON object with at least two members, or the "
-                     "controller has not taken it; the service's log tells which\n";
-    }
     return status;
 }
 

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstring>
 #include <iostream>
+#include <optional>
 
 #include <fcntl.h>
 #include <signal.h>
@@ -22,10 +23,10 @@ using Clock = std::chrono::steady_clock;
 /// As long as the service may wait for a silent controller, and for the clients before us.
 constexpr auto patience = 120s;
 
-std::atomic<bool> interrupted{false};
+std::atomic<int> interruptedBy{0};
 
-void onSignal(int /*signal*/) {
-    interrupted = true;
+void onSignal(int signal) {
+    interruptedBy = signal;
 }
 
 /// From an interrupt on, every wait ends, so that the answer's pipe is removed.
@@ -45,7 +46,7 @@ class ResponsePipe {
         ::unlink(path_.c_str());  // of a process that had our number before
         if (!tavCreatePipe(path_.c_str())) return;
         // With a reader from now on, the service never has to wait for us.
-        reader_.reset(::open(path_.c_str(), O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+        reader_ = openPipe(path_.c_str(), O_RDWR);
     }
     ResponsePipe(const ResponsePipe&) = delete;
     ResponsePipe& operator=(const ResponsePipe&) = delete;
@@ -64,58 +65,96 @@ ExitStatus complain(std::string_view command, const std::string& what, ExitStatu
     return status;
 }
 
-ExitStatus explainMissingService(std::string_view command) {
-    if (::access(tavRequestPipe, F_OK) != 0) {
-        return complain(command,
-                        std::string("there is no ") + tavRequestPipe +
-                            ": tavd does not run (systemctl status tavd)",
-                        NoService);
+ExitStatus explainUnreachable(std::string_view command, int error) {
+    const std::string pipe = tavRequestPipe;
+    const std::string why = std::strerror(error);
+    switch (error) {
+        case ENOENT:
+            return complain(command,
+                            "there is no " + pipe + ": tavd does not run (systemctl status tavd)",
+                            NoService);
+        case ENXIO:
+            return complain(command, "nobody reads " + pipe + ": tavd has ended", NoService);
+        case EACCES:
+        case EPERM:
+        case EROFS:
+            return complain(command, "cannot write to " + pipe + ": " + why + "; try it as root",
+                            NotAllowed);
+        case EINVAL:
+        case ELOOP:
+        case EISDIR:
+            return complain(command,
+                            pipe +
+                                " is no pipe: remove it, and tavd makes its pipe anew within "
+                                "ten seconds",
+                            NoService);
+        default:
+            return complain(command, "cannot open " + pipe + ": " + why, NoService);
     }
-    if (::access(tavRequestPipe, W_OK) != 0) {
-        return complain(command,
-                        std::string("cannot write to ") + tavRequestPipe + ": " +
-                            std::strerror(errno) + "; try it as root",
-                        NoService);
+}
+
+/// What the service says about a request that it has not fulfilled.
+const char* explain(CliReason reason) {
+    switch (reason) {
+        case CliReason::Dropped:
+            return "the event was dropped: the service has not sent its first inventory yet, and "
+                   "until then only the host's events pass; try it again in a minute or two";
+        case CliReason::NotDelivered:
+            return "the management controller has not taken the event; the service's log says why, "
+                   "and tavctl status whether the controller answers";
+        case CliReason::NoSuchEvent:
+            return "nobody raises this test event";
+        case CliReason::NoEvent:
+            return "the service does not take this for an event, which is one JSON object with at "
+                   "least two members";
+        case CliReason::None:
+            break;
     }
-    return complain(command, std::string("nobody reads ") + tavRequestPipe + ": tavd has ended",
-                    NoService);
+    return "the service has refused the request; its log says why";
+}
+
+ExitStatus judge(std::string_view command, const _TAV_MESSAGE_PACKET& answer) {
+    const std::optional<std::int32_t> code = parseCliResponse(answer);
+    if (!code) return complain(command, "the answer is none of the service's", Failed);
+    return *code == 0 ? Done : complain(command, explain(reasonOf(answer)), Failed);
+}
+
+/// What to end with when a wait has ended without a result.
+ExitStatus gaveUp(std::string_view command, const char* what) {
+    if (interruptedBy != 0) return static_cast<ExitStatus>(Interrupted + interruptedBy);
+    return complain(command, serviceRuns() ? what : "the service has ended without an answer",
+                    NoAnswer);
 }
 
 }  // namespace
 
 bool serviceRuns() {
-    const FileDescriptor pipe(
-        ::open(tavRequestPipe, O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-    return pipe.isOpen();
+    return openPipe(tavRequestPipe, O_WRONLY).isOpen();
 }
 
 ExitStatus askService(std::string_view command, std::uint16_t messageCode,
                       const std::string& payload) {
     endWaitsOnSignals();
-    if (!serviceRuns()) return explainMissingService(command);
+    if (!serviceRuns()) return explainUnreachable(command, errno);
     const ResponsePipe response;
     if (!response.isOpen()) {
-        return complain(
-            command,
-            "cannot make " + response.path() + ": " + std::strerror(errno) + "; try it as root",
-            Failed);
+        const bool isForbidden = errno == EACCES || errno == EPERM;
+        return complain(command,
+                        "cannot make " + response.path() + ": " + std::strerror(errno) +
+                            (isForbidden ? "; try it as root" : ""),
+                        isForbidden ? NotAllowed : Failed);
     }
     const auto end = Clock::now() + patience;
-    const auto goOn = [end] { return !interrupted && Clock::now() < end && serviceRuns(); };
+    const auto goOn = [end] { return interruptedBy == 0 && Clock::now() < end && serviceRuns(); };
     const _TAV_MESSAGE_PACKET request = makeCliRequest({messageCode, ::getpid(), payload});
     if (tavWritePipe(tavRequestPipe, &request, goOn) != 0) {
-        return complain(command, "the service has not taken the request", NoAnswer);
+        return gaveUp(command, "the service has not taken the request");
     }
     _TAV_MESSAGE_PACKET answer{};
     if (tavReadPipe(response.path().c_str(), &answer, goOn) != 0) {
-        return complain(command,
-                        serviceRuns() ? "the service has not answered"
-                                      : "the service has ended without an answer",
-                        NoAnswer);
+        return gaveUp(command, "the service has not answered");
     }
-    const std::optional<std::int32_t> code = parseCliResponse(answer);
-    if (!code) return complain(command, "the answer is none of the service's", Failed);
-    return *code == 0 ? Done : Failed;
+    return judge(command, answer);
 }
 
 }  // namespace tav::ctl

@@ -13,8 +13,9 @@ namespace tav::ctl {
 bool serviceRuns();
 
 /// Hands one request to the service and waits for its answer. `command` begins what is told on the
-/// standard error when that fails. Done when the service has answered with success, Failed when it
-/// has answered otherwise, NoService and NoAnswer.
+/// standard error when that fails, also why the service has refused. Done when the service has
+/// answered with success, Failed when it has answered otherwise, NoService, NoAnswer, NotAllowed,
+/// or Interrupted and the signal's number.
 ExitStatus askService(std::string_view command, std::uint16_t messageCode,
                       const std::string& payload);
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <iomanip>
 #include <iostream>
 
@@ -63,7 +65,7 @@ int main(int argc, char** argv) {
     using namespace tav::ctl;
     const ExitStatus status = run(argc > 1 ? Arguments(argv + 1, argv + argc) : Arguments());
     if (!std::cout.flush()) {
-        std::cerr << "tavctl: cannot write the result\n";
+        std::cerr << "tavctl: cannot write the result: " << std::strerror(errno) << '\n';
         return Failed;
     }
     return status;

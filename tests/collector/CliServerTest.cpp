@@ -1,6 +1,9 @@
+#include <array>
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -40,6 +43,22 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::uint16_t forward = 0;
 
+/// A client that listens to its pipe for as long as the object lives.
+class Client {
+ public:
+    explicit Client(std::int32_t number) : path_(tav::responsePipeOf(number)) {
+        ::mkfifo(path_.c_str(), 0600);
+        reader_.reset(::open(path_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    }
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+    ~Client() { std::filesystem::remove(path_); }
+
+ private:
+    std::string path_;
+    FileDescriptor reader_;
+};
+
 /// The server beside a controller, after the first inventory has been sent.
 class CliServer : public testing::Test {
  protected:
@@ -78,17 +97,36 @@ class CliServer : public testing::Test {
         put(std::string(reinterpret_cast<const char*>(&packet), sizeof packet));
     }
 
-    /// What a client of that number is answered; none when it is not in five seconds.
-    static std::optional<int> ask(const CliRequest& request) {
-        const std::string path = tav::responsePipeOf(request.clientPID);
-        ::mkfifo(path.c_str(), 0600);
-        const FileDescriptor reader(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
-        put(request);
+    /// The answer that stands for "none in five seconds".
+    static constexpr tav::CliReason noAnswer{-1};
+
+    static tav::CliReason answerTo(std::int32_t client) {
         _TAV_MESSAGE_PACKET answer{};
         const auto end = Clock::now() + 5s;
-        const int result = tavReadPipe(path.c_str(), &answer, [end] { return Clock::now() < end; });
-        std::filesystem::remove(path);
-        return result == 0 ? tav::parseCliResponse(answer) : std::nullopt;
+        const std::string path = tav::responsePipeOf(client);
+        if (tavReadPipe(path.c_str(), &answer, [end] { return Clock::now() < end; }) != 0) {
+            return noAnswer;
+        }
+        const bool isRefused = tav::reasonOf(answer) != tav::CliReason::None;
+        EXPECT_EQ(tav::parseCliResponse(answer), isRefused ? 1 : 0);
+        return tav::reasonOf(answer);
+    }
+
+    /// Why a client of that number is refused.
+    static tav::CliReason reasonFor(const CliRequest& request) {
+        const Client client(request.clientPID);
+        put(request);
+        return answerTo(request.clientPID);
+    }
+    static tav::CliReason reasonFor(std::uint16_t code, const std::string& payload) {
+        return reasonFor({code, ::getpid(), payload});
+    }
+
+    /// The code that a client of that number is answered; none when it is not.
+    static std::optional<int> ask(const CliRequest& request) {
+        const tav::CliReason reason = reasonFor(request);
+        if (reason == noAnswer) return std::nullopt;
+        return reason == tav::CliReason::None ? 0 : 1;
     }
     static std::optional<int> ask(std::uint16_t code, const std::string& payload) {
         return ask({code, ::getpid(), payload});
@@ -133,7 +171,8 @@ TEST_F(CliServer, RoutesTestEventsToTheirManagers) {
 TEST_F(CliServer, AnswersEvenWhatNobodyRaises) {
     testing::internal::CaptureStdout();
     for (const char* payload : {"999", "384", "", "x", "-708", "99999999999999999999", " 708"})
-        EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, payload), 0) << payload;
+        EXPECT_EQ(reasonFor(TAV_TEST_EVENT_REQUEST, payload), tav::CliReason::NoSuchEvent)
+            << payload;
     EXPECT_EQ(testing::internal::GetCapturedStdout().find("Invalid eventId."), 0U);
     EXPECT_THAT(sent(), IsEmpty());
 }
@@ -142,20 +181,53 @@ TEST_F(CliServer, ForwardsAnEventWithItsOwnSource) {
     EXPECT_EQ(ask(forward, R"({"ID":1,"EventTime":"x","Source":"me"})"), 0);
     ASSERT_THAT(sent(), SizeIs(1));
     EXPECT_EQ(sent()[0], parseJson(R"({"ID":1,"EventTime":"x","Source":"TAV-CLI"})"));
-    EXPECT_EQ(ask(259, R"({"ID":2,"EventTime":"x"})"), 0) << "any other code";
+    EXPECT_EQ(ask(259, R"({"ID":-20.5e+1,"EventTime":"// \" # /*"})"), 0) << "any other code";
     rmc_.intercept([](const tav::sim::IpmiRequest&) { return tav::sim::Reply::failure(0xC1); });
-    EXPECT_EQ(ask(forward, R"({"ID":3,"EventTime":"x"})"), 1);
+    EXPECT_EQ(reasonFor(forward, R"({"ID":3,"EventTime":"x"})"), tav::CliReason::NotDelivered);
+    EXPECT_EQ(reasonFor(TAV_TEST_EVENT_REQUEST, "434"), tav::CliReason::NotDelivered);
     rmc_.intercept({});
-    EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "999"), 0) << "the failure before is forgotten";
+    EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "434"), 0) << "the failures before are forgotten";
+}
+
+TEST_F(CliServer, ForwardsOneLineOfWellFormedTextAndLosesNothing) {
+    EXPECT_EQ(ask(forward, "{\n \"ID\": 1,\n \"T\xfeT\": \"a\xff\xe4z\\u0000\\ndone\"}\n"), 0);
+    ASSERT_THAT(sent(), SizeIs(1));
+    EXPECT_EQ(sent()[0]["T\xEF\xBF\xBDT"].asString(),
+              std::string("a\xEF\xBF\xBD\xEF\xBF\xBDz\0\ndone", 14));
+    const std::string payload = rmc_.commands().back().payload;
+    for (const char c : payload)
+        EXPECT_TRUE(c >= ' ' && c <= '~') << payload;
 }
 
 TEST_F(CliServer, ForwardsNothingThatIsNoEvent) {
     const std::string deep = std::string(2000, '[') + std::string(2000, ']');
-    for (const std::string& payload :
-         {std::string(), std::string("{"), std::string("[1,2]"), std::string("7"),
-          std::string("\"text\""), std::string("null"), std::string(R"({"ID":1})"),
-          std::string("\xff\xfe"), deep, "{\"a\":" + deep.substr(0, 4000)}) {
-        EXPECT_EQ(ask(forward, payload), 1) << payload.substr(0, 20);
+    for (const std::string& payload : {std::string(),
+                                       std::string("{"),
+                                       std::string("[1,2]"),
+                                       std::string("7"),
+                                       std::string("\"text\""),
+                                       std::string("null"),
+                                       std::string(R"({"ID":1})"),
+                                       std::string("\xff\xfe"),
+                                       deep,
+                                       "{\"a\":" + deep.substr(0, 4000),
+                                       std::string(R"({"ID":1,"a":2} // x)"),
+                                       std::string(R"({"ID":1,/**/"a":2})"),
+                                       std::string(R"(#x
+{"ID":1,"a":2})"),
+                                       std::string(R"({"ID":1,"a":2}{"ID":2,"a":2})"),
+                                       std::string(R"({"ID":1,"a":2}])"),
+                                       std::string(R"({"ID":1,"a":2,})"),
+                                       std::string(R"({"ID":1,"ID":2,"a":3})"),
+                                       std::string(R"({'ID':1,"a":2})"),
+                                       std::string(R"({"ID":NaN,"a":2})"),
+                                       std::string(R"({"ID":01,"a":2})"),
+                                       std::string(R"({"ID":1.,"a":2})"),
+                                       std::string(R"({"ID":1,"a":.5})"),
+                                       std::string(R"({"ID":1,"a":+5})"),
+                                       std::string(R"({"ID":1,"a":1e})"),
+                                       std::string("{\"ID\":1,\"a\":\"\n\"}")}) {
+        EXPECT_EQ(reasonFor(forward, payload), tav::CliReason::NoEvent) << payload.substr(0, 20);
     }
     EXPECT_THAT(sent(), IsEmpty());
     EXPECT_THAT(logs(), HasSubstr("Json packets are invalid"));
@@ -165,12 +237,129 @@ TEST_F(CliServer, PassesOverWhatIsNoPacketAndGoesOn) {
     for (const std::size_t size : {1U, 16U, 17U, 4095U}) {
         put(std::string(size, '\x02'));
         std::this_thread::sleep_for(5ms);
-        EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "999"), 0) << size;
+        EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "434"), 0) << size;
     }
     put(std::string(TAV_PACKET_SIZE, '\xff'));  // from client -1, without a NUL
-    EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "999"), 0);
+    EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "434"), 0);
     EXPECT_THAT(logs(), HasSubstr("Ignoring a request of 4095 bytes; requests have 4096."));
     EXPECT_THAT(logs(), HasSubstr("There is no client -1 to answer to."));
+}
+
+TEST_F(CliServer, WhatIsNoPacketCostsNothingThatWaitsBehindIt) {
+    std::atomic<bool> isBusy{false};
+    rmc_.intercept([&](const tav::sim::IpmiRequest&) -> std::optional<tav::sim::Reply> {
+        if (!isBusy.exchange(true)) std::this_thread::sleep_for(300ms);
+        return std::nullopt;
+    });
+    const Client first(1001);
+    const Client second(1002);
+    const Client third(1003);
+    put({TAV_TEST_EVENT_REQUEST, 1001, "434"});
+    while (!isBusy)
+        std::this_thread::sleep_for(1ms);
+    put(std::string(17, '\0'));
+    put(std::string(100, 'x'));
+    put({TAV_TEST_EVENT_REQUEST, 1002, "435"});
+    put(std::string(4000, '\0'));
+    put({TAV_TEST_EVENT_REQUEST, 1003, "999"});
+    put(std::string(5, '\0'));
+    EXPECT_EQ(answerTo(1001), tav::CliReason::None);
+    EXPECT_EQ(answerTo(1002), tav::CliReason::None);
+    EXPECT_EQ(answerTo(1003), tav::CliReason::NoSuchEvent);
+    EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "434"), 0);
+}
+
+TEST_F(CliServer, AHundredClientsAtOnceGetTheirOwnAnswers) {
+    constexpr std::int32_t firstClient = 2000;
+    constexpr int clients = 100;
+    std::vector<std::unique_ptr<Client>> listening;
+    for (int i = 0; i < clients; ++i)
+        listening.push_back(std::make_unique<Client>(firstClient + i));
+    ::mkfifo(tav::responsePipeOf(::getppid()).c_str(), 0600);  // never listens
+    clockSpeed = 1;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < clients; ++i) {
+        threads.emplace_back([i] {
+            const FileDescriptor pipe(::open(tavRequestPipe, O_WRONLY | O_CLOEXEC));
+            const std::string fragment(static_cast<std::size_t>(i) + 1, '\x01');
+            const auto deaf = tav::makeCliRequest({TAV_TEST_EVENT_REQUEST, ::getppid(), "999"});
+            if (i % 5 == 0) (void)!::write(pipe.get(), fragment.data(), fragment.size());
+            if (i % 20 == 0) (void)!::write(pipe.get(), &deaf, sizeof deaf);
+            const auto request = tav::makeCliRequest(
+                i % 2 == 0 ? CliRequest{TAV_TEST_EVENT_REQUEST, firstClient + i, "999"}
+                           : CliRequest{forward, firstClient + i, "{}"});
+            EXPECT_EQ(::write(pipe.get(), &request, sizeof request), 4096);
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    for (int i = 0; i < clients; ++i) {
+        EXPECT_EQ(answerTo(firstClient + i),
+                  i % 2 == 0 ? tav::CliReason::NoSuchEvent : tav::CliReason::NoEvent)
+            << i;
+    }
+}
+
+TEST_F(CliServer, AClientMayListenLateAndHoldsUpNobody) {
+    clockSpeed = 1;
+    const std::string path = tav::responsePipeOf(::getpid());
+    ::mkfifo(path.c_str(), 0600);
+    put({TAV_TEST_EVENT_REQUEST, ::getpid(), "434"});
+    EXPECT_EQ(ask({TAV_TEST_EVENT_REQUEST, ::getppid(), "999"}), 1);
+    EXPECT_EQ(answerTo(::getpid()), tav::CliReason::None);
+}
+
+TEST_F(CliServer, MakesItsPipeAnewWhateverHasBecomeOfIt) {
+    const auto isAPipeAgain = [] {
+        for (int i = 0; i < 5000 && !std::filesystem::is_fifo(tavRequestPipe); ++i)
+            std::this_thread::sleep_for(1ms);
+        return std::filesystem::is_fifo(tavRequestPipe);
+    };
+    std::filesystem::remove(tavRequestPipe);
+    ASSERT_TRUE(isAPipeAgain());
+    EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "434"), 0);
+    std::filesystem::remove(tavRequestPipe);
+    writeFile(tavRequestPipe, "precious");
+    ASSERT_TRUE(isAPipeAgain());
+    EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "434"), 0);
+    EXPECT_EQ(tav::test::readFile("/var/run/orntav.not-a-pipe"), "precious");
+    std::filesystem::rename(tavRequestPipe, "/var/run/moved");
+    ASSERT_EQ(::mkfifo(tavRequestPipe, 0600), 0);
+    std::this_thread::sleep_for(100ms);  // more than ten fast seconds
+    EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "434"), 0);
+}
+
+TEST_F(CliServer, AnOperatorWhoDoesNotReadHoldsUpNobody) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_NONBLOCK), 0);
+    while (::write(ends[1], "x", 1) == 1) {
+    }
+    ASSERT_EQ(::fcntl(ends[1], F_SETFL, 0), 0);
+    const FileDescriptor output(::dup(STDOUT_FILENO));
+    ::dup2(ends[1], STDOUT_FILENO);
+    const auto answer = ask(TAV_TEST_EVENT_REQUEST, "999");
+    ::close(ends[0]);
+    ::dup2(output.get(), STDOUT_FILENO);
+    EXPECT_EQ(answer, 1);
+}
+
+TEST_F(CliServer, AClientsTextForgesNoLogLine) {
+    ask(forward, "{\n[ERROR] forged \x1b[2J\xc2\x9b");
+    ask(TAV_TEST_EVENT_REQUEST, "708\n[ERROR] forged");
+    EXPECT_THAT(logs(), testing::Not(HasSubstr("\n[ERROR] forged")));
+    EXPECT_THAT(logs(), testing::Not(HasSubstr("\x1b")));
+    EXPECT_THAT(logs(), HasSubstr("\\n[ERROR] forged \\x1B[2J\\xC2\\x9B"));
+}
+
+TEST_F(CliServer, StartsAgainAfterAStopAndNotTwice) {
+    TAVServer::initializeTAVServer();
+    EXPECT_THAT(logs(), HasSubstr("The TAV Server already runs; it is not started again."));
+    for (int round = 0; round < 3; ++round) {
+        TAVServer::stopTAVServer();
+        EXPECT_FALSE(std::filesystem::exists(tavRequestPipe));
+        start();
+        EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "434"), 0) << round;
+    }
 }
 
 TEST_F(CliServer, WritesToNothingButAPipe) {
@@ -180,18 +369,18 @@ TEST_F(CliServer, WritesToNothingButAPipe) {
     put({TAV_TEST_EVENT_REQUEST, own, "999"});
     put({TAV_TEST_EVENT_REQUEST, 0x7FFFFFFF, "999"});
     put({TAV_TEST_EVENT_REQUEST, 1, "999"});
-    EXPECT_EQ(ask({TAV_TEST_EVENT_REQUEST, own + 1, "999"}), 0) << "it goes on";
+    EXPECT_EQ(ask({TAV_TEST_EVENT_REQUEST, own + 1, "434"}), 0) << "it goes on";
     EXPECT_EQ(tav::test::readFile(path), "precious");
     std::filesystem::remove(path);
     writeFile("/tmp/target", "precious");
     std::filesystem::create_symlink("/tmp/target", path);
     put({TAV_TEST_EVENT_REQUEST, own, "999"});
-    EXPECT_EQ(ask({TAV_TEST_EVENT_REQUEST, own + 1, "999"}), 0);
+    EXPECT_EQ(ask({TAV_TEST_EVENT_REQUEST, own + 1, "434"}), 0);
     EXPECT_EQ(tav::test::readFile("/tmp/target"), "precious");
     std::filesystem::remove(path);
     std::filesystem::create_directory(path);
     put({TAV_TEST_EVENT_REQUEST, own, "999"});
-    EXPECT_EQ(ask({TAV_TEST_EVENT_REQUEST, own + 1, "999"}), 0);
+    EXPECT_EQ(ask({TAV_TEST_EVENT_REQUEST, own + 1, "434"}), 0);
 }
 
 TEST_F(CliServer, DoesNotWaitForAClientThatHasDied) {
@@ -202,14 +391,15 @@ TEST_F(CliServer, DoesNotWaitForAClientThatHasDied) {
     clockSpeed = 1;
     put({TAV_TEST_EVENT_REQUEST, client, "999"});
     const auto before = Clock::now();
-    EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "999"), 0);
+    EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "999"), 1);
     EXPECT_LT(Clock::now() - before, 1s);
 }
 
 TEST_F(CliServer, GivesUpAClientThatNeverListens) {
     ::mkfifo(tav::responsePipeOf(::getpid()).c_str(), 0600);
     put({TAV_TEST_EVENT_REQUEST, ::getpid(), "999"});
-    EXPECT_EQ(ask({TAV_TEST_EVENT_REQUEST, ::getppid(), "999"}), 0) << "after ten fast seconds";
+    for (int i = 0; i < 5000 && logs().find("has not taken its answer.") == std::string::npos; ++i)
+        std::this_thread::sleep_for(1ms);  // ten fast seconds
     EXPECT_THAT(logs(), HasSubstr("has not taken its answer."));
 }
 
@@ -230,6 +420,7 @@ TEST_F(CliServer, AStopEndsTheWaitForASilentController) {
 }
 
 TEST_F(CliServer, LeavesAnotherOnesPipeAlone) {
+    clockSpeed = 1;
     std::filesystem::rename(tavRequestPipe, "/var/run/moved");
     ASSERT_EQ(::mkfifo(tavRequestPipe, 0600), 0);
     stopWithinASecond();
@@ -243,6 +434,23 @@ TEST(CliServerAlone, StopsBeforeItHasStartedAndLeaksNothing) {
     TAVServer::stopTAVServer();
     EXPECT_LE(openDescriptors(), before + 4) << "the logs and the stop signal";
     EXPECT_FALSE(std::filesystem::exists(tavRequestPipe));
+}
+
+TEST(CliServerAlone, TellsThatAnEventWasDropped) {
+    logEverything();
+    TAVServer::initializeTAVServer();
+    while (!std::filesystem::exists(tavRequestPipe))
+        std::this_thread::sleep_for(1ms);
+    const Client client(::getpid());
+    const auto request = tav::makeCliRequest({TAV_TEST_EVENT_REQUEST, ::getpid(), "680"});
+    // NOLINTNEXTLINE: the two-argument forms take what clients of old pass
+    char path[] = "/var/run/orntav";
+    EXPECT_EQ(tavWritePipe(path, &request), 0);
+    _TAV_MESSAGE_PACKET answer{};
+    EXPECT_EQ(tavReadPipe(tav::responsePipeOf(::getpid()).c_str(), &answer), 0);
+    EXPECT_EQ(tav::parseCliResponse(answer), 1);
+    EXPECT_EQ(tav::reasonOf(answer), tav::CliReason::Dropped);
+    TAVServer::stopTAVServer();
 }
 
 TEST(CliServerAlone, EndsWhenThePipeIsNone) {
@@ -267,11 +475,12 @@ TEST(CliPackets, EveryPayloadComesWhole) {
     const auto* const raw = reinterpret_cast<const unsigned char*>(&packet);
     EXPECT_THAT(std::vector<unsigned char>(raw, raw + 20),
                 ElementsAre(0, 0, 0, 2, 1, 2, 0, 0, 0, 4, 3, 2, 1, 0, 0, 0, 0, 'a', 'b', 0));
-    const _TAV_MESSAGE_PACKET response = tav::makeCliResponse(1);
+    const _TAV_MESSAGE_PACKET response = tav::makeCliResponse(tav::CliReason::NoEvent);
     const auto* const answer = reinterpret_cast<const unsigned char*>(&response);
     EXPECT_EQ(answer[0], 9);
     EXPECT_EQ(answer[5], 8);
     EXPECT_EQ(answer[17], 1);
+    EXPECT_EQ(answer[21], 4);
     EXPECT_FALSE(tav::parseCliResponse(packet));
 }
 

@@ -1,10 +1,16 @@
 #include <array>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include <fcntl.h>
+
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+
+#include "rmc/tavMsgInfra.h"
 
 namespace {
 
@@ -62,7 +68,8 @@ TEST(Tavctl, RefusesWithAReasonAndAStatus) {
         {"location 000300010601000", 2, "is not a location code"},
         {"location 00030001060100050", 2, "is not a location code"},
         {"location 0x03000106010005", 2, "is not a location code"},
-        {"location -003000106010005", 2, "is not a location code"},
+        {"location -003000106010005", 2, "option '-003000106010005' is unknown"},
+        {"location -- -003000106010005", 2, "is not a location code"},
         {"location ' 003000106010005'", 2, "is not a location code"},
         {"location 000300010601000G", 2, "is not a location code"},
         {"location FFFFFFFFFFFFFFFF", 1, "not known"},
@@ -97,10 +104,19 @@ TEST(Tavctl, NeverWaitsForAServiceThatDoesNotRun) {
         {"event 999", 2, "is no ID of a test event"},
         {"event 708x", 2, "is no ID of a test event"},
         {"event 538 --location x", 2, "is not a location code"},
-        {"event 538 --place FFFFFFFFFFFFFFFF", 2, "exactly one ID"},
+        {"event 538 --place FFFFFFFFFFFFFFFF", 2, "option '--place' is unknown"},
+        {"event 538 --location", 2, "option '--location' needs a value"},
+        {"event --location=x 538", 2, "'x' is not a location code"},
+        {"event --location FF00020106FFFF86 538", 3, "tavd does not run"},
+        {"event 538 --location=FF00020106FFFF86", 3, "tavd does not run"},
+        {"event -- 708", 3, "tavd does not run"},
+        {"--version; echo >/run/orntav; " TAVCTL " event 708", 3, "is no pipe"},
+        {"--version; rm /run/orntav; " TAVCTL " status", 3, "does not run"},
         {"event", 2, "exactly one ID"},
-        {"send - </dev/null", 2, "is no JSON"},
-        {"send - <<<'{\"ID\":1}'", 3, "tavd does not run"},
+        {"send - </dev/null", 2, "is not one JSON object"},
+        {"send - <<<'{\"ID\":1}'", 2, "is not one JSON object"},
+        {"send - <<<'{\"ID\":1,\"a\":2}//'", 2, "is not one JSON object"},
+        {"send - <<<'{\"ID\":1,\"a\":2}'", 3, "tavd does not run"},
         {"send /none", 1, "cannot read /none"},
         {"send /dev/zero", 2, "longer than"},
         {"status", 3, "does not run"},
@@ -127,10 +143,49 @@ TEST(Tavctl, NoticesAServiceThatEndsWithoutAnAnswer) {
 }
 
 TEST(Tavctl, RemovesItsPipeWhenItIsInterrupted) {
-    const Outcome outcome = tavctl(
-        silentService + std::string("timeout -s INT 0.3 " TAVCTL " event 708; echo $?; ls /run"));
-    EXPECT_NE(outcome.output.find("has not answered\n"), std::string::npos) << outcome.output;
-    EXPECT_EQ(outcome.output.find("orntavcli"), std::string::npos) << outcome.output;
+    const Outcome outcome =
+        tavctl(silentService + std::string("timeout --preserve-status -s INT 0.3 " TAVCTL
+                                           " event 708; echo $?; ls /run"));
+    EXPECT_EQ(outcome.output.substr(outcome.output.find('\n') + 1), "130\norntav\nsim\n")
+        << "no reason is made up, and no pipe left";
+}
+
+TEST(Tavctl, TellsWhyTheServiceHasRefused) {
+    const struct {
+        tav::CliReason reason;
+        int status;
+        const char* says;
+    } rows[] = {{tav::CliReason::None, 0, "The controller has taken event 538."},
+                {tav::CliReason::Dropped, 1, "the event was dropped"},
+                {tav::CliReason::NotDelivered, 1, "the management controller has not taken"},
+                {tav::CliReason::NoSuchEvent, 1, "nobody raises this test event"},
+                {tav::CliReason::NoEvent, 1, "does not take this for an event"},
+                {tav::CliReason{77}, 1, "has refused the request"}};
+    ASSERT_TRUE(tavCreatePipe(tavRequestPipe));
+    const tav::FileDescriptor reader = tav::openPipe(tavRequestPipe, O_RDWR);
+    for (const auto& row : rows) {
+        std::thread service([&] {
+            _TAV_MESSAGE_PACKET request{};
+            EXPECT_EQ(tavReadPipe(tavRequestPipe, &request), 0);
+            const _TAV_MESSAGE_PACKET answer = tav::makeCliResponse(row.reason);
+            EXPECT_EQ(tavWritePipe(tav::responsePipeOf(request.clientPID).c_str(), &answer), 0);
+        });
+        const Outcome outcome = tavctl("event 538");
+        service.join();
+        EXPECT_EQ(outcome.status, row.status);
+        EXPECT_NE(outcome.output.find(row.says), std::string::npos) << outcome.output;
+    }
+}
+
+TEST(Tavctl, TellsWhatIsForbiddenFromWhatDoesNotRun) {
+    ASSERT_TRUE(tavCreatePipe(tavRequestPipe));
+    ASSERT_EQ(::chmod(tavRequestPipe, 0), 0);
+    const Outcome outcome =
+        tavctl("--version; exec setpriv --bounding-set=-all " TAVCTL " event 708");
+    EXPECT_EQ(outcome.status, 5) << outcome.output;
+    EXPECT_NE(outcome.output.find("cannot write to /var/run/orntav: Permission denied"),
+              std::string::npos)
+        << outcome.output;
 }
 
 }  // namespace
