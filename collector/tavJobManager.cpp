@@ -1,8 +1,10 @@
 #include "collector/tavJobManager.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdint>
 #include <stdexcept>
+#include <utility>
 
 #include "base/Threads.h"
 #include "collector/tavFactory.h"
@@ -44,6 +46,12 @@ tavJobManager* tavJobManager::getInstance() {
 }
 
 bool tavJobManager::startResourceManagers() {
+    if (std::any_of(threads.begin(), threads.end(),
+                    [](const std::thread& thread) { return thread.joinable(); })) {
+        logger.error(here(), "The resource managers already run; they are not started again.");
+        return false;
+    }
+    areManagersTold = false;
     for (const auto& [type, threadName] : startedTypes) {
         std::thread& thread = threads.at(resourceTypeIndex(type));
         if (tav::startThread(thread, threadName, [argument = asArgument(type)] {
@@ -59,14 +67,19 @@ bool tavJobManager::startResourceManagers() {
 
 void tavJobManager::stopResourceManagers() {
     logger.info(at(149), "stopping all the RM");
-    for (const auto& started : startedTypes) {
-        tavResourceManager* const manager = enabledManager(started.type);
-        if (manager != nullptr) manager->stopResourceManagerJob();
-    }
+    requestStop();
     for (const auto& started : startedTypes) {
         tav::joinThread(threads.at(resourceTypeIndex(started.type)));
     }
     logger.info(at(221), "TAV Exiting Gracefully!");
+}
+
+void tavJobManager::requestStop() {
+    if (std::exchange(areManagersTold, true)) return;
+    for (const auto& started : startedTypes) {
+        tavResourceManager* const manager = enabledManager(started.type);
+        if (manager != nullptr) manager->stopResourceManagerJob();
+    }
 }
 
 void tavJobManager::startTAVServer() {

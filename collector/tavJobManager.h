@@ -13,12 +13,14 @@ class TAV_API tavJobManager {
     static tavJobManager* getInstance();
 
     /// Starts one thread for each resource type that has a manager. False when a thread could not
-    /// be created; those started before it go on.
+    /// be created, and those started before it go on; and when they run already.
     bool startResourceManagers();
 
     /// Stops the managers and joins their threads. The last call of a service: its last log line
     /// marks the end.
     void stopResourceManagers();
+    /// The first half of it: tells the managers, and waits for nothing.
+    void requestStop();
 
     /// Starts and stops the server of the command-line clients.
     static void startTAVServer();
@@ -28,6 +30,7 @@ class TAV_API tavJobManager {
     tavJobManager() = default;
 
     std::array<std::thread, RESOURCE_TYPE_COUNT> threads;
+    bool areManagersTold = false;  ///< to stop
 };
 
 /// Body of a resource type's thread; `type` carries a MODULE_NAME as an integer. Ends at once for a

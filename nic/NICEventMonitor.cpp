@@ -114,13 +114,16 @@ int NICEventMonitor::startMonitoring() {
     }
     monitor.slots_.restart();
     monitor.stopProducer_ = false;
+    monitor.stopSignal_.withdraw();
     logger.debug(here(), "Creating a producer thread");
     int error = tav::startThread(monitor.netlinkThread_, "tav-link-recv",
                                  [&monitor] { monitor.startNetCheck(); });
     if (error == 0) {
         logger.debug(here(), "Creating a consumer thread");
-        error = tav::startThread(monitor.netlinkConsumerThread_, "tav-link-apply",
-                                 [&monitor] { monitor.processNICEvents(); });
+        error = tav::startThread(monitor.netlinkConsumerThread_, "tav-link-apply", [&monitor] {
+            const tav::StopScope scope(&monitor.stopSignal_);
+            monitor.processNICEvents();
+        });
     }
     if (error == 0) return 0;
     logger.error(here(), startFailed, std::strerror(error));
@@ -130,14 +133,22 @@ int NICEventMonitor::startMonitoring() {
 
 int NICEventMonitor::stopMonitoring() {
     logger.debug(here(), "Stopping event monitoring for Ethernet");
+    const int result = requestStop();
+    NICEventMonitor& monitor = instance();
+    tav::joinThread(monitor.netlinkThread_);
+    tav::joinThread(monitor.netlinkConsumerThread_);
+    monitor.told_.reset();
+    return result;
+}
+
+int NICEventMonitor::requestStop() {
     NICEventMonitor& monitor = instance();
     monitor.receiverWatch_.ends();
     monitor.applierWatch_.ends();
+    monitor.stopSignal_.request();
     monitor.slots_.stop();
-    const int result = monitor.wakeProducer();
-    tav::joinThread(monitor.netlinkThread_);
-    tav::joinThread(monitor.netlinkConsumerThread_);
-    return result;
+    if (!monitor.told_) monitor.told_ = monitor.wakeProducer();
+    return *monitor.told_;
 }
 
 /// Asks the receiving thread to end. One that has not opened its pipe yet sees the flag instead.

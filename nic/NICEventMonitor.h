@@ -1,10 +1,12 @@
 #pragma once
 
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "base/Export.h"
 #include "base/FileDescriptor.h"
+#include "base/StopSignal.h"
 #include "core/LoopWatch.h"
 #include "nic/LinkMessages.h"
 #include "nic/NotificationSlots.h"
@@ -21,6 +23,8 @@ class TAV_API NICEventMonitor {
     /// Stops and joins both threads; 0. -1 when the receiving thread could not be told, because it
     /// has ended by itself or was never started.
     static int stopMonitoring();
+    /// The first half of the stop: tells the threads, and waits for nothing. Results as above.
+    static int requestStop();
 
  private:
     static NICEventMonitor& instance();
@@ -41,8 +45,10 @@ class TAV_API NICEventMonitor {
     std::mutex pipeLock_;  ///< guards the opening and closing of the descriptors, and the flag
     tav::FileDescriptor netlink_, pipeReadEnd_, pipeWriteEnd_;
     bool stopProducer_ = false;
+    std::optional<int> told_;  ///< what requestStop() came to, until the threads have been joined
 
     tav::NotificationSlots slots_;
+    tav::StopSignal stopSignal_;  ///< of the second thread's work
     tav::LoopWatch receiverWatch_, applierWatch_;
     std::thread netlinkThread_;
     std::thread netlinkConsumerThread_;

@@ -11,6 +11,7 @@
 #include "rmc/tavipmi.h"
 
 using tav::at;
+using tav::here;
 
 namespace {
 constexpr tav::ModuleLog logger{"IPMI_DB"};
@@ -30,7 +31,13 @@ void tavIPMIDBService::stoptavIPMIDBService() {
 }
 
 void tavIPMIDBService::start() {
-    if (thread.joinable()) return;
+    if (thread.joinable()) {
+        logger.warning(here(), "The door-bell monitor already runs; it is not started again.");
+        return;
+    }
+    stopSignal.withdraw();
+    stopMoni = false;
+    checkIPMIDevice = false;
     const int failure = tav::startThread(thread, "tav-doorbell", [this] {
         const tav::StopScope scope(&stopSignal);
         watch.begins();
@@ -39,15 +46,18 @@ void tavIPMIDBService::start() {
     if (failure != 0) logger.error(at(165), "Error: Unable to create thread: %d", failure);
 }
 
+void tavIPMIDBService::requestStop() {
+    tavIPMIDBService& service = *getInstance();
+    service.stopSignal.request();
+    service.watch.ends();
+    const std::lock_guard<std::mutex> held(service.cmutex);
+    service.stopMoni = true;
+    service.cond.notify_all();
+}
+
 void tavIPMIDBService::stop() {
     logger.debug(at(26), "Stopping tavIPMIDBService");
-    stopSignal.request();
-    watch.ends();
-    {
-        const std::lock_guard<std::mutex> held(cmutex);
-        stopMoni = true;
-        cond.notify_all();
-    }
+    requestStop();
     logger.debug(at(43), "Signaled for stop.");
     const int failure = tav::joinThread(thread);
     if (failure != 0) logger.error(at(50), "Error: Unable to join thread: %d", failure);

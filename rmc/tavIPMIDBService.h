@@ -14,9 +14,12 @@ class TAV_API tavIPMIDBService {
  public:
     static tavIPMIDBService* getInstance();
 
-    /// Start and stop the monitor thread. Service's thread.
+    /// Start and stop the monitor thread, also again. One that already runs goes on, and the log
+    /// says so. Service's thread.
     static void starttavIPMIDBService();
     static void stoptavIPMIDBService();
+    /// The first half of the stop: tells the thread, and waits for nothing.
+    static void requestStop();
 
  private:
     tavIPMIDBService() = default;

@@ -96,8 +96,13 @@ std::uint64_t tavJsonAggregator::collectingInventory() {
 }
 
 void tavJsonAggregator::startPushThread() {
-    if (thread.joinable()) return;  // two push threads would share one set of flags
+    if (thread.joinable()) {
+        logger.warning(here(), "The push thread already runs; it is not started again.");
+        return;
+    }
     logger.debug(at(193), "Creating Json Aggregator thread");
+    stopSignal.withdraw();
+    stopAggr = false;
     const int failure = tav::startThread(thread, "tav-push", [this] {
         const tav::StopScope scope(&stopSignal);
         watch.begins();
@@ -110,15 +115,18 @@ void tavJsonAggregator::stoptavJsonAggregator() {
     getInstance()->stop();
 }
 
+void tavJsonAggregator::requestStop() {
+    tavJsonAggregator& aggregator = *getInstance();
+    aggregator.stopSignal.request();
+    aggregator.watch.ends();
+    const std::lock_guard<std::mutex> held(aggregator.cmutex);
+    aggregator.stopAggr = true;
+    aggregator.cond.notify_all();
+}
+
 void tavJsonAggregator::stop() {
     logger.debug(here(), "Stopping tavJsonAggr");
-    stopSignal.request();
-    watch.ends();
-    {
-        const std::lock_guard<std::mutex> held(cmutex);
-        stopAggr = true;
-        cond.notify_all();
-    }
+    requestStop();
     logger.debug(here(), "Signaled for stop.");
     const int failure = tav::joinThread(thread);
     if (failure != 0) logger.error(here(), "Error: Unable to join thread: %d", failure);

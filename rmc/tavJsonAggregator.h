@@ -22,12 +22,14 @@ class TAV_API tavJsonAggregator {
     static tavJsonAggregator* getInstance();
 
     /// `request` true: asks for a push; any thread. A request made before the first push wakes
-    /// nobody but stays pending. `request` false: starts the push thread; once, from the service's
-    /// thread.
+    /// nobody but stays pending. `request` false: starts the push thread, from the service's
+    /// thread; one that already runs goes on, and the log says so.
     void sendInventory(bool request);
 
-    /// Stops and joins the push thread. Service's thread.
+    /// Stops and joins the push thread, which can be started again then. Service's thread.
     static void stoptavJsonAggregator();
+    /// The first half of it: tells the thread, and waits for nothing.
+    static void requestStop();
 
     /// From now on an inventory is also sent when the controller's picture of the host is behind,
     /// that is, when an event or an inventory has not reached it: one, two, four, eight and then

@@ -6,7 +6,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <optional>
 #include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 
@@ -15,9 +17,11 @@
 
 #include "base/StopSignal.h"
 #include "base/Waiting.h"
+#include "base/printed.h"
 #include "core/Command.h"
 #include "core/Log.h"
 #include "core/LoopWatch.h"
+#include "rmc/DeliveryRecord.h"
 
 using tav::at;
 using tav::here;
@@ -45,7 +49,11 @@ constexpr auto answerLimit = 30s;
 /// How much longer a thread waits that has been asked to stop: a healthy controller takes
 /// milliseconds, so a transfer that moves is finished and a dead one does not hold up the stop.
 constexpr auto answerLimitWhenStopping = 1s;
+/// How long a transfer that moves may go on after that.
+constexpr auto transferLimitWhenStopping = 30s;
 constexpr auto pauseAfterTransfer = 500ms;
+/// How often a command tries whether the one before it has ended.
+constexpr auto turnRetry = 10ms;
 
 constexpr unsigned char netFnApp = 0x06;
 constexpr unsigned char netFnOem = 0x3A;
@@ -130,6 +138,59 @@ void loadDriver() {
     tav::pauseFor(driverStart);
 }
 
+std::string describe(int error) {
+    return tav::printed("%s (errno: %d)", std::strerror(error), error);
+}
+
+/// Tells an operator once what fails, and once when it works again; not every time.
+class Trouble {
+ public:
+    void tell(const std::string& what) {
+        const std::lock_guard<std::mutex> held(lock_);
+        if (what == told_) return;
+        told_ = what;
+        logger.error(here(), "%s", what.c_str());
+    }
+    void isOver() {
+        const std::lock_guard<std::mutex> held(lock_);
+        if (told_.empty()) return;
+        told_.clear();
+        logger.warning(here(), "The controller answers again.");
+    }
+
+ private:
+    std::mutex lock_;
+    std::string told_;
+};
+
+Trouble& trouble() {
+    static Trouble* const instance = new Trouble;  // outlives every thread
+    return *instance;
+}
+
+/// Locks the channel for one command. False, and not locked, when the thread has been asked to stop
+/// before its turn came.
+bool takeTurn(std::mutex& channel) {
+    while (!tav::stopRequested()) {
+        if (channel.try_lock()) return true;
+        tav::pauseFor(turnRetry);
+    }
+    return false;
+}
+
+/// Says when a transfer that has gone on after a stop has done so for long enough.
+class StopLimit {
+ public:
+    bool isOver() {
+        if (!tav::stopRequested()) return false;
+        if (!limit_) limit_.emplace(transferLimitWhenStopping);
+        return limit_->left() == 0ms;
+    }
+
+ private:
+    std::optional<tav::TimeLimit> limit_;
+};
+
 /// Waits for an answer; a stop shortens the patience, but does not end it.
 bool waitForAnswer(int device, const tav::TimeLimit& limit) {
     const tav::Readable outcome = tav::waitReadable(device, limit);
@@ -153,6 +214,15 @@ IPMIUtils::IPMIUtils() : device_(openDevice()) {
     if (device_.isOpen()) return;
     loadDriver();
     device_.reset(openDevice());
+    if (!device_.isOpen()) {
+        fail(tav::printed("%s cannot be opened: %s; nothing reaches the controller", devicePath,
+                          describe(errno).c_str()));
+    }
+}
+
+bool IPMIUtils::fail(std::string what) {
+    failure_ = std::move(what);
+    return false;
 }
 
 bool IPMIUtils::execute(unsigned char netfn, unsigned char cmd, unsigned char lun,
@@ -195,8 +265,11 @@ bool IPMIUtils::send(unsigned char netfn, unsigned char cmd, unsigned char lun,
     do {
         result = ::ioctl(device_.get(), IPMICTL_SEND_COMMAND, &request);
     } while (result != 0 && errno == EINTR);
-    if (result != 0) logger.debug(at(118), "Request ioctl failure with error code : %d", errno);
-    return result == 0;
+    if (result == 0) return true;
+    const int error = errno;
+    logger.debug(at(118), "Request ioctl failure with error code : %d", error);
+    return fail(tav::printed("The IPMI driver has not taken request %02Xh/%02Xh: %s", netfn, cmd,
+                             describe(error).c_str()));
 }
 
 /// Takes messages until the one that answers `messageId` comes.
@@ -213,14 +286,16 @@ bool IPMIUtils::receive(long messageId, Answer& answer) {
         // A message that is too long for the buffer is handed out all the same, as far as it goes.
         if (::ioctl(device_.get(), IPMICTL_RECEIVE_MSG_TRUNC, &message) != 0 && errno != EMSGSIZE) {
             if (errno == EINTR) continue;
+            const int error = errno;
             logger.debug(at(155), "Response ioctl failure");
-            return false;
+            return fail("The IPMI driver has not handed out an answer: " + describe(error));
         }
         if (message.recv_type != IPMI_RESPONSE_RECV_TYPE || message.msgid != messageId) continue;
         answer.size = std::min<std::size_t>(message.msg.data_len, answer.bytes.size());
-        return answer.size > 0;
+        return answer.size > 0 || fail("The controller's answer is empty");
     }
-    return false;
+    return fail(tav::stopRequested() ? "The controller had not answered when the service stopped"
+                                     : "The controller has not answered in time");
 }
 
 int IPMIUtils::RMC_CLI_Exec(const std::string& command, const std::string& payload,
@@ -228,6 +303,7 @@ int IPMIUtils::RMC_CLI_Exec(const std::string& command, const std::string& paylo
     if (transferStatus == nullptr || exitStatus == nullptr || command.empty() || payload.empty() ||
         command.size() >= tav::rmcCommandNameSize) {
         logger.error(at(211), "Provided command / arguments is not valid");
+        fail("The command is not valid");
         return 0;
     }
     tav::RmcAnswer last;
@@ -238,7 +314,13 @@ int IPMIUtils::RMC_CLI_Exec(const std::string& command, const std::string& paylo
     // The text's own NUL is part of what travels.
     const std::string_view bytes(payload.c_str(), payload.size() + 1);
     std::size_t sent = 0;
+    StopLimit limit;
     while (sent < bytes.size()) {
+        if (limit.isOver()) {
+            fail("The transfer was too slow to be finished when the service stopped");
+            report();
+            return 0;
+        }
         const bool first = sent == 0;
         const std::string_view rest = bytes.substr(sent);
         const auto answer = exchangeFrame(
@@ -270,12 +352,33 @@ std::optional<tav::RmcAnswer> IPMIUtils::exchangeFrame(const tav::RmcFrame& fram
         return std::nullopt;
     }
     // For a controller that is silent the driver hands out an answer of its own, without data.
-    if (completionCode_ != 0) return std::nullopt;
-    return tav::parseRmcAnswer(std::span<const std::uint8_t>(data).first(dataSize));
+    if (completionCode_ != 0) {
+        fail(tav::printed("The controller refuses commands (completion code %02Xh)",
+                          completionCode_));
+        return std::nullopt;
+    }
+    const auto answer = tav::parseRmcAnswer(std::span<const std::uint8_t>(data).first(dataSize));
+    if (!answer) fail(tav::printed("The controller's answer has %d bytes instead of 4", dataSize));
+    return answer;
 }
 
+namespace {
+
+/// Why the controller has not taken a command that reached it.
+std::string describeStatus(unsigned char transferStatus) {
+    const StatusMessage* const message = findMessage(transferStatusMessages, transferStatus);
+    return message != nullptr ? message->text : tav::printed("Transfer status %d", transferStatus);
+}
+
+}  // namespace
+
 int IPMIUtils::RMC_CLI_Cmd_Execution(const std::string& command, const std::string& payload) {
-    const std::lock_guard<std::mutex> held(mlock);
+    if (!takeTurn(mlock)) {
+        tav::noteFailed(command, "the service stopped before it was sent");
+        logger.info(here(), "%s was not sent, because the service stops.", command.c_str());
+        return 1;
+    }
+    const std::lock_guard<std::mutex> held(mlock, std::adopt_lock);
     IPMIUtils channel;
     logger.debug(at(453), "Command to be executed on RMC : %s %s", command.c_str(),
                  payload.c_str());
@@ -283,26 +386,38 @@ int IPMIUtils::RMC_CLI_Cmd_Execution(const std::string& command, const std::stri
     unsigned char exitStatus = 0;
     if (channel.RMC_CLI_Exec(command, payload, &transferStatus, &exitStatus) == 0) {
         logExchangeFailure(transferStatus);
+        if (!channel.failure().empty()) trouble().tell(channel.failure());
+        tav::noteFailed(command, channel.failure());
         return 1;
     }
+    trouble().isOver();
     if (transferStatus != 0) {
         logTransferStatus(transferStatus, exitStatus, payload.size());
+        tav::noteFailed(command, describeStatus(transferStatus));
         return 1;
     }
+    tav::noteDelivered(command);
     return 0;
 }
 
 bool IPMIUtils::checkIPMIDBRequest() {
     logger.debug(at(417), "Checking IPMI door bell request");
-    const std::lock_guard<std::mutex> held(mlock);
+    if (!takeTurn(mlock)) return false;
+    const std::lock_guard<std::mutex> held(mlock, std::adopt_lock);
     std::array<unsigned char, 254> text{};
     unsigned char textSize = text.size();
     unsigned char noData = 0;
     if (!execute(netFnOem, cmdDoorBell, 0, nullptr, noData, text.data(), textSize) ||
         completionCode_ != 0) {
         logger.error(at(439), "An error occurred in checking RMC request via IPMI");
+        if (completionCode_ != 0) {
+            fail(tav::printed("The controller has no door bell (completion code %02Xh)",
+                              completionCode_));
+        }
+        trouble().tell(failure_);
         return false;
     }
+    trouble().isOver();
     // A full answer has no room for a NUL behind its text.
     std::string request(text.begin(), text.begin() + textSize);
     request.resize(std::strlen(request.c_str()));
@@ -345,7 +460,7 @@ bool GetCapabilities(_GET_BMC_CAPABILITIES& capabilities) {
 
 bool GetPartitionId(unsigned int /*unused*/) {
     std::array<unsigned char, 4> answer{};
-    return askForRecord(netFnPartition, cmdPartition, answer) && (answer[0] & 1U) != 0;
+    return askForRecord(netFnPartition, cmdPartition, answer, 1) && (answer[0] & 1U) != 0;
 }
 
 }  // namespace ipmi

@@ -65,6 +65,9 @@ class TAV_API IPMIUtils {
                  const unsigned char* data, unsigned char& dataLen, unsigned char* resp,
                  unsigned char& respLen);
 
+    /// What failed last, on what, and why; empty when nothing has.
+    const std::string& failure() const { return failure_; }
+
     /// Of the last answer; 0 is success.
     unsigned char completionCode() const { return completionCode_; }
 
@@ -77,7 +80,9 @@ class TAV_API IPMIUtils {
                      unsigned char* transferStatus, unsigned char* exitStatus);
 
     /// The same on a device opened for it, one command at a time in the process (lock: mlock), with
-    /// the outcome logged. 0 on success, 1 on failure.
+    /// the outcome logged and noted (rmc/DeliveryRecord.h). 0 on success, 1 on failure. A thread
+    /// that has been asked to stop begins nothing any more, and a transfer that moves has 30
+    /// seconds from then on.
     static int RMC_CLI_Cmd_Execution(const std::string& command, const std::string& payload);
 
     /// Whether the controller's door-bell answer asks for the inventory.
@@ -93,11 +98,13 @@ class TAV_API IPMIUtils {
     bool send(unsigned char netfn, unsigned char cmd, unsigned char lun, const unsigned char* data,
               unsigned char dataLen, long messageId);
     bool receive(long messageId, Answer& answer);
+    bool fail(std::string what);
     /// One command frame; empty when the exchange failed.
     std::optional<tav::RmcAnswer> exchangeFrame(const tav::RmcFrame& frame);
 
     tav::FileDescriptor device_;
     unsigned char completionCode_ = 0;
+    std::string failure_;
 };
 
 /// Each asks on a device of its own; true when the controller answered as the request's standard

@@ -22,6 +22,7 @@
 #include "base/StopSignal.h"
 #include "base/Threads.h"
 #include "collector/tavJobManager.h"
+#include "collector/tavServer.h"
 #include "core/Log.h"
 #include "core/Logger.h"
 #include "core/resource_managers.h"
@@ -130,11 +131,10 @@ class FibreChannel {
                      failure);
         return false;
     }
-    void stop() {
-        if (!thread_.joinable()) return;
-        FCResourceManager::getInstance()->stopResourceManagerJob();
-        tav::joinThread(thread_);
+    void requestStop() {
+        if (thread_.joinable()) FCResourceManager::getInstance()->stopResourceManagerJob();
     }
+    void join() { tav::joinThread(thread_); }
 
  private:
     std::thread thread_;
@@ -155,6 +155,17 @@ bool startEverything() {
         NICEventMonitor::startMonitoring();
     }
     return true;
+}
+
+/// All parts are told before any is waited for: together they take as long as the slowest.
+void tellEverythingToStop() {
+    TAVServer::requestStop();
+    if (tavConfig::getInstance()->isResourceEnabled(ETHERNET_DEVICES)) {
+        NICEventMonitor::requestStop();
+    }
+    tavIPMIDBService::requestStop();
+    tavJsonAggregator::requestStop();
+    tavJobManager::getInstance()->requestStop();
 }
 
 void stopEverything() {
@@ -205,8 +216,12 @@ int serve(bool withFibreChannel) {
         waitForStop(whileWaiting, manager);
         manager.ends();
     }
-    fibreChannel.stop();
+    fibreChannel.requestStop();
+    tellEverythingToStop();
+    fibreChannel.join();
     stopEverything();
+    // What cannot die yet, in the kernel, does not keep a successor waiting.
+    lock.reset();
     return started ? 0 : 1;
 }
 

@@ -308,6 +308,24 @@ INSTANTIATE_TEST_SUITE_P(
                     StopMoment{"InATransferToADeadController", nullptr, true, 900ms}),
     [](const auto& moment) { return moment.param.name; });
 
+TEST(Push, StartsAgainAfterAStopAndNotTwice) {
+    logEverything(R"("EnableResources":[], "IPMIDoorBellMonitorInterval": 1)");
+    Rmc rmc;
+    clockSpeed = 500;
+    for (int round = 0; round < 3; ++round) {
+        tavJsonAggregator::getInstance()->sendInventory(false);
+        tavIPMIDBService::starttavIPMIDBService();
+        tavJsonAggregator::getInstance()->sendInventory(false);
+        tavIPMIDBService::starttavIPMIDBService();
+        const std::size_t asked = rmc.device().requests().size();
+        EXPECT_TRUE(becomesTrue([&] { return rmc.device().requests().size() > asked; })) << round;
+        tavJsonAggregator::stoptavJsonAggregator();
+        tavIPMIDBService::stoptavIPMIDBService();
+    }
+    EXPECT_THAT(logs(), HasSubstr("The push thread already runs"));
+    EXPECT_THAT(logs(), HasSubstr("The door-bell monitor already runs"));
+}
+
 TEST(Push, AFailingClockEndsTheWaitsAndTheStopStillJoins) {
     logEverything(hostOnly);
     writeHostCommands();

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "base/StopSignal.h"
+#include "rmc/DeliveryRecord.h"
 #include "rmc/tavipmi.h"
 #include "sim/device/FakeIpmiDevice.h"
 #include "tests/support/FastWaiting.h"
@@ -257,11 +258,93 @@ TEST(Transport, LoadsTheDriverOnceAndTriesOnceMore) {
 TEST(Transport, AStopDoesNotBreakATransferThatMoves) {
     Rmc rmc;
     tav::StopSignal stop;
-    stop.request();
     const tav::StopScope scope(&stop);
     clockSpeed = 100;
+    rmc.intercept([&](const IpmiRequest&) -> std::optional<Reply> {
+        stop.request();
+        return std::nullopt;
+    });
     EXPECT_EQ(send("{\"a\":\"" + std::string(5000, 'x') + "\"}"), 0);
     EXPECT_THAT(rmc.violations(), IsEmpty());
+}
+
+TEST(Transport, AStopGivesASlowTransferHalfAMinuteAndBeginsNoOther) {
+    logEverything();
+    clockSpeed = 100;
+    tav::StopSignal stop;
+    const tav::StopScope scope(&stop);
+    std::size_t frames = 0;
+    const FakeIpmiDevice device([&](const IpmiRequest&) {
+        if (++frames == 3) stop.request();
+        return status(0).after(5ms);  // half a second of the fast clock
+    });
+    EXPECT_EQ(send(std::string(57 * 500, 'x')), 1);
+    EXPECT_GT(frames, 20U);
+    EXPECT_LT(frames, 100U);
+    EXPECT_THAT(logs(), HasSubstr("too slow to be finished when the service stopped"));
+    const std::size_t before = frames;
+    EXPECT_EQ(send("{}"), 1);
+    EXPECT_FALSE(IPMIUtils().checkIPMIDBRequest());
+    EXPECT_EQ(frames, before);
+    EXPECT_THAT(logs(), HasSubstr("MPEventGen was not sent, because the service stops."));
+}
+
+TEST(Transport, WhoWaitsForTheChannelGoesWithAStop) {
+    tav::StopSignal stop;
+    const std::lock_guard<std::mutex> transfer(IPMIUtils::mlock);
+    std::thread waiter([&] {
+        const tav::StopScope scope(&stop);
+        EXPECT_EQ(send("{}"), 1);
+    });
+    std::this_thread::sleep_for(50ms);
+    const auto begin = std::chrono::steady_clock::now();
+    stop.request();
+    waiter.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
+}
+
+TEST(Transport, WhatFailsIsToldOnceAndSaysWhy) {
+    logEverything(R"("LoggingLevel": "Error")");
+    clockSpeed = 100;
+    tav::test::writeCommand("modprobe", "true");
+    const struct {
+        Reply reply;
+        const char* why;
+    } rows[] = {
+        {Reply::refused(EIO), "has not taken request 3Ah/80h: Input/output error (errno: 5)"},
+        {Reply::unreceivable(EIO), "has not handed out an answer: Input/output error (errno: 5)"},
+        {Reply::answer({0, 0, 0, 0}, 0xC7), "refuses commands (completion code C7h)"},
+        {Reply::answer({0, 0, 0}), "answer has 3 bytes instead of 4"},
+        {Reply::never(), "The controller has not answered in time"}};
+    const auto told = [](const std::string& what) {
+        const std::string text = logs();
+        int times = 0;
+        for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
+            ++times;
+        return times;
+    };
+    for (const auto& row : rows) {
+        const FakeIpmiDevice device([&](const IpmiRequest&) { return row.reply; });
+        send("{}");
+        send("{}");
+        EXPECT_EQ(told(row.why), 1) << row.why;
+        const tav::Delivery events = tav::deliveryRecord().events;
+        EXPECT_THAT(events.why, HasSubstr(row.why));
+        EXPECT_GT(events.failed, 0);
+    }
+    {
+        Rmc rmc;
+        rmc.device().setPresent(false);
+        send("{}");
+        send("{}");
+        EXPECT_EQ(told("/dev/ipmi0 cannot be opened: No such file or directory (errno: 2)"), 1);
+    }
+    EXPECT_EQ(tav::deliveryRecord().events.acknowledged, 0);
+    EXPECT_EQ(tav::deliveryRecord().events.failures, 12U);
+    Rmc rmc;
+    EXPECT_EQ(send("{}"), 0);
+    EXPECT_EQ(tav::deliveryRecord().events.failures, 0U);
+    EXPECT_GT(tav::deliveryRecord().events.acknowledged, 0);
 }
 
 TEST(Transport, AStopEndsTheWaitForASilentController) {
