@@ -1,7 +1,13 @@
 #include "rmc/DeliveryRecord.h"
 
+#include <exception>
+#include <memory>
 #include <mutex>
 
+#include <json/reader.h>
+#include <json/value.h>
+
+#include "base/JsonText.h"
 #include "base/StopSignal.h"
 
 namespace tav {
@@ -25,7 +31,40 @@ Record& record() {
     return *instance;
 }
 
+Json::Value asJson(const Delivery& delivery) {
+    Json::Value json;
+    json["Acknowledged"] = Json::Int64{delivery.acknowledged};
+    json["Failed"] = Json::Int64{delivery.failed};
+    json["Failures"] = delivery.failures;
+    json["Why"] = jsonText(delivery.why);
+    return json;
+}
+
+Delivery fromJson(const Json::Value& json) {
+    return {json["Acknowledged"].asInt64(), json["Failed"].asInt64(), json["Failures"].asUInt(),
+            json["Why"].asString()};
+}
+
 }  // namespace
+
+std::string renderDeliveryRecord(const DeliveryRecord& record) {
+    Json::Value json;
+    json["Inventories"] = asJson(record.inventories);
+    json["Events"] = asJson(record.events);
+    return compactJson(json) + '\n';
+}
+
+std::optional<DeliveryRecord> parseDeliveryRecord(const std::string& text) {
+    try {
+        Json::Value json;
+        const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+        if (reader->parse(text.data(), text.data() + text.size(), &json, nullptr)) {
+            return DeliveryRecord{fromJson(json["Inventories"]), fromJson(json["Events"])};
+        }
+    } catch (const std::exception&) {  // members of another kind
+    }
+    return std::nullopt;
+}
 
 DeliveryRecord deliveryRecord() {
     const std::lock_guard<std::mutex> held(record().lock);

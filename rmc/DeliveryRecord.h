@@ -1,6 +1,7 @@
 #pragma once
 
 #include <ctime>
+#include <optional>
 #include <string>
 
 #include "base/Export.h"
@@ -27,6 +28,13 @@ TAV_API DeliveryRecord deliveryRecord();
 /// Readable, for poll(), once the record has changed since deliveryNewsTaken(). -1: there is none.
 TAV_API int deliveryNews();
 TAV_API void deliveryNewsTaken();
+
+/// Where a service keeps the record for others to read: JSON, replaced as a whole.
+inline constexpr const char* deliveryRecordFile = "/run/tavd/deliveries.json";
+
+TAV_API std::string renderDeliveryRecord(const DeliveryRecord& record);
+/// None for what is no record.
+TAV_API std::optional<DeliveryRecord> parseDeliveryRecord(const std::string& text);
 
 /// `command` has been taken by the controller, or has failed for that reason.
 void noteDelivered(const std::string& command);

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
+#include <iostream>
 #include <iterator>
 #include <optional>
 #include <ostream>
@@ -41,15 +42,16 @@ std::string describe(const tavSettingReport& report) {
     return {};
 }
 
-std::optional<std::string> readFile(const std::string& path, std::ostream& out) {
+std::optional<std::string> readFile(const std::string& path) {
     std::error_code failure;
     if (!std::filesystem::is_regular_file(path, failure)) {
-        out << path << ": " << (failure ? failure.message() : "not a regular file") << '\n';
+        std::cerr << "tavd: " << path << ": "
+                  << (failure ? failure.message() : "not a regular file") << '\n';
         return std::nullopt;
     }
     std::ifstream file(path, std::ios::binary);
     if (!file) {
-        out << path << ": " << std::strerror(errno) << '\n';
+        std::cerr << "tavd: " << path << ": " << std::strerror(errno) << '\n';
         return std::nullopt;
     }
     return std::string(std::istreambuf_iterator<char>(file), {});
@@ -58,12 +60,12 @@ std::optional<std::string> readFile(const std::string& path, std::ostream& out) 
 }  // namespace
 
 bool checkConfiguration(const std::string& path, std::ostream& out) {
-    const std::optional<std::string> text = readFile(path, out);
+    const std::optional<std::string> text = readFile(path);
     if (!text) return false;
     std::vector<tavSettingReport> reports;
     if (tavConfig::fromText(*text, &reports).isDefaultSettingsApplied()) {
-        out << path
-            << ": not a JSON object with two members or more; the built-in defaults apply\n";
+        std::cerr << "tavd: " << path
+                  << ": not a JSON object with two members or more; the built-in defaults apply\n";
         return false;
     }
     constexpr int keyWidth = 42;

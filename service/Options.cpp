@@ -26,11 +26,13 @@ Configuration: /etc/config/orn/tav/tav.conf (see --check-config)
 
 Exit status:
   0    done, or stopped as asked
-  1    a thread could not be started; with --print: there is no inventory
+  1    a thread could not be started; with --print: there is no inventory; or the result
+       could not be written
   2    the command line is wrong
   3    --check-config: the file cannot be used, or something in it was replaced or ignored
   4    another tavd is running
   5    it is not run by root
+  130  --print was interrupted (128 and the signal's number)
   245  the debug log's directory cannot be created (the system log says why)
   246  the main log's directory cannot be created (the system log says why)
 )";

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <iostream>
@@ -30,10 +31,12 @@
 #include "core/tavUtils.h"
 #include "fc/FCResourceManager.h"
 #include "nic/NICEventMonitor.h"
+#include "rmc/DeliveryRecord.h"
 #include "rmc/tavIPMIDBService.h"
 #include "rmc/tavJsonAggregator.h"
 #include "service/CrashCapture.h"
 #include "service/ServiceManager.h"
+#include "service/StatusFile.h"
 
 namespace tavd {
 namespace {
@@ -54,7 +57,10 @@ tav::StopSignal& stopRequest() {
     return *instance;
 }
 
-void onStopSignal(int /*signal*/) {
+std::atomic<int> stopSignalNumber{0};
+
+void onStopSignal(int signal) {
+    stopSignalNumber = signal;
     stopRequest().request();
 }
 void onHangUp(int /*signal*/) {}  // it ends a wait; nothing more is asked for
@@ -97,12 +103,18 @@ timespec nextLook(const ServiceManager& manager) {
 
 /// SIGHUP ends the wait, so that the logs are looked at right away then.
 void waitForStop(const sigset_t& whileWaiting, ServiceManager& manager) {
-    pollfd stop{stopRequest().descriptor(), POLLIN, 0};
+    std::array<pollfd, 2> watched = {pollfd{stopRequest().descriptor(), POLLIN, 0},
+                                     pollfd{tav::deliveryNews(), POLLIN, 0}};
     while (!stopRequest().requested()) {
         manager.lookAtLoops();
         const timespec wait = nextLook(manager);
-        ::ppoll(&stop, 1, &wait, &whileWaiting);
-        lookAtLogs();
+        const int ready = ::ppoll(watched.data(), watched.size(), &wait, &whileWaiting);
+        if (ready > 0 && watched[1].revents != 0) {
+            tav::deliveryNewsTaken();
+            writeStatusFile();
+        } else {
+            lookAtLogs();
+        }
     }
 }
 
@@ -233,6 +245,8 @@ int printInventory() {
         [](MODULE_NAME /*type*/, tavResourceManager& manager) { manager.cacheBuild(); });
     Json::Value document = tavJsonAggregator::collectInventory();
     addFibreChannel(document);
+    // What a stop has cut short is no inventory.
+    if (stopRequest().requested()) return 128 + stopSignalNumber;
     if (document.isNull()) {
         std::cerr << "tavd: there is no inventory; is any resource enabled?\n";
         return 1;

@@ -1,12 +1,30 @@
+#include <cerrno>
+#include <cstring>
 #include <iostream>
+
+#include <signal.h>
 
 #include "service/CheckConfig.h"
 #include "service/Options.h"
 #include "service/Service.h"
 #include "storage/kernel/tavStorageControllerFactory.h"
 
-int main(int argc, char** argv) {
-    const tavd::Options options = tavd::parseOptions(argc, argv);
+namespace {
+
+struct sigaction hangUpBefore;
+
+/// A reload may be asked for before the service has come to its own handler, and while the
+/// libraries are still being initialised; it must not end it. There is nothing to reload yet.
+void ignoreHangUp(int /*argc*/, char** /*argv*/, char** /*environment*/) {
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    ::sigaction(SIGHUP, &ignore, &hangUpBefore);
+}
+[[gnu::section(".preinit_array"), gnu::used]] void (*const beforeAllElse)(int, char**,
+                                                                          char**) = ignoreHangUp;
+
+int run(const tavd::Options& options) {
+    if (options.task != tavd::Task::Serve) ::sigaction(SIGHUP, &hangUpBefore, nullptr);
     // Before any thread runs: the list of factories has no lock.
     if (options.genericStorage) tav::registerGenericStorageFactory();
     switch (options.task) {
@@ -26,4 +44,13 @@ int main(int argc, char** argv) {
             return tavd::serve(options.fibreChannel);
     }
     return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int status = run(tavd::parseOptions(argc, argv));
+    if (std::cout.flush()) return status;
+    std::cerr << "tavd: cannot write the result: " << std::strerror(errno) << '\n';
+    return status == 0 ? 1 : status;
 }

@@ -418,6 +418,8 @@ TEST(Transport, StandardRequests) {
     EXPECT_TRUE(ipmi::GetCapabilities(capabilities));
     EXPECT_EQ(capabilities.recommendedRetries, 3);
     EXPECT_TRUE(ipmi::GetPartitionId(0));
+    device.setHandler([](const IpmiRequest&) { return Reply::answer({1}); });
+    EXPECT_TRUE(ipmi::GetPartitionId(0)) << "the first byte alone decides";
     device.setHandler([](const IpmiRequest&) { return Reply::answer({0xFE, 1, 1}); });
     EXPECT_FALSE(ipmi::GetDeviceIdInfo(id));
     EXPECT_FALSE(ipmi::GetCapabilities(capabilities));

@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 
 #include "core/Command.h"
+#include "rmc/DeliveryRecord.h"
 #include "tests/support/Service.h"
 
 namespace {
@@ -94,6 +95,58 @@ TEST(Tavd, RefusesToServeWithoutRoot) {
     const tav::CommandResult result = runShell("exec unshare --user " TAVD " 2>&1");
     EXPECT_EQ(result.exitStatus, 5);
     EXPECT_THAT(result.output, HasSubstr("run it as root"));
+}
+
+TEST(Tavd, OutputThatCannotBeWrittenIsAnError) {
+    writeHostCommands();
+    for (const char* arguments : {"--help", "--version", "--print"}) {
+        const tav::CommandResult result =
+            runShell("2>&1 " TAVD " " + std::string(arguments) + " >/dev/full");
+        EXPECT_EQ(result.exitStatus, 1) << arguments;
+        EXPECT_THAT(result.output, HasSubstr("cannot write the result: No space left"));
+    }
+    EXPECT_THAT(runShell(TAVD " --check-config /missing 2>/dev/null").output, IsEmpty());
+}
+
+TEST(Tavd, AnInterruptedPrintTellsNoInventory) {
+    writeHostCommands();
+    writeCommand("localcli", "kill -INT $(cat /tmp/pid); sleep 1000");
+    const tav::CommandResult result =
+        runShell("sh -c 'echo $$ > /tmp/pid; exec " TAVD " --print' 2>&1");
+    EXPECT_EQ(result.exitStatus, 130);
+    EXPECT_THAT(result.output, IsEmpty());
+}
+
+TEST(Tavd, AHangUpBeforeItsFirstLineDoesNotEndIt) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "their runtime has to be loaded first";
+#endif
+    logEverything();
+    writeHostCommands();
+    ::setenv("LD_PRELOAD", TAV_EARLY_HANG_UP, 1);
+    Tavd service;
+    ::unsetenv("LD_PRELOAD");
+    service.waitForLog("starts.");
+    EXPECT_EQ(service.stop(SIGTERM), 0);
+    EXPECT_EQ(runShell("LD_PRELOAD=" TAV_EARLY_HANG_UP " " TAVD " --version").exitStatus, 0);
+}
+
+TEST(Tavd, KeepsWhatWasDeliveredForOthersToRead) {
+    logEverything(R"("EnableResources":["HostOSInfo"], "InventoryQueryInterval": 1)");
+    writeHostCommands();
+    for (const char* name : {"modprobe", "mknod"})
+        writeCommand(name, "true");
+    Tavd service;
+    std::string text;
+    while (text.find("cannot be opened") == std::string::npos) {
+        std::this_thread::sleep_for(5ms);
+        text = readFile("/run/tavd/deliveries.json");
+    }
+    const auto record = tav::parseDeliveryRecord(text);
+    ASSERT_TRUE(record);
+    EXPECT_GE(record->events.failures, 1U);
+    EXPECT_EQ(record->events.acknowledged, 0);
+    EXPECT_EQ(service.stop(SIGTERM), 0);
 }
 
 TEST(Tavd, SaysWhatBecameOfEachSetting) {

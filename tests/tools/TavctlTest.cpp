@@ -1,5 +1,6 @@
 #include <array>
 #include <cstdio>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -10,6 +11,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include "rmc/DeliveryRecord.h"
 #include "rmc/tavMsgInfra.h"
 
 namespace {
@@ -175,6 +177,31 @@ TEST(Tavctl, TellsWhyTheServiceHasRefused) {
         EXPECT_EQ(outcome.status, row.status);
         EXPECT_NE(outcome.output.find(row.says), std::string::npos) << outcome.output;
     }
+}
+
+TEST(Tavctl, StatusTellsOfDeliveries) {
+    EXPECT_NE(tavctl("status").output.find("deliveries     nothing is known"), std::string::npos);
+    tav::DeliveryRecord record;
+    record.inventories = {1000000000, 1000000300, 2, "The controller has not answered in time"};
+    ::mkdir("/run/tavd", 0755);
+    std::ofstream(tav::deliveryRecordFile) << tav::renderDeliveryRecord(record);
+    const Outcome outcome = tavctl("--version; TZ=UTC " TAVCTL " status");
+    EXPECT_EQ(outcome.status, 3);
+    for (const char* line :
+         {"service        does not run", "device         /dev/ipmi0: No such file or directory",
+          "configuration  /etc/config/orn/tav/tav.conf: No such file or directory",
+          "inventory      acknowledged 2001-09-09 01:46:40; 2 failed since, the last 2001-09-09 "
+          "01:51:40: The controller has not answered in time\n",
+          "events         none acknowledged yet\n"}) {
+        EXPECT_NE(outcome.output.find(line), std::string::npos) << outcome.output;
+    }
+    for (const char* broken : {"", "[]", "{\"Inventories\": 7}", "{\"Events\":{\"Why\":{}}}"}) {
+        std::ofstream(tav::deliveryRecordFile) << broken;
+        EXPECT_EQ(tavctl("status").status, 3) << broken;
+    }
+    ASSERT_TRUE(tavCreatePipe(tavRequestPipe));
+    const tav::FileDescriptor reader = tav::openPipe(tavRequestPipe, O_RDWR);
+    EXPECT_EQ(tavctl("status").status, 1) << "it runs, but has no controller";
 }
 
 TEST(Tavctl, TellsWhatIsForbiddenFromWhatDoesNotRun) {
