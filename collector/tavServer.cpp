@@ -50,8 +50,8 @@ constexpr auto answerRetry = 20ms;
 /// How often the server looks whether the request pipe is still the one that it reads.
 constexpr auto pipeCheck = 9s;
 /// A pipe's whole room, so that one read sees all that waits there.
-constexpr std::size_t readSize = 64 * 1024;
-constexpr std::size_t mostUnseen = 1024 * 1024;
+constexpr std::size_t readSize = 65536;
+constexpr std::size_t mostUnseen = 16 * readSize;
 constexpr std::size_t mostAnswers = 1000;
 
 std::optional<tavEvent> hostEvent(int id, const std::string& /*location*/) {
