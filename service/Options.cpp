@@ -2,6 +2,7 @@
 
 #include <array>
 #include <iostream>
+#include <string_view>
 
 #include <getopt.h>
 
@@ -17,6 +18,8 @@ SIGHUP looks at once, not within the minute, whether a log has to be moved to th
 
   --fibre-channel      watch the Fibre Channel ports too, and report their events
   --generic-storage    also report storage through the kernel, for hosts without a vendor library
+  --generic-storage=any
+                       the same, of whatever controllers there are and not of those we know alone
   --print              build the inventory once, print it, send nothing, and end
   --check-config FILE  say for each setting in FILE what is accepted and what is replaced
   --help               this text
@@ -40,7 +43,7 @@ Exit status:
 Options parseOptions(int argc, char** argv) {
     constexpr std::array<option, 7> longOptions = {
         {{"fibre-channel", no_argument, nullptr, 'f'},
-         {"generic-storage", no_argument, nullptr, 'g'},
+         {"generic-storage", optional_argument, nullptr, 'g'},
          {"print", no_argument, nullptr, 'p'},
          {"check-config", required_argument, nullptr, 'c'},
          {"help", no_argument, nullptr, 'h'},
@@ -54,7 +57,14 @@ Options parseOptions(int argc, char** argv) {
                 options.fibreChannel = true;
                 break;
             case 'g':
-                options.genericStorage = true;
+                options.genericStorage = tav::GenericStorage::KnownControllers;
+                if (::optarg == nullptr) break;
+                if (std::string_view(::optarg) != "any") {
+                    std::cerr << "tavd: --generic-storage takes 'any' or nothing, not '" << ::optarg
+                              << "'; see tavd --help\n";
+                    return {Task::Refuse, {}, false, {}};
+                }
+                options.genericStorage = tav::GenericStorage::AnyController;
                 break;
             case 'p':
                 options.task = Task::Print;
@@ -64,16 +74,16 @@ Options parseOptions(int argc, char** argv) {
                 options.file = ::optarg;
                 break;
             case 'h':
-                return {Task::Help, {}, false};
+                return {Task::Help, {}, false, {}};
             case 'v':
-                return {Task::Version, {}, false};
+                return {Task::Version, {}, false, {}};
             default:
-                return {Task::Refuse, {}, false};
+                return {Task::Refuse, {}, false, {}};
         }
     }
     if (::optind < argc) {
         std::cerr << "tavd: unexpected argument '" << argv[::optind] << "'; see tavd --help\n";
-        return {Task::Refuse, {}, false};
+        return {Task::Refuse, {}, false, {}};
     }
     return options;
 }

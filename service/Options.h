@@ -1,6 +1,9 @@
 #pragma once
 
+#include <optional>
 #include <string>
+
+#include "storage/kernel/tavStorageControllerFactory.h"
 
 namespace tavd {
 
@@ -9,9 +12,10 @@ enum class Task { Serve, Help, Version, CheckConfig, Print, Refuse };
 
 struct Options {
     Task task = Task::Serve;
-    std::string file;             ///< for Task::CheckConfig
-    bool fibreChannel = false;    ///< for Task::Serve: run the Fibre Channel manager too
-    bool genericStorage = false;  ///< also report controllers that the kernel alone knows
+    std::string file;           ///< for Task::CheckConfig
+    bool fibreChannel = false;  ///< for Task::Serve: run the Fibre Channel manager too
+    /// Also report controllers that the kernel alone knows.
+    std::optional<tav::GenericStorage> genericStorage;
 };
 
 /// Reads the command line; what is wrong with it has been told on the standard error then.

@@ -26,7 +26,7 @@ void ignoreHangUp(int /*argc*/, char** /*argv*/, char** /*environment*/) {
 int run(const tavd::Options& options) {
     if (options.task != tavd::Task::Serve) ::sigaction(SIGHUP, &hangUpBefore, nullptr);
     // Before any thread runs: the list of factories has no lock.
-    if (options.genericStorage) tav::registerGenericStorageFactory();
+    if (options.genericStorage) tav::registerGenericStorageFactory(*options.genericStorage);
     switch (options.task) {
         case tavd::Task::Help:
             std::cout << tavd::helpText;

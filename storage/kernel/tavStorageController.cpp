@@ -11,6 +11,7 @@
 #include "base/printed.h"
 #include "core/Log.h"
 #include "core/tavUtils.h"
+#include "hwlib/pci/pci.h"
 #include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/SASResourceManager.h"
 #include "storage/kernel/controller_lanes.h"
@@ -74,6 +75,18 @@ std::string orNotAvailable(std::string text) {
     return text.empty() ? tav::notAvailable : std::move(text);
 }
 
+/// By the model table, else by the PCI ID database: the names of vendor and device.
+std::string modelOf(const tavStorageControllerInfo& controller, std::uint8_t family,
+                    const std::string& pciLocation) {
+    const char* const model =
+        getStorageControllerModel(controller.getChipsetID(), controller.getBoardID(), family);
+    if (model != nullptr) return model;
+    const PciNodePtr node = PciGetnode_str(pciLocation.c_str());
+    if (!node || !node->deviceEntry) return {};
+    const std::string vendor = node->vendorEntry ? node->vendorEntry->name + ' ' : "";
+    return vendor + node->deviceEntry->name;
+}
+
 void logPlace(const std::string& pciLocation, const tavStorageControllerInfo& controller) {
     const tav::RackPlace place = tav::rackPlace(pciLocation);
     const std::string location = controller.getPhysicalLocation();
@@ -125,6 +138,14 @@ bool tavStorageController::claimDevice(std::uint32_t chipsetID, std::uint32_t bo
     std::uint8_t family = 0;
     if (getStorageControllerModel(chipsetID, boardID, 0, &family) == nullptr) return false;
     return claim(new (std::nothrow) tavStorageController(chipsetID, boardID, pciLocation, family),
+                 logger, out);
+}
+
+bool tavStorageController::claimAnyDevice(std::uint32_t chipsetID, std::uint32_t boardID,
+                                          const std::string& pciLocation,
+                                          ItavStorageController*& out) {
+    return claim(new (std::nothrow)
+                     tavStorageController(chipsetID, boardID, pciLocation, TAV_FAMILY_OTHER),
                  logger, out);
 }
 
@@ -394,10 +415,8 @@ void tavStorageController::computeControllerStatus(TAV_RESOURCE_STATE& state,
 tavStorageControllerInfo tavStorageController::examineController(
     tavStorageControllerInfo found, const std::vector<std::string>& ports) {
     const std::string pciLocation = getPciLocation();
-    const char* const model =
-        getStorageControllerModel(found.getChipsetID(), found.getBoardID(), getFamilyFlags());
     found.setProtocol("SAS/SATA");
-    found.setModel(model == nullptr ? tav::notAvailable : model);
+    found.setModel(orNotAvailable(modelOf(found, getFamilyFlags(), pciLocation)));
     found.setFirmwareVersion(orNotAvailable(discoverFirmwareVersion()));
     found.setSerialNumber(orNotAvailable(discoverSerialNumber()));
     found.setPhysicalLocation(tav::controllerLocation(pciLocation));

@@ -43,6 +43,10 @@ class TAV_API tavStorageController : public ItavStorageController {
     static bool claimDevice(std::uint32_t chipsetID, std::uint32_t boardID,
                             const std::string& pciLocation, ItavStorageController*& out);
 
+    /// Claims any PCI function; its model is the name that the PCI ID database has for it.
+    static bool claimAnyDevice(std::uint32_t chipsetID, std::uint32_t boardID,
+                               const std::string& pciLocation, ItavStorageController*& out);
+
     /// What is found is appended to the lists. 0; the last known inventory of a removed one.
     int discoverInventory(tavStorageControllerInfo& info) override;
     int discoverPhysicalDiskInventory(std::vector<tavDiskInfo>& disks) override;

@@ -6,6 +6,9 @@
 #include <chrono>
 #include <utility>
 
+#include <fcntl.h>
+
+#include "base/DirectoryListing.h"
 #include "core/Log.h"
 #include "core/tavUtils.h"
 #include "hwlib/sysfs/sysfs_readers.h"
@@ -45,19 +48,38 @@ bool isLater(const timespec& a, const timespec& b) {
     return a.tv_sec != b.tv_sec || a.tv_nsec != b.tv_nsec;
 }
 
-/// Whether the directory has changed since `last` was taken, which it replaces.
-bool hasChanged(const char* directory, const char* name, struct stat& last) {
+/// The names in a directory, in their order; nothing when it cannot be read.
+std::optional<std::vector<std::string>> namesIn(const char* directory) {
+    const tav::FileDescriptor opened(::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!opened.isOpen()) return std::nullopt;
+    std::vector<std::string> names;
+    tav::forEachEntry(opened,
+                      [&](const tav::DirectoryEntry& entry) { names.emplace_back(entry.name); });
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+}  // namespace
+
+/// Whether the directory is another one than at the last look, which it replaces. One that cannot
+/// be read says nothing.
+bool tavStorageControllerFactory::hasChanged(const char* directory, const char* name,
+                                             DirectoryLook& last) {
     struct stat now {};
     if (const int result = ::lstat(directory, &now); result != 0) {
         logger.debug(here(), "lstat(%s) completed with %d (%d).", name, result, errno);
         return false;
     }
-    const struct stat before = std::exchange(last, now);
-    return (before.st_mtim.tv_sec != 0 && isLater(now.st_mtim, before.st_mtim)) ||
-           (before.st_ctim.tv_sec != 0 && isLater(now.st_ctim, before.st_ctim));
+    const struct stat before = std::exchange(last.times, now);
+    const bool hasOtherTimes =
+        (before.st_mtim.tv_sec != 0 && isLater(now.st_mtim, before.st_mtim)) ||
+        (before.st_ctim.tv_sec != 0 && isLater(now.st_ctim, before.st_ctim));
+    auto names = namesIn(directory);
+    if (!names) return hasOtherTimes;
+    const bool hasOtherNames = last.names && *last.names != *names;
+    last.names = std::move(names);
+    return hasOtherTimes || hasOtherNames;
 }
-
-}  // namespace
 
 /// A SCSI host and the PCI function that it belongs to.
 class tavStorageControllerFactory::Host {
@@ -87,6 +109,13 @@ class tavStorageControllerFactory::Host {
     std::uint32_t boardID = 0;
     std::string pciLocation;
 
+    /// Of the PCI class of mass storage controllers.
+    bool isStorage() const {
+        constexpr std::uint32_t massStorage = 0x01;
+        const std::optional<std::string> device = identityDirectory();
+        return device && get_sysfs_lhex((*device + "class").c_str()) >> 16U == massStorage;
+    }
+
  private:
     /// Where the identity of the host's PCI function stands: one or two directories up.
     std::optional<std::string> identityDirectory() const {
@@ -111,6 +140,9 @@ tavStorageControllerFactory* tavStorageControllerFactory::getInstance() {
 
 int tavStorageControllerFactory::discoverControllers(
     std::vector<ItavStorageController*>& controllers) {
+    // What comes from now on is seen by the next poll.
+    lastHosts_.names = namesIn(scsiHosts);
+    lastDevices_.names = namesIn(scsiDevices);
     std::vector<std::string> names;
     tavUtils().dirList(scsiHosts, names);
     tav::scanScsiDevices();
@@ -148,9 +180,12 @@ void tavStorageControllerFactory::claimHost(const Host& host, ItavStorageControl
     logger.debug(here(), "Claim processing for %s [0x%x 0x%x] @ %s", host.port.c_str(),
                  host.chipsetID, host.boardID, host.pciLocation.c_str());
     ItavStorageController* controller = nullptr;
-    const bool claimed = std::any_of(claims.begin(), claims.end(), [&](Claim claim) {
+    const auto isClaimed = [&](Claim claim) {
         return claim(host.chipsetID, host.boardID, host.pciLocation, controller);
-    });
+    };
+    const bool claimed =
+        std::any_of(claims.begin(), claims.end(), isClaimed) ||
+        (claimsAny_ && host.isStorage() && isClaimed(tavStorageController::claimAnyDevice));
     if (!claimed) {
         logger.debug(here(),
                      "Skipping port %s [0x%X, 0x%X %s] - Claim status: [%d]; Device object: [%p]",
@@ -249,7 +284,10 @@ void tavStorageControllerFactory::deleteControllers(std::uint8_t familyMask) {
     controllers_.erase(kept, controllers_.end());
 }
 
-void tav::registerGenericStorageFactory() {
+void tav::registerGenericStorageFactory(GenericStorage controllers) {
+    if (controllers == GenericStorage::AnyController) {
+        tavStorageControllerFactory::getInstance()->claimAnyController();
+    }
     const tavRegistryManager<ItavStorageControllerFactory*> registration(
         tavStorageControllerFactory::getInstance());
 }

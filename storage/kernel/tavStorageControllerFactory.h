@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -27,6 +28,10 @@ class TAV_API tavStorageControllerFactory final : public ItavStorageControllerFa
     void poll() override;
     void deleteControllers(std::uint8_t familyMask) override;
 
+    /// From the next discovery on, also controllers that no row of the model table knows are
+    /// claimed.
+    void claimAnyController() { claimsAny_ = true; }
+
     /// The first controller of the list that this is one of; null for none. The caller holds no
     /// reference.
     ItavStorageController* FindExistingController(std::uint32_t chipsetID, std::uint32_t boardID,
@@ -38,19 +43,33 @@ class TAV_API tavStorageControllerFactory final : public ItavStorageControllerFa
  private:
     class Host;
 
+    /// A directory as it was seen last: the kernel does not touch the times of those of sysfs when
+    /// entries come or go.
+    struct DirectoryLook {
+        struct stat times {};
+        std::optional<std::vector<std::string>> names;  ///< in their order
+    };
+
+    static bool hasChanged(const char* directory, const char* name, DirectoryLook& last);
+
     void discoverHost(const Host& host);
     void claimHost(const Host& host, ItavStorageController* predecessor);
     std::vector<ItavStorageController*> takeAbandoned();
 
     std::recursive_mutex lock_;
     std::vector<ItavStorageController*> controllers_;  ///< one reference each
-    struct stat lastHosts_ {};                         ///< manager's thread only
-    struct stat lastDevices_ {};                       ///< manager's thread only
+    std::atomic<bool> claimsAny_{false};
+    DirectoryLook lastHosts_, lastDevices_;  ///< of whoever discovers or polls
 };
 
 namespace tav {
 
+/// Which controllers the generic factory claims: those of the model table, or also any other one of
+/// a storage class behind which the kernel has SCSI hosts.
+enum class GenericStorage { KnownControllers, AnyController };
+
 /// Registers the generic factory. Before the storage manager's thread starts.
-TAV_API void registerGenericStorageFactory();
+TAV_API void registerGenericStorageFactory(
+    GenericStorage controllers = GenericStorage::KnownControllers);
 
 }  // namespace tav

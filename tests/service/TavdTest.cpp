@@ -80,6 +80,8 @@ TEST(Tavd, CommandLine) {
                 {"--help", 0, "Exit status:"},
                 {"--nonsense", 2, "nonsense"},
                 {"--generic-storage --check-config /missing", 3, "/missing: No such file"},
+                {"--generic-storage=any --check-config /missing", 3, "/missing: No such file"},
+                {"--generic-storage=all", 2, "takes 'any' or nothing, not 'all'"},
                 {"word", 2, "unexpected argument 'word'"},
                 {"--check-config", 2, "requires an argument"},
                 {"--check-config /missing", 3, "/missing: No such file"},

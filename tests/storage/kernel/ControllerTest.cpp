@@ -37,6 +37,7 @@ using tav::test::parseJson;
 using tav::test::Rmc;
 using tav::test::writeCommand;
 using testing::AllOf;
+using testing::AnyOf;
 using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -618,6 +619,61 @@ TEST_F(Controllers, AShutDownWaitsForNoDiskThatHangs) {
     disk(0).removeMember("hang");
     build();
     std::this_thread::sleep_for(50ms);  // what was left behind ends by itself
+}
+
+/// As on a real kernel, where a directory's times tell nothing of its entries: they are those of a
+/// link here.
+TEST_F(Controllers, WhatComesAndGoesIsNoticedByItsName) {
+    for (const char* const directory : {"/sys/class/scsi_host", "/sys/class/scsi_device"}) {
+        fs::rename(directory, std::string(directory) + "s");
+        fs::create_directory_symlink(std::string(directory) + "s", directory);
+    }
+    const auto noticed = [this] {
+        factory().poll();
+        const std::string log = logs();
+        std::size_t times = 0;
+        for (std::size_t at = 0;
+             (at = log.find("Detected change in SCSI hosts/devices.", at)) != std::string::npos;
+             ++at)
+            ++times;
+        return times;
+    };
+    discover();
+    EXPECT_EQ(noticed(), 0U);
+    fs::rename("/sys/class/scsi_devices/2:0:0:0", "/sys/class/away");
+    EXPECT_EQ(noticed(), 1U);
+    EXPECT_EQ(noticed(), 1U) << "once";
+    fs::rename("/sys/class/away", "/sys/class/scsi_devices/9:0:0:0");
+    EXPECT_EQ(noticed(), 2U) << "another one, and as many as before the last";
+    discover();
+    fs::rename("/sys/class/scsi_hosts/host3", "/sys/class/away");
+    discover();
+    EXPECT_EQ(noticed(), 2U) << "a discovery has seen it";
+}
+
+TEST_F(Controllers, OfAStorageClassAreClaimedWhateverTheyAreWhenTheServiceWantsIt) {
+    server_["functions"][0]["device"] = "0x2922";
+    server_["functions"][0]["class"] = "0x010601";
+    build();
+    discover();
+    EXPECT_THAT(infos_, IsEmpty());
+    factory().claimAnyController();
+    discover();
+    ASSERT_THAT(infos_, SizeIs(1));
+    EXPECT_THAT(infos_[0].getModel(),
+                AnyOf(HasSubstr("SATA Controller"), testing::Eq("NotAvailable")))
+        << "as the ID database calls it, where there is one";
+    EXPECT_EQ(infos_[0].getPhysicalLocation().size(), 16U);
+    EXPECT_THAT(disks_, SizeIs(4));
+    disk(1)["errors"] = 2;
+    build();
+    poll();
+    EXPECT_EQ(events().size(), 0U) << "a disk without a place has no event";
+    factory().shutdownFactory();
+    server_["functions"][0]["class"] = "0x020000";
+    build();
+    discover();
+    EXPECT_THAT(infos_, IsEmpty()) << "no storage";
 }
 
 TEST_F(Controllers, ThePublishedInventorySaysWhatTheEventsSay) {
