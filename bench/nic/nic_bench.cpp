@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <limits>
 #include <string>
 #include <thread>
 #include <vector>
@@ -35,6 +36,8 @@ constexpr int cables = 100;  // of two interfaces each
 constexpr int rebuiltAdapters = 64;
 constexpr int linkChanges = 400;
 constexpr int polls = 2000;
+constexpr int fewLinks = 5;
+constexpr int manyLinks = 500;
 constexpr int rebuilds = 80;  // of 65 processes each: the least disturbed one needs many tries
 
 std::string adapter(int number) {
@@ -156,6 +159,22 @@ void commandsOfARebuild() {
     fs::remove("/tmp/floor");
 }
 
+/// Seconds that one notification of a changed link takes among so many.
+double notificationAmong(int links) {
+    listAdapters(links);
+    NICResourceManager::getInstance()->cacheBuild();
+    const auto index = static_cast<int>(::if_nametoindex(adapter(0).c_str()));
+    unsigned change = 0;
+    double least = std::numeric_limits<double>::max();
+    for (int round = 0; round < 20; ++round) {
+        least = std::min(least, bench::secondsPerCall(500, [&] {
+                             const unsigned flags = ++change % 2 == 0 ? IFF_UP | IFF_RUNNING : 0;
+                             tav::applyLinkMessage({index, flags});
+                         }));
+    }
+    return least;
+}
+
 /// Processor time of this process without its children.
 double ownSeconds() {
     rusage usage{};
@@ -185,6 +204,10 @@ int main() {
     manager->cacheBuild();
     bench::Report::latency("a link goes down, until the inventory says so", monitor(),
                            "a program that only receives", bareReceiver());
+
+    const double amongFew = notificationAmong(fewLinks);
+    report.ratio("a notification among 500 links", "one among 5",
+                 {notificationAmong(manyLinks), amongFew}, 3.0);
 
     listAdapters(rebuiltAdapters);
     report.ratio(
