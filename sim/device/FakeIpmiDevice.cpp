@@ -33,6 +33,12 @@ Reply Reply::asAnswerToAnother() && {
     return std::move(*this);
 }
 
+Reply Reply::asEvent() && {
+    for (Timed& timed : answers)
+        timed.answer.receiveType = IPMI_ASYNC_EVENT_RECV_TYPE;
+    return std::move(*this);
+}
+
 Reply Reply::then(Reply next) && {
     answers.insert(answers.end(), next.answers.begin(), next.answers.end());
     return std::move(*this);

@@ -31,7 +31,8 @@ struct Reply {
 
     Reply after(std::chrono::milliseconds delay) &&;  ///< delays every answer of this reply
     Reply asAnswerToAnother() &&;                     ///< gives every answer a wrong message id
-    Reply then(Reply next) &&;                        ///< adds the answers of another reply
+    Reply asEvent() &&;         ///< makes every answer a message that nobody asked for
+    Reply then(Reply next) &&;  ///< adds the answers of another reply
 };
 
 /// A /dev/ipmi0 for the program it is linked into: present from construction to destruction, and

@@ -92,7 +92,7 @@ int IpmiFile::receive(int descriptor, ipmi_recv& wanted, bool truncate) {
     sender.lun = message.lun;
     std::memcpy(wanted.addr, &sender, sizeof sender);
     wanted.addr_len = addressLength;
-    wanted.recv_type = IPMI_RESPONSE_RECV_TYPE;
+    wanted.recv_type = message.receiveType;
     wanted.msgid = message.msgid;
     wanted.msg.netfn = message.netFn;
     wanted.msg.cmd = message.command;
@@ -122,6 +122,7 @@ void IpmiFile::deliverLocked(const IpmiRequest& asked, const IpmiAnswer& answer)
     message.command = asked.command;
     message.msgid = asked.msgid + answer.msgidOffset;
     message.receiveError = answer.receiveError;
+    message.receiveType = answer.receiveType;
     message.data.push_back(answer.completionCode);
     message.data.insert(message.data.end(), answer.data.begin(), answer.data.end());
     // One byte lies in the program's end while messages wait, however many.

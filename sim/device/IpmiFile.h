@@ -32,6 +32,7 @@ struct IpmiAnswer {
     std::vector<std::uint8_t> data;  ///< after the completion code
     long msgidOffset = 0;            ///< other than 0: the answer to some other request
     int receiveError = 0;            ///< receiving it fails with this error number and consumes it
+    int receiveType = IPMI_RESPONSE_RECV_TYPE;  ///< what kind of message it is
 };
 
 class IpmiFile;
@@ -89,6 +90,7 @@ class IpmiFile final : public OpenDevice {
         long msgid = 0;
         std::vector<std::uint8_t> data;  ///< completion code first
         int receiveError = 0;
+        int receiveType = IPMI_RESPONSE_RECV_TYPE;
     };
 
     int send(const ipmi_req& given);

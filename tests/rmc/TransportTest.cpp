@@ -1,8 +1,10 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -184,6 +186,14 @@ TEST(Transport, AnswersThatAreOddButGood) {
     } rows[] = {{"late", [] { return status(0).after(30ms); }},
                 {"after one to another request",
                  [] { return status(8).asAnswerToAnother().then(status(0)); }},
+                {"after an event that nobody asked for",
+                 [] { return status(8).asEvent().then(status(0)); }},
+                {"received again after an interruption",
+                 [] { return Reply::unreceivable(EINTR).then(status(0)); }},
+                {"sent again after an interruption",
+                 [first = true]() mutable {
+                     return std::exchange(first, false) ? Reply::refused(EINTR) : status(0);
+                 }},
                 {"longer than asked for",
                  [] {
                      return Reply::answer({0, 7, 0, 0, 1, 2, 3});
@@ -269,14 +279,14 @@ TEST(Transport, AStopDoesNotBreakATransferThatMoves) {
 }
 
 TEST(Transport, AStopGivesASlowTransferHalfAMinuteAndBeginsNoOther) {
-    logEverything();
-    clockSpeed = 20;
+    logEverything(R"("LoggingLevel": "Error")");
+    clockSpeed = 10;
     tav::StopSignal stop;
     const tav::StopScope scope(&stop);
     std::size_t frames = 0;
     const FakeIpmiDevice device([&](const IpmiRequest&) {
         if (++frames == 3) stop.request();
-        return status(0).after(5ms);  // a tenth of a second of the fast clock
+        return status(0).after(10ms);  // a tenth of a second of the fast clock
     });
     EXPECT_EQ(send(std::string(57 * 1000, 'x')), 1);
     EXPECT_GT(frames, 20U);
@@ -286,7 +296,6 @@ TEST(Transport, AStopGivesASlowTransferHalfAMinuteAndBeginsNoOther) {
     EXPECT_EQ(send("{}"), 1);
     EXPECT_FALSE(IPMIUtils().checkIPMIDBRequest());
     EXPECT_EQ(frames, before);
-    EXPECT_THAT(logs(), HasSubstr("MPEventGen was not sent, because the service stops."));
 }
 
 TEST(Transport, WhoWaitsForTheChannelGoesWithAStop) {
@@ -362,6 +371,44 @@ TEST(Transport, AStopEndsTheWaitForASilentController) {
     }
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s) << "of the usual thirty";
     stopper.join();
+}
+
+TEST(Transport, EveryRequestHasAMessageIdOfItsOwn) {
+    clockSpeed = 1000;
+    const FakeIpmiDevice device([](const IpmiRequest&) { return status(0); });
+    send(std::string(100, 'x'));
+    send("{}");
+    std::set<long> ids;
+    for (const IpmiRequest& request : device.requests())
+        ids.insert(request.msgid);
+    EXPECT_EQ(ids.size(), device.requests().size());
+}
+
+TEST(Transport, TheControllerHasItsPauseAfterEachTransfer) {
+    Rmc rmc;
+    const auto begin = std::chrono::steady_clock::now();
+    std::thread other([] { EXPECT_EQ(send("{}"), 0); });
+    EXPECT_EQ(send("{}"), 0);
+    other.join();
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 1s) << "half a second behind each";
+}
+
+TEST(Transport, TheDoorBellWaitsForATransfer) {
+    clockSpeed = 1000;
+    Rmc rmc;
+    std::unique_lock<std::mutex> transfer(IPMIUtils::mlock);
+    std::thread bell([] { IPMIUtils().checkIPMIDBRequest(); });
+    std::this_thread::sleep_for(100ms);
+    EXPECT_THAT(rmc.device().requests(), IsEmpty());
+    transfer.unlock();
+    bell.join();
+    EXPECT_EQ(rmc.device().requests().size(), 1U);
+}
+
+TEST(Transport, ANameThatIsTooLongKeepsItsNul) {
+    const tav::RmcFrame frame = tav::firstRmcFrame("ANameOfTwentyFourLetters", 1, "");
+    EXPECT_EQ(std::string(frame.begin() + 3, frame.begin() + 23),
+              std::string("ANameOfTwentyFourLe\0", 20));
 }
 
 TEST(Transport, DoorBell) {
