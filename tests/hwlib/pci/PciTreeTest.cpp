@@ -157,6 +157,8 @@ TEST_F(PciTree, VitalProductDataIsOfTheFunctionThatIsThereNow) {
     writeVpd("A1");
     const PciNodePtr node = PciGetnode_str("0000:01:00");
     ASSERT_NE(node, nullptr);
+    ASSERT_NE(node->vendorEntry, nullptr);
+    EXPECT_EQ(vendor_search(0x10DF), node->vendorEntry) << "the names are loaded for the process";
     EXPECT_STREQ(PciGetVPDtag(node.get(), "SN"), "A1");
     EXPECT_STREQ(PciGetVPDProductName(node.get()), "Fibre");
     EXPECT_STREQ(PciGetVPDataProductName(node.get()), "Quad");

@@ -182,6 +182,14 @@ TEST(SmbiosTable, WhateverIsCutOffIsNotThere) {
     EXPECT_EQ(tav::SmbiosTable(std::as_bytes(std::span(tooShort))).first(), nullptr);
 }
 
+TEST(SmbiosTable, AFieldIsThereWhenAllOfItIs) {
+    const SMBIOS_RECORD header{9, 4, 0x0901};
+    EXPECT_EQ(tav::smbiosByte(&header, 3), 0x09);
+    EXPECT_EQ(tav::smbiosByte(&header, 4), tav::Lack::Absent);
+    EXPECT_EQ(tav::smbiosWord(&header, 2), 0x0901);
+    EXPECT_EQ(tav::smbiosWord(&header, 3), tav::Lack::Absent);
+}
+
 TEST(SmbiosTable, StringsEndAtTwoNulsWhereverTheseStand) {
     const std::string structure = le(9, 1) + le(4, 1) + le(1, 2);
     for (std::size_t length = 0; length < 40; ++length) {

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include "hwlib/sysfs/SysFs.h"
+#include "hwlib/sysfs/SysfsNumbers.h"
 #include "hwlib/sysfs/sysfs_readers.h"
 #include "tests/support/MadeUpSysfs.h"
 
@@ -66,7 +67,14 @@ TEST(SysfsReaders, WhatIsNoReadableFileFailsAtOnce) {
         EXPECT_EQ(get_sysfs_buf(path, &size), nullptr) << path;
         EXPECT_EQ(get_sysfs_int(path), -1) << path;
         EXPECT_EQ(get_sysfs_shex(path), 0xFFFF) << path;
+        int number = 7;
+        EXPECT_EQ(tav::_get_sysfs_numeric(path, tav::SysfsFormat::Decimal, &number), -1) << path;
+        EXPECT_EQ(number, 7) << path;
     }
+    writeFile(file, "letters");
+    int number = 7;
+    EXPECT_EQ(tav::_get_sysfs_numeric(file, tav::SysfsFormat::Decimal, &number), 0);
+    EXPECT_EQ(number, -1) << "read, but no number";
 }
 
 TEST(SysfsReaders, NumbersThatDoNotFitAreNotReportedAsOthers) {
