@@ -59,6 +59,30 @@ std::optional<utsname> readUname() {
     return std::nullopt;
 }
 
+/// The host's IPv4 addresses without loopback; nothing when they cannot be asked for.
+std::optional<std::vector<std::string>> askForAddresses() {
+    ifaddrs* list = nullptr;
+    if (::getifaddrs(&list) != 0) {
+        logger.warning(here(), "The host's addresses cannot be asked for (errno: %d)", errno);
+        return std::nullopt;
+    }
+    const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(list, &::freeifaddrs);
+    std::vector<std::string> addresses;
+    for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
+        if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET) continue;
+        std::array<char, INET_ADDRSTRLEN> text{};
+        const void* const socketAddress = entry->ifa_addr;
+        const auto& address = static_cast<const sockaddr_in*>(socketAddress)->sin_addr;
+        if (::inet_ntop(AF_INET, &address, text.data(), text.size()) == nullptr) continue;
+        const std::string_view name = entry->ifa_name;
+        logger.debug(here(), "%s IP Address %s\n", entry->ifa_name, text.data());
+        if (name != "lo" && std::string_view(text.data()) != loopbackAddress) {
+            addresses.emplace_back(text.data());
+        }
+    }
+    return addresses;
+}
+
 /// Reads a line of the version command into `cache`, unless that has been done before.
 std::string readVersionOnce(std::mutex& lock, std::string& cache, const char* command,
                             const char* failure) {
@@ -164,6 +188,7 @@ std::string tavUtils::OSVersion;
 std::string tavUtils::OSName;
 std::string tavUtils::primaryIPv4Address;
 std::string tavUtils::auxIPv4Address;
+std::vector<std::string> tavUtils::knownIPv4Addresses;
 std::map<std::string, std::string> tavUtils::geoIDMap;
 
 std::string tavUtils::readHostName() {
@@ -199,29 +224,14 @@ bool tavUtils::getOSType(int* type) {
 }
 
 std::vector<std::string> tavUtils::getIPAddresses() {
-    std::vector<std::string> addresses;
-    ifaddrs* list = nullptr;
-    if (::getifaddrs(&list) != 0) list = nullptr;
-    const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(list, &::freeifaddrs);
-    for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
-        if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET) continue;
-        std::array<char, INET_ADDRSTRLEN> text{};
-        const void* const socketAddress = entry->ifa_addr;
-        const auto& address = static_cast<const sockaddr_in*>(socketAddress)->sin_addr;
-        if (::inet_ntop(AF_INET, &address, text.data(), text.size()) == nullptr) continue;
-        const std::string_view name = entry->ifa_name;
-        logger.debug(here(), "%s IP Address %s\n", entry->ifa_name, text.data());
-        if (name != "lo" && std::string_view(text.data()) != loopbackAddress) {
-            addresses.emplace_back(text.data());
-        }
-    }
+    const auto answer = askForAddresses();
     const std::lock_guard<std::mutex> held(mutex_lock);
-    const bool present =
-        std::find(addresses.begin(), addresses.end(), auxIPv4Address) != addresses.end();
-    if (auxIPv4Address.empty() || !present) {
-        auxIPv4Address = addresses.empty() ? loopbackAddress : addresses.front();
+    if (answer) knownIPv4Addresses = *answer;
+    const std::vector<std::string>& known = knownIPv4Addresses;
+    if (std::find(known.begin(), known.end(), auxIPv4Address) == known.end()) {
+        auxIPv4Address = known.empty() ? loopbackAddress : known.front();
     }
-    return addresses;
+    return known;
 }
 
 std::vector<std::string> tavUtils::updateAndFetchIPAddresses() {

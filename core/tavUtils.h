@@ -26,7 +26,8 @@ class TAV_API tavUtils {
     /// Stores the code of the OS type; always true.
     bool getOSType(int* type);
 
-    /// The host's IPv4 addresses without loopback, in the order of the interface list.
+    /// The host's IPv4 addresses without loopback, in the order of the interface list. While they
+    /// cannot be asked for, the ones last known.
     std::vector<std::string> getIPAddresses();
     /// The same, and makes the first of them the primary address.
     std::vector<std::string> updateAndFetchIPAddresses();
@@ -83,11 +84,12 @@ class TAV_API tavUtils {
  private:
     long cacheRefreshTimeInterval = 0;
 
-    static std::mutex mutex_lock;  ///< guards the four texts below
+    static std::mutex mutex_lock;  ///< guards the texts and the list below
     static std::string OSVersion;
     static std::string OSName;
     static std::string primaryIPv4Address;
     static std::string auxIPv4Address;
+    static std::vector<std::string> knownIPv4Addresses;  ///< the last that could be asked for
     static std::map<std::string, std::string> geoIDMap;
 };
 

@@ -91,7 +91,9 @@ void HostResourceManager::cacheBuild() {
     logger.debug(here(), "Starting Host resource manager cache build.");
     {
         tav::InventoryCache<Inventory>::Build build(cache_);
-        tavHostOSInfo host = populateHostInfo();
+        const auto known = cache_.current();
+        tavHostOSInfo host =
+            populateHostInfo(known->hosts.empty() ? tavHostOSInfo() : known->hosts.front());
         // A stop ends the commands that were asked; what they left open must not be reported.
         if (tav::stopRequested()) return;
         Json::Value record = tav::renderHostInventory(host, populateCollectionInfo());
@@ -105,12 +107,12 @@ void HostResourceManager::cacheBuild() {
     logger.debug(here(), "Exiting CacheBuild");
 }
 
-tavHostOSInfo HostResourceManager::populateHostInfo() {
+tavHostOSInfo HostResourceManager::populateHostInfo(tavHostOSInfo known) {
     logger.debug(here(), " Populating host information.");
     tavUtils utils;
     int osType = 0;
     utils.getOSType(&osType);
-    tavHostOSInfo host;
+    tavHostOSInfo host = std::move(known);
     host.setHostName(utils.readHostName());
     host.setOSName(utils.readHostOSName());
     host.setOSVersion(utils.readHostOSVersion());
@@ -130,6 +132,7 @@ tavCollectionInfo HostResourceManager::populateCollectionInfo() {
     return collection;
 }
 
+/// A sample that tells nothing leaves standing what was known before.
 void HostResourceManager::getTotalPhysicalMemory(tavHostOSInfo& host) {
     const tav::ScratchFile scratch(memoryFile);
     if (!scratch.isOpen()) {
@@ -139,6 +142,10 @@ void HostResourceManager::getTotalPhysicalMemory(tavHostOSInfo& host) {
     // A sample is taken as far as it goes, whatever the command says of itself.
     tav::runShell(memoryCommand);
     const tav::HostMemory memory = tav::parseMemorySample(scratch.read(memorySampleLimit));
+    if (memory.totalMBytes == 0) {
+        logger.debug(here(), "The memory sample tells no size.");
+        return;
+    }
     const long totalGiB = memory.totalMBytes / mbytesPerGiB;  // whole GiB are reported
     const long freeGiB = memory.freeMBytes / mbytesPerGiB;
     host.setOSMemorySummary(static_cast<double>(totalGiB), static_cast<double>(freeGiB));

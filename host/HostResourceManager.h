@@ -40,7 +40,8 @@ class TAV_API HostResourceManager final : public tavResourceManager {
         std::vector<Json::Value> records;
     };
 
-    static tavHostOSInfo populateHostInfo();
+    /// The host as it is, over what was `known` of it: what cannot be asked stands.
+    static tavHostOSInfo populateHostInfo(tavHostOSInfo known);
     static tavCollectionInfo populateCollectionInfo();
     static void getTotalPhysicalMemory(tavHostOSInfo& host);
     void genOSBootLogic();

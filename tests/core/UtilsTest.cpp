@@ -1,16 +1,54 @@
+#include <array>
+#include <cerrno>
+#include <cstddef>
 #include <ctime>
 #include <filesystem>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include <ifaddrs.h>
 #include <unistd.h>
 
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "core/tavUtils.h"
 #include "tests/support/Files.h"
+
+namespace {
+
+/// What the interface list holds in these tests, where they say so.
+struct Interfaces {
+    static constexpr std::size_t room = 4;
+    std::array<ifaddrs, room> entries{};
+    std::array<sockaddr_in, room> addresses{};
+    bool cannotBeAsked = false;
+
+    void set(const std::vector<std::pair<const char*, const char*>>& interfaces) {
+        for (std::size_t i = 0; i < interfaces.size(); ++i) {
+            void* const address = &addresses.at(i);
+            addresses.at(i).sin_family = AF_INET;
+            ::inet_pton(AF_INET, interfaces[i].second, &addresses.at(i).sin_addr);
+            entries.at(i).ifa_name = const_cast<char*>(interfaces[i].first);
+            entries.at(i).ifa_addr = static_cast<sockaddr*>(address);
+            entries.at(i).ifa_next = i + 1 < interfaces.size() ? &entries.at(i + 1) : nullptr;
+        }
+    }
+};
+Interfaces* madeUpInterfaces = nullptr;
+
+}  // namespace
+
+extern "C" int getifaddrs(ifaddrs** list) noexcept {
+    *list = madeUpInterfaces == nullptr ? nullptr : madeUpInterfaces->entries.data();
+    if (madeUpInterfaces == nullptr || !madeUpInterfaces->cannotBeAsked) return 0;
+    errno = EMFILE;
+    return -1;
+}
+extern "C" void freeifaddrs(ifaddrs* /*list*/) noexcept {}
 
 namespace {
 
@@ -57,6 +95,28 @@ TEST(Utils, AddressesOfAHostWithLoopbackAlone) {
     for (const char* text : {"0.0.0.0", "10.1.2", "10.1.2.3 ", "", "::1", "256.1.1.1"}) {
         EXPECT_FALSE(utils.is_ipv4_address(text)) << text;
     }
+}
+
+TEST(Utils, TheAuxiliaryAddressStaysAsLongAsTheHostHasIt) {
+    logEverything();
+    Interfaces interfaces;
+    madeUpInterfaces = &interfaces;
+    tavUtils utils;
+    interfaces.set(
+        {{"lo", "10.9.9.9"}, {"eth0", "10.0.0.1"}, {"odd", "127.0.0.1"}, {"eth1", "10.0.0.2"}});
+    EXPECT_THAT(utils.getIPAddresses(), ElementsAre("10.0.0.1", "10.0.0.2"));
+    EXPECT_THAT(logs(), HasSubstr("eth0 IP Address 10.0.0.1\n"));
+    EXPECT_EQ(utils.getPrimaryIPAddress(), "10.0.0.1");
+    interfaces.set({{"eth1", "10.0.0.2"}, {"eth0", "10.0.0.1"}});
+    utils.getIPAddresses();
+    EXPECT_EQ(utils.getPrimaryIPAddress(), "10.0.0.1") << "no longer the first, but there";
+    interfaces.set({{"eth1", "10.0.0.2"}});
+    utils.getIPAddresses();
+    EXPECT_EQ(utils.getPrimaryIPAddress(), "10.0.0.2") << "the old one has vanished";
+    interfaces.cannotBeAsked = true;
+    EXPECT_THAT(utils.updateAndFetchIPAddresses(), ElementsAre("10.0.0.2"))
+        << "not known now is not gone";
+    EXPECT_EQ(utils.getPrimaryIPAddress(), "10.0.0.2");
 }
 
 TEST(Utils, TimeStamps) {

@@ -101,6 +101,24 @@ TEST(HostManager, ABuildSurvivesCommandsThatFail) {
     EXPECT_THAT(logs(), HasSubstr("Unable to fetch physical memory information.\n"));
 }
 
+TEST(HostManager, AMemorySampleThatFailsLeavesWhatWasKnown) {
+    writeHostCommands();
+    const auto memory = [] {
+        manager().cacheBuild();
+        const tavHostMemorySummary summary =
+            manager().getHostInventory().at(0).getOSMemorySummary();
+        return std::pair(summary.getTotalSystemMemGiB(), summary.getTotalFreeSystemMemoryGiB());
+    };
+    EXPECT_EQ(memory(), std::pair(4.0, 1.0));
+    writeCommand("esxtop", "exit 1");
+    EXPECT_EQ(memory(), std::pair(4.0, 1.0));
+    std::filesystem::create_directories("/opt/orn/tav/data/tav-mem.txt/inside");
+    EXPECT_EQ(memory(), std::pair(4.0, 1.0));
+    std::filesystem::remove_all("/opt/orn/tav/data/tav-mem.txt");
+    writeHostCommands();
+    EXPECT_EQ(memory(), std::pair(4.0, 1.0));
+}
+
 TEST(HostManager, ReadersGetThePreviousCopyDuringABuild) {
     logEverything();
     clockSpeed = 100;
