@@ -169,6 +169,7 @@ TEST(Config, PipeInThePlaceOfTheFileIsNotWaitedFor) {
 TEST(Config, ReportsWhatBecameOfEachSetting) {
     std::vector<tavSettingReport> reports;
     tavConfig::fromText(R"({"LogingLevel": "Info", "EnableResources": ["HostOSInfo", "Storage"],
+        "EnableDebugLog": "yes", "CaptureUnhandledExceptionStack": "False", "CliMode": "Inject",
         "PushInventoryFrequencyInMinutes": 0, "CacheRefreshInSeconds": {"Global": 60, "Host": 5, "HostOSInfo": []}})",
                         &reports);
     const auto outcome = [&](const std::string& key) {
@@ -179,6 +180,9 @@ TEST(Config, ReportsWhatBecameOfEachSetting) {
     using Outcome = tavSettingReport::Outcome;
     EXPECT_EQ(outcome("LogingLevel"), static_cast<int>(Outcome::Unknown));
     EXPECT_EQ(outcome("LoggingLevel"), static_cast<int>(Outcome::Absent));
+    EXPECT_EQ(outcome("EnableDebugLog"), static_cast<int>(Outcome::Invalid));
+    EXPECT_EQ(outcome("CaptureUnhandledExceptionStack"), static_cast<int>(Outcome::Accepted));
+    EXPECT_EQ(outcome("CliMode"), static_cast<int>(Outcome::Accepted));
     EXPECT_EQ(outcome("EnableResources[0]"), static_cast<int>(Outcome::Accepted));
     EXPECT_EQ(outcome("EnableResources[1]"), static_cast<int>(Outcome::Invalid));
     EXPECT_EQ(outcome("PushInventoryFrequencyInMinutes"), static_cast<int>(Outcome::Invalid));
