@@ -248,6 +248,7 @@ TEST(Utils, AdapterNamesNeverReachTheShellAsAnythingElse) {
     std::string address = "old";
     EXPECT_EQ(utils.getPCIString("vmhba0", address), 1);
     EXPECT_EQ(address, "0000:18:00.0");
+    EXPECT_EQ(utils.getPCIString("vmhba_0-a.b:1", address), 1) << "is a name";
     for (const char* name : {"x'; touch /tmp/executed; '", "$(touch /tmp/executed)", "", "a b"}) {
         address = "old";
         EXPECT_EQ(utils.getPCIString(name, address), -1) << name;
