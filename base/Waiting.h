@@ -57,7 +57,7 @@ class TAV_API TimeLimit {
 };
 
 /// How long something has taken, on the clock that nobody sets.
-class Stopwatch {
+class TAV_API Stopwatch {
  public:
     Stopwatch();
     std::chrono::milliseconds elapsed() const;

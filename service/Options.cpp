@@ -34,7 +34,7 @@ Exit status:
   2    the command line is wrong
   3    --check-config: the file cannot be used, or something in it was replaced or ignored
   4    another tavd is running
-  5    it is not run by root
+  5    not run by root
   130  --print was interrupted (128 and the signal's number)
   245  the debug log's directory cannot be created (the system log says why)
   246  the main log's directory cannot be created (the system log says why)

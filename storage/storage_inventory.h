@@ -38,7 +38,7 @@ struct StorageInventory {
 
 /// What is published: the inventory of each controller, in the order of their discovery. A part
 /// never changes; factory and controller only tell whose it is, and may be gone.
-struct StorageGeneration {
+struct TAV_API StorageGeneration {
     struct Part {
         const ItavStorageControllerFactory* factory = nullptr;
         const ItavStorageController* controller = nullptr;
@@ -49,6 +49,6 @@ struct StorageGeneration {
     const Part* partOf(const ItavStorageController& controller) const;
 };
 
-StorageInventory renderStorage(const StorageRecords& records);
+TAV_API StorageInventory renderStorage(const StorageRecords& records);
 
 }  // namespace tav

@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 
+#include "base/Export.h"
 #include "storage/raid/storelib_survey.h"
 
 namespace tav::storelib {
@@ -13,7 +14,7 @@ namespace tav::storelib {
 /// Locks: the build lock is held for the whole of a build, in which the library is asked; the lock
 /// of the generation for the exchange of a pointer. Generations are never changed: a build makes
 /// the next one from a copy, and whoever holds one keeps it for as long as he wants.
-class Cache {
+class TAV_API Cache {
  public:
     using Generation = std::shared_ptr<const Snapshot>;
 

@@ -4,6 +4,7 @@
 #include <functional>
 #include <utility>
 
+#include "base/Export.h"
 #include "storage/raid/storelib_records.h"
 
 /// The commands of the vendor library, one function each. They fill a command block and hand it to
@@ -17,7 +18,7 @@ inline constexpr std::uint32_t invalidController = 0x800A;
 /// Bytes of a controller's safe id.
 inline constexpr std::uint32_t safeIdSize = 41;
 
-class Commands {
+class TAV_API Commands {
  public:
     using Call = std::function<std::uint32_t(_SL_LIB_CMD_PARAM_T*)>;
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "base/Export.h"
 #include "storage/raid/storelib_records.h"
 
 namespace tav::storelib {
@@ -9,7 +10,7 @@ namespace tav::storelib {
 using EntryPoint = std::uint32_t (*)(_SL_LIB_CMD_PARAM_T* command);
 
 /// The vendor library's file. Not locked: belongs to whoever loads it.
-class LibraryFile {
+class TAV_API LibraryFile {
  public:
     LibraryFile() = default;
     LibraryFile(const LibraryFile&) = delete;

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/Export.h"
 #include "storage/raid/storelib_commands.h"
 #include "storage/raid/storelib_decoding.h"
 
@@ -14,7 +15,7 @@ namespace tav::storelib {
 
 /// Everything that the library tells at one time. What it did not want to tell then is as it was
 /// the time before: nothing is absent because it could not be asked for.
-struct Snapshot {
+struct TAV_API Snapshot {
     std::vector<CTRL_INFO> controllers;
     std::map<std::uint32_t, std::vector<PD_INFO>> drives;   ///< by controller id
     std::map<std::uint32_t, std::vector<LD_INFO>> volumes;  ///< by controller id
@@ -28,7 +29,7 @@ struct Snapshot {
 
 /// Asks the library for one kind of thing after the other, controller by controller. Each question
 /// replaces that part of a snapshot, which the next ones then build on.
-class Survey {
+class TAV_API Survey {
  public:
     /// `controllers` are the whole ids of the library's list. `known` is the last snapshot.
     Survey(const Commands& commands, std::vector<std::uint32_t> controllers, const Snapshot& known)
