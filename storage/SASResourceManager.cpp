@@ -11,7 +11,6 @@
 #include "base/Waiting.h"
 #include "core/tavConfig.h"
 #include "core/tavUtils.h"
-#include "rmc/tavEventHandler.h"
 #include "rmc/tavJsonAggregator.h"
 #include "storage/model/sample_records.h"
 #include "storage/model/storage_utils.h"
@@ -267,14 +266,16 @@ void SASResourceManager::sendInventorytToRMCOnCacheBuild() {
     logger.debug(here(), "Signalled inventory push.");
 }
 
-void SASResourceManager::generateEvent(int eventID, const std::string& location, bool serviceEvent,
-                                       const tavInventoryBase& record) {
-    tavEventHandler().generateEvent(eventAbout(record, eventID, location, serviceEvent, "TAV"));
+tav::EventOutcome SASResourceManager::generateEvent(int eventID, const std::string& location,
+                                                    bool serviceEvent,
+                                                    const tavInventoryBase& record) {
+    return tavEventHandler().deliverEvent(
+        eventAbout(record, eventID, location, serviceEvent, "TAV"));
 }
 
-void SASResourceManager::generateEvent(int eventID, bool serviceEvent,
-                                       const tavInventoryBase& record) {
-    tavEventHandler().generateEvent(
+tav::EventOutcome SASResourceManager::generateEvent(int eventID, bool serviceEvent,
+                                                    const tavInventoryBase& record) {
+    return tavEventHandler().deliverEvent(
         {eventID, eventModule, serviceEvent, tavUtils::getTime(), record.getVariableData(), "TAV"});
 }
 

@@ -56,6 +56,9 @@ class TAV_API SASResourceManager final : public tavResourceManager {
     static void updateInventory(const ItavStorageController& controller,
                                 const tav::StorageRecords& records);
 
+    /// Whether a build is under way, which may have passed by what the caller knows. Any thread.
+    static bool isBuilding() { return getInstance()->cache_.isBuildInProgress(); }
+
     /// Asks for a build as soon as may be. Any thread, also a controller inside a build.
     static void invalidateInventoryCache();
 
@@ -63,11 +66,13 @@ class TAV_API SASResourceManager final : public tavResourceManager {
     /// have passed by what the request is about; then the one after it asks for a push as well.
     static void sendInventorytToRMCOnCacheBuild();
 
-    /// Raises an event about the record and waits until it is sent. `location` is a location code
-    /// or a placeholder; the form without one is for resources that have none. Any thread.
-    static void generateEvent(int eventID, const std::string& location, bool serviceEvent,
-                              const tavInventoryBase& record);
-    static void generateEvent(int eventID, bool serviceEvent, const tavInventoryBase& record);
+    /// Raises an event about the record, waits until it is sent and tells what became of it.
+    /// `location` is a location code or a placeholder; the form without one is for resources that
+    /// have none. Any thread.
+    static tav::EventOutcome generateEvent(int eventID, const std::string& location,
+                                           bool serviceEvent, const tavInventoryBase& record);
+    static tav::EventOutcome generateEvent(int eventID, bool serviceEvent,
+                                           const tavInventoryBase& record);
 
     /// Raises a test event with a made-up record. Event IDs: 397 and 398 for a controller, 538 to
     /// 540 for a drive, 681 and 683 for a volume; nothing is raised for any other. Any thread.

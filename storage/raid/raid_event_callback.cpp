@@ -15,7 +15,7 @@ using tav::here;
 
 namespace {
 
-constexpr tav::ModuleLog logger{"LSI_EVT"};
+constexpr tav::ModuleLog logger{"LSI_EVENT_INTERF"};
 
 constexpr int libraryClassOffset = 2;  // the library counts from -2
 
@@ -81,10 +81,8 @@ void dispatch(const tav::RaidEventRecord& record) {
     TAV_SAS_EVENT_DETAIL event = translate(record);
     decodeArgument(record, event);
     tavStoreLibInterface::getInstance()->cacheBuild(event.locale);
-    // One that has just been inserted is known now.
-    const bool unknownDrive =
-        event.deviceId != sasEventNoNumber && event.driveSerial == sasEventNotAvailable;
-    if (unknownDrive) lookUpDrive(event);
+    // Where a drive has taken the place of another one, it is the one that the event names.
+    if (event.deviceId != sasEventNoNumber) lookUpDrive(event);
     if (const auto handler = tavSASLSIEvent::_tavSASFunc.load()) handler(&event);
 }
 

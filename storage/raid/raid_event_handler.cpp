@@ -11,7 +11,7 @@ using tav::here;
 
 namespace {
 
-constexpr tav::ModuleLog logger{"LSI_EVT"};
+constexpr tav::ModuleLog logger{"LSI_EVENT_INTERF"};
 
 bool isAnalysed(const TAV_SAS_EVENT_DETAIL& event) {
     return event.locale == tav::locale::drive || event.locale == tav::locale::controller ||

@@ -7,7 +7,7 @@
 namespace tav {
 namespace {
 
-constexpr ModuleLog logger{"LSI_EVT"};
+constexpr ModuleLog logger{"LSI_EVENT_INTERF"};
 
 using Event = TAV_SAS_EVENT_DETAIL;
 using enum Presence;
@@ -306,7 +306,7 @@ const RaidEventRule* driveEventRule(const TAV_SAS_EVENT_DETAIL& event, ReportedH
 }
 
 const RaidEventRule* controllerEventRule(const TAV_SAS_EVENT_DETAIL& event,
-                                         TAV_RESOURCE_HEALTH reported) {
+                                         ReportedHealth reported) {
     return firstOf(controllerRules, event, reported);
 }
 

@@ -76,7 +76,8 @@ struct RaidEventRule {
     EventReport reportAfterwards = nullptr;  ///< written last
 };
 
-/// Of the resource that an event names; empty when the controller's inventory does not hold it.
+/// Of the resource that an event names; empty when the controller's inventory does not hold it, and
+/// Unknown when the RMC has not been told what the resource is like now.
 using ReportedHealth = std::optional<TAV_RESOURCE_HEALTH>;
 
 /// The first row that applies, or null. `reported` is the health that the last event of the event's
@@ -86,6 +87,6 @@ TAV_API const RaidEventRule* volumeEventRule(const TAV_SAS_EVENT_DETAIL& event,
 TAV_API const RaidEventRule* driveEventRule(const TAV_SAS_EVENT_DETAIL& event,
                                             ReportedHealth reported);
 TAV_API const RaidEventRule* controllerEventRule(const TAV_SAS_EVENT_DETAIL& event,
-                                                 TAV_RESOURCE_HEALTH reported);
+                                                 ReportedHealth reported);
 
 }  // namespace tav

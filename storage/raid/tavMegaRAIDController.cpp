@@ -10,13 +10,14 @@
 #include "storage/SASResourceManager.h"
 #include "storage/raid/raid_event_record.h"
 #include "storage/raid/raid_inventory.h"
+#include "storage/raid/storelib_survey.h"
 #include "storage/raid/tavSASLSIEvent.h"
 
 using tav::here;
 
 namespace {
 
-constexpr tav::ModuleLog logger{"LSI_CTLR"};
+constexpr tav::ModuleLog logger{"STOR_MR"};
 
 // Events are enabled, and the library reports changes of the controller and of its disks by itself.
 constexpr std::uint32_t everythingByEvents = 7;
@@ -33,14 +34,30 @@ bool areKnown(const std::string& one, const std::string& other) {
     return isKnown(one) && isKnown(other);
 }
 
-/// Empty for a drive that cannot be told from others.
-std::string identityOf(const tavDiskInfo& disk) {
-    const std::string serial = disk.getSerialNumber();
-    return isKnown(serial) ? serial : std::string();
+/// What the library tells of the controller, which is no condition: events alone know it.
+tavStorageControllerInfo described(const CTRL_INFO& record, const std::string& pciLocation) {
+    tavStorageControllerInfo info;
+    tav::describeController(record, pciLocation, info);
+    assign(info, tav::running);
+    return info;
 }
 
-std::string identityOf(const tavLogicalDiskInfo& volume) {
-    return volume.getDurableName();
+std::vector<tav::FoundRaidResource<tavDiskInfo>> disksOf(const std::vector<PD_INFO>& records,
+                                                         const std::string& pciLocation) {
+    std::vector<tav::FoundRaidResource<tavDiskInfo>> found;
+    found.reserve(records.size());
+    for (const PD_INFO& record : records)
+        found.push_back({record.deviceId, record.serialNumber, tav::toDisk(record, pciLocation)});
+    return found;
+}
+
+std::vector<tav::FoundRaidResource<tavLogicalDiskInfo>> volumesOf(
+    const std::vector<LD_INFO>& records) {
+    std::vector<tav::FoundRaidResource<tavLogicalDiskInfo>> found;
+    found.reserve(records.size());
+    for (const LD_INFO& record : records)
+        found.push_back({record.targetId, record.durableName, tav::toVolume(record)});
+    return found;
 }
 
 template <class Record>
@@ -48,24 +65,34 @@ void append(const std::vector<Record>& records, std::vector<Record>& list) {
     list.insert(list.end(), records.begin(), records.end());
 }
 
-/// What the last event has reported of a resource; empty for none.
-tav::ReportedHealth reportedHealth(const tavStatusInfo* resource) {
-    if (resource == nullptr) return std::nullopt;
-    return resource->getEventHealth();
+/// What was reported of a resource; empty for none.
+template <class Entry>
+tav::ReportedHealth reportedHealth(const Entry* entry) {
+    if (entry == nullptr) return std::nullopt;
+    return entry->resource.reportedHealth();
 }
 
-void setCondition(const tav::RaidEventRule& rule, const TAV_SAS_EVENT_DETAIL& event,
-                  tavStatusInfo& resource) {
-    if (rule.state || rule.takesNewDriveState) {
-        const TAV_RESOURCE_STATE state =
-            rule.takesNewDriveState ? tav::stateOfDrive(event.newDriveState) : *rule.state;
-        resource.setEventState(state);
-        resource.setState(state);
-    }
-    if (rule.health) {
-        resource.setEventHealth(*rule.health);
-        resource.setHealth(*rule.health);
-    }
+/// What the event says of a resource that is in the condition `now`.
+tav::Condition saidBy(const tav::RaidEventRule& rule, const TAV_SAS_EVENT_DETAIL& event,
+                      tav::Condition now) {
+    if (rule.state) now.state = *rule.state;
+    if (rule.takesNewDriveState) now.state = tav::stateOfDrive(event.newDriveState);
+    if (rule.health) now.health = *rule.health;
+    return now;
+}
+
+using FindRule = const tav::RaidEventRule* (*)(const TAV_SAS_EVENT_DETAIL&, tav::ReportedHealth);
+
+/// Lets a resource hear the event; returns whether its condition is another one afterwards. Where
+/// the RMC knows already what the event says, but an event that it did not get has said otherwise
+/// meanwhile, the condition follows in silence.
+template <class Record>
+bool hear(tav::RaidResource<Record>& resource, const tav::RaidEventRule& rule, FindRule findRule,
+          const TAV_SAS_EVENT_DETAIL& event) {
+    const tav::Condition now = resource.now();
+    const tav::RaidEventRule* decisive = &rule;
+    if (rule.reported && *rule.reported != now.health) decisive = findRule(event, now.health);
+    return decisive != nullptr && resource.hear(saidBy(*decisive, event, now));
 }
 
 void report(tav::EventReport line, const TAV_SAS_EVENT_DETAIL& event) {
@@ -86,14 +113,9 @@ std::atomic<bool> tavMegaRAIDController::isAENRegistered{false};
 std::atomic<int> tavMegaRAIDController::totalLSICtrls{0};
 
 tavMegaRAIDController::tavMegaRAIDController(const CTRL_INFO& record)
-    : controllerId_(record.controllerId) {
+    : controllerId_(record.controllerId), controller_(described(record, record.pciLocation)) {
     pciLocation_ = record.pciLocation;
     family_ = TAV_FAMILY_MEGARAID;
-    tav::describeController(record, pciLocation_, info_);
-    info_.setState(TAV_STATE_RUNNING);
-    info_.setHealth(TAV_HEALTH_OK);
-    info_.setEventState(TAV_STATE_RUNNING);
-    info_.setEventHealth(TAV_HEALTH_OK);
     ++totalLSICtrls;
 }
 
@@ -118,47 +140,41 @@ int tavMegaRAIDController::discoverInventory(tavStorageControllerInfo& info) {
     const std::lock_guard<std::recursive_mutex> held(lock_);
     // One whose PCI location cannot be read is where it was.
     if (!record.pciLocation.empty()) pciLocation_ = record.pciLocation;
-    tav::describeController(record, pciLocation_, info_);
-    info = info_;
+    controller_.look(described(record, pciLocation_));
+    info = controller_.record();
     return 0;
 }
 
 int tavMegaRAIDController::discoverPhysicalDiskInventory(std::vector<tavDiskInfo>& disks) {
-    if (isRemoved()) {
-        append(getPhysicalDrivesInventory(), disks);
-        return 0;
+    if (!isRemoved() && lookAtDrives(Drives::Gone::Leave)) {
+        SASResourceManager::sendInventorytToRMCOnCacheBuild();
     }
-    const std::vector<PD_INFO> records =
-        tavStoreLibInterface::getInstance()->getPDInventoryForCtrl(controllerId_);
-    const std::string pciLocation = getPciLocation();
-    std::vector<tavDiskInfo> fresh;
-    fresh.reserve(records.size());
-    for (const PD_INFO& record : records)
-        fresh.push_back(tav::toDisk(record, pciLocation));
-
-    const std::lock_guard<std::recursive_mutex> held(lock_);
-    driveConditions_.carry(fresh, disks_, [](const tavDiskInfo& disk) { return identityOf(disk); });
-    disks_ = std::move(fresh);
-    append(disks_, disks);
+    append(getPhysicalDrivesInventory(), disks);
     return 0;
 }
 
 int tavMegaRAIDController::discoverLogicalDiskInventory(std::vector<tavLogicalDiskInfo>& volumes) {
-    if (isRemoved()) {
-        append(getLogicalDiskInventory(), volumes);
-        return 0;
+    if (!isRemoved() && lookAtVolumes(Volumes::Gone::Leave)) {
+        SASResourceManager::sendInventorytToRMCOnCacheBuild();
     }
-    std::vector<tavLogicalDiskInfo> fresh;
-    for (const LD_INFO& record :
-         tavStoreLibInterface::getInstance()->getLDInventoryForCtrl(controllerId_)) {
-        fresh.push_back(tav::toVolume(record));
-    }
-    const std::lock_guard<std::recursive_mutex> held(lock_);
-    volumeConditions_.carry(fresh, volumes_,
-                            [](const tavLogicalDiskInfo& volume) { return identityOf(volume); });
-    volumes_ = std::move(fresh);
-    append(volumes_, volumes);
+    append(getLogicalDiskInventory(), volumes);
     return 0;
+}
+
+bool tavMegaRAIDController::lookAtDrives(Drives::Gone gone) {
+    const auto snapshot = tavStoreLibInterface::getInstance()->snapshot();
+    auto found = disksOf(snapshot->drivesOf(controllerId_), getPciLocation());
+    const std::lock_guard<std::recursive_mutex> held(lock_);
+    const bool isFirst = !std::exchange(hasDrives_, true);
+    return drives_.look(std::move(found), gone) && !isFirst;
+}
+
+bool tavMegaRAIDController::lookAtVolumes(Volumes::Gone gone) {
+    const auto snapshot = tavStoreLibInterface::getInstance()->snapshot();
+    auto found = volumesOf(snapshot->volumesOf(controllerId_));
+    const std::lock_guard<std::recursive_mutex> held(lock_);
+    const bool isFirst = !std::exchange(hasVolumes_, true);
+    return volumes_.look(std::move(found), gone) && !isFirst;
 }
 
 bool tavMegaRAIDController::enableEvents() {
@@ -167,12 +183,19 @@ bool tavMegaRAIDController::enableEvents() {
         const std::lock_guard<std::recursive_mutex> held(lock_);
         flags_ = everythingByEvents;
     }
-    if (!isAENRegistered && isLSILibLoaded) {
+    if (isLSILibLoaded && !isEventsEnabled()) {
         tavSASLSIEvent& events = *tavSASLSIEvent::getInstance();
         isAENRegistered =
             events.RegisterForAEN(handleEvent) == libraryUsable && events.isRegistered();
     }
     return true;
+}
+
+bool tavMegaRAIDController::isEventsEnabled() {
+    if (!isAENRegistered) return false;
+    const std::string serial = getInventory().getSerialNumber();
+    return tavSASLSIEvent::getInstance()->isRegistered(controllerId_,
+                                                       isKnown(serial) ? serial : "");
 }
 
 void tavMegaRAIDController::processDeviceRemoval() {
@@ -195,17 +218,17 @@ void tavMegaRAIDController::processDeviceRemoval() {
 
 tavStorageControllerInfo tavMegaRAIDController::getInventory() const {
     const std::lock_guard<std::recursive_mutex> held(lock_);
-    return info_;
+    return controller_.record();
 }
 
 std::vector<tavDiskInfo> tavMegaRAIDController::getPhysicalDrivesInventory() const {
     const std::lock_guard<std::recursive_mutex> held(lock_);
-    return disks_;
+    return drives_.records();
 }
 
 std::vector<tavLogicalDiskInfo> tavMegaRAIDController::getLogicalDiskInventory() const {
     const std::lock_guard<std::recursive_mutex> held(lock_);
-    return volumes_;
+    return volumes_.records();
 }
 
 std::string tavMegaRAIDController::getDeviceName() const {
@@ -220,7 +243,7 @@ void tavMegaRAIDController::setDeviceName(std::string name) {
 
 bool tavMegaRAIDController::isRecord(const CTRL_INFO& record) const {
     const std::lock_guard<std::recursive_mutex> held(lock_);
-    const std::string serial = info_.getSerialNumber();
+    const std::string serial = controller_.record().getSerialNumber();
     if (areKnown(serial, record.serialNumber)) return serial == record.serialNumber;
     if (areKnown(pciLocation_, record.pciLocation)) return pciLocation_ == record.pciLocation;
     return controllerId_ == record.controllerId;
@@ -234,19 +257,49 @@ bool tavMegaRAIDController::isConcernedBy(const TAV_SAS_EVENT_DETAIL& event) con
 
 void tavMegaRAIDController::analyzeAndGenerateEvent(TAV_SAS_EVENT_DETAIL* event) {
     if (event == nullptr || isRemoved()) return;
+    const bool hasMoved = look(*event);
     const Consequence consequence = analyze(*event);
-    if (consequence.rule == nullptr) return;
+    if (hasMoved || consequence.changesCondition) publish();
+    if (consequence.rule == nullptr) {
+        if (hasMoved) ask(tav::InventoryRequest::PushAndInvalidate);
+        return;
+    }
     const tav::RaidEventRule& rule = *consequence.rule;
     for (const tav::EventReport line : rule.reports)
         report(line, *event);
-    if (rule.raises != 0 && consequence.location.empty()) {
-        SASResourceManager::generateEvent(rule.raises, rule.critical, *consequence.record);
-    } else if (rule.raises != 0) {
-        SASResourceManager::generateEvent(rule.raises, consequence.location, rule.critical,
-                                          *consequence.record);
+    // What needs no event is told by the inventory.
+    if (rule.raises == 0 ? consequence.changesCondition
+                         : raise(consequence) == tav::EventOutcome::Delivered) {
+        noteReported(*event, consequence.condition);
     }
-    ask(rule.inventory);
+    ask(hasMoved ? tav::InventoryRequest::PushAndInvalidate : rule.inventory);
     report(rule.reportAfterwards, *event);
+}
+
+/// What the library tells since the event. Returns whether that is something else than before: then
+/// the inventory tells it to the RMC, since the event tells of one resource alone.
+bool tavMegaRAIDController::look(const TAV_SAS_EVENT_DETAIL& event) {
+    if (event.locale == tav::locale::volume) return lookAtVolumes(Volumes::Gone::Stay);
+    if (event.locale == tav::locale::drive) return lookAtDrives(Drives::Gone::Stay);
+    return false;
+}
+
+/// Whoever asks for the inventory from now on finds in it what the event is about to tell. A build
+/// that is under way may have passed by this controller, so another one follows it.
+void tavMegaRAIDController::publish() {
+    const bool isBuilding = SASResourceManager::isBuilding();
+    SASResourceManager::updateInventory(
+        *this, {{getInventory()}, getPhysicalDrivesInventory(), getLogicalDiskInventory()});
+    if (isBuilding) SASResourceManager::invalidateInventoryCache();
+}
+
+tav::EventOutcome tavMegaRAIDController::raise(const Consequence& consequence) {
+    const tav::RaidEventRule& rule = *consequence.rule;
+    if (consequence.location.empty()) {
+        return SASResourceManager::generateEvent(rule.raises, rule.critical, *consequence.record);
+    }
+    return SASResourceManager::generateEvent(rule.raises, consequence.location, rule.critical,
+                                             *consequence.record);
 }
 
 tavMegaRAIDController::Consequence tavMegaRAIDController::analyze(
@@ -260,12 +313,14 @@ tavMegaRAIDController::Consequence tavMegaRAIDController::analyze(
 
 tavMegaRAIDController::Consequence tavMegaRAIDController::analyzeVolumeEvent(
     const TAV_SAS_EVENT_DETAIL& event) {
-    tavLogicalDiskInfo* const volume = volumeOf(event);
+    Volumes::Entry* const volume = volumeOf(event);
     Consequence consequence{tav::volumeEventRule(event, reportedHealth(volume))};
     if (consequence.rule == nullptr || volume == nullptr) return consequence;
-    setCondition(*consequence.rule, event, *volume);
+    consequence.changesCondition =
+        hear(volume->resource, *consequence.rule, tav::volumeEventRule, event);
+    consequence.condition = saidBy(*consequence.rule, event, volume->resource.now());
     if (consequence.rule->raises != 0) {
-        tavLogicalDiskInfo reported = *volume;
+        tavLogicalDiskInfo reported = volume->resource.record();
         reported.setEventInfoString(getAddEventInfo(&event));
         std::vector<tavDiskInfo> drives;
         getPhyDiskListForLD(reported, drives);
@@ -277,12 +332,17 @@ tavMegaRAIDController::Consequence tavMegaRAIDController::analyzeVolumeEvent(
 
 tavMegaRAIDController::Consequence tavMegaRAIDController::analyzeDriveEvent(
     const TAV_SAS_EVENT_DETAIL& event) {
-    tavDiskInfo* const drive = driveOf(event);
+    Drives::Entry* const drive = driveOf(event);
     Consequence consequence{tav::driveEventRule(event, reportedHealth(drive))};
     if (consequence.rule == nullptr || drive == nullptr) return consequence;
-    setCondition(*consequence.rule, event, *drive);
+    consequence.changesCondition =
+        hear(drive->resource, *consequence.rule, tav::driveEventRule, event);
+    if (event.eventCode == tav::driveInsertedCode) {
+        consequence.changesCondition |= drive->resource.renew();
+    }
+    consequence.condition = saidBy(*consequence.rule, event, drive->resource.now());
     if (consequence.rule->raises != 0) {
-        auto reported = std::make_unique<tavDiskInfo>(*drive);
+        auto reported = std::make_unique<tavDiskInfo>(drive->resource.record());
         // A drive that works again needs no explanation.
         if (consequence.rule->raises != driveWorksEvent) {
             reported->setEventInfoString(getAddEventInfo(&event));
@@ -295,11 +355,13 @@ tavMegaRAIDController::Consequence tavMegaRAIDController::analyzeDriveEvent(
 
 tavMegaRAIDController::Consequence tavMegaRAIDController::analyzeControllerEvent(
     const TAV_SAS_EVENT_DETAIL& event) {
-    Consequence consequence{tav::controllerEventRule(event, info_.getEventHealth())};
+    Consequence consequence{tav::controllerEventRule(event, controller_.reportedHealth())};
     if (consequence.rule == nullptr) return consequence;
-    setCondition(*consequence.rule, event, info_);
+    consequence.changesCondition =
+        hear(controller_, *consequence.rule, tav::controllerEventRule, event);
+    consequence.condition = saidBy(*consequence.rule, event, controller_.now());
     if (consequence.rule->raises != 0) {
-        auto reported = std::make_unique<tavStorageControllerInfo>(info_);
+        auto reported = std::make_unique<tavStorageControllerInfo>(controller_.record());
         reported->setEventInfoString(getAddEventInfo(&event));
         consequence.location = reported->getPhysicalLocation();
         consequence.record = std::move(reported);
@@ -307,30 +369,40 @@ tavMegaRAIDController::Consequence tavMegaRAIDController::analyzeControllerEvent
     return consequence;
 }
 
-tavLogicalDiskInfo* tavMegaRAIDController::volumeOf(const TAV_SAS_EVENT_DETAIL& event) {
-    const std::string id = std::to_string(event.volumeTargetId);
-    const auto volume = std::find_if(
-        volumes_.begin(), volumes_.end(),
-        [&](const tavLogicalDiskInfo& candidate) { return candidate.getLogicalDiskID() == id; });
-    return volume == volumes_.end() ? nullptr : &*volume;
+void tavMegaRAIDController::noteReported(const TAV_SAS_EVENT_DETAIL& event,
+                                         const tav::Condition& condition) {
+    const std::lock_guard<std::recursive_mutex> held(lock_);
+    if (event.locale == tav::locale::controller) controller_.noteReported(condition);
+    if (event.locale == tav::locale::volume) {
+        if (auto* const volume = volumeOf(event)) volume->resource.noteReported(condition);
+    }
+    if (event.locale == tav::locale::drive) {
+        if (auto* const drive = driveOf(event)) drive->resource.noteReported(condition);
+    }
 }
 
-tavDiskInfo* tavMegaRAIDController::driveOf(const TAV_SAS_EVENT_DETAIL& event) {
-    const auto find = [this](auto matches) {
-        const auto drive = std::find_if(disks_.begin(), disks_.end(), matches);
-        return drive == disks_.end() ? nullptr : &*drive;
+tavMegaRAIDController::Volumes::Entry* tavMegaRAIDController::volumeOf(
+    const TAV_SAS_EVENT_DETAIL& event) {
+    return volumes_.find(
+        [&](const Volumes::Entry& volume) { return volume.number == event.volumeTargetId; });
+}
+
+tavMegaRAIDController::Drives::Entry* tavMegaRAIDController::driveOf(
+    const TAV_SAS_EVENT_DETAIL& event) {
+    const auto isNumber = [&](const Drives::Entry& drive) {
+        return drive.number == event.deviceId;
     };
-    tavDiskInfo* drive = nullptr;
-    if (isKnown(event.driveSerial)) {
-        drive = find([&](const tavDiskInfo& candidate) {
-            return candidate.getSerialNumber() == event.driveSerial;
-        });
-    }
+    const auto isNamed = [&](const Drives::Entry& drive) {
+        return drive.resource.record().getSerialNumber() == event.driveSerial;
+    };
+    Drives::Entry* drive = drives_.find(
+        [&](const Drives::Entry& candidate) { return isNumber(candidate) && isNamed(candidate); });
+    if (drive == nullptr && isKnown(event.driveSerial)) drive = drives_.find(isNamed);
     // A drive that has taken the place of another one is recognised by the place.
     if (drive == nullptr && event.eventCode == tav::driveInsertedCode &&
         event.driveSlot != sasEventNoNumber) {
-        drive = find([&](const tavDiskInfo& candidate) {
-            return candidate.getSlot() == static_cast<int>(event.driveSlot);
+        drive = drives_.find([&](const Drives::Entry& candidate) {
+            return candidate.resource.record().getSlot() == static_cast<int>(event.driveSlot);
         });
     }
     return drive;
@@ -341,7 +413,8 @@ void tavMegaRAIDController::getPhyDiskListForLD(const tavLogicalDiskInfo& volume
     const std::vector<std::string> members = volume.getPhysicalDiskVector();
     const std::lock_guard<std::recursive_mutex> held(lock_);
     disks.clear();
-    std::copy_if(disks_.begin(), disks_.end(), std::back_inserter(disks),
+    const std::vector<tavDiskInfo> known = drives_.records();
+    std::copy_if(known.begin(), known.end(), std::back_inserter(disks),
                  [&](const tavDiskInfo& disk) {
                      return std::find(members.begin(), members.end(), disk.getSerialNumber()) !=
                             members.end();

@@ -6,9 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "rmc/tavEventHandler.h"
 #include "storage/kernel/tavStorageController.h"
-#include "storage/raid/carried_conditions.h"
 #include "storage/raid/raid_event_rules.h"
+#include "storage/raid/raid_ledgers.h"
 #include "storage/raid/tavStoreLibInterface.h"
 
 /// A MegaRAID controller: answers from the vendor library's cache and decides what becomes of the
@@ -27,10 +28,11 @@ class TAV_API tavMegaRAIDController : public tavStorageController {
     int discoverPhysicalDiskInventory(std::vector<tavDiskInfo>& disks) override;
     int discoverLogicalDiskInventory(std::vector<tavLogicalDiskInfo>& volumes) override;
 
-    /// Registers for the events of all controllers unless that is done already. False only for a
-    /// controller that has been removed.
+    /// Registers for the events of all controllers unless those of this one come already. False
+    /// only for a controller that has been removed.
     bool enableEvents() override;
-    bool isEventsEnabled() override { return isAENRegistered; }
+    /// Whether this controller's own events come.
+    bool isEventsEnabled() override;
     /// The registration serves all controllers: it ends with the last of them.
     void disableEvents() override {}
     /// The library reports changes by itself.
@@ -73,36 +75,48 @@ class TAV_API tavMegaRAIDController : public tavStorageController {
                              std::vector<tavDiskInfo>& disks) const;
 
     static std::atomic<bool> isLSILibLoaded;
-    static std::atomic<bool> isAENRegistered;
-    static std::atomic<int> totalLSICtrls;  ///< controllers that have not been removed
+    static std::atomic<bool> isAENRegistered;  ///< of some controllers at least
+    static std::atomic<int> totalLSICtrls;     ///< controllers that have not been removed
 
  protected:
     ~tavMegaRAIDController() override = default;
 
  private:
+    using Controller = tav::RaidResource<tavStorageControllerInfo>;
+    using Drives = tav::RaidResources<tavDiskInfo>;
+    using Volumes = tav::RaidResources<tavLogicalDiskInfo>;
+
     /// What is left to be done about an event once the lock has been released.
     struct Consequence {
         const tav::RaidEventRule* rule = nullptr;
+        bool changesCondition = false;
         std::unique_ptr<tavInventoryBase> record{};  ///< what is raised is about it
         std::string location{};                      ///< of the record; empty for volumes
+        tav::Condition condition{};                  ///< that the event tells of
     };
 
+    /// Take over what the library's cache holds; whether that differs from what they had before.
+    bool lookAtDrives(Drives::Gone gone);
+    bool lookAtVolumes(Volumes::Gone gone);
+    bool look(const TAV_SAS_EVENT_DETAIL& event);
+    void publish();
+    static tav::EventOutcome raise(const Consequence& consequence);
     Consequence analyze(const TAV_SAS_EVENT_DETAIL& event);
     Consequence analyzeVolumeEvent(const TAV_SAS_EVENT_DETAIL& event);
     Consequence analyzeDriveEvent(const TAV_SAS_EVENT_DETAIL& event);
     Consequence analyzeControllerEvent(const TAV_SAS_EVENT_DETAIL& event);
-    tavDiskInfo* driveOf(const TAV_SAS_EVENT_DETAIL& event);
-    tavLogicalDiskInfo* volumeOf(const TAV_SAS_EVENT_DETAIL& event);
+    void noteReported(const TAV_SAS_EVENT_DETAIL& event, const tav::Condition& condition);
+    Drives::Entry* driveOf(const TAV_SAS_EVENT_DETAIL& event);
+    Volumes::Entry* volumeOf(const TAV_SAS_EVENT_DETAIL& event);
 
     std::atomic<std::uint32_t> controllerId_;
     std::atomic<bool> detected_{true};
     std::string deviceName_;
-    tavStorageControllerInfo info_;
-    std::vector<tavDiskInfo> disks_;
-    std::vector<tavLogicalDiskInfo> volumes_;
-    // By serial number and by durable name.
-    tav::CarriedConditions driveConditions_;
-    tav::CarriedConditions volumeConditions_;
+    Controller controller_;
+    Drives drives_;            ///< by serial number, and by device id
+    Volumes volumes_;          ///< by durable name, and by target id
+    bool hasDrives_ = false;   ///< discovered once
+    bool hasVolumes_ = false;  ///< discovered once
 };
 
 /// The handler of the library's events: gives the event to the controller it is about.

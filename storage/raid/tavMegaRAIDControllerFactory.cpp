@@ -5,12 +5,13 @@
 #include <utility>
 
 #include "core/Log.h"
+#include "storage/raid/tavSASLSIEvent.h"
 
 using tav::here;
 
 namespace {
 
-constexpr tav::ModuleLog logger{"LSI_FACT"};
+constexpr tav::ModuleLog logger{"LSI_FACTORY"};
 
 constexpr int libraryUsable = 1;
 
@@ -111,6 +112,8 @@ int tavMegaRAIDControllerFactory::getControllers(std::uint8_t familyMask,
 
 void tavMegaRAIDControllerFactory::shutdownFactory() {
     logger.info(here(), "Initiating shutdown sequence.");
+    // The events that are under way still find their controllers.
+    tavSASLSIEvent::epRemoveLock.stopAndWait();
     for (tavMegaRAIDController* const controller : takeAll()) {
         controller->disableEvents();
         controller->processDeviceRemoval();

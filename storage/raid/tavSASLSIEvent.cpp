@@ -5,11 +5,13 @@
 #include <exception>
 #include <span>
 #include <string>
+#include <utility>
 
 #include "base/StopSignal.h"
 #include "base/Waiting.h"
 #include "core/Log.h"
 #include "storage/raid/raid_event_record.h"
+#include "storage/raid/storelib_survey.h"
 #include "storage/raid/tavStoreLibInterface.h"
 
 using tav::here;
@@ -18,7 +20,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr tav::ModuleLog logger{"LSI_EVT"};
+constexpr tav::ModuleLog logger{"LSI_EVENT_INTERF"};
 
 using tav::storelib::invalidController;
 using tav::storelib::success;
@@ -66,18 +68,41 @@ int tavSASLSIEvent::RegisterForAEN(Handler handler) {
     const std::lock_guard<std::mutex> held(registrationLock_);
     _tavSASFunc = handler;
     epRemoveLock.reopen();
-    // One that the library did not let go of serves on: a second one would report everything twice.
-    if (!registered_) registerControllers();
+    // The newest events are asked for before an older registration ends: the new one begins there,
+    // and nothing is lost between the two.
+    Selection selection = selectControllers();
+    if (selection.controllers.empty() || selection.controllers == registeredControllers()) return 1;
+    // One that the library does not let go of serves on: two would report everything twice.
+    if (!registered_ || unregister() == success) registerControllers(std::move(selection));
     return 1;
 }
 
-void tavSASLSIEvent::registerControllers() {
-    addControllers();
-    if (input_.controllerCount == 0) return;
+bool tavSASLSIEvent::isRegistered(std::uint32_t controllerId, const std::string& serial) const {
+    for (const EventSource& controller : registeredControllers()) {
+        const bool isAnother =
+            !serial.empty() && !controller.serial.empty() && serial != controller.serial;
+        if (controller.id == controllerId && !isAnother) return true;
+    }
+    return false;
+}
+
+std::vector<tavSASLSIEvent::EventSource> tavSASLSIEvent::registeredControllers() const {
+    const std::lock_guard<std::mutex> held(controllersLock_);
+    return controllers_;
+}
+
+void tavSASLSIEvent::setRegistered(std::vector<EventSource> controllers) {
+    const std::lock_guard<std::mutex> held(controllersLock_);
+    controllers_ = std::move(controllers);
+    registered_ = !controllers_.empty();
+}
+
+void tavSASLSIEvent::registerControllers(Selection selection) {
+    input_ = selection.record;
     input_.callback = AENCallBack;
     const std::uint32_t status = RegisterAENCall(&input_, &output_);
     if (status == success) {
-        registered_ = true;
+        setRegistered(std::move(selection.controllers));
         logger.debug(here(),
                      "AEN Registration successful for [%u] LSI MR controllers. (Unique ID: [0x%x])",
                      input_.controllerCount, output_.uniqueId);
@@ -87,10 +112,13 @@ void tavSASLSIEvent::registerControllers() {
     logger.error(here(), "%s", text == nullptr ? "RegisterAEN command failed" : text);
 }
 
-void tavSASLSIEvent::addControllers() {
-    input_ = {};
-    const auto controllers = tavStoreLibInterface::getInstance()->getControllerIds();
-    for (const std::uint32_t id : controllers) {
+/// Those that tell their newest event.
+tavSASLSIEvent::Selection tavSASLSIEvent::selectControllers() {
+    tavStoreLibInterface& store = *tavStoreLibInterface::getInstance();
+    const auto snapshot = store.snapshot();
+    const auto ids = store.getControllerIds();
+    Selection selection;
+    for (const std::uint32_t id : ids) {
         _MR_EVT_LOG_INFO sequence{};
         const std::uint32_t status = IssueEventSequenceInfo(&sequence, id);
         if (status != success) {
@@ -101,16 +129,21 @@ void tavSASLSIEvent::addControllers() {
                            id, status);
             continue;
         }
-        if (input_.controllerCount == std::size(input_.controllers)) break;
-        input_.controllers[input_.controllerCount++] = {id, allLocales, 0, informationAndAbove,
+        auto& record = selection.record;
+        if (record.controllerCount == std::size(record.controllers)) break;
+        record.controllers[record.controllerCount++] = {id, allLocales, 0, informationAndAbove,
                                                         sequence.newestSequence};
+        const CTRL_INFO* const controller = snapshot->controller(id);
+        selection.controllers.push_back(
+            {id, controller == nullptr ? "" : controller->serialNumber});
     }
-    if (input_.controllerCount == 0) {
+    if (selection.controllers.empty()) {
         logger.warning(here(),
                        "Unable to register for AEN: No controllers could be selected. (Total: "
                        "[%u]; Selected: [%u])",
-                       static_cast<unsigned>(controllers.size()), 0U);
+                       static_cast<unsigned>(ids.size()), 0U);
     }
+    return selection;
 }
 
 std::uint32_t tavSASLSIEvent::IssueEventSequenceInfo(_MR_EVT_LOG_INFO* record,
@@ -141,6 +174,10 @@ std::uint32_t tavSASLSIEvent::UnregisterForAEN() {
     const std::lock_guard<std::mutex> held(registrationLock_);
     if (!registered_) return success;
     epRemoveLock.stopAndWait();
+    return unregister();
+}
+
+std::uint32_t tavSASLSIEvent::unregister() {
     // It is while the process stops that this has to succeed: its pauses are not cut short.
     const tav::StopScope patient(nullptr);
     std::uint32_t status = success;
@@ -148,7 +185,7 @@ std::uint32_t tavSASLSIEvent::UnregisterForAEN() {
         if (attempt > 1) tav::pauseFor(unregisterRetry);
         status = library().unregisterEvents(output_.uniqueId);
         if (status == success) {
-            registered_ = false;
+            setRegistered({});
             break;
         }
         logger.warning(here(),

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <string>
+#include <vector>
 
 #include "base/Export.h"
 #include "storage/raid/sas_event_detail.h"
@@ -25,15 +27,19 @@ class TAV_API tavSASLSIEvent {
 
     static tavSASLSIEvent* getInstance();
 
-    /// Lets `handler` have the events of all controllers whose newest event can be told. 1 when the
-    /// library is usable, whether or not that succeeded (isRegistered() tells), 0 otherwise.
+    /// Lets `handler` have the events of all controllers whose newest event can be told; a
+    /// registration for others is replaced. 1 when the library is usable, whether or not that
+    /// succeeded (isRegistered() tells), 0 otherwise.
     int RegisterForAEN(Handler handler);
 
     /// Waits for the callbacks that run and ends the registration. No handler is called afterwards,
     /// also when the library refuses.
     std::uint32_t UnregisterForAEN();
 
+    /// Whether the events of some controllers come.
     bool isRegistered() const noexcept { return registered_; }
+    /// Whether those of that controller do. An empty serial number is not known.
+    bool isRegistered(std::uint32_t controllerId, const std::string& serial) const;
 
     /// Newest and oldest event of a controller.
     std::uint32_t IssueEventSequenceInfo(_MR_EVT_LOG_INFO* record, std::uint32_t controllerId);
@@ -43,12 +49,28 @@ class TAV_API tavSASLSIEvent {
     static tavRemoveLockEx& epRemoveLock;
 
  private:
-    void registerControllers();
-    void addControllers();
+    struct EventSource {
+        std::uint32_t id;
+        std::string serial;  ///< empty where it is not known
+        bool operator==(const EventSource&) const = default;
+    };
+    struct Selection {
+        _SL_REG_AEN_INPUT_T record{};
+        std::vector<EventSource> controllers{};  ///< those of the record
+    };
+
+    Selection selectControllers();
+    void registerControllers(Selection selection);
+    std::uint32_t unregister();
+    std::vector<EventSource> registeredControllers() const;
+    void setRegistered(std::vector<EventSource> controllers);
 
     std::mutex registrationLock_;
     std::atomic<bool> registered_{false};
     // The library may go on reading the one and knows the registration by the other.
     _SL_REG_AEN_INPUT_T input_{};
     _SL_REG_AEN_OUTPUT_T output_{};
+
+    mutable std::mutex controllersLock_;    ///< nothing is called under it
+    std::vector<EventSource> controllers_;  ///< whose events come
 };

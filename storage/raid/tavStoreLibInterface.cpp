@@ -5,6 +5,9 @@
 #include <csignal>
 
 #include "core/Log.h"
+#include "storage/raid/storelib_cache.h"
+#include "storage/raid/storelib_commands.h"
+#include "storage/raid/storelib_file.h"
 
 using tav::here;
 
@@ -64,8 +67,20 @@ tavStoreLibInterface* tavStoreLibInterface::getInstance() {
     return objInstance;
 }
 
+struct tavStoreLibInterface::Parts {
+    storelib::LibraryFile file{};  ///< under initLock_
+    const storelib::Commands commands;
+    storelib::Cache cache{};
+};
+
 tavStoreLibInterface::tavStoreLibInterface()
-    : commands_([this](_SL_LIB_CMD_PARAM_T* command) { return ProcessLibCommandCall(command); }) {}
+    : parts_(*new Parts{.commands = storelib::Commands([this](_SL_LIB_CMD_PARAM_T* command) {
+                            return ProcessLibCommandCall(command);
+                        })}) {}
+
+const storelib::Commands& tavStoreLibInterface::commands() const {
+    return parts_.commands;
+}
 
 void tavStoreLibInterface::sighdlr(int /*signal*/) {}
 
@@ -89,8 +104,8 @@ bool tavStoreLibInterface::loadLibrary() {
         gCtrlListMR_ = {};
         gCtrlList_ = {};
     }
-    pfnProcessLibCommandMR = file_.open();
-    libMRPresent = file_.isOpen();
+    pfnProcessLibCommandMR = parts_.file.open();
+    libMRPresent = parts_.file.isOpen();
     if (pfnProcessLibCommandMR != nullptr) return true;
     doNotRetryLibLoad = true;
     initializeMRsuccessful = false;
@@ -150,7 +165,7 @@ void tavStoreLibInterface::unloadDLLs() {
 void tavStoreLibInterface::releaseLibrary(const char* failure) {
     logger.info(here(), "UnInitializing library for MegaRAID SAS Controller.");
     if (UnInitializeLibrary() != success) logger.error(here(), "%s", failure);
-    file_.close();
+    parts_.file.close();
     pfnProcessLibCommandMR = nullptr;
     pfnProcessLibCommand = nullptr;
     libMRPresent = false;
@@ -191,35 +206,35 @@ std::vector<std::uint32_t> tavStoreLibInterface::getControllerIds() {
 }
 
 std::uint32_t tavStoreLibInterface::InitializeLibraryMR(SL_CTRL_LIST_T* list) {
-    return commands_.initialize(*list);
+    return parts_.commands.initialize(*list);
 }
 
 std::uint32_t tavStoreLibInterface::UnInitializeLibrary() {
-    const std::uint32_t status = commands_.release();
+    const std::uint32_t status = parts_.commands.release();
     logger.info(here(), status == success ? "UnInitializeLibrary successful"
                                           : "UnInitializeLibrary failed");
     return status;
 }
 
 std::uint32_t tavStoreLibInterface::getCtrlList(SL_CTRL_LIST_T* list) {
-    return commands_.controllerList(*list);
+    return parts_.commands.controllerList(*list);
 }
 
 std::uint32_t tavStoreLibInterface::getCtrlInfoFunc(_MR_CTRL_INFO* record) {
-    return commands_.controllerInfo(currentController(), *record);
+    return parts_.commands.controllerInfo(currentController(), *record);
 }
 
 std::uint32_t tavStoreLibInterface::GetPDListFunc(_MR_PD_LIST* list, std::uint32_t size) {
-    return commands_.driveList(currentController(), *list, size);
+    return parts_.commands.driveList(currentController(), *list, size);
 }
 
 std::uint32_t tavStoreLibInterface::GetEnclListFunc(_MR_ENCL_LIST* list) {
-    return commands_.enclosureList(currentController(), *list);
+    return parts_.commands.enclosureList(currentController(), *list);
 }
 
 std::string tavStoreLibInterface::getCtrlPCILoc() {
     SL_PCI_INFO_T record{};
-    return commands_.pciInfo(currentController(), record) == success
+    return parts_.commands.pciInfo(currentController(), record) == success
                ? storelib::pciLocationText(record)
                : "";
 }
@@ -229,19 +244,19 @@ std::uint32_t tavStoreLibInterface::FirePDInfo(_MR_PD_INFO* record, std::uint16_
 }
 
 std::uint32_t tavStoreLibInterface::PDInfo(_MR_PD_INFO* record, std::uint16_t deviceId) {
-    return commands_.driveInfo(currentController(), deviceId, *record);
+    return parts_.commands.driveInfo(currentController(), deviceId, *record);
 }
 
 std::uint32_t tavStoreLibInterface::FireLDInfo(_MR_LD_INFO* record, std::uint8_t targetId) {
-    return commands_.volumeInfo(currentController(), targetId, *record);
+    return parts_.commands.volumeInfo(currentController(), targetId, *record);
 }
 
 std::uint32_t tavStoreLibInterface::GetMFCMFG(_MR_MFC_MFG* record, std::uint8_t mailbox) {
-    return commands_.manufacturingRecord(currentController(), mailbox, *record);
+    return parts_.commands.manufacturingRecord(currentController(), mailbox, *record);
 }
 
 std::uint32_t tavStoreLibInterface::getCtrlSafeID(char* safeId) {
-    return commands_.safeId(currentController(), safeId);
+    return parts_.commands.safeId(currentController(), safeId);
 }
 
 std::string tavStoreLibInterface::getCtrlFWVersion() {
@@ -261,9 +276,9 @@ void tavStoreLibInterface::cacheBuild(std::string_view scope) {
     const auto* const wanted = std::find_if(
         scopes.begin(), scopes.end(), [&](const Scope& known) { return known.name == scope; });
     if (wanted != scopes.end()) {
-        cache_.rebuild([&](const storelib::Snapshot& known, storelib::Snapshot& next) {
+        parts_.cache.rebuild([&](const storelib::Snapshot& known, storelib::Snapshot& next) {
             if (wanted->controllers) refreshControllerList();
-            const storelib::Survey survey(commands_, wholeControllerIds(), known);
+            const storelib::Survey survey(parts_.commands, wholeControllerIds(), known);
             if (wanted->controllers) survey.readControllers(next);
             if (wanted->drives) survey.readDrives(next);
             if (wanted->volumes) survey.readVolumes(next);
@@ -275,7 +290,7 @@ void tavStoreLibInterface::cacheBuild(std::string_view scope) {
 /// A list that cannot be read says nothing of the controllers: those of the last one stand.
 void tavStoreLibInterface::refreshControllerList() {
     SL_CTRL_LIST_T list{};
-    if (const std::uint32_t status = commands_.controllerList(list); status != success) {
+    if (const std::uint32_t status = parts_.commands.controllerList(list); status != success) {
         logger.warning(here(),
                        "The RAID controllers could not be asked for (rval=[0x%x]); the known ones "
                        "stand.",
@@ -284,6 +299,10 @@ void tavStoreLibInterface::refreshControllerList() {
     }
     const std::lock_guard<std::mutex> listHeld(listLock_);
     replaceControllerList(list);
+}
+
+std::shared_ptr<const storelib::Snapshot> tavStoreLibInterface::snapshot() {
+    return parts_.cache.read();
 }
 
 std::vector<CTRL_INFO> tavStoreLibInterface::getControllerCollection() {

@@ -9,11 +9,13 @@
 #include <vector>
 
 #include "base/Export.h"
-#include "storage/raid/storelib_cache.h"
-#include "storage/raid/storelib_commands.h"
 #include "storage/raid/storelib_decoding.h"
-#include "storage/raid/storelib_file.h"
 #include "storage/raid/storelib_records.h"
+
+namespace tav::storelib {
+class Commands;
+struct Snapshot;
+}  // namespace tav::storelib
 
 /// The one place that talks to MegaRAID controllers: loads the vendor's storage-management library
 /// at run time, and keeps a cache of the controllers, drives and volumes that it tells of. Beneath
@@ -25,7 +27,7 @@
 /// one of their own, under which the library is not called.
 class TAV_API tavStoreLibInterface {
  public:
-    using EntryPoint = tav::storelib::EntryPoint;
+    using EntryPoint = std::uint32_t (*)(_SL_LIB_CMD_PARAM_T* command);
 
     static tavStoreLibInterface* getInstance();
 
@@ -41,7 +43,7 @@ class TAV_API tavStoreLibInterface {
     void cacheBuild(std::string_view scope);
 
     /// What the cache holds; see tav::storelib::Cache::read().
-    std::shared_ptr<const tav::storelib::Snapshot> snapshot() { return cache_.read(); }
+    std::shared_ptr<const tav::storelib::Snapshot> snapshot();
 
     // Copies from it.
     std::vector<CTRL_INFO> getControllerCollection();
@@ -57,7 +59,7 @@ class TAV_API tavStoreLibInterface {
 
     std::uint32_t ProcessLibCommandCall(_SL_LIB_CMD_PARAM_T* command);
     /// Every command, with ProcessLibCommandCall() beneath.
-    const tav::storelib::Commands& commands() const { return commands_; }
+    const tav::storelib::Commands& commands() const;
 
     /// Releases and unloads the library: for 0 (MegaRAID) and 255 (all), and in any case. Nothing
     /// of it may be in use.
@@ -99,7 +101,10 @@ class TAV_API tavStoreLibInterface {
     static std::atomic<bool> doNotRetryLibLoad;
 
  private:
+    struct Parts;
+
     tavStoreLibInterface();
+    ~tavStoreLibInterface() = delete;  // it outlives every thread
 
     bool loadLibrary();
     bool initializeLibrary();
@@ -112,7 +117,6 @@ class TAV_API tavStoreLibInterface {
     std::vector<std::uint32_t> wholeControllerIds();
 
     std::mutex initLock_;  ///< loading, initialising, unloading
-    tav::storelib::LibraryFile file_;
 
     std::mutex listLock_;  ///< guards the three below; the library is not called under it
     SL_CTRL_LIST_T gCtrlListMR_{};
@@ -120,6 +124,5 @@ class TAV_API tavStoreLibInterface {
     std::uint32_t gTotalControllers_ = 0;
     std::atomic<int> currentIndex_{0};  ///< of the current controller in gCtrlList_; -1 for none
 
-    const tav::storelib::Commands commands_;
-    tav::storelib::Cache cache_;
+    Parts& parts_;
 };

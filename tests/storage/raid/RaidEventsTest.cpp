@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <map>
 #include <random>
 #include <thread>
 
@@ -50,6 +52,13 @@ class RaidEvents : public testing::Test {
         for (std::size_t i = before_; i < commands.size(); ++i)
             events.push_back(parseJson(commands[i].payload));
         return events;
+    }
+
+    std::vector<int> ids() const {
+        std::vector<int> ids;
+        for (const Json::Value& event : events())
+            ids.push_back(event["ID"].asInt());
+        return ids;
     }
 
     Rmc rmc_;
@@ -104,7 +113,7 @@ TEST_F(RaidEvents, ConditionsStayUntilTheLibrarysOwnChange) {
     });
     const RaidInventory changed = discoverRaid();
     EXPECT_EQ(conditionText(changed.disks.at(1)), "Rebuild/OK");
-    EXPECT_EQ(changed.disks.at(1).getEventHealth(), TAV_HEALTH_WARNING) << "what was reported";
+    EXPECT_EQ(changed.disks.at(1).getEventHealth(), TAV_HEALTH_OK) << "the reported one follows";
     EXPECT_EQ(conditionText(changed.volumes.at(0)), "Partially degraded/Warning");
 
     // Another drive in the same slot has nothing to do with what was said of the first.
@@ -130,6 +139,111 @@ TEST_F(RaidEvents, InsertedAndVanishedDrivesAreKnownBySerialNumber) {
     discoverRaid();
     library.fire(driveEvent(0x72, 2, 20, 0x11));
     EXPECT_EQ(events().back()["VariableData"]["Data"]["SerialNumber"], "NEW");
+}
+
+RaidEventBytes volumeEvent(std::uint32_t code, int eventClass) {
+    return RaidEventBytes{}.code(code).locale(volumes).eventClass(eventClass - 2).argument(3, {0});
+}
+
+/// Two words of the library on a resource, and events of it before, between and after them.
+TEST_F(RaidEvents, WhatTheLibraryTellsByItselfIsNewsToTheNextEvent) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    const auto become = [&](std::uint16_t drive, std::uint8_t volume) {
+        library.change([=](std::vector<FakeController>& all) {
+            all[0].drives[1].state = drive;
+            all[0].volumes[0].state = volume;
+        });
+    };
+    discoverRaid();
+    // It fails, recovers without an event, and fails again.
+    become(0x11, 2);
+    library.fire(driveEvent(0x72, 2, 9, 0x11));
+    library.fire(volumeEvent(0xFB, 4));
+    become(0x18, 3);
+    const RaidInventory recovered = discoverRaid();
+    EXPECT_EQ(conditionText(recovered.disks.at(1)), "Online/OK");
+    EXPECT_EQ(conditionText(recovered.volumes.at(0)), "Optimal/OK") << "not degraded for ever";
+    EXPECT_THAT(logs(), HasSubstr("Signalled inventory push.")) << "as no event tells it";
+    EXPECT_EQ(ids(), (std::vector<int>{538, 681}));
+    become(0x11, 2);
+    discoverRaid();  // a build may see it before the event is handled
+    library.fire(driveEvent(0x72, 2, 9, 0x11));
+    library.fire(driveEvent(0x01, 4, 9));
+    library.fire(volumeEvent(0xFB, 4));
+    library.fire(volumeEvent(0xFB, 4));
+    EXPECT_EQ(ids(), (std::vector<int>{538, 681, 538, 681})) << "each once";
+    // One that goes on to another state of the same health has nothing to report.
+    become(0x14, 3);
+    library.fire(driveEvent(0x72, 2, 9, 0x14));
+    become(0x18, 3);
+    library.fire(driveEvent(0x72, 2, 9, 0x18));
+    EXPECT_EQ(conditionText(discoverRaid().disks.at(1)), "Online/OK");
+    EXPECT_EQ(ids(), (std::vector<int>{538, 681, 538, 681, 540}));
+}
+
+TEST_F(RaidEvents, AnEventThatWasNotDeliveredHasReportedNothing) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    rmc_.intercept([](const auto&) { return tav::sim::Reply::failure(0xC0); });
+    library.fire(driveEvent(0x01, 4, 9));
+    rmc_.intercept(nullptr);
+    EXPECT_EQ(conditionText(discoverRaid().disks.at(1)), "Failed/Critical");
+    library.fire(driveEvent(0x01, 4, 9));
+    library.fire(driveEvent(0x01, 4, 9));
+    ASSERT_EQ(events().size(), 1U) << "the repeat tells it, once";
+    EXPECT_EQ(events().back()["ID"], 538);
+}
+
+TEST_F(RaidEvents, TheDriveThatTookThePlaceOfAnotherIsNamed) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    library.change([](std::vector<FakeController>& all) { all[0].drives[1].serial = "NEW"; });
+    library.fire(driveEvent(0x01, 4, 9));  // nobody has told that it was replaced
+    ASSERT_EQ(events().size(), 1U);
+    EXPECT_EQ(events()[0]["VariableData"]["Data"]["SerialNumber"], "NEW");
+    const RaidInventory inventory = discoverRaid();
+    ASSERT_EQ(inventory.disks.size(), 2U);
+    EXPECT_EQ(conditionText(inventory.disks[1]), "Failed/Critical");
+}
+
+TEST_F(RaidEvents, ADriveThatIsPulledAndPutBackIsANewOne) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    for (const bool isNoticed : {true, false}) {
+        const std::size_t before = events().size();
+        const auto list = [&](std::vector<FakeDrive> listed) {
+            library.change([&](std::vector<FakeController>& all) {
+                if (isNoticed) all[0].drives = std::move(listed);
+            });
+        };
+        list({{8, 0, "SV1-A"}});
+        library.fire(driveEvent(0x70, 2, 9));
+        list({{8, 0, "SV1-A"}, {9, 1, "SV1-B"}});
+        library.fire(driveEvent(0x5B, 2, 9));
+        EXPECT_EQ(conditionText(discoverRaid().disks.at(1)), "Online/OK") << isNoticed;
+        library.fire(driveEvent(0x01, 4, 9));
+        EXPECT_EQ(events().size(), before + 2) << "its own failure is another one";
+        library.fire(driveEvent(0x5B, 2, 9));
+    }
+}
+
+TEST_F(RaidEvents, DrivesThatShareANameOrHaveNoneAreEachThemselves) {
+    FakeController controller = fakeController(0, "SV1");
+    controller.drives = {{8, 0, "SAME"}, {9, 1, "SAME"}, {10, 2, ""}, {11, 3, ""}};
+    FakeRaidLibrary library({controller});
+    discoverRaid();
+    library.fire(driveEvent(0x01, 4, 9));
+    library.fire(driveEvent(0x57, 2, 11));
+    library.change([](std::vector<FakeController>& all) {
+        std::reverse(all[0].drives.begin(), all[0].drives.end());
+    });
+    std::map<int, std::string> bySlot;
+    for (const tavDiskInfo& disk : discoverRaid().disks)
+        bySlot[disk.getSlot()] = conditionText(disk);
+    EXPECT_EQ(bySlot, (std::map<int, std::string>{{0, "Online/OK"},
+                                                  {1, "Failed/Critical"},
+                                                  {2, "Online/OK"},
+                                                  {3, "Predictive failure/Warning"}}));
 }
 
 TEST_F(RaidEvents, OfControllersThatAreGone) {
@@ -182,8 +296,39 @@ TEST_F(RaidEvents, RegistrationNamesEveryControllerThatTellsItsNewestEvent) {
     EXPECT_EQ(std::vector(record.begin(), record.begin() + 16), expected);
     EXPECT_THAT(logs(), HasSubstr("sequence info.                             Skipping AEN "
                                   "registration for this controller. (ID: [3]; rval = [0x800a])"));
+    std::vector<ItavStorageController*> found;
+    tavMegaRAIDControllerFactory::getInstance()->getControllers(255, found);
+    const Controllers known = takeControllers(std::move(found));
+    EXPECT_FALSE(known[0]->isEventsEnabled());
+    EXPECT_TRUE(known[1]->isEventsEnabled());
+
+    // The next build registers for it, too, and for one that comes later.
+    library.change([](auto& all) { all.push_back(fakeController(7, "SV3")); });
     discoverRaid();
-    EXPECT_EQ(library.registrations(), 1);
+    EXPECT_EQ(library.registered()[0], 3) << "all of them";
+    EXPECT_EQ(library.unregistrations(), library.registrations() - 1) << "one at a time";
+    for (const auto& controller : known)
+        EXPECT_TRUE(controller->isEventsEnabled());
+    const int registrations = library.registrations();
+    discoverRaid();
+    EXPECT_EQ(library.registrations(), registrations) << "it stands";
+    library.fire(driveEvent(0x01, 4, 9).controller(7));
+    EXPECT_EQ(ids(), (std::vector<int>{538}));
+}
+
+TEST_F(RaidEvents, OneThatIsHandledWhileTheServiceStopsIsReported) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    library.hang(1, 4);
+    std::thread caller([&] { library.fire(driveEvent(0x01, 4, 9)); });
+    library.waitForHanging();
+    std::thread stopper([] { tavMegaRAIDControllerFactory::getInstance()->shutdownFactory(); });
+    while (logs().find("Initiating shutdown sequence.") == std::string::npos)
+        std::this_thread::yield();
+    library.release();
+    caller.join();
+    stopper.join();
+    EXPECT_EQ(ids(), (std::vector<int>{538}));
 }
 
 TEST_F(RaidEvents, RegistrationThatFailedIsTriedAgain) {

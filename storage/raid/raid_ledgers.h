@@ -1,0 +1,188 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "core/Ledger.h"
+#include "storage/model/storage_conditions.h"
+
+/// What is known of the resources of a RAID controller. Two tell of them: the vendor library, when
+/// it is looked at, and the firmware's events, which also know what the library does not show.
+namespace tav {
+
+/// One resource. Not locked: belongs to its controller.
+template <class Record>
+class RaidResource {
+ public:
+    /// First seen as `found`, which the inventory tells the RMC.
+    explicit RaidResource(Record found)
+        : ledger_(std::move(found)), told_(ledger_.now()), hasMoved_(false) {
+        ledger_.noteReported(told_);
+    }
+
+    /// The library tells `found` of it. What an event has said stands until the library's own word
+    /// changes. Such a change has been reported by nobody, so whatever event comes next is news.
+    /// Returns whether the condition is another one than before.
+    bool look(Record found) {
+        const Condition told = conditionOf(found);
+        hasMoved_ = told != std::exchange(told_, told);
+        if (!hasMoved_) assign(found, ledger_.now());
+        const auto change = ledger_.look(std::move(found));
+        if (hasMoved_ && ledger_.reported()->health != told.health) isOutdated_ = true;
+        return change.has_value();
+    }
+
+    /// An event says so. Where the library, asked after the event, has just changed to a state of
+    /// the same health, its word is the newer one.
+    bool hear(const Condition& said) {
+        const bool isSurpassed = hasMoved_ && told_.health == said.health;
+        return ledger_.look(isSurpassed ? told_ : said).has_value();
+    }
+
+    /// The RMC has acknowledged an event that said so.
+    void noteReported(const Condition& condition) {
+        ledger_.noteReported(condition);
+        isOutdated_ = ledger_.now().health != condition.health;
+    }
+
+    /// It has been taken out and put in: what was said of it before is said of another one.
+    bool renew() {
+        const Condition before = now();
+        Record record = ledger_.record();
+        assign(record, told_);
+        *this = RaidResource(std::move(record));
+        return before != told_;
+    }
+
+    /// Unknown when what the RMC was told last is not so any more.
+    TAV_RESOURCE_HEALTH reportedHealth() const {
+        return isOutdated_ ? TAV_HEALTH_UNKNOWN : ledger_.reported()->health;
+    }
+
+    Condition now() const { return ledger_.now(); }
+
+    /// With the condition that was reported last; the present one where that is outdated.
+    Record record() const {
+        Record record = ledger_.record();
+        const Condition reported = isOutdated_ ? now() : *ledger_.reported();
+        record.setEventState(reported.state);
+        record.setEventHealth(reported.health);
+        return record;
+    }
+
+ private:
+    Ledger<Record> ledger_;
+    Condition told_;  ///< the library's own word at the last look
+    bool hasMoved_;   ///< the last look found it changed
+    bool isOutdated_ = false;
+};
+
+/// A record that the library tells, its number at the controller (device id or target id) and its
+/// name: empty for one that has none.
+template <class Record>
+struct FoundRaidResource {
+    std::uint32_t number;
+    std::string name;
+    Record record;
+};
+
+/// The drives or volumes of one controller, recognised by name, and by number where names are
+/// missing or shared.
+template <class Record>
+class RaidResources {
+ public:
+    using Found = std::vector<FoundRaidResource<Record>>;
+
+    struct Entry {
+        std::uint32_t number;
+        std::string name;
+        RaidResource<Record> resource;
+        bool isListed = true;  ///< false once the library does not list it any more
+    };
+
+    enum class Gone {
+        Leave,
+        Stay  ///< as long as nothing else has their number: events may still name them
+    };
+
+    /// Takes over what the library tells. Returns whether the inventory says something else now.
+    bool look(Found found, Gone gone) {
+        const LedgerMatching matching = match(found);
+        bool hasChanged = false;
+        std::vector<Entry> entries;
+        entries.reserve(found.size());
+        for (std::size_t now = 0; now < found.size(); ++now) {
+            auto& fresh = found[now];
+            if (const auto before = matching.beforeOf(now)) {
+                entries.push_back(std::move(entries_[*before]));
+                RaidResource<Record>& resource = entries.back().resource;
+                hasChanged |= resource.look(std::move(fresh.record));
+                if (!std::exchange(entries.back().isListed, true)) hasChanged |= resource.renew();
+            } else {
+                entries.push_back({0, "", RaidResource<Record>(std::move(fresh.record))});
+                hasChanged = true;
+            }
+            entries.back().number = fresh.number;
+            if (!fresh.name.empty()) entries.back().name = std::move(fresh.name);
+        }
+        for (std::size_t before = 0; before < entries_.size(); ++before) {
+            if (matching.nowOf(before)) continue;
+            const bool stays = gone == Gone::Stay && !isNumber(entries_[before].number, found);
+            hasChanged |= !stays;
+            if (!stays) continue;
+            entries.push_back(std::move(entries_[before]));
+            entries.back().isListed = false;
+        }
+        entries_ = std::move(entries);
+        return hasChanged;
+    }
+
+    /// The first of which `matches` is true; null for none.
+    template <class Matches>
+    Entry* find(Matches matches) {
+        for (Entry& entry : entries_)
+            if (matches(entry)) return &entry;
+        return nullptr;
+    }
+
+    std::vector<Record> records() const {
+        std::vector<Record> records;
+        records.reserve(entries_.size());
+        for (const Entry& entry : entries_)
+            records.push_back(entry.resource.record());
+        return records;
+    }
+
+ private:
+    static bool isNumber(std::uint32_t number, const Found& found) {
+        for (const auto& resource : found)
+            if (resource.number == number) return true;
+        return false;
+    }
+
+    LedgerMatching match(const Found& found) const {
+        const auto nameBefore = [&](std::size_t before) { return entries_[before].name; };
+        const auto nameNow = [&](std::size_t now) { return found[now].name; };
+        const auto numberBefore = [&](std::size_t before) {
+            return std::to_string(entries_[before].number);
+        };
+        const auto numberNow = [&](std::size_t now) { return std::to_string(found[now].number); };
+        LedgerMatching matching(entries_.size(), found.size());
+        matching.pair(nameBefore, nameNow, [&](std::size_t before, std::size_t now) {
+            return entries_[before].number == found[now].number;
+        });
+        matching.pair(nameBefore, nameNow, [](std::size_t, std::size_t) { return true; });
+        matching.pair(numberBefore, numberNow, [&](std::size_t before, std::size_t now) {
+            return entries_[before].name.empty() || found[now].name.empty();
+        });
+        return matching;
+    }
+
+    std::vector<Entry> entries_;
+};
+
+}  // namespace tav
