@@ -1,16 +1,18 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "base/Export.h"
 #include "base/StopSignal.h"
 
 /// Guards callbacks of somebody else's threads against the end of what they work on: counts those
 /// that run, lets no further one begin while a stop is wanted, and lets the stopper wait for the
-/// last. Any thread; its lock is held while nothing else is called.
+/// last, which may hang. Any thread; its lock is held while nothing else is called.
 class TAV_API tavRemoveLockEx {
  public:
     /// One callback, from its first line to its last. What it waits for ends early when the stop
@@ -33,8 +35,14 @@ class TAV_API tavRemoveLockEx {
         const tav::StopScope scope_;
     };
 
-    /// Lets no further callback begin and waits for those that run. Not from within a callback.
-    void stopAndWait();
+    /// A stop lets the callbacks that run finish undisturbed for this long; then their waits end.
+    static constexpr std::chrono::milliseconds undisturbed{800};
+    /// No stop waits longer for callbacks.
+    static constexpr std::chrono::milliseconds longestWait{1300};
+
+    /// Lets no further callback begin and waits for those that run. False when some are left
+    /// behind. Both times count from the first call. Not from within a callback.
+    bool stopAndWait();
     /// Lets callbacks begin again.
     void reopen();
 
@@ -45,6 +53,9 @@ class TAV_API tavRemoveLockEx {
 
     std::mutex mutex_;
     std::condition_variable finished_;
+    bool waitForCallbacks(std::unique_lock<std::mutex>& held, std::chrono::milliseconds end);
+
     std::size_t running_ = 0;
+    std::optional<std::chrono::steady_clock::time_point> stopping_;  ///< since a stop is wanted
     std::shared_ptr<tav::StopSignal> stop_ = std::make_shared<tav::StopSignal>();
 };

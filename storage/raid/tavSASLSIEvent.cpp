@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <memory>
 #include <span>
 #include <string>
 #include <utility>
@@ -11,6 +12,7 @@
 #include "base/Waiting.h"
 #include "core/Log.h"
 #include "storage/raid/raid_event_record.h"
+#include "storage/raid/storelib_lane.h"
 #include "storage/raid/storelib_survey.h"
 #include "storage/raid/tavStoreLibInterface.h"
 
@@ -30,6 +32,9 @@ constexpr std::int8_t informationAndAbove = 0;
 
 constexpr int unregisterAttempts = 3;
 constexpr auto unregisterRetry = 100ms;
+constexpr auto unregisterLimit = 500ms;
+
+constexpr std::uint32_t commandTimeout = 0x8009;
 
 struct StatusText {
     std::uint32_t status;
@@ -64,17 +69,23 @@ tavSASLSIEvent* tavSASLSIEvent::getInstance() {
 }
 
 int tavSASLSIEvent::RegisterForAEN(Handler handler) {
-    if (tavStoreLibInterface::getInstance()->tavStoreInit() != 1) return 0;
-    const std::lock_guard<std::mutex> held(registrationLock_);
+    tavStoreLibInterface& store = *tavStoreLibInterface::getInstance();
+    if (store.tavStoreInit() != 1) return 0;
     _tavSASFunc = handler;
     epRemoveLock.reopen();
+    store.lane().run([this] { renewRegistration(); });
+    return 1;
+}
+
+/// In the library's lane.
+void tavSASLSIEvent::renewRegistration() {
+    const std::lock_guard<std::mutex> held(registrationLock_);
     // The newest events are asked for before an older registration ends: the new one begins there,
     // and nothing is lost between the two.
     Selection selection = selectControllers();
-    if (selection.controllers.empty() || selection.controllers == registeredControllers()) return 1;
+    if (selection.controllers.empty() || selection.controllers == registeredControllers()) return;
     // One that the library does not let go of serves on: two would report everything twice.
     if (!registered_ || unregister() == success) registerControllers(std::move(selection));
-    return 1;
 }
 
 bool tavSASLSIEvent::isRegistered(std::uint32_t controllerId, const std::string& serial) const {
@@ -171,15 +182,24 @@ std::uint32_t tavSASLSIEvent::RegisterAENCall(_SL_REG_AEN_INPUT_T* input,
 }
 
 std::uint32_t tavSASLSIEvent::UnregisterForAEN() {
-    const std::lock_guard<std::mutex> held(registrationLock_);
     if (!registered_) return success;
     epRemoveLock.stopAndWait();
-    return unregister();
+    // It is while the process stops that this has to succeed.
+    const tav::StopScope patient(nullptr);
+    const auto status = std::make_shared<std::uint32_t>(commandTimeout);
+    const auto work = [this, status] {
+        const std::lock_guard<std::mutex> held(registrationLock_);
+        *status = registered_ ? unregister() : success;
+    };
+    const auto limit = std::chrono::steady_clock::now() + unregisterLimit;
+    if (tavStoreLibInterface::getInstance()->lane().run(work, limit)) return *status;
+    logger.warning(here(),
+                   "The RAID library does not answer, so the registration for its events stays; "
+                   "what it calls is ignored.");
+    return commandTimeout;
 }
 
 std::uint32_t tavSASLSIEvent::unregister() {
-    // It is while the process stops that this has to succeed: its pauses are not cut short.
-    const tav::StopScope patient(nullptr);
     std::uint32_t status = success;
     for (int attempt = 1; attempt <= unregisterAttempts; ++attempt) {
         if (attempt > 1) tav::pauseFor(unregisterRetry);

@@ -32,8 +32,8 @@ class TAV_API tavSASLSIEvent {
     /// succeeded (isRegistered() tells), 0 otherwise.
     int RegisterForAEN(Handler handler);
 
-    /// Waits for the callbacks that run and ends the registration. No handler is called afterwards,
-    /// also when the library refuses.
+    /// Waits for the callbacks that run and ends the registration, for some two seconds in all. No
+    /// handler is called afterwards, also when the library refuses or does not answer.
     std::uint32_t UnregisterForAEN();
 
     /// Whether the events of some controllers come.
@@ -59,6 +59,7 @@ class TAV_API tavSASLSIEvent {
         std::vector<EventSource> controllers{};  ///< those of the record
     };
 
+    void renewRegistration();
     Selection selectControllers();
     void registerControllers(Selection selection);
     std::uint32_t unregister();

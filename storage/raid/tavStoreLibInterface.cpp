@@ -5,9 +5,11 @@
 #include <csignal>
 
 #include "core/Log.h"
+#include "storage/SASResourceManager.h"
 #include "storage/raid/storelib_cache.h"
 #include "storage/raid/storelib_commands.h"
 #include "storage/raid/storelib_file.h"
+#include "storage/raid/storelib_lane.h"
 
 using tav::here;
 
@@ -71,12 +73,19 @@ struct tavStoreLibInterface::Parts {
     storelib::LibraryFile file{};  ///< under initLock_
     const storelib::Commands commands;
     storelib::Cache cache{};
+    storelib::LibraryLane lane{};
 };
 
 tavStoreLibInterface::tavStoreLibInterface()
     : parts_(*new Parts{.commands = storelib::Commands([this](_SL_LIB_CMD_PARAM_T* command) {
                             return ProcessLibCommandCall(command);
-                        })}) {}
+                        })}) {
+    parts_.lane.onReturn(SASResourceManager::invalidateInventoryCache);
+}
+
+storelib::LibraryLane& tavStoreLibInterface::lane() {
+    return parts_.lane;
+}
 
 const storelib::Commands& tavStoreLibInterface::commands() const {
     return parts_.commands;
@@ -87,6 +96,13 @@ void tavStoreLibInterface::sighdlr(int /*signal*/) {}
 // --- Loading and unloading -----------------------------------------------------------------------
 
 int tavStoreLibInterface::tavStoreInit() {
+    if (pfnProcessLibCommandMR != nullptr) return 1;
+    const auto usable = std::make_shared<int>(0);
+    const bool isDone = parts_.lane.run([this, usable] { *usable = initialize(); });
+    return isDone ? *usable : 0;
+}
+
+int tavStoreLibInterface::initialize() {
     const std::lock_guard<std::mutex> held(initLock_);
     if (pfnProcessLibCommandMR != nullptr) return 1;
     if (!doNotRetryLibLoad && (!loadLibrary() || !initializeLibrary())) return 0;
@@ -178,6 +194,7 @@ std::uint32_t tavStoreLibInterface::ProcessLibCommandCall(_SL_LIB_CMD_PARAM_T* c
     if (storelib::isMegaRaid(currentController())) {
         pfnProcessLibCommand = pfnProcessLibCommandMR.load();
     }
+    const storelib::LibraryLane::Asking asking(*command);
     const EntryPoint entryPoint = pfnProcessLibCommand;
     return entryPoint == nullptr ? storelib::notInitialized : entryPoint(command);
 }
@@ -273,18 +290,22 @@ void tavStoreLibInterface::cacheBuild(std::string_view scope) {
         logger.debug(here(), "MR library was not initialized hence cancelling cache build");
         return;
     }
+    parts_.lane.run([this, scope = std::string(scope)] { rebuild(scope); });
+    logger.debug(here(), "tavStoreLibInterface::cacheBuild() complete");
+}
+
+/// In the lane.
+void tavStoreLibInterface::rebuild(std::string_view scope) {
     const auto* const wanted = std::find_if(
         scopes.begin(), scopes.end(), [&](const Scope& known) { return known.name == scope; });
-    if (wanted != scopes.end()) {
-        parts_.cache.rebuild([&](const storelib::Snapshot& known, storelib::Snapshot& next) {
-            if (wanted->controllers) refreshControllerList();
-            const storelib::Survey survey(parts_.commands, wholeControllerIds(), known);
-            if (wanted->controllers) survey.readControllers(next);
-            if (wanted->drives) survey.readDrives(next);
-            if (wanted->volumes) survey.readVolumes(next);
-        });
-    }
-    logger.debug(here(), "tavStoreLibInterface::cacheBuild() complete");
+    if (wanted == scopes.end()) return;
+    parts_.cache.rebuild([&](const storelib::Snapshot& known, storelib::Snapshot& next) {
+        if (wanted->controllers) refreshControllerList();
+        const storelib::Survey survey(parts_.commands, wholeControllerIds(), known);
+        if (wanted->controllers) survey.readControllers(next);
+        if (wanted->drives) survey.readDrives(next);
+        if (wanted->volumes) survey.readVolumes(next);
+    });
 }
 
 /// A list that cannot be read says nothing of the controllers: those of the last one stand.
@@ -302,7 +323,7 @@ void tavStoreLibInterface::refreshControllerList() {
 }
 
 std::shared_ptr<const storelib::Snapshot> tavStoreLibInterface::snapshot() {
-    return parts_.cache.read();
+    return parts_.lane.isHanging() ? parts_.cache.published() : parts_.cache.read();
 }
 
 std::vector<CTRL_INFO> tavStoreLibInterface::getControllerCollection() {

@@ -14,6 +14,7 @@
 
 namespace tav::storelib {
 class Commands;
+class LibraryLane;
 struct Snapshot;
 }  // namespace tav::storelib
 
@@ -22,9 +23,11 @@ struct Snapshot;
 /// it storelib_file.h loads, storelib_commands.h asks, storelib_survey.h puts the answers together
 /// and storelib_cache.h keeps them.
 ///
-/// All calls into the library are made on the calling thread; statuses are the library's, 0 for
-/// success. Any thread may call. Locks (docs/architecture.md): those of the cache; the lists have
-/// one of their own, under which the library is not called.
+/// The library may hang in any command. What asks it for more than one thing (initialisation, cache
+/// builds, registrations) does so in a lane (storelib_lane.h), and the caller goes on without it
+/// after ten seconds; the single commands below are made on the calling thread. Statuses are the
+/// library's, 0 for success. Any thread may call. Locks (docs/architecture.md): those of the cache;
+/// the lists have one of their own, under which the library is not called.
 class TAV_API tavStoreLibInterface {
  public:
     using EntryPoint = std::uint32_t (*)(_SL_LIB_CMD_PARAM_T* command);
@@ -34,15 +37,20 @@ class TAV_API tavStoreLibInterface {
     /// Loads and initialises the library at the first call; 1 when it can be used and knows a
     /// controller, 0 otherwise. A library that could not be loaded is not tried again. Once its
     /// entry point is known every further call returns 1, also when its initialisation has failed:
-    /// cache builds do nothing then.
+    /// cache builds do nothing then. 0 also while the library does not answer.
     int tavStoreInit();
 
     /// Rebuilds what `scope` names: "All" and "ALL_EVENT" everything, "CTRL_EVENT" the controllers,
     /// "PD_EVENT" the drives, "LD_EVENT" the volumes, any other nothing. What the library does not
-    /// want to tell stands as it was.
+    /// want to tell stands as it was. Returns without that when the library does not answer: the
+    /// storage manager's inventory is invalidated when it does.
     void cacheBuild(std::string_view scope);
 
-    /// What the cache holds; see tav::storelib::Cache::read().
+    /// For work of one's own with the library.
+    tav::storelib::LibraryLane& lane();
+
+    /// What the cache holds: after a build that is under way, if that does not take longer than
+    /// some six seconds and the library answers.
     std::shared_ptr<const tav::storelib::Snapshot> snapshot();
 
     // Copies from it.
@@ -106,6 +114,8 @@ class TAV_API tavStoreLibInterface {
     tavStoreLibInterface();
     ~tavStoreLibInterface() = delete;  // it outlives every thread
 
+    int initialize();
+    void rebuild(std::string_view scope);
     bool loadLibrary();
     bool initializeLibrary();
     void mergeControllerLists();

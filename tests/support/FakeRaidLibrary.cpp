@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <stdexcept>
+#include <thread>
 
 #include <dlfcn.h>
 
@@ -13,6 +14,7 @@ constexpr std::uint32_t failed = 0x8002;
 constexpr std::uint32_t registrationId = 0x5A5A;
 
 std::atomic<FakeRaidLibrary*> current{nullptr};
+std::atomic<int> commandsUnderWay{0};
 
 template <class Value>
 Value get(const std::uint8_t* bytes, std::size_t offset) {
@@ -49,6 +51,8 @@ FakeRaidLibrary::FakeRaidLibrary(std::vector<FakeController> controllers)
 FakeRaidLibrary::~FakeRaidLibrary() {
     release();
     forwardTo(nullptr);
+    while (commandsUnderWay > 0)  // the library's lane may still be at work
+        std::this_thread::yield();
     current = nullptr;
 }
 
@@ -106,6 +110,7 @@ std::vector<std::uint8_t> FakeRaidLibrary::registered() const {
 }
 
 std::uint32_t FakeRaidLibrary::enter(void* command) {
+    ++commandsUnderWay;
     FakeRaidLibrary& library = *current;
     const auto start = std::chrono::steady_clock::now();
     const auto* const bytes = static_cast<const std::uint8_t*>(command);
@@ -115,6 +120,7 @@ std::uint32_t FakeRaidLibrary::enter(void* command) {
     while (std::chrono::steady_clock::now() < end) {
     }
     library.ownTime_ += (std::chrono::steady_clock::now() - start).count();
+    --commandsUnderWay;
     return status;
 }
 

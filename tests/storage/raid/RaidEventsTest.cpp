@@ -331,6 +331,55 @@ TEST_F(RaidEvents, OneThatIsHandledWhileTheServiceStopsIsReported) {
     EXPECT_EQ(ids(), (std::vector<int>{538}));
 }
 
+std::size_t countInLogs(const std::string& text) {
+    const std::string log = logs();
+    std::size_t count = 0;
+    for (auto at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
+        ++count;
+    return count;
+}
+
+TEST_F(RaidEvents, ALibraryThatHangsHoldsUpNeitherBuildsNorEvents) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    clockSpeed = 200;
+    library.hang(1, 4);
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(discoverRaid().disks.size(), 2U) << "the known ones stand";
+        EXPECT_EQ(countInLogs("The RAID library does not answer: it was asked for a controller's "
+                              "list of drives 10 s ago."),
+                  1U);
+    }
+    library.fire(driveEvent(0x01, 4, 9));
+    EXPECT_EQ(ids(), (std::vector<int>{538})) << "by what is known";
+    library.change([](std::vector<FakeController>& all) { all[0].drives.pop_back(); });
+    library.release();
+    while (countInLogs("Inventory cache invalidated.") == 0)
+        std::this_thread::yield();
+    EXPECT_EQ(countInLogs("The RAID library answers again"), 1U);
+    EXPECT_EQ(discoverRaid().disks.size(), 1U);
+    EXPECT_EQ(countInLogs("The RAID library does not answer"), 1U);
+}
+
+TEST_F(RaidEvents, AStopWaitsForNothingThatHangs) {
+    struct Row {
+        std::uint8_t type, code;
+        const char* what;
+    };
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    for (const Row& row : {Row{1, 4, "a callback in a command"}, Row{0, 2, "an unregistration"}}) {
+        discoverRaid();
+        library.hang(row.type, row.code);
+        std::thread caller([&] { library.fire(driveEvent(0x57, 2, 9)); });
+        if (row.type == 1) library.waitForHanging();
+        const auto start = std::chrono::steady_clock::now();
+        tavMegaRAIDControllerFactory::getInstance()->shutdownFactory();
+        EXPECT_LT(std::chrono::steady_clock::now() - start, 2s) << row.what;
+        library.release();
+        caller.join();
+    }
+}
+
 TEST_F(RaidEvents, RegistrationThatFailedIsTriedAgain) {
     FakeRaidLibrary library({fakeController(0, "SV1"), fakeController(1, "SV2")});
     library.fail(7, 0, failed, 4);  // each controller's enabling tries both
@@ -374,7 +423,7 @@ TEST_F(RaidEvents, UnregistrationWaitsForTheCallbackThatRuns) {
     static std::atomic<bool> inHandler, stopped, finished;
     tavSASLSIEvent::_tavSASFunc = [](TAV_SAS_EVENT_DETAIL*) {
         inHandler = true;
-        stopped = tav::pauseFor(1min) == tav::Pause::Stopped;
+        stopped = tav::pauseFor(1h) == tav::Pause::Stopped;
         std::this_thread::sleep_for(100ms);
         finished = true;
     };
@@ -434,7 +483,7 @@ class Storm {
 TEST_F(RaidEvents, AStormDuringRebuildsRaisesEachConditionOnce) {
     FakeRaidLibrary library({fakeController(0, "SV1")});
     discoverRaid();
-    clockSpeed = 1000;
+    clockSpeed = 50;  // a command that takes 200 ms hangs
     Storm storm(library, 2500);
     for (int i = 0; i < 50; ++i)
         EXPECT_EQ(discoverRaid().disks.size(), 2U);
@@ -449,7 +498,7 @@ TEST_F(RaidEvents, AStormDuringRebuildsRaisesEachConditionOnce) {
 
 TEST_F(RaidEvents, AStormMeetsStopAndStart) {
     FakeRaidLibrary library({fakeController(0, "SV1")});
-    clockSpeed = 1000;
+    clockSpeed = 50;  // a command that takes 200 ms hangs
     discoverRaid();
     Storm storm(library, 1'000'000);
     for (int i = 0; i < 20; ++i) {

@@ -240,6 +240,22 @@ TEST(StoreLib, AnyBytesAndCountsAreSurvived) {
     }
 }
 
+TEST(StoreLib, AnInitialisationThatHangsHoldsNobodyUp) {
+    logEverything();
+    tav::test::clockSpeed = 200;
+    FakeRaidLibrary fake({oneController()});
+    fake.hang(0, 0);
+    EXPECT_EQ(library().tavStoreInit(), 0);
+    EXPECT_THAT(logs(), HasSubstr("does not answer: it was asked for its initialisation 10 s ago"));
+    library().cacheBuild("All");
+    EXPECT_THAT(cached(), IsEmpty());
+    fake.release();
+    while (logs().find("Inventory cache invalidated.") == std::string::npos)
+        std::this_thread::yield();
+    library().cacheBuild("All");
+    EXPECT_THAT(cached(), HasSubstr("SV1"));
+}
+
 TEST(StoreLib, AReaderDuringABuildGetsTheLastCompleteGeneration) {
     logEverything();
     tav::test::clockSpeed = 200;
