@@ -17,7 +17,7 @@ TIMED_OUT = 130    # what a disk's silence takes longer: its command has to time
 REBUILT = 80       # what only a build sees
 LATE = 60          # an event may come so much later than its cause
 STOP_BOUND = 2.0   # simulated seconds that a stop may take ...
-STOP_SLACK = 0.6   # ... and real ones that the machine may
+STOP_SLACK = 1.2   # ... and real ones that the machine may
 NOWHERE = "FFFFFFFFFFFFFFFF"
 
 
