@@ -186,6 +186,14 @@ def explain(conditions, rule, events, begin, first, end, excuses):
             starts = starts[i:]
             break
     todo = {(i, 0) for i in starts}
+    for i in starts:
+        # What could not be asked at first is unknown, and new when it answers.
+        if seen[i].value[1] not in ("failed", "offline"):
+            continue
+        for j in range(i + 1, len(seen)):
+            todo.add((j, 0))
+            if must_be_seen(seen[j]):
+                break
     done = set(todo)
     while todo:
         i, used = todo.pop()
