@@ -47,10 +47,13 @@ tavEvent event(int id, std::string location, Json::Value data = Json::Value()) {
 
 /// Lets events pass that wait for the first inventory.
 void sendFirstInventory(const Rmc& rmc) {
-    Service service(200);
-    while (!tavJsonAggregator::getInstance()->isInventorySent() || rmc.commands().size() < 2) {
-        std::this_thread::sleep_for(1ms);
+    {
+        Service service(200);
+        while (!tavJsonAggregator::getInstance()->isInventorySent() || rmc.commands().size() < 2) {
+            std::this_thread::sleep_for(1ms);
+        }
     }
+    clockSpeed = 200;  // a service that has stopped leaves the real one
 }
 
 TEST(Push, FirstInventoryFollowsTheReadinessWait) {
