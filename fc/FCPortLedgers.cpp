@@ -9,6 +9,7 @@ namespace {
 
 std::vector<tavFCDeviceInfo> infosOf(const std::vector<FoundFcPort>& found) {
     std::vector<tavFCDeviceInfo> infos;
+    infos.reserve(found.size());
     for (const FoundFcPort& port : found)
         infos.push_back(port.info);
     return infos;
@@ -50,6 +51,7 @@ std::vector<FCPortLedgers::Change> FCPortLedgers::takePorts(std::vector<FoundFcP
 
 std::vector<tavFCDeviceInfo> FCPortLedgers::ports() const {
     std::vector<tavFCDeviceInfo> ports;
+    ports.reserve(ledgers_.size());
     for (const Ledger<FoundFcPort>& ledger : ledgers_)
         ports.push_back(ledger.record().info);
     return ports;

@@ -233,6 +233,7 @@ void NICResourceManager::updateStateAndHealth(const char* name, const std::strin
 std::vector<PhyAdapterInventory> NICResourceManager::getNICInventory() const {
     const auto inventory = cache_.current();
     std::vector<PhyAdapterInventory> adapters;
+    adapters.reserve(inventory->interfaces.size());
     for (const tav::SharedInterface& interface : inventory->interfaces)
         adapters.push_back(interface->adapter);
     return adapters;
@@ -241,6 +242,7 @@ std::vector<PhyAdapterInventory> NICResourceManager::getNICInventory() const {
 int NICResourceManager::getInventoryJsonObject(std::vector<Json::Value>& records) {
     const auto [inventory, building] = cache_.read();
     records.clear();
+    records.reserve(inventory->interfaces.size());
     for (const tav::SharedInterface& interface : inventory->interfaces)
         records.push_back(interface->record);
     if (!building) return 0;

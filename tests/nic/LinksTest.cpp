@@ -147,6 +147,11 @@ TEST(LinkMonitor, TenThousandChangesLeaveTheInventoryRight) {
     }
     NICResourceManager::getInstance()->cacheBuild();
     Switch links;
+    {
+        Monitoring first;  // some descriptors are kept from their first use on
+        first.waitUntilListening(links, names[0]);
+        tav::runShell("true");
+    }
     const std::size_t descriptorsBefore = openDescriptors();
     std::clock_t spent = 0;
     {
@@ -176,7 +181,7 @@ TEST(LinkMonitor, TenThousandChangesLeaveTheInventoryRight) {
         spent = std::clock() - before;
     }
     RecordProperty("cpuMilliseconds", static_cast<int>(spent * 1000 / CLOCKS_PER_SEC));
-    EXPECT_LE(openDescriptors(), descriptorsBefore + 1) << "the socket for drivers is kept";
+    EXPECT_LE(openDescriptors(), descriptorsBefore);
 }
 
 /// What a look finds after notifications were lost must not be what none of them would have told: a
