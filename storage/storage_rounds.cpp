@@ -9,7 +9,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// With the lanes of the kernel's devices no more than 16 threads.
 constexpr std::size_t mostAtWork = 4;
 constexpr auto discoveryLimit = 30s;
 constexpr auto pollLimit = 10s;

@@ -6,8 +6,8 @@
 namespace tav {
 namespace {
 
-/// Together with the lanes of the storage manager, in which the controllers wait, no more than 16.
-constexpr std::size_t mostAtWork = 12;
+/// As many disks as a server's front has.
+constexpr std::size_t mostAtWork = 24;
 
 struct Current {
     std::mutex lock;
