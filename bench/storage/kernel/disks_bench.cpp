@@ -123,7 +123,7 @@ Cost buildAndPoll(int rounds) {
     return least;
 }
 
-void oneController(bench::Report& report) {
+void oneController() {
     constexpr int disks = 24;
     makeServer(1, disks);
     const Cost cost = buildAndPoll(50);
@@ -131,8 +131,6 @@ void oneController(bench::Report& report) {
     std::printf("discovery and status of %d disks: %.0f system calls, %.0f of them SG_IO\n", disks,
                 cost.calls, cost.requests);
     bench::Report::value("inside the calls", cost.inside * 1e3, "ms");
-    bench::Report::value("outside", cost.outside * 1e3, "ms");
-    report.value("share beyond the calls", 100 * cost.outside / cost.inside, "%", 10);
 }
 
 void growth(bench::Report& report) {
@@ -141,7 +139,6 @@ void growth(bench::Report& report) {
     } sizes[] = {{1, 10, 30},   {1, 100, 10}, {1, 1000, 5}, {16, 63, 5},
                  {1, 10000, 3}, {16, 625, 3}, {64, 157, 3}};
     forgetControllers();
-    double atThousand = 0;
     double bytesAtThousand = 0;
     for (const auto& size : sizes) {
         const int disks = size.controllers * size.disksEach;
@@ -155,11 +152,9 @@ void growth(bench::Report& report) {
             "%5d disks, %2d controllers: %7.2f us of our own, %7.2f us in all, %5.0f bytes "
             "a disk\n",
             disks, size.controllers, own, own + cost.inside / disks * 1e6, bytes);
-        if (disks == 1000) atThousand = own;
         if (disks == 1000) bytesAtThousand = bytes;
         forgetControllers();
         if (disks < 10000) continue;
-        report.value("own time a disk, to that of 1,000", own / atThousand, "times", 1.5);
         report.value("memory a disk, to that of 1,000", bytes / bytesAtThousand, "times", 1.1);
     }
 }
@@ -223,7 +218,7 @@ int main(int argc, char** argv) {
     if (fs::exists("/sys/bus")) return 2;
     tav::registerGenericStorageFactory();
     bench::Report report;
-    oneController(report);
+    oneController();
     growth(report);
     polls(report);
     listing(report);
