@@ -10,6 +10,7 @@
 #include "core/Logger.h"
 #include "core/tavUtils.h"
 #include "host/HostResourceManager.h"
+#include "rmc/DeliveryRecord.h"
 #include "rmc/tavEventHandler.h"
 #include "rmc/tavipmi.h"
 #include "tests/support/FailingThreads.h"
@@ -278,6 +279,7 @@ std::size_t descriptorsWithSingletons() {
     HostResourceManager::getInstance();
     tavJsonAggregator::getInstance();
     tavIPMIDBService::getInstance();
+    tav::deliveryNews();
     { const ipmi::IPMIUtils opened; }
     return tav::test::openDescriptors();
 }
