@@ -73,11 +73,12 @@ void LaneQuestion::run() noexcept {
 
 /// Shared by the asker and the threads, so that one that hangs owns what it will touch.
 struct Lanes::Pool {
+    /// A thread. Detached: it frees its stack as soon as it leaves, and it may hang for ever. What
+    /// counts is whether it is still in the list.
     struct Worker {
-        std::thread thread;
         std::shared_ptr<LaneQuestion> question;  ///< the one at work
-        bool hasLeft = false;                    ///< the thread is about to end
     };
+    using WorkerPointer = std::shared_ptr<Worker>;
 
     Pool(const char* threadName, std::size_t mostWorking, milliseconds patienceWithEach)
         : name(threadName),
@@ -93,20 +94,14 @@ struct Lanes::Pool {
 
     mutable std::mutex lock;  ///< guards what follows
     std::deque<std::shared_ptr<LaneQuestion>> waiting;
-    std::list<std::shared_ptr<Worker>> workers;
+    std::list<WorkerPointer> workers;
 
     bool isAtWork(const Worker& worker) const {
-        return !worker.hasLeft && (!worker.question || worker.question->underWayFor() < patience);
-    }
-
-    void joinThoseThatLeft() {
-        workers.remove_if(
-            [](const auto& worker) { return worker->hasLeft && joinThread(worker->thread) == 0; });
+        return !worker.question || worker.question->underWayFor() < patience;
     }
 
     /// Starts threads for the questions that wait, as far as there is room. Under the lock.
     static void engage(const std::shared_ptr<Pool>& pool) {
-        pool->joinThoseThatLeft();
         const auto atWork = static_cast<std::size_t>(
             std::count_if(pool->workers.begin(), pool->workers.end(),
                           [&](const auto& worker) { return pool->isAtWork(*worker); }));
@@ -114,13 +109,15 @@ struct Lanes::Pool {
             std::min(pool->waiting.size(), pool->mostAtWork - std::min(atWork, pool->mostAtWork));
         for (; wanted > 0 && pool->workers.size() < pool->mostAtWork + mostHanging; --wanted) {
             const auto worker = std::make_shared<Worker>();
-            const auto body = [pool, worker] { work(*pool, *worker); };
-            if (startThread(worker->thread, pool->name, body) != 0) return;
+            std::thread thread;
+            if (startThread(thread, pool->name, [pool, worker] { work(*pool, worker); }) != 0)
+                return;
+            thread.detach();
             pool->workers.push_back(worker);
         }
     }
 
-    static void work(Pool& pool, Worker& worker) {
+    static void work(Pool& pool, const WorkerPointer& worker) {
         const StopScope scope(&pool.stop);
         while (const auto question = pool.next(worker)) {
             question->run();
@@ -135,17 +132,17 @@ struct Lanes::Pool {
     }
 
     /// What the worker is to ask next; null when it is to leave.
-    std::shared_ptr<LaneQuestion> next(Worker& worker) {
+    std::shared_ptr<LaneQuestion> next(const WorkerPointer& worker) {
         const std::lock_guard<std::mutex> held(lock);
-        worker.question = nullptr;
+        worker->question = nullptr;
         if (waiting.empty()) {
-            worker.hasLeft = true;
+            workers.remove(worker);
             return nullptr;
         }
-        worker.question = std::move(waiting.front());
+        worker->question = std::move(waiting.front());
         waiting.pop_front();
-        worker.question->noteBegin();
-        return worker.question;
+        worker->question->noteBegin();
+        return worker->question;
     }
 };
 
@@ -198,28 +195,14 @@ void Lanes::requestStop() {
 
 std::size_t Lanes::finish(const TimeLimit& limit) {
     const StopScope undisturbed(nullptr);
-    while (true) {
-        {
-            const std::lock_guard<std::mutex> held(pool_->lock);
-            pool_->joinThoseThatLeft();
-            if (pool_->workers.empty()) return 0;
-        }
-        if (!waitForAnswer(limit)) break;
+    while (threads() > 0 && waitForAnswer(limit)) {
     }
-    const std::lock_guard<std::mutex> held(pool_->lock);
-    pool_->joinThoseThatLeft();
-    for (const auto& worker : pool_->workers)
-        worker->thread.detach();
-    const std::size_t left = pool_->workers.size();
-    pool_->workers.clear();
-    return left;
+    return threads();
 }
 
 std::size_t Lanes::threads() const {
     const std::lock_guard<std::mutex> held(pool_->lock);
-    return static_cast<std::size_t>(
-        std::count_if(pool_->workers.begin(), pool_->workers.end(),
-                      [](const auto& worker) { return !worker->hasLeft; }));
+    return pool_->workers.size();
 }
 
 }  // namespace tav

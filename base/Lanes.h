@@ -107,7 +107,7 @@ class Lanes {
     /// Asks the questions to end: their threads' stop signal is set, and none is begun any more.
     void requestStop();
 
-    /// After requestStop(): joins the threads whose questions end before the limit is over, and
+    /// After requestStop(): waits for the threads whose questions end before the limit is over, and
     /// lets go of the others, which own all that they touch. Returns how many are left behind.
     std::size_t finish(const TimeLimit& limit);
 
