@@ -9,6 +9,7 @@
 
 #include "base/JsonText.h"
 #include "base/StopSignal.h"
+#include "rmc/DeliveryNotes.h"
 
 namespace tav {
 namespace {

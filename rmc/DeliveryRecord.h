@@ -36,8 +36,4 @@ TAV_API std::string renderDeliveryRecord(const DeliveryRecord& record);
 /// None for what is no record.
 TAV_API std::optional<DeliveryRecord> parseDeliveryRecord(const std::string& text);
 
-/// `command` has been taken by the controller, or has failed for that reason.
-void noteDelivered(const std::string& command);
-void noteFailed(const std::string& command, const std::string& why);
-
 }  // namespace tav

@@ -21,7 +21,7 @@
 #include "core/Command.h"
 #include "core/Log.h"
 #include "core/LoopWatch.h"
-#include "rmc/DeliveryRecord.h"
+#include "rmc/DeliveryNotes.h"
 
 using tav::at;
 using tav::here;
