@@ -443,6 +443,8 @@ TEST_P(StorageStopMoments, AreEndedSoonAndReportNothingHalf) {
     FakeFactory second({script, {.name = "after"}});
     RunningManager running;
     EXPECT_TRUE(soon([] { return hangs.load(); }));
+    // It is asked beside the one that hangs, on another thread.
+    EXPECT_TRUE(soon([&] { return second.journal() + "S" == GetParam().journal; }));
     const auto begin = Clock::now();
     running.stop();
     EXPECT_LT(Clock::now() - begin, 5s);
