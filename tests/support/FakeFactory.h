@@ -6,6 +6,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -84,10 +85,16 @@ class FakeFactory final : public ItavStorageControllerFactory {
 
     FakeFactory(const FakeFactory&) = delete;
     FakeFactory& operator=(const FakeFactory&) = delete;
-    /// The registry does not forget: whoever asks it afterwards must not be running any more.
-    ~FakeFactory() { removeAll(); }
+    /// The registry does not forget: whoever asks it afterwards must not be running any more. What
+    /// a stop has left behind inside it is waited for.
+    ~FakeFactory() {
+        while (visitors_ > 0)
+            std::this_thread::yield();
+        removeAll();
+    }
 
     int discoverControllers(std::vector<ItavStorageController*>& controllers) override {
+        const Visit visit(visitors_);
         note('B');
         discovered();
         hand(controllers);
@@ -104,6 +111,7 @@ class FakeFactory final : public ItavStorageControllerFactory {
         removeAll();
     }
     void poll() override {
+        const Visit visit(visitors_);
         note('P');
         polled();
     }
@@ -126,6 +134,18 @@ class FakeFactory final : public ItavStorageControllerFactory {
     bool throwsWithReferences = false;
 
  private:
+    /// A call that is under way.
+    class Visit {
+     public:
+        explicit Visit(std::atomic<int>& visitors) : visitors_(visitors) { ++visitors_; }
+        Visit(const Visit&) = delete;
+        Visit& operator=(const Visit&) = delete;
+        ~Visit() { --visitors_; }
+
+     private:
+        std::atomic<int>& visitors_;
+    };
+
     void note(char call) {
         const std::lock_guard<std::mutex> held(lock_);
         journal_ += call;
@@ -144,6 +164,7 @@ class FakeFactory final : public ItavStorageControllerFactory {
         }
     }
 
+    std::atomic<int> visitors_{0};
     mutable std::mutex lock_;
     std::vector<FakeController*> controllers_;
     std::string journal_;
