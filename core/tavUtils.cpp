@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <utility>
 
 #include <dirent.h>
 #include <ifaddrs.h>
@@ -412,7 +413,8 @@ std::string tavUtils::getLineFromFile(const char* path, const std::string& key) 
 
 /// A text of one character is left alone at its end.
 void tavUtils::trimExtraSpaces(std::string in, std::string& out) {
-    const std::string_view text = in;
+    const std::string whole = std::move(in);
+    const std::string_view text = whole;
     const std::string_view trimmed = tav::trimEnd(text);
     out = tav::trimStart(trimmed.empty() ? text.substr(0, 1) : trimmed, " ");
 }

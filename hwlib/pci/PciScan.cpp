@@ -32,8 +32,8 @@ std::vector<Entry> functionsIn(const FileDescriptor& directory) {
         functions.push_back({*address, std::string(entry.name), entry.inode, entry.kind == DT_LNK});
     });
     std::ranges::sort(functions, {}, &Entry::address);
-    const auto repeated = std::ranges::unique(functions, {}, &Entry::address);
-    functions.erase(repeated.begin(), repeated.end());
+    const auto isRepeated = [](const Entry& a, const Entry& b) { return a.address == b.address; };
+    functions.erase(std::unique(functions.begin(), functions.end(), isRepeated), functions.end());
     return functions;
 }
 
