@@ -42,7 +42,8 @@ Json::Value asJson(const Delivery& delivery) {
 }
 
 Delivery fromJson(const Json::Value& json) {
-    return {json["Acknowledged"].asInt64(), json["Failed"].asInt64(), json["Failures"].asUInt(),
+    return {static_cast<std::time_t>(json["Acknowledged"].asInt64()),
+            static_cast<std::time_t>(json["Failed"].asInt64()), json["Failures"].asUInt(),
             json["Why"].asString()};
 }
 

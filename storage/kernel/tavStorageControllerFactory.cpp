@@ -117,12 +117,20 @@ class tavStorageControllerFactory::Host {
     }
 
  private:
-    /// Where the identity of the host's PCI function stands: one or two directories up.
+    /// Where the identity of the host's PCI function stands: one or two directories up. A device in
+    /// between, such as a virtio one, has a vendor of its own, but no class.
     std::optional<std::string> identityDirectory() const {
+        std::optional<std::string> found;
         for (const char* const up : {"/device/../", "/device/../../"}) {
-            if (tav::OwnedText(get_sysfs_str((port + up + "vendor").c_str()))) return port + up;
+            if (!has(port + up + "vendor")) continue;
+            if (has(port + up + "class")) return port + up;
+            if (!found) found = port + up;
         }
-        return std::nullopt;
+        return found;
+    }
+
+    static bool has(const std::string& attribute) {
+        return bool(tav::OwnedText(get_sysfs_str(attribute.c_str())));
     }
 
     static std::uint32_t combine(const std::string& directory, const char* device,

@@ -85,7 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     checkTemperaturePage(reply);
     checkIdentity(reply);
     requireWithin(senseKey(reply), 15);
-    for (const std::uint8_t log : {0, 3, 4, 255})
+    for (const std::uint8_t log : std::array<std::uint8_t, 4>{0, 3, 4, 255})
         require(!directoryLists(reply, log) || reply.size() >= 2U * log + 2U);
     require(!statisticsList(reply, 7) || reply.size() > 9);
     return 0;
