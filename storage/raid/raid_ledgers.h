@@ -24,6 +24,14 @@ class RaidResource {
         ledger_.noteReported(told_);
     }
 
+    /// First seen because of an event. No inventory has told it yet, so an event that says why it
+    /// does not work is news.
+    static RaidResource foundByEvent(Record found) {
+        RaidResource resource(std::move(found));
+        resource.isOutdated_ = resource.told_.health != TAV_HEALTH_OK;
+        return resource;
+    }
+
     /// The library tells `found` of it. What an event has said stands until the library's own word
     /// changes. Such a change has been reported by nobody, so whatever event comes next is news.
     /// Returns whether the condition is another one than before.
@@ -123,7 +131,7 @@ class RaidResources {
                 hasChanged |= resource.look(std::move(fresh.record));
                 if (!std::exchange(entries.back().isListed, true)) hasChanged |= resource.renew();
             } else {
-                entries.push_back({0, "", RaidResource<Record>(std::move(fresh.record))});
+                entries.push_back({0, "", newcomer(std::move(fresh.record), gone)});
                 hasChanged = true;
             }
             entries.back().number = fresh.number;
@@ -158,6 +166,12 @@ class RaidResources {
     }
 
  private:
+    /// Who lets the gone stay looks because of an event.
+    static RaidResource<Record> newcomer(Record found, Gone gone) {
+        return gone == Gone::Stay ? RaidResource<Record>::foundByEvent(std::move(found))
+                                  : RaidResource<Record>(std::move(found));
+    }
+
     static bool isNumber(std::uint32_t number, const Found& found) {
         for (const auto& resource : found)
             if (resource.number == number) return true;

@@ -206,6 +206,19 @@ TEST_F(RaidEvents, TheDriveThatTookThePlaceOfAnotherIsNamed) {
     EXPECT_EQ(conditionText(inventory.disks[1]), "Failed/Critical");
 }
 
+TEST_F(RaidEvents, AFailureOfADriveThatNoInventoryHasToldYetIsNews) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    library.change([](std::vector<FakeController>& all) {
+        all[0].drives[1].serial = "NEW";
+        all[0].drives[1].state = 0x11;
+    });
+    library.fire(driveEvent(0x72, 2, 9, 0x11));
+    library.fire(driveEvent(0x72, 2, 9, 0x11));
+    ASSERT_THAT(ids(), ElementsAre(538));
+    EXPECT_EQ(events()[0]["VariableData"]["Data"]["SerialNumber"], "NEW");
+}
+
 TEST_F(RaidEvents, ADriveThatIsPulledAndPutBackIsANewOne) {
     FakeRaidLibrary library({fakeController(0, "SV1")});
     discoverRaid();
