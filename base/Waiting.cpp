@@ -55,12 +55,12 @@ std::optional<Deadline> Deadline::after(std::chrono::seconds wait) {
 }
 
 std::time_t Deadline::seconds() const noexcept {
-    return std::chrono::floor<std::chrono::seconds>(moment_).count();
+    return static_cast<std::time_t>(std::chrono::floor<std::chrono::seconds>(moment_).count());
 }
 
 std::time_t secondsNow() {
     const nanoseconds now = steadyBegin() + steadyNow().value_or(nanoseconds(0));
-    return std::chrono::floor<std::chrono::seconds>(now).count();
+    return static_cast<std::time_t>(std::chrono::floor<std::chrono::seconds>(now).count());
 }
 
 Wake waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,

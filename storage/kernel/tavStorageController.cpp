@@ -588,10 +588,10 @@ void tavStorageController::noteSilentDisks() {
         std::optional<tavDiskInfo> disk = knownDisk(link);
         if (!disk || conditionOf(*disk) == tav::offline || conditionOf(*disk) == tav::failed)
             return;
-        const long seconds =
+        const long long seconds =
             std::chrono::duration_cast<std::chrono::seconds>(unanswered.since).count();
         disk->setEventInfoString(
-            tav::printed("The disk drive (SCSI link: %s) has not answered for %ld seconds. It was "
+            tav::printed("The disk drive (SCSI link: %s) has not answered for %lld seconds. It was "
                          "asked for %s.",
                          link.c_str(), seconds, unanswered.what.c_str()));
         logger.warning(here(), "%s", disk->getEventInfoString().c_str());
