@@ -1,0 +1,163 @@
+"""The system on real drivers: a machine with known parts, and what the management controller is told
+of it. Every fact is compared with what QEMU was told or with another tool in the same machine.
+"""
+import json
+import os
+import pathlib
+import re
+import shutil
+import tempfile
+import unittest
+
+import guest
+import image
+
+BUILD = pathlib.Path(os.environ.get("TAV_BUILD", image.ROOT / "build/demo")).resolve()
+CACHE = pathlib.Path(os.environ.get("TAV_VM_CACHE", image.ROOT / "build/vm")).resolve()
+
+MEGABYTE = 1 << 20
+SATA = {"model": "TAV SATA DISK", "serial": "SATA0001", "size": 48 * MEGABYTE}
+SCSI = [{"product": "TAV SCSI DISK", "serial": f"SCSI000{n}", "size": (16 + n) * MEGABYTE}
+        for n in range(2)]
+PORTS = ["52:54:00:12:34:01", "52:54:00:12:34:02"]
+MEMORY = 1400  # MiB
+CONFIGURATION = {"EnableResources": ["All"], "PushInventoryFrequencyInMinutes": "1",
+                 "LoggingLevel": "Info", "EnableDebugLog": "true",
+                 "TAVLogLocation": "/var/log/tav.log", "DebugLogLocation": "/var/log/tav_debug.log"}
+# A build's look at a change, its report and the controller's answer, with the machine emulated.
+POLL_PATIENCE = 60
+# Until the next push, after the next build.
+INVENTORY_PATIENCE = 150
+
+
+def machine(folder):
+    """QEMU's options for the machine described above."""
+    arguments = [*guest.management_controller(folder),
+                 "-device", "pcie-root-port,id=slot1,chassis=1,slot=1",
+                 "-device", "virtio-scsi-pci,id=hba,bus=slot1"]
+    disks = [("sata", SATA["size"])] + [(f"scsi{n}", disk["size"]) for n, disk in enumerate(SCSI)]
+    for name, size in disks:
+        with open(folder / name, "wb") as file:
+            file.truncate(size)
+        arguments += ["-blockdev",
+                      f"driver=file,node-name={name},filename={folder}/{name}"]
+    arguments += ["-device", f"ide-hd,drive=sata,bus=ide.0,serial={SATA['serial']},"
+                             f"model={SATA['model']}"]
+    for n, disk in enumerate(SCSI):
+        arguments += ["-device", scsi_disk(n)]
+    for n, address in enumerate(PORTS):
+        arguments += ["-netdev", f"hubport,id=net{n},hubid={n}",
+                      "-device", f"e1000,id=nic{n},netdev=net{n},mac={address}"]
+    return arguments
+
+
+def scsi_disk(n):
+    disk = SCSI[n]
+    return (f"scsi-hd,id=disk{n},drive=scsi{n},bus=hba.0,scsi-id={n},serial={disk['serial']},"
+            f"product={disk['product']},vendor=TAV")
+
+
+class RealKernel(unittest.TestCase):
+    """One machine for all cases, which leave it as they found it."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = pathlib.Path(tempfile.mkdtemp(prefix="tav-vm-"))
+        cls.addClassCleanup(shutil.rmtree, cls.folder)
+        kernel, initramfs = image.make_small(BUILD, CACHE, cls.folder)
+        cls.rmc = guest.Controller(BUILD, cls.folder)
+        cls.addClassCleanup(cls.rmc.stop)
+        cls.vm = guest.Guest(kernel, initramfs, machine(cls.folder), cls.folder, memory=MEMORY)
+        cls.addClassCleanup(cls.vm.stop)
+        cls.vm.run("mkdir -p /etc/config/orn/tav /opt/orn/tav/data /opt/orn/tav/log")
+        cls.vm.run(f"echo '{json.dumps(CONFIGURATION)}' >/etc/config/orn/tav/tav.conf")
+        cls.vm.run("/usr/bin/tavd --generic-storage=any >/var/log/tavd 2>&1 </dev/null & echo $! >/run/pid")
+        guest.wait_until(cls.rmc.inventories, 180, "inventory at the controller")
+
+    def tearDown(self):
+        self.assertEqual(self.rmc.violations(), [], "every frame is as the controller demands")
+
+    def inventory_with(self, holds, what):
+        """The first inventory from now on for which `holds`; one comes every minute."""
+        seen = len(self.rmc.inventories())
+        return guest.wait_until(
+            lambda: next((one for one in self.rmc.inventories()[seen:] if holds(one)), None),
+            INVENTORY_PATIENCE, f"inventory with {what}")
+
+    def drives(self, inventory):
+        return {drive["SerialNumber"]: drive for drive in inventory.get("Drives", [])}
+
+    def test_host_is_what_the_machine_is(self):
+        host = self.rmc.inventories()[-1]["Oem"]["HostOSInfo"]
+        self.assertEqual(host["HostName"], self.vm.run("hostname").strip())
+        self.assertEqual(host["OSMemorySummary"]["TotalSystemMemoryGiB"], MEMORY // 1024)
+
+    def test_disks_are_those_that_were_plugged_in(self):
+        drives = self.drives(self.rmc.inventories()[-1])
+        expected = {SATA["serial"]: SATA, **{disk["serial"]: disk for disk in SCSI}}
+        self.assertEqual(set(drives), set(expected))
+        blocks = {disk["serial"]: disk for disk in json.loads(
+            self.vm.run("lsblk -b -J -d -o NAME,SERIAL,SIZE,TYPE"))["blockdevices"]
+                  if disk["serial"]}
+        for serial, disk in expected.items():
+            drive = drives[serial]
+            self.assertEqual(drive["CapacityBytes"], disk["size"], serial)
+            self.assertEqual(drive["Model"], disk.get("model") or disk["product"])
+            if disk is SATA:  # QEMU's SCSI disks tell neither their protocol nor how they are
+                self.assertEqual(drive["Status"], {"State": "Running", "Health": "OK"})
+            if serial in blocks:
+                self.assertEqual(int(blocks[serial]["size"]), drive["CapacityBytes"])
+
+    def test_cards_are_those_that_were_plugged_in(self):
+        inventory = self.rmc.inventories()[-1]
+        listed = self.vm.run("lspci -Dn")
+        storage = re.findall(r"^(\S+) 01(?:00|06):", listed, re.MULTILINE)
+        described = [controller["Oem"]["Description"]
+                     for controller in inventory["StorageControllers"]]
+        self.assertEqual(len(described), len(storage))
+        for address in storage:
+            self.assertTrue(any(address in text for text in described), address)
+        found = {link["MACAddress"].lower() for link in self.ports(inventory)}
+        self.assertEqual(found, set(PORTS))
+
+    def ports(self, inventory):
+        return inventory.get("EthernetDevices", [])
+
+    def port(self, inventory, address):
+        return next(link for link in self.ports(inventory)
+                    if link["MACAddress"].lower() == address)
+
+    def test_a_disk_and_a_link_that_go_and_come_back_together(self):
+        serial = SCSI[1]["serial"]
+
+        def is_up(inventory):
+            return self.port(inventory, PORTS[1])["Status"]["State"] == "Running"
+
+        def is_there(inventory):
+            return self.drives(inventory)[serial]["Status"]["State"] != "Offline"
+        self.inventory_with(lambda one: is_up(one) and is_there(one), "everything in order")
+        seen = len(self.rmc.events())
+        self.vm.monitor("set_link", name="nic1", up=False)
+        self.vm.monitor("device_del", id="disk1")
+        self.inventory_with(lambda one: not is_up(one) and not is_there(one), "both gone")
+        self.vm.monitor("set_link", name="nic1", up=True)
+        options = dict(part.split("=", 1) for part in scsi_disk(1).split(",")[1:])
+        self.vm.monitor("device_add", driver="scsi-hd", **options)
+        self.inventory_with(lambda one: is_up(one) and is_there(one), "both back")
+        raised = self.rmc.events()[seen:]
+        # A disk that never told how it is has not failed by going.
+        self.assertEqual([event["ID"] for event in raised], [680])
+        self.assertEqual(raised[0]["VariableData"]["Data"]["MACAddress"].lower(), PORTS[1])
+
+    def test_the_controller_refuses_and_restarts(self):
+        seen = len(self.rmc.inventories())
+        self.rmc.order("status=4,command=MPEventGen")
+        status, _ = self.vm.attempt("tavctl event 708")
+        self.assertEqual(status, 1, "an event that was refused has not been taken")
+        self.assertEqual(self.vm.attempt("tavctl event 708")[0], 0)
+        guest.wait_until(lambda: len(self.rmc.inventories()) > seen, 180,
+                         "inventory that makes good what was refused")
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2, failfast=False)
