@@ -21,11 +21,21 @@ constexpr auto logPace = 10s;
 
 constexpr const char* eraseLine = "\r\033[K";
 
+void addMeaning(const std::string& payload, Json::Value& line) {
+    std::string fault;
+    const auto event = parseJson(payload, fault);
+    if (!event) return;
+    const EventMeaning meaning = meaningOf(*event);
+    line["meaning"] = std::string(meaning.text);
+    if (!meaning.health.empty()) line["health"] = std::string(meaning.health);
+}
+
 Json::Value lineOf(const char* what, const Command& command) {
     Json::Value line;
     line[what] = command.name;
     line["payload"] = command.payload;
     line["frames"] = command.frames;
+    if (command.name == "MPEventGen") addMeaning(command.payload, line);
     return line;
 }
 
@@ -39,6 +49,7 @@ Reporter::Reporter(const std::string& recordPath, bool quiet)
 void Reporter::report(const Outcome& outcome) {
     for (const std::string& text : outcome.violations)
         violation(text);
+    if (outcome.frame && outcome.frame->frame == 1) begun_[outcome.frame->name] = Clock::now();
     if (outcome.frame && !outcome.finished) progress(*outcome.frame);
     if (!outcome.struck.empty()) {
         Json::Value line;
@@ -48,6 +59,7 @@ void Reporter::report(const Outcome& outcome) {
     if (outcome.refused) keep(lineOf("refused", *outcome.refused));
     if (outcome.finished) {
         Json::Value line = lineOf("command", *outcome.finished);
+        line["took"] = elapsedSince(begun_[outcome.finished->name]);
         if (!outcome.answer || outcome.answer->completionCode != 0) line["unanswered"] = true;
         keep(line);
         show(summaryOf(*outcome.finished));
@@ -67,6 +79,10 @@ void Reporter::violation(const std::string& text) {
     keep(line);
     show("");
     std::cerr << "tav-sim-rmc: violation: " << text << std::endl;
+}
+
+void Reporter::note(const Json::Value& line) {
+    keep(line);
 }
 
 void Reporter::unfinished(const std::string& command) {
@@ -95,11 +111,16 @@ void Reporter::show(const std::string& text) {
     std::cout << text << std::flush;
 }
 
+/// In seconds of the simulated clock.
+double Reporter::elapsedSince(Clock::time_point begin) {
+    const std::chrono::duration<double> elapsed = Clock::now() - begin;
+    return elapsed.count() * clockSpeed();
+}
+
 /// Each line tells when, in seconds of the simulated clock since the controller has been there.
 void Reporter::keep(Json::Value line) {
     if (recordPath_.empty()) return;
-    const std::chrono::duration<double> elapsed = Clock::now() - start_;
-    line["time"] = elapsed.count() * clockSpeed();
+    line["time"] = elapsedSince(start_);
     record_ << oneLine(line) << std::endl;
 }
 

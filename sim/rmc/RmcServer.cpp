@@ -16,11 +16,13 @@
 #include <sys/un.h>
 
 #include "sim/Clock.h"
+#include "sim/rmc/Json.h"
 
 namespace tav::sim {
 namespace {
 
-constexpr std::size_t longestOrder = 4096;
+constexpr std::size_t longestOrder = std::size_t{64} << 10;
+constexpr std::string_view noteWord = "note=";
 
 FileDescriptor listenAt(const std::string& path) {
     sockaddr_un address{};
@@ -163,12 +165,30 @@ void RmcServer::takeOrders(unsigned id, Connection& connection) {
     std::string answers;
     std::size_t end = 0;
     while ((end = connection.line.find('\n')) != std::string::npos) {
-        const std::string fault = controller_.injections().add(connection.line.substr(0, end));
+        const std::string fault = follow(connection.line.substr(0, end));
         answers += fault.empty() ? "ok\n" : "error: " + fault + '\n';
         connection.line.erase(0, end + 1);
     }
     if (connection.line.size() > longestOrder) return drop(id);
     send(id, bytesOf(answers));
+}
+
+/// Empty, or why the order cannot be followed. What has been ordered stands in the record.
+std::string RmcServer::follow(std::string_view order) {
+    Json::Value line;
+    if (order.starts_with(noteWord)) {
+        std::string fault;
+        auto note = parseJson(order.substr(noteWord.size()), fault);
+        if (!note) return fault;
+        if (!note->isObject()) return "a note is a JSON object";
+        line = std::move(*note);
+    } else {
+        std::string fault = controller_.injections().add(order);
+        if (!fault.empty()) return fault;
+        line["order"] = std::string(order);
+    }
+    reporter_.note(line);
+    return {};
 }
 
 void RmcServer::send(unsigned id, const Bytes& bytes) {

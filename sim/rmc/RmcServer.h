@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "base/FileDescriptor.h"
 #include "sim/rmc/Controller.h"
@@ -49,6 +50,7 @@ class RmcServer {
     void serve(unsigned id, Connection& connection, std::span<const std::uint8_t> received);
     void serveRequest(unsigned id, const BmcRequest& request);
     void takeOrders(unsigned id, Connection& connection);
+    std::string follow(std::string_view order);
     void send(unsigned id, const Bytes& bytes);
     void sendLate(Clock::time_point now);
     void drop(unsigned id);

@@ -9,31 +9,26 @@
 namespace tav::sim {
 namespace {
 
-struct Meaning {
-    int eventId;
-    std::string_view text;
-};
-
 constexpr std::array meanings = {
-    Meaning{356, "the operating system has booted"},
-    Meaning{359, "the previous shutdown was graceful"},
-    Meaning{360, "the previous shutdown was critical"},
-    Meaning{384, "status change of a Fibre Channel port"},
-    Meaning{385, "status change of a Fibre Channel port"},
-    Meaning{386, "status change of a Fibre Channel port"},
-    Meaning{388, "status change of a Fibre Channel port"},
-    Meaning{397, "status change of a storage controller"},
-    Meaning{398, "status change of a storage controller"},
-    Meaning{434, "host event"},
-    Meaning{435, "host event"},
-    Meaning{538, "status change of a physical disk"},
-    Meaning{539, "status change of a physical disk"},
-    Meaning{540, "status change of a physical disk"},
-    Meaning{678, "status change of an Ethernet adapter"},
-    Meaning{680, "status change of an Ethernet adapter"},
-    Meaning{681, "RAID controller event"},
-    Meaning{683, "RAID controller event"},
-    Meaning{708, "test event"},
+    EventMeaning{356, "the operating system has booted", ""},
+    EventMeaning{359, "the previous shutdown was graceful", ""},
+    EventMeaning{360, "the previous shutdown was critical", "Critical"},
+    EventMeaning{384, "a Fibre Channel port is online", "OK"},
+    EventMeaning{385, "a Fibre Channel port is offline", "Warning"},
+    EventMeaning{386, "a Fibre Channel port has lost its link", "Critical"},
+    EventMeaning{388, "a Fibre Channel port has failed", "Critical"},
+    EventMeaning{397, "a storage controller works again", "OK"},
+    EventMeaning{398, "a storage controller has failed", "Critical"},
+    EventMeaning{434, "host event", ""},
+    EventMeaning{435, "host event", ""},
+    EventMeaning{538, "a drive has failed or is gone", "Critical"},
+    EventMeaning{539, "a drive is predicted to fail", "Warning"},
+    EventMeaning{540, "a drive works", "OK"},
+    EventMeaning{678, "an Ethernet adapter has errors", "Critical"},
+    EventMeaning{680, "an Ethernet adapter works again", "OK"},
+    EventMeaning{681, "a volume is no longer whole", "Critical"},
+    EventMeaning{683, "a volume is whole again", "OK"},
+    EventMeaning{708, "test event", ""},
 };
 
 struct Counted {
@@ -91,18 +86,10 @@ std::string inventorySummary(const Json::Value& document) {
     return lines.empty() ? row("", "no host data") : lines;
 }
 
-std::string meaningOf(const Json::Value& eventId) {
-    if (!eventId.isInt()) return "unknown event";
-    const auto* const known =
-        std::find_if(meanings.begin(), meanings.end(),
-                     [&](const Meaning& meaning) { return meaning.eventId == eventId.asInt(); });
-    return std::string(known == meanings.end() ? "unknown event" : known->text);
-}
-
 std::string eventSummary(const Json::Value& event) {
     const Json::Value& id = member(event, "ID");
     std::string lines =
-        row("event " + shown(id), meaningOf(id)) +
+        row("event " + shown(id), std::string(meaningOf(event).text)) +
         row("from", shown(member(event, "Source")) + " on " + shown(member(event, "HostName")) +
                         ", " + addresses(member(event, "IPv4Addresses"))) +
         row("time", shown(member(event, "EventTime")));
@@ -114,6 +101,14 @@ std::string eventSummary(const Json::Value& event) {
 }
 
 }  // namespace
+
+EventMeaning meaningOf(const Json::Value& event) {
+    const std::int64_t id = numberOf(event, "ID");
+    const auto* const known =
+        std::find_if(meanings.begin(), meanings.end(),
+                     [&](const EventMeaning& meaning) { return meaning.id == id; });
+    return known == meanings.end() ? EventMeaning{0, "unknown event", ""} : *known;
+}
 
 std::string summaryOf(const Command& command) {
     const std::string size = std::to_string(command.payload.size()) + " bytes in " +

@@ -21,15 +21,16 @@ constexpr const char* usage =
     "and shows it.\n\n"
     "  --socket PATH            listen for machines on this Unix socket\n"
     "  --control PATH           listen for orders (as --inject, one a line) on this Unix socket\n"
-    "  --record FILE            write each finished or refused command, each order that has\n"
-    "                           struck, each door bell answered with a text and each\n"
-    "                           violation as a JSON line, with its simulated time\n"
+    "  --record FILE            write each finished or refused command, each order, each that\n"
+    "                           has struck, each door bell answered with a text, each note and\n"
+    "                           each violation as a JSON line, with its simulated time\n"
     "  --until COMMAND[=COUNT]  end after this command has come so often; may be repeated\n"
     "  --timeout SECONDS        end with status 1 when that has not happened in this time\n"
     "  --inject ORDER           fail as ordered; may be repeated. An order is a list of\n"
     "                             status=S exit=E code=C truncate=BYTES late=MS lost\n"
     "                             command=NAME request=NETFN/COMMAND nth=N|all frame=N|last\n"
-    "                           joined by commas, or withdraw=ORDER, or doorbell=TEXT\n"
+    "                           joined by commas, or withdraw=ORDER, or doorbell=TEXT,\n"
+    "                           or, while it runs, note=OBJECT: a line for the record\n"
     "  --quiet                  show violations only\n"
     "  --help\n\n"
     "Exit status: 0 as expected, 1 violations, time-out or failure, 2 wrong usage.\n";
@@ -142,6 +143,11 @@ int serve(const Options& options) {
     tav::sim::Reporter reporter(options.record, options.quiet);
     if (!reporter.recordIsSound()) {
         return complain(options.record + ": " + std::strerror(errno));
+    }
+    for (const std::string& order : options.inject) {
+        Json::Value line;
+        line["order"] = order;
+        reporter.note(line);
     }
     tav::sim::RmcServer server(controller, reporter);
     if (!server.serveMachines(options.socket)) {

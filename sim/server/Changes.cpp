@@ -61,24 +61,24 @@ const Json::Value* changeEntry(Json::Value& server, const std::string& section,
     return assign(*entry, assignments, fault) ? entry : nullptr;
 }
 
-bool changeRaid(Json::Value& server, const std::string& order, std::string& fault) {
+const Json::Value* changeRaid(Json::Value& server, const std::string& order, std::string& fault) {
     std::istringstream words(order);
     std::string kind;
     std::string controllerId;
     std::string id;
     words >> kind >> controllerId >> id;
-    if (kind != "drive" && kind != "volume") return true;
+    if (kind != "drive" && kind != "volume") return &Json::Value::nullSingleton();
     Json::Value* const controller = findEntry(server["raid"]["controllers"], controllerId);
     Json::Value* const entry =
         controller == nullptr ? nullptr : findEntry((*controller)[kind + 's'], id);
     if (entry == nullptr) {
         fault = "no such " + kind + ": " + order;
-        return false;
+        return nullptr;
     }
     std::vector<std::string> assignments;
     for (std::string word; words >> word;)
         assignments.push_back(word);
-    return assign(*entry, assignments, fault);
+    return assign(*entry, assignments, fault) ? entry : nullptr;
 }
 
 }  // namespace tav::sim

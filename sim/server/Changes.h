@@ -15,8 +15,7 @@ const Json::Value* changeEntry(Json::Value& server, const std::string& section,
                                std::string& fault);
 
 /// The same for an order to the RAID library: "drive CONTROLLER ID member=value ..." or "volume
-/// ...". Other orders leave the description as it is. False, with `fault`, when it names nothing
-/// that exists.
-bool changeRaid(Json::Value& server, const std::string& order, std::string& fault);
+/// ...". Other orders leave the description as it is, and return a null value that is no part's.
+const Json::Value* changeRaid(Json::Value& server, const std::string& order, std::string& fault);
 
 }  // namespace tav::sim

@@ -15,6 +15,7 @@
 #include "sim/rmc/Json.h"
 #include "sim/server/Changes.h"
 #include "sim/server/Links.h"
+#include "sim/server/Notes.h"
 #include "sim/server/RaidOrders.h"
 #include "sim/server/ServerTree.h"
 #include "sim/server/Verdict.h"
@@ -45,6 +46,13 @@ int links(Arguments /*arguments*/) {
     return succeeded;
 }
 
+std::string joined(Arguments words) {
+    std::string text;
+    for (const std::string& word : words)
+        text += (text.empty() ? "" : " ") + word;
+    return text;
+}
+
 /// The tree is written anew, which changes just the files whose content has changed.
 int change(Arguments arguments) {
     Json::Value server = readServer(serverDescription);
@@ -52,6 +60,7 @@ int change(Arguments arguments) {
     const Json::Value* const entry =
         changeEntry(server, arguments[0], arguments[1], arguments.subspan(2), fault);
     if (entry == nullptr) throw std::runtime_error(fault);
+    noteChange(joined(arguments), *entry);  // first: nobody can have reported it before
     changeServer(server, Tree("/"));
     if (arguments[0] == "ethernet") setLink(*entry);
     return succeeded;
@@ -60,10 +69,18 @@ int change(Arguments arguments) {
 int raid(Arguments arguments) {
     Json::Value server = readServer(serverDescription);
     std::string fault;
-    if (!changeRaid(server, arguments[0], fault)) throw std::runtime_error(fault);
+    const Json::Value* const entry = changeRaid(server, arguments[0], fault);
+    if (entry == nullptr) throw std::runtime_error(fault);
+    noteChange("raid " + arguments[0], *entry);
     // First: a library that is not there now reads it when it comes.
     Tree("/").write(serverDescription, oneLine(server) + '\n');
     orderRaid(arguments[0]);
+    return succeeded;
+}
+
+int tell(Arguments arguments) {
+    std::cout << "\n--- " << arguments[0] << std::endl;
+    noteWords(arguments[0]);
     return succeeded;
 }
 
@@ -84,6 +101,7 @@ int verdict(Arguments arguments) {
           linesOf(fileText(raidViolations))}) {
         faults.insert(faults.end(), found.begin(), found.end());
     }
+    keepVerdict(arguments[0], events, faults);
     for (const std::string& fault : faults)
         std::cerr << "  " << fault << '\n';
     if (!faults.empty()) return failed;
@@ -109,9 +127,12 @@ constexpr std::array subcommands = {
     Subcommand{"change", 3, any, change,
                "change SECTION NAME M=V...   change a running server's part"},
     Subcommand{"raid", 1, 1, raid, "raid ORDER                   give the RAID library an order"},
+    Subcommand{"tell", 1, 1, tell,
+               "tell WORDS                   say what follows, to the record too"},
     Subcommand{"verdict", 1, any, verdict,
                "verdict RECORD EVENT...      compare a controller's record with the events\n"
-               "                             (ID or ID@TEXT) and the server; 1 when they differ"},
+               "                             (ID or ID@TEXT) and the server, and add to it\n"
+               "                             what has come of it; 1 when they differ"},
 };
 
 int refuse() {

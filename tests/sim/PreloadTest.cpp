@@ -62,7 +62,9 @@ TEST(Preload, CarriesCommandsToTheControllerAndGivesUpLikeTheDriver) {
     record << std::ifstream("/run/sim/record").rdbuf();
     EXPECT_THAT(
         record.str(),
-        HasSubstr(R"({"command":"MPEventGen","frames":1,"payload":"{\"ID\":356}","time":)"));
+        HasSubstr(
+            R"({"command":"MPEventGen","frames":1,"meaning":"the operating system has booted",)"
+            R"("payload":"{\"ID\":356}","time":)"));
     EXPECT_THAT(record.str(), HasSubstr(R"("unanswered":true)")) << "the answer was lost";
     EXPECT_THAT(record.str(), HasSubstr(R"({"struck":"lost,command=MPEventGen","time":)"));
     EXPECT_THAT(record.str(), HasSubstr(R"("violation":")"));

@@ -1,5 +1,6 @@
 #include <filesystem>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,7 @@ using tav::test::writeFile;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 const fs::path root = "/tmp/server";
 
@@ -218,10 +220,10 @@ TEST(Server, ChangesOfWhatIsThereAndOfWhatIsNot) {
         Json::Value server = parseJson(description);
         std::string fault;
         const std::vector<std::string> assignments = {row.change};
-        const bool done = row.section == nullptr ? changeRaid(server, row.change, fault)
-                                                 : changeEntry(server, row.section, row.key,
-                                                               assignments, fault) != nullptr;
-        EXPECT_EQ(done, *row.fault == '\0') << row.change;
+        const Json::Value* const entry =
+            row.section == nullptr ? changeRaid(server, row.change, fault)
+                                   : changeEntry(server, row.section, row.key, assignments, fault);
+        EXPECT_EQ(entry != nullptr, *row.fault == '\0') << row.change;
         EXPECT_EQ(fault, row.fault);
     }
     Json::Value server = parseJson(description);
@@ -334,6 +336,37 @@ TEST(Verdict, TheProgramsAnswers) {
         EXPECT_THAT(result.output, HasSubstr(row.says));
     }
     EXPECT_EQ(readFile("/sys/class/fc_host/host10/port_state"), "Offline\n");
+    EXPECT_THAT(
+        readFile("/tmp/record"),
+        HasSubstr(R"({"expected":["384"],"faults":["event 386 came where 384 was expected",)"));
+}
+
+TEST(Notes, StandInTheControllersRecordBeforeTheChange) {
+    writeFile("/tmp/description", description);
+    std::filesystem::create_directories("/run/sim/common");
+    const std::string said =
+        tav::runShell(
+            TAV_SIM_SERVER
+            " build /tmp/description /; " TAV_RMC
+            " --socket /run/sim/rmc --control /run/sim/common/orders --record /tmp/record"
+            " --inject late=1 --quiet & until [ -S /run/sim/common/orders ]; do sleep 0.02; done;"
+            " exec 2>&1; " TAV_SIM_SERVER
+            " tell 'A \"disk\" fails.';"
+            " " TAV_SIM_SERVER " change disks sg0 answers=no; " TAV_SIM_SERVER
+            " raid 'volume 0 9 state=2';"
+            " kill -TERM $!; wait $!")
+            .output;
+    EXPECT_EQ(said,
+              "\n--- A \"disk\" fails.\ntav-sim-server: no such volume: volume 0 9 state=2\n");
+    const std::string record = readFile("/tmp/record");
+    std::vector<std::string> lines;
+    std::istringstream stream(record);
+    for (std::string one; std::getline(stream, one);)
+        lines.push_back(one.substr(0, one.find(",\"time\"")));
+    EXPECT_THAT(lines, ElementsAre(R"({"order":"late=1")", StartsWith(R"({"time":)"),
+                                   R"({"change":"disks sg0 answers=no","part":"S1")"))
+        << record;
+    EXPECT_THAT(record, HasSubstr(R"("told":"A \"disk\" fails."})"));
 }
 
 }  // namespace
