@@ -24,7 +24,7 @@ struct Line {
 template <class Read>
 class LineReader {
  public:
-    /// Begins at `position`. A line of up to `bufferSize` characters is read whole.
+    /// Begins at `position`. A line of fewer than `bufferSize` characters is read whole.
     LineReader(Read read, std::uint64_t position, std::size_t bufferSize)
         : read_(std::move(read)), nextRead_(position), buffer_(bufferSize) {}
 

@@ -23,7 +23,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (c == ' ' || c == '\n') std::abort();
     }
     tavUtils utils;
-    utils.toEpoc(std::string(text));
+    for (const std::string& line : tav::splitLines(text)) {
+        if (line.empty() || line.find('\n') != std::string::npos) std::abort();
+        utils.toEpoc(line);
+    }
     std::string trimmed;
     utils.trimExtraSpaces(std::string(text), trimmed);
     utils.getSubStr("r", "i", std::string(text));

@@ -22,6 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     const auto detail = tav::nicDetail(text, "Cable ");
     if (detail && detail->find('\n') != std::string::npos) std::abort();
+    tav::nonPhysicalKind(text);
     const auto messages = tav::decodeLinkMessages(std::as_bytes(std::span(data, size)));
     if (messages.size() > size / 32) std::abort();
     return 0;

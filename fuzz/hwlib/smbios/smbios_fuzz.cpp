@@ -1,9 +1,33 @@
 /// Any bytes as structure table and as memory with an entry point.
+#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
+#include "hwlib/smbios/SmbiosPci.h"
 #include "hwlib/smbios/SmbiosTable.h"
+
+namespace {
+
+void checkFunction(const tav::SmbiosTable& table, std::size_t size, std::uint8_t bus,
+                   std::uint8_t device, std::uint8_t function) {
+    for (const char* const text : {tav::smbiosProductName(table, bus, device, function),
+                                   tav::smbiosFirmwareVersion(table, bus, device, function)}) {
+        if (text != nullptr && std::strlen(text) > size) std::abort();
+    }
+    if (tav::smbiosOnboardNumber(table, bus, device, function).valueOr(0) > 7) std::abort();
+    if (tav::smbiosSlotId(table, bus) && tav::smbiosSlotAt(table, bus) == nullptr) std::abort();
+}
+
+/// What is told about the PCI functions at the edges of each number's range.
+void checkFunctions(const tav::SmbiosTable& table, std::size_t size) {
+    for (const std::uint8_t bus : std::array<std::uint8_t, 4>{0x00, 0x01, 0x3B, 0xFF}) {
+        checkFunction(table, size, bus, 0, 0);
+        checkFunction(table, size, bus, 31, 7);
+    }
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto bytes = std::as_bytes(std::span(data, size));
@@ -22,5 +46,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             if (text != nullptr && std::strlen(text) > size) std::abort();
         }
     }
+    checkFunctions(table, size);
     return 0;
 }
