@@ -262,18 +262,19 @@ TEST(Utils, AdapterNamesNeverReachTheShellAsAnythingElse) {
 
 TEST(Utils, DirectoriesAndFiles) {
     tavUtils utils;
-    for (const char* name : {"0000:3b:00.0", "0000:00:01.0", "0001:00:00.0", "power"}) {
+    for (const char* name :
+         {"0000:3b:00.0", "0000:00:01.0", "0001:00:00.0", "0100:00:00.0", "power"}) {
         writeFile(std::string("/tmp/list/") + name, "");
     }
     std::filesystem::create_symlink("/tmp/list", "/tmp/link");
     std::vector<std::string> names;
-    EXPECT_EQ(utils.dirPciList("tmp/list", names), 6);
+    EXPECT_EQ(utils.dirPciList("tmp/list", names), 7);
     EXPECT_THAT(names, ElementsAre("0000:00:01.0", "0000:3b:00.0", "0001:00:00.0"));
-    EXPECT_EQ(utils.dirList("/tmp/list", names), 6);
-    EXPECT_EQ(names.size(), 7U) << "appends";
+    EXPECT_EQ(utils.dirList("/tmp/list", names), 7);
+    EXPECT_EQ(names.size(), 8U) << "appends";
     EXPECT_EQ(utils.dirList("/tmp/link", names), 0);
     EXPECT_EQ(utils.dirList("/tmp/missing", names), -1);
-    EXPECT_EQ(names.size(), 7U);
+    EXPECT_EQ(names.size(), 8U);
 
     writeFile("/tmp/lines", "one\ntwo key\nkey last");
     EXPECT_EQ(utils.getLineFromFile("/tmp/lines", "key"), "two key\n");
