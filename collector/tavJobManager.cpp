@@ -33,6 +33,14 @@ tavResourceManager* enabledManager(MODULE_NAME type) {
                                                              : nullptr;
 }
 
+template <class Visit>
+void forEachStartedManager(Visit visit) {
+    for (const StartedType& started : startedTypes) {
+        tavResourceManager* const manager = enabledManager(started.type);
+        if (manager != nullptr) visit(*manager);
+    }
+}
+
 void* asArgument(MODULE_NAME type) {
     // NOLINTNEXTLINE(performance-no-int-to-ptr): a thread body takes its number as its argument
     return reinterpret_cast<void*>(static_cast<std::intptr_t>(type));
@@ -51,7 +59,9 @@ bool tavJobManager::startResourceManagers() {
         logger.error(here(), "The resource managers already run; they are not started again.");
         return false;
     }
-    areManagersTold = false;
+    if (std::exchange(areManagersTold, false)) {
+        forEachStartedManager([](tavResourceManager& manager) { manager.reset(); });
+    }
     for (const auto& [type, threadName] : startedTypes) {
         std::thread& thread = threads.at(resourceTypeIndex(type));
         if (tav::startThread(thread, threadName, [argument = asArgument(type)] {
@@ -68,6 +78,7 @@ bool tavJobManager::startResourceManagers() {
 void tavJobManager::stopResourceManagers() {
     logger.info(at(149), "stopping all the RM");
     requestStop();
+    forEachStartedManager([](tavResourceManager& manager) { manager.stopResourceManagerJob(); });
     for (const auto& started : startedTypes) {
         tav::joinThread(threads.at(resourceTypeIndex(started.type)));
     }
@@ -76,10 +87,7 @@ void tavJobManager::stopResourceManagers() {
 
 void tavJobManager::requestStop() {
     if (std::exchange(areManagersTold, true)) return;
-    for (const auto& started : startedTypes) {
-        tavResourceManager* const manager = enabledManager(started.type);
-        if (manager != nullptr) manager->stopResourceManagerJob();
-    }
+    forEachStartedManager([](tavResourceManager& manager) { manager.requestStop(); });
 }
 
 void tavJobManager::startTAVServer() {

@@ -90,6 +90,12 @@ class InventoryCache {
         replace(std::move(changed));
     }
 
+    /// Begins anew with an empty generation. Any thread.
+    void clear() {
+        const std::lock_guard<std::mutex> held(writerLock_);
+        replace({});
+    }
+
     bool isBuildInProgress() const { return buildInProgress_; }
 
  private:

@@ -41,6 +41,13 @@ void ManagerLoop::requestRefresh() {
     cond_.notify_all();
 }
 
+void ManagerLoop::reset() {
+    const std::lock_guard<std::mutex> held(cmutex_);
+    stopSignal_.withdraw();
+    stop_ = false;
+    refresh_ = true;
+}
+
 bool Readiness::answer(int iteration) {
     if (ready_) return true;
     if (iteration >= lastWaitingRound) pushWhenBuilt_ = true;
@@ -51,6 +58,11 @@ bool Readiness::answer(int iteration) {
 bool Readiness::complete() {
     ready_ = true;
     return pushWhenBuilt_.exchange(false);
+}
+
+void Readiness::reset() {
+    ready_ = false;
+    pushWhenBuilt_ = false;
 }
 
 }  // namespace tav

@@ -57,6 +57,9 @@ class TAV_API ManagerLoop {
     void requestStop();
     void requestRefresh();
 
+    /// Forgets a stop and begins again with a refresh. While no thread is in the loop.
+    void reset();
+
     /// For the loop's thread, so that its commands and pauses end with a stop.
     const StopSignal* stopSignal() const { return &stopSignal_; }
 
@@ -78,6 +81,9 @@ class TAV_API Readiness {
 
     /// A build has been completed; returns whether it has to ask for a push. Manager's thread.
     bool complete();
+
+    /// As it was before the first build. While no thread builds.
+    void reset();
 
     bool isReady() const { return ready_; }
 

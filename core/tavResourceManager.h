@@ -67,6 +67,14 @@ class TAV_API tavResourceManager {
     /// thread.
     virtual bool isInventoryReady(int iteration) = 0;
 
+    /// Asks the manager's loop to end and waits for nothing, where stopResourceManagerJob() does.
+    /// Any thread.
+    virtual void requestStop() { stopResourceManagerJob(); }
+
+    /// Forgets a stop and what was built before it: init() then begins as it did the first time.
+    /// While no thread is in init(); one that cannot be started again does nothing.
+    virtual void reset() {}
+
  protected:
     ~tavResourceManager() = default;
 };

@@ -96,8 +96,16 @@ std::chrono::seconds FCResourceManager::sinceLastBuild() const {
 
 void FCResourceManager::stopResourceManagerJob() {
     logger.info(here(), "Resource manager stop called.");
-    loop_.requestStop();
+    requestStop();
     logger.info(here(), "Signalled for stop.");
+}
+
+void FCResourceManager::reset() {
+    loop_.reset();
+    readiness_.reset();
+    cache_.clear();
+    ports_ = {};
+    sinceBuild_.reset();
 }
 
 void FCResourceManager::cacheBuild() {

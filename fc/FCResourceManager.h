@@ -30,6 +30,8 @@ class TAV_API FCResourceManager final : public tavResourceManager {
     int getInventoryJsonObject(std::vector<Json::Value>& records) override;
     bool isRunning() override;
     bool isInventoryReady(int iteration) override;
+    void requestStop() override { loop_.requestStop(); }
+    void reset() override;
 
     /// Raises a test event with that ID and made-up values, which tell no location. Any thread.
     void generateTestEvent(int eventId, const std::string& location);

@@ -83,8 +83,15 @@ void HostResourceManager::startInventory() {
 
 void HostResourceManager::stopResourceManagerJob() {
     logger.info(here(), "Resource manager stop called.");
-    loop_.requestStop();
+    requestStop();
     logger.info(here(), "Signalled for stop.");
+}
+
+void HostResourceManager::reset() {
+    loop_.reset();
+    readiness_.reset();
+    cache_.clear();
+    lastRefreshTime_ = 0;
 }
 
 void HostResourceManager::cacheBuild() {

@@ -24,6 +24,8 @@ class TAV_API HostResourceManager final : public tavResourceManager {
     int getInventoryJsonObject(std::vector<Json::Value>& records) override;
     bool isRunning() override;
     bool isInventoryReady(int iteration) override;
+    void requestStop() override { loop_.requestStop(); }
+    void reset() override;
 
     /// Raises a test event with that ID. Any thread.
     void generateTestEvent(int eventId);

@@ -115,6 +115,7 @@ int NICEventMonitor::startMonitoring() {
     monitor.slots_.restart();
     monitor.stopProducer_ = false;
     monitor.stopSignal_.withdraw();
+    monitor.told_.reset();
     logger.debug(here(), "Creating a producer thread");
     int error = tav::startThread(monitor.netlinkThread_, "tav-link-recv",
                                  [&monitor] { monitor.startNetCheck(); });

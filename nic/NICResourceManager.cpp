@@ -108,6 +108,15 @@ void NICResourceManager::stopResourceManagerJob() {
     loop_.requestStop();
 }
 
+void NICResourceManager::reset() {
+    loop_.reset();
+    readiness_.reset();
+    sinceBuild_.reset();
+    const std::lock_guard<std::mutex> held(linksLock_);
+    links_ = {};
+    cache_.clear();
+}
+
 void NICResourceManager::cacheBuild() {
     logger.debug(here(), "Building NIC Cache");
     std::vector<tav::SharedInterface> recovered;

@@ -86,11 +86,14 @@ bool isSomeControllerWithoutEvents() {
 
 }  // namespace
 
-SASResourceManager::SASResourceManager()
-    : rounds_(std::make_unique<tav::StorageRounds>(
-          [this](tav::StorageGeneration::Part part) { publishLate(std::move(part)); })) {}
+SASResourceManager::SASResourceManager() : rounds_(makeRounds()) {}
 
 SASResourceManager::~SASResourceManager() = default;
+
+std::unique_ptr<tav::StorageRounds> SASResourceManager::makeRounds() {
+    return std::make_unique<tav::StorageRounds>(
+        [this](tav::StorageGeneration::Part part) { publishLate(std::move(part)); });
+}
 
 SASResourceManager* SASResourceManager::getInstance() {
     static SASResourceManager* const instance = new SASResourceManager;  // outlives every thread
@@ -127,11 +130,27 @@ void SASResourceManager::startInventory() {
 
 void SASResourceManager::stopResourceManagerJob() {
     logger.info(here(), "Resource manager stop called.");
-    loop_.requestStop();
-    rounds_->requestStop();
+    requestStop();
     logger.info(here(), "Signalled for stop.");
     waitForLoopEnd();
     logger.info(here(), "Wait for resource manager stop completed with %d.", 0);
+}
+
+void SASResourceManager::requestStop() {
+    loop_.requestStop();
+    rounds_->requestStop();
+}
+
+void SASResourceManager::reset() {
+    loop_.reset();
+    rounds_ = makeRounds();
+    readiness_.reset();
+    cache_.clear();
+    pushWhenBuilt_ = false;
+    lastRefreshTime_ = 0;
+    lastPollTime_ = 0;
+    const std::lock_guard<std::mutex> held(loopStateLock_);
+    inited_ = false;
 }
 
 void SASResourceManager::processResourceManagerStop() {
@@ -139,7 +158,7 @@ void SASResourceManager::processResourceManagerStop() {
     rounds_->shutDown();
 }
 
-/// False when a loop has been begun before: one thread at most, once.
+/// False when a loop has been begun before: one thread at most, once until a reset.
 bool SASResourceManager::beginLoop() {
     const std::lock_guard<std::mutex> held(loopStateLock_);
     if (std::exchange(inited_, true)) return false;

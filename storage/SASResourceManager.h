@@ -44,6 +44,8 @@ class TAV_API SASResourceManager final : public tavResourceManager {
     /// Also warns when there is a controller that reports no events.
     bool isRunning() override;
     bool isInventoryReady(int iteration) override;
+    void requestStop() override;
+    void reset() override;
 
     /// The records of that kind as the last completed build left them. Any thread.
     void fetchPrevInventoryOfType(int kind, std::vector<Json::Value>& records) const;
@@ -85,6 +87,7 @@ class TAV_API SASResourceManager final : public tavResourceManager {
     SASResourceManager();
     ~SASResourceManager();
 
+    std::unique_ptr<tav::StorageRounds> makeRounds();
     bool beginLoop();
     void endLoop();
     void waitForLoopEnd();
@@ -92,7 +95,7 @@ class TAV_API SASResourceManager final : public tavResourceManager {
     void publishLate(tav::StorageGeneration::Part part);
 
     tav::ManagerLoop loop_;
-    const std::unique_ptr<tav::StorageRounds> rounds_;
+    std::unique_ptr<tav::StorageRounds> rounds_;  ///< another one after each stop
     tav::Readiness readiness_;
     tav::InventoryCache<tav::StorageGeneration> cache_;
     std::atomic<bool> pushWhenBuilt_{false};

@@ -15,12 +15,16 @@
 #include "nic/NICEventMonitor.h"
 #include "rmc/tavIPMIDBService.h"
 #include "rmc/tavJsonAggregator.h"
+#include "sim/server/ServerTree.h"
+#include "storage/kernel/tavStorageControllerFactory.h"
+#include "tests/support/Rmc.h"
 #include "tests/support/Service.h"
 
 namespace {
 
 using tav::test::logEverything;
 using tav::test::logs;
+using tav::test::parseJson;
 using testing::HasSubstr;
 
 TEST(JobManager, StartsOneThreadPerTypeAndEndsThoseThatAreDisabled) {
@@ -52,6 +56,32 @@ std::set<std::string> watchedLoops() {
     return names;
 }
 
+/// All entry points, in the order of a service that watches Fibre Channel too.
+class Everything {
+ public:
+    void start() {
+        tav::startThread(fibreChannel_, "tav-fc", [] { FCResourceManager::getInstance()->init(); });
+        tavJobManager::getInstance()->startResourceManagers();
+        tavJobManager::startTAVServer();
+        tavJsonAggregator::getInstance()->sendInventory(true);
+        tavJsonAggregator::getInstance()->sendInventory(false);
+        tavIPMIDBService::starttavIPMIDBService();
+        NICEventMonitor::startMonitoring();
+    }
+    void stop() {
+        tavJobManager::stopTAVServer();
+        NICEventMonitor::stopMonitoring();
+        tavIPMIDBService::stoptavIPMIDBService();
+        tavJsonAggregator::stoptavJsonAggregator();
+        FCResourceManager::getInstance()->stopResourceManagerJob();
+        tav::joinThread(fibreChannel_);
+        tavJobManager::getInstance()->stopResourceManagers();
+    }
+
+ private:
+    std::thread fibreChannel_;
+};
+
 TEST(JobManager, EveryLoopIsWatchedUntilItIsStopped) {
     logEverything();
     tav::test::writeHostCommands();
@@ -59,24 +89,78 @@ TEST(JobManager, EveryLoopIsWatchedUntilItIsStopped) {
     const std::set<std::string> all{"tav-cli",       "tav-doorbell", "tav-ethernet",
                                     "tav-fc",        "tav-host",     "tav-link-apply",
                                     "tav-link-recv", "tav-push",     "tav-storage"};
-    std::thread fibreChannel;
-    tav::startThread(fibreChannel, "tav-fc", [] { FCResourceManager::getInstance()->init(); });
-    tavJobManager::getInstance()->startResourceManagers();
-    tavJobManager::startTAVServer();
-    tavJsonAggregator::getInstance()->sendInventory(false);
-    tavIPMIDBService::starttavIPMIDBService();
-    NICEventMonitor::startMonitoring();
+    Everything everything;
+    everything.start();
     while (watchedLoops() != all)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-
-    tavJobManager::stopTAVServer();
-    NICEventMonitor::stopMonitoring();
-    tavIPMIDBService::stoptavIPMIDBService();
-    tavJsonAggregator::stoptavJsonAggregator();
-    FCResourceManager::getInstance()->stopResourceManagerJob();
-    tav::joinThread(fibreChannel);
-    tavJobManager::getInstance()->stopResourceManagers();
+    everything.stop();
     EXPECT_THAT(watchedLoops(), testing::IsEmpty());
+}
+
+/// A server with one of each: controller, disk, interface, Fibre Channel port; with names that end
+/// in that number.
+void buildSmallServer(const std::string& number) {
+    Json::Value server = parseJson(R"({
+        "functions": [
+            {"address": "0000:00:17.0", "class": "0x010400", "vendor": "0x8086", "device": "0x2826",
+             "subVendor": "0x1590", "subDevice": "0x00d7", "driver": "ahci"},
+            {"address": "0000:86:00.0", "class": "0x0c0400", "vendor": "0x10df", "device": "0xe300",
+             "subVendor": "0x10df", "subDevice": "0xe310", "driver": "lpfc"}],
+        "scsiHosts": [{"host": 0, "function": "0000:00:17.0", "ata": 1, "state": "running"}],
+        "disks": [{"name": "sg0", "block": "sda", "address": "0:0:0:0", "protocol": "SATA",
+            "media": "SSD", "rotation": 1, "model": "INTEL SSDSC2BB480G7", "revision": "N2010121",
+            "capacity": 937703088, "temperature": 30, "maximumTemperature": 70, "wear": 3,
+            "errors": 0}],
+        "fibreChannel": [{"host": 8, "function": "0000:86:00.0", "portState": "Online",
+            "wwnn": "0x200000109b000001", "wwpn": "0x100000109b000001", "firmware": "14.0",
+            "rom": "14.0"}]})");
+    server["disks"][0]["serial"] = "Disk" + number;
+    server["fibreChannel"][0]["serial"] = "Port" + number;
+    tav::sim::changeServer(server, tav::sim::Tree("/"));
+    tav::test::writeCommand("localcli",
+                            "case \"$*\" in 'network nic list') echo h; echo -; "
+                            "echo vmnic" +
+                                number + " x igbn Up Up 1000 Full 0 0 I;; esac");
+    tav::test::writeCommand(
+        "esxtop",
+        "printf '\"(PDH)\",\"\\\\\\\\h\\\\Memory\\\\Machine MBytes\"\\n\"now\",\"'$((1024 * " +
+            number + "))'\"\\n'");
+}
+
+std::string portSerial() {
+    const auto ports = FCResourceManager::getInstance()->getFCInventory();
+    return ports.empty() ? "" : ports.front().gettavFCSerialNumber();
+}
+
+TEST(JobManager, EverythingStartsAgainAfterAStopAsItDidTheFirstTime) {
+    logEverything();
+    tav::registerGenericStorageFactory();
+    tav::test::Rmc rmc;
+    Everything everything;
+    std::size_t before = 0;
+    NICEventMonitor::requestStop();  // told for nothing: the next start forgets it
+    for (const std::string start : {"1", "2", "3"}) {
+        buildSmallServer(start);
+        tav::test::clockSpeed = 100;
+        everything.start();
+        EXPECT_FALSE(tavJobManager::getInstance()->startResourceManagers());
+        std::string inventory;
+        while (inventory.empty() && rmc.waitForCommands(before + 1)) {
+            const tav::sim::Command command = rmc.commands()[before++];
+            if (command.name == "WriteInventory") inventory = command.payload;
+        }
+        for (const std::string part :
+             {"SerialNumber\":\"Disk", "DeviceName\":\"vmnic", "TotalSystemMemoryGiB\":"})
+            EXPECT_THAT(inventory, HasSubstr(part + start));
+        for (int wait = 0; wait < 1000 && portSerial() != "Port" + start; ++wait)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        EXPECT_EQ(portSerial(), "Port" + start);
+        tav::test::clockSpeed = 1;
+        everything.stop();
+        EXPECT_THAT(watchedLoops(), testing::IsEmpty());
+        FCResourceManager::getInstance()->reset();
+    }
+    EXPECT_THAT(logs(), HasSubstr("already run; they are not started again."));
 }
 
 TEST(JobManager, SimulatedFaultsEndTheProcess) {
