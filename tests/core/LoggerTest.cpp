@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <regex>
 #include <string>
@@ -152,6 +153,26 @@ TEST(Logger, RecordsInTheSystemLog) {
                     "<14>tav: [INFO] 001 JOB_MGR: a", "<11>tav: [ERROR]   001 T: 100%s"));
     EXPECT_FALSE(fs::exists("/var/log/tav"));
     EXPECT_TRUE(fs::is_empty("/opt/orn/tav/log"));
+}
+
+TEST(Logger, ASystemLogThatHangsHoldsUpNobodyAndIsToldWhatItHasMissed) {
+    tav::test::SystemLog systemLog;
+    writeConfiguration(R"("LoggingLevel":"Info")");
+    Logger& logger = *Logger::getInstance();
+    const auto begin = std::chrono::steady_clock::now();
+    for (int line = 0; line < 5000; ++line)
+        logger.error("e", "T", line);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+    const std::size_t taken = systemLog.records().size();
+    EXPECT_LT(taken, 5000U);
+    logger.error("later", "T", 1);
+    logger.error(std::string(1U << 20U, 'x'), "T", 2);
+    const std::vector<std::string> records = systemLog.records();
+    ASSERT_EQ(records.size(), taken + 3);
+    EXPECT_EQ(records[taken], "<12>tav: " + std::to_string(5000 - taken) +
+                                  " records are missing here: the system log did not take them.");
+    EXPECT_EQ(records[taken + 1], "<11>tav: [ERROR]   001 T: later");
+    EXPECT_THAT(records[taken + 2], testing::StartsWith("<11>tav: [ERROR]   002 T: xxx"));
 }
 
 TEST(Logger, OpensNoDebugLogThatIsNotWritten) {
