@@ -27,6 +27,7 @@ struct Command {
     ExitStatus (*run)(Arguments arguments);
 };
 
+extern const Command captureCommand;
 extern const Command eventCommand;
 extern const Command locationCommand;
 extern const Command sendCommand;

@@ -2,13 +2,16 @@
 _tavctl() {
     local word=${COMP_WORDS[COMP_CWORD]} command=${COMP_WORDS[1]:-} words=--help
     if [ "$COMP_CWORD" -eq 1 ]; then
-        mapfile -t COMPREPLY < <(compgen -W 'event send status location --help --version' -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W 'event send status capture location --help --version' -- "$word")
         return
     fi
     case $command in
         event)
             [ "${COMP_WORDS[COMP_CWORD - 1]}" != --location ] || return
             words='356 359 360 397 398 434 435 538 539 540 678 680 681 683 708 --location --help' ;;
+        capture)
+            words='--keep-identities --yes --help'
+            mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
         send)
             mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
     esac

@@ -12,7 +12,8 @@
 namespace tav::ctl {
 namespace {
 
-const std::array commands{&eventCommand, &sendCommand, &statusCommand, &locationCommand};
+const std::array commands{&eventCommand, &sendCommand, &statusCommand, &captureCommand,
+                          &locationCommand};
 
 bool asksForHelp(std::string_view argument) {
     return argument == "--help" || argument == "-h";
