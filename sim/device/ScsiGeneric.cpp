@@ -11,6 +11,7 @@
 
 #include "sim/Clock.h"
 #include "sim/device/DiskModel.h"
+#include "sim/replay/Conversation.h"
 
 namespace tav::sim {
 namespace {
@@ -125,10 +126,63 @@ class DiskDevice final : public Device {
     const std::string factsPath_;
 };
 
+/// A disk of a captured host, which answers as it has answered there.
+class RecordedDisk final : public Device {
+ public:
+    explicit RecordedDisk(std::string_view lines)
+        : conversation_(std::make_shared<RecordedConversation>(lines)) {}
+
+    std::shared_ptr<OpenDevice> open(FileDescriptor deviceEnd, int& error) override {
+        if (const RecordedAnswer* const answer = conversation_->opening()) {
+            waitAsRecorded(*answer);
+            error = static_cast<int>(answer->number("error"));
+            return nullptr;
+        }
+        return std::make_shared<ScsiGenericFile>(
+            std::move(deviceEnd), [conversation = conversation_](sg_io_hdr& request) {
+                return serve(*conversation, request);
+            });
+    }
+
+ private:
+    static int serve(const RecordedConversation& conversation, sg_io_hdr& request) {
+        constexpr int noAnswer = EIO;
+        const std::span<const std::uint8_t> command(request.cmdp, request.cmd_len);
+        const RecordedAnswer* const answer = conversation.find("scsi", command);
+        if (answer == nullptr) {
+            noteUnrecorded("SCSI command of operation code " + std::to_string(command[0]));
+            return noAnswer;
+        }
+        waitAsRecorded(*answer);
+        const auto error = static_cast<int>(answer->number("error"));
+        if (error == 0) complete(*answer, request);
+        return error;
+    }
+
+    static void complete(const RecordedAnswer& answer, sg_io_hdr& request) {
+        completeWithData(request, answer.bytes("data"));
+        const std::vector<std::uint8_t> sense = answer.bytes("sense");
+        const std::size_t count = std::min<std::size_t>(sense.size(), request.mx_sb_len);
+        std::copy_n(sense.begin(), count, request.sbp);
+        request.sb_len_wr = static_cast<unsigned char>(count);
+        request.status = static_cast<unsigned char>(answer.number("status"));
+        request.masked_status = static_cast<unsigned char>((request.status >> 1U) & 0x1FU);
+        request.host_status = static_cast<unsigned short>(answer.number("host"));
+        request.driver_status = static_cast<unsigned short>(answer.number("driver"));
+        const bool isGood =
+            request.status == 0 && request.host_status == 0 && request.driver_status == 0;
+        if (!isGood) request.info |= SG_INFO_CHECK;
+    }
+
+    const std::shared_ptr<const RecordedConversation> conversation_;
+};
+
 std::shared_ptr<Device> findDisk(const std::string& path) {
     constexpr std::string_view before = "/dev/sg";
     const std::string name = "sg" + path.substr(before.size());
     if (name.find('/') != std::string::npos) return nullptr;
+    if (const std::string recorded = recordedText(name); !recorded.empty())
+        return std::make_shared<RecordedDisk>(recorded);
     const std::string factsPath = disksOfThisProcess + name;
     std::error_code error;
     if (!std::filesystem::is_regular_file(factsPath, error)) return nullptr;

@@ -1,5 +1,6 @@
-/// tav-sim-server: a described server, for the simulation. Builds its /sys and links in a private
-/// root, changes it while it runs, and compares what was reported with what it is.
+/// tav-sim-server: a described server, or a captured host, for the simulation. Builds its /sys and
+/// links in a private root, changes it while it runs, and compares what was reported with what it
+/// is.
 #include <algorithm>
 #include <array>
 #include <exception>
@@ -12,6 +13,8 @@
 #include <vector>
 
 #include "sim/hostcmds/Files.h"
+#include "sim/replay/RecordedLinks.h"
+#include "sim/replay/Unpacking.h"
 #include "sim/rmc/Json.h"
 #include "sim/server/Changes.h"
 #include "sim/server/Links.h"
@@ -41,7 +44,22 @@ int build(Arguments arguments) {
     return succeeded;
 }
 
+int unpack(Arguments arguments) {
+    try {
+        unpackCapture(fileText(arguments[0]), arguments[1]);
+    } catch (const std::exception& fault) {
+        throw std::runtime_error(arguments[0] + ": " + fault.what());
+    }
+    return succeeded;
+}
+
 int links(Arguments /*arguments*/) {
+    const std::string recorded = fileText(std::string(recordedDirectory) + "links.json");
+    if (!recorded.empty()) {
+        std::string fault;
+        makeRecordedLinks(parseJson(recorded, fault).value_or(Json::Value()));
+        return succeeded;
+    }
     makeLinks(member(readServer(serverDescription), "ethernet"));
     return succeeded;
 }
@@ -123,6 +141,8 @@ constexpr std::size_t any = 1000;
 constexpr std::array subcommands = {
     Subcommand{"build", 2, 2, build,
                "build DESCRIPTION ROOT       write the described server's files under ROOT"},
+    Subcommand{"unpack", 2, 2, unpack,
+               "unpack CAPTURE ROOT          write the captured host's files under ROOT"},
     Subcommand{"links", 0, 0, links, "links                        make its network links"},
     Subcommand{"change", 3, any, change,
                "change SECTION NAME M=V...   change a running server's part"},
