@@ -448,6 +448,7 @@ class Judge:
         self.known = {356}
         self.names = set()
         self.untold = set()   # whose last condition the library has kept to itself
+        self.has_library = self.library_starts(self.lives[-1][0])
 
     def check(self, part, names, ids, place, reading):
         """`reading(events, begin, first, end)` of each life gives what may have been seen last."""
@@ -497,6 +498,12 @@ class Judge:
         self.check_conditions("SATA controller", sata_conditions(self.truth), sata_rule(place),
                               {"0000:00:17.0"}, {397, 398}, place)
 
+    def library_starts(self, moment):
+        """Whether the RAID library of a service that is started then does: if not, nobody tries again."""
+        server = next(server for at, server in reversed(self.truth.moments) if at <= max(moment, 0))
+        return not any(failure["type"] == 0 and failure["code"] == 0
+                       for failure in server["raid"].get("failures", []))
+
     def check_raid(self):
         server = self.truth.moments[0][1]
         controller = server["raid"]["controllers"][0]
@@ -528,9 +535,14 @@ class Judge:
 
         told = notifications(self.played, kind, number)
         names = {c.value[0] for c in named}
-        self.check(part, names, set(ids.values()) | ({539} if kind == "drive" else set()),
-                   place, lambda events, begin, first, end: explain_notified(
-                       own, told, ids, name_at, place, events, begin, first, end, self.excuses))
+        def reading(events, begin, first, end):
+            if not self.library_starts(begin):
+                return set() if events else {"absent"}
+            return explain_notified(own, told, ids, name_at, place, events, begin, first, end,
+                                    self.excuses)
+
+        self.check(part, names, set(ids.values()) | ({539} if kind == "drive" else set()), place,
+                   reading)
         heard = [at for at, listened, _, _ in told if listened]
         if any(not any(abs(at - c.since) < 5 for at in heard) for c in own[1:]):
             self.untold |= names
@@ -553,20 +565,19 @@ class Judge:
             return
         told = inventories[-1][1]
         server = self.truth.moments[-1][1]
+        raid = server["raid"]["controllers"] if self.has_library else []
         self.compare("Drives", self.told_drives(told), self.wanted_drives(server))
         self.compare("Volumes", {v["DurableName"]: v["Status"]["State"]
                                  for v in told.get("Volumes", [])},
                      {v["identifier"]: {VOLUME_STATES[v["state"]]}
-                      for v in server["raid"]["controllers"][0]["volumes"]})
+                      for controller in raid for v in controller["volumes"]})
         self.compare("EthernetDevices", {a["Oem"]["DeviceName"]: a["Status"]["State"]
                                          for a in told.get("EthernetDevices", [])},
                      {a["name"]: {"Running" if a["link"] == "up" else "Down"}
                       for a in server["ethernet"]})
         self.compare("StorageControllers",
                      {location_name(c): c["Status"]["Health"]
-                      for c in told.get("StorageControllers", [])},
-                     {"0000:00:17.0": {json.loads(v) for v in self.last["SATA controller"]} or {"OK"},
-                      "0000:65:00.0": self.last["RAID controller"] or {"OK"}})
+                      for c in told.get("StorageControllers", [])}, self.wanted_controllers())
 
     # --- what the controller can know before it rings ---
 
@@ -597,8 +608,14 @@ class Judge:
     def wanted_health(self):
         server = self.truth.moments[-1][1]
         wanted = {name.split()[0]: values for name, values in self.wanted_drives(server).items()}
-        for volume in server["raid"]["controllers"][0]["volumes"]:
+        for volume in server["raid"]["controllers"][0]["volumes"] if self.has_library else []:
             wanted[volume["identifier"]] = self.last[f"volume {volume['id']}"] or {"OK", "Critical"}
+        return wanted
+
+    def wanted_controllers(self):
+        wanted = {"0000:00:17.0": {json.loads(v) for v in self.last["SATA controller"]} or {"OK"}}
+        if self.has_library:
+            wanted["0000:65:00.0"] = self.last["RAID controller"] or {"OK"}
         return wanted
 
     def compare(self, section, told, wanted):
@@ -631,7 +648,7 @@ class Judge:
                 wanted.add(None)
             revision = disk["revision"][:8]
             drives[f"{value[0]} {disk['model']} {revision}"] = wanted
-        for drive in server["raid"]["controllers"][0]["drives"]:
+        for drive in server["raid"]["controllers"][0]["drives"] if self.has_library else []:
             drives[f"{drive['serial']} {drive['model']} {drive['revision']}"] = \
                 self.last[f"drive {drive['id']}"] or {"OK", "Critical"}
         return drives

@@ -27,6 +27,7 @@ DESCRIPTION = "/run/sim/server.json"
 CLOCK = "/run/sim/clock"  # seconds by which the service's clock is set off, 8 bytes
 CALM = 105  # before the end: the controller rings
 STOP_PATIENCE = 10  # real seconds
+LOOKS = 5, 0.02  # at what the service holds: so many, so many real seconds from each other
 
 
 def ask(path, line):
@@ -46,6 +47,7 @@ class Stage:
         self.build, self.speed = build, speed
         self.server = servers.described()
         self.given, self.services = [], []
+        self.process = self.rmc = None
         self.lag, self.lags, self.ended = 0.0, [], False
         environment = dict(os.environ, TAV_CLOCK_SPEED=str(speed))
         self.environment = dict(environment, TAV_SIM_RMC="/run/sim/rmc",
@@ -119,17 +121,37 @@ class Stage:
                 if not line.startswith("Z") and line.split()[1] not in ("ps", "tav-sim-rmc")]
 
     def sample(self):
-        if self.process.poll() is not None:
-            self.services[-1].setdefault("died", [self.now(), self.process.returncode])
+        """What the service holds between two rounds, in which it needs more."""
+        looks = []
+        for _ in range(LOOKS[0]):
+            if self.process.poll() is not None:
+                self.services[-1].setdefault("died", [self.now(), self.process.returncode])
+                return
+            try:
+                looks.append(self.held())
+            except (OSError, KeyError):
+                continue  # it has just ended
+            time.sleep(LOOKS[1])
+        if not looks:
             return
+        least = {what: min(look[what] for look in looks) for what in looks[0]}
+        self.services[-1]["samples"].append({"at": self.now(), **least})
+
+    def held(self):
         proc = f"/proc/{self.process.pid}"
         with open(f"{proc}/status") as file:
             facts = dict(line.split(":", 1) for line in file)
-        children = sum(len(open(f"{proc}/task/{task}/children").read().split())
-                       for task in os.listdir(f"{proc}/task"))
-        self.services[-1]["samples"].append(
-            {"at": self.now(), "threads": int(facts["Threads"]), "children": children,
-             "descriptors": len(os.listdir(f"{proc}/fd")), "kB": int(facts["VmRSS"].split()[0])})
+        return {"threads": int(facts["Threads"]), "descriptors": len(os.listdir(f"{proc}/fd")),
+                "kB": int(facts["VmRSS"].split()[0])}
+
+    def wait_until_it_hears(self):
+        """Before its program has been loaded a process can do nothing about SIGHUP."""
+        for _ in range(1000):
+            with open(f"/proc/{self.process.pid}/status") as file:
+                facts = dict(line.split(":", 1) for line in file)
+            if any(int(facts[mask], 16) & 1 for mask in ("SigIgn", "SigCgt")):
+                return
+            time.sleep(0.001)
 
     def wait_for_link(self, name):
         """The kernel takes its time to tell that a link is up or down."""
@@ -177,20 +199,34 @@ class Stage:
             if self.services[-1]["status"] != "does not stop":
                 self.start_service()
         elif verb == "hup":
+            self.wait_until_it_hears()
             self.process.send_signal(signal.SIGHUP)
         else:
             return "no such order"
         return "ok"
+
+    def give(self, order):
+        given = {"planned": order["at"], "at": self.now(), "do": order["do"]}
+        given["answer"] = self.do(order["do"])
+        given["done"] = self.now()
+        self.given.append(given)
+
+    def end(self):
+        """Whatever has happened: who is left would keep the one waiting who reads our output."""
+        for process in (self.process, self.rmc):
+            if process is not None and process.poll() is None:
+                process.kill()
+                process.wait()
 
     def play(self, orders, length):
         for adapter in self.server["ethernet"]:
             self.wait_for_link(adapter["name"])
         for order in orders:
             if order["at"] < 0:
-                self.do(order["do"])
+                self.give(order)
         orders = [order for order in orders if order["at"] >= 0]
         self.start_service()
-        pending = sorted(orders + [{"at": 65, "do": "sample"}, {"at": length - CALM, "do": "sample"},
+        pending = sorted(orders + [{"at": 55, "do": "sample"}, {"at": length - CALM, "do": "sample"},
                                    {"at": length - CALM, "do": "rmc doorbell=WriteInventory"}],
                          key=lambda order: order["at"])
         for order in pending:
@@ -200,10 +236,7 @@ class Stage:
             if order["do"] == "sample":
                 self.sample()
                 continue
-            given = {"planned": order["at"], "at": self.now(), "do": order["do"]}
-            given["answer"] = self.do(order["do"])
-            given["done"] = self.now()
-            self.given.append(given)
+            self.give(order)
         else:
             self.sleep_until(length)
             self.sample()
@@ -230,7 +263,10 @@ def main():
     with open(path) as file:
         orders = json.load(file)
     stage = Stage(build, speed)
-    stage.play(orders, length)
+    try:
+        stage.play(orders, length)
+    finally:
+        stage.end()
     with open(path + ".played", "w") as file:
         json.dump(stage.played(length), file)
 

@@ -49,6 +49,8 @@ def apply(server, order):
     elif words[0] == "raid" and words[1] in ("drive", "volume"):
         controller = find(server["raid"]["controllers"], words[2])
         change(controller, words[1] + "s", words[3], words[4:])
+    elif order == "first none":
+        server["raid"].pop("failures", None)
     elif words[0] == "first":
         kind, code, status, times = (int(word, 0) for word in words[1:])
         server["raid"].setdefault("failures", []).append(
