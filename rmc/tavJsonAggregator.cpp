@@ -59,8 +59,6 @@ std::optional<tav::Deadline> deadlineAfter(std::chrono::seconds time) {
     return deadline;
 }
 
-thread_local std::uint64_t collecting = 0;
-
 }  // namespace
 
 tavJsonAggregator* tavJsonAggregator::getInstance() {
@@ -89,10 +87,6 @@ void tavJsonAggregator::eventWasLost() {
     if (!repeats || !firstInventoryPushComplete) return;
     lossNoted = true;
     cond.notify_all();
-}
-
-std::uint64_t tavJsonAggregator::collectingInventory() {
-    return collecting;
 }
 
 void tavJsonAggregator::startPushThread() {
@@ -218,16 +212,15 @@ Json::Value tavJsonAggregator::collectInventory() {
 }
 
 tavJsonAggregator::Push tavJsonAggregator::createInventoryJsonString() {
-    collecting = ++collected;
+    ++begun;
     const Json::Value document = collectInventory();
-    collecting = 0;
     Push outcome = Push::Empty;
     if (document.isNull()) {
         logger.warning(at(404), "No inventory information found!");
     } else {
         outcome = sendJsonString(document) ? Push::Acknowledged : Push::Failed;
     }
-    if (outcome == Push::Acknowledged) acknowledged = collected;
+    if (outcome == Push::Acknowledged) acknowledged = begun.load();
     firstInventoryPushComplete = true;
     return outcome;
 }

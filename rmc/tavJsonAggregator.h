@@ -39,14 +39,12 @@ class TAV_API tavJsonAggregator {
     /// An event has not reached the controller. Any thread.
     void eventWasLost();
 
-    // Inventories that are pushed have numbers, 1, 2, 3 and so on. A manager that wants to know
-    // whether what it has handed out has reached the controller notes collectingInventory() beside
-    // it, in getInventoryJsonObject or getInventoryJsonObject2; once acknowledgedInventories() is
-    // no smaller, the controller knows that state or a later one.
+    // Inventories that are pushed have numbers, 1, 2, 3 and so on. What a manager has published is
+    // in the next one that begins: once acknowledgedInventories() is greater than
+    // begunInventories() was then, the controller knows that state or a later one.
 
-    /// The number of the inventory that the calling thread collects in order to push it; 0 when
-    /// that is not what it does.
-    static std::uint64_t collectingInventory();
+    /// The number of the last inventory whose collection has begun; 0 before the first. Any thread.
+    std::uint64_t begunInventories() const { return begun; }
     /// The number of the last inventory that the controller has acknowledged; 0 before the first.
     /// Never gets smaller. Any thread.
     std::uint64_t acknowledgedInventories() const { return acknowledged; }
@@ -82,7 +80,7 @@ class TAV_API tavJsonAggregator {
     bool lossNoted = false;
     tav::Undelivered undelivered;
     std::atomic<bool> repeats{false};
-    std::uint64_t collected = 0;  ///< push thread's
+    std::atomic<std::uint64_t> begun{0};
     std::atomic<std::uint64_t> acknowledged{0};
     std::atomic<bool> firstInventoryPushComplete{false};
     tav::StopSignal stopSignal;

@@ -73,6 +73,12 @@ tavEvent eventAbout(const tavInventoryBase& record, int eventID, const std::stri
             source};
 }
 
+bool hasSameControllers(const tav::StorageGeneration& one, const tav::StorageGeneration& other) {
+    return one.parts.size() == other.parts.size() &&
+           std::all_of(one.parts.begin(), one.parts.end(),
+                       [&](const auto& part) { return other.partOf(*part.controller) != nullptr; });
+}
+
 bool isSomeControllerWithoutEvents() {
     bool found = false;
     tav::forEachFactory("Asking for a factory's controllers", [&](auto& factory) {
@@ -181,17 +187,20 @@ void SASResourceManager::cacheBuild() {
     logger.debug(here(), "Building storage cache.");
     // A request that comes from now on may be about something that this build has passed by.
     const bool askedBefore = pushWhenBuilt_.exchange(false);
+    bool hasOtherControllers = false;
     {
         tav::InventoryCache<tav::StorageGeneration>::Build build(cache_);
         const auto known = cache_.current();
         tav::StorageGeneration inventory = rounds_->discover(*known);
         // A stop cuts discoveries short; what they left out must not be reported as gone.
         if (tav::stopRequested()) return;
+        hasOtherControllers = readiness_.isReady() && !hasSameControllers(*known, inventory);
         build.publish(std::move(inventory));
         lastRefreshTime_ = tav::secondsNow();
     }
     const bool awaited = readiness_.complete();
-    if (!awaited && !askedBefore && !pushWhenBuilt_) return;
+    // No event tells of a controller that is new.
+    if (!awaited && !askedBefore && !pushWhenBuilt_ && !hasOtherControllers) return;
     logger.debug(here(), "SASRM requesting cache push");
     tavJsonAggregator::getInstance()->sendInventory(true);
 }

@@ -581,11 +581,11 @@ class Judge:
 
     # --- what the controller can know before it rings ---
 
-    EVENT_HEALTH = {538: "Critical", 539: "Warning", 540: "OK", 681: "Critical", 683: "OK"}
+    EVENT_HEALTH = {397: "OK", 398: "Critical", 538: "Critical", 539: "Warning", 540: "OK",
+                    681: "Critical", 683: "OK"}
 
     def check_picture(self):
-        """Its last inventory and the events since. Only of what it has heard of at all: nobody
-        tells it of a disk that is new."""
+        """Its last inventory and the events since."""
         bell = next((line["time"] for line in self.played["record"] if "doorBell" in line), None)
         before = [told for told in inventories_of(self.played["record"])
                   if bell is not None and told[0] < bell]
@@ -597,12 +597,14 @@ class Judge:
                    for drive in told.get("Drives", [])}
         picture.update((volume["DurableName"], volume["Status"]["Health"])
                        for volume in told.get("Volumes", []))
+        picture.update((location_name(controller), controller["Status"]["Health"])
+                       for controller in told.get("StorageControllers", []))
         for event in self.events:
             if since < event.time < bell and event.id in self.EVENT_HEALTH:
                 picture[event.name] = self.EVENT_HEALTH[event.id]
         for name, values in self.wanted_health().items():
-            if name in picture and name not in self.untold and picture[name] not in values:
-                self.faults.append(f"the controller takes {name} for {picture[name]}, not "
+            if name not in self.untold and picture.get(name) not in values:
+                self.faults.append(f"the controller takes {name} for {picture.get(name)}, not "
                                    f"{' or '.join(map(str, sorted(values, key=str)))}")
 
     def wanted_health(self):
@@ -610,7 +612,7 @@ class Judge:
         wanted = {name.split()[0]: values for name, values in self.wanted_drives(server).items()}
         for volume in server["raid"]["controllers"][0]["volumes"] if self.has_library else []:
             wanted[volume["identifier"]] = self.last[f"volume {volume['id']}"] or {"OK", "Critical"}
-        return wanted
+        return wanted | self.wanted_controllers()
 
     def wanted_controllers(self):
         wanted = {"0000:00:17.0": {json.loads(v) for v in self.last["SATA controller"]} or {"OK"}}

@@ -130,7 +130,7 @@ class Entry {
     void look(DiskLedger& ledger, tavDiskInfo disk) const {
         const tavDiskInfo known = ledger.record();
         if (const auto change = ledger.look(std::move(disk))) {
-            about_.hasChanged(ledger.record(), known, *change);
+            about_.hasChanged(ledger, known, *change);
         }
     }
 

@@ -32,7 +32,7 @@ struct DiskRegister {
     /// Puts what is said of a disk that has gone into its record.
     std::function<void(tavDiskInfo& disk)> describeVanished;
     /// The condition of a disk has changed. `before` is the record that it had.
-    std::function<void(const tavDiskInfo& disk, const tavDiskInfo& before,
+    std::function<void(const DiskLedger& disk, const tavDiskInfo& before,
                        const DiskLedger::Change& change)>
         hasChanged;
 };

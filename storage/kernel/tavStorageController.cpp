@@ -13,6 +13,7 @@
 #include "core/tavUtils.h"
 #include "hwlib/pci/pci.h"
 #include "hwlib/sysfs/sysfs_readers.h"
+#include "rmc/tavJsonAggregator.h"
 #include "storage/SASResourceManager.h"
 #include "storage/kernel/controller_lanes.h"
 #include "storage/kernel/disk_ledgers.h"
@@ -288,31 +289,60 @@ bool tavStorageController::raisesDiskEvents() const {
 void tavStorageController::publishChanges() {
     std::vector<PendingEvent> events;
     bool hasChanged = false;
+    bool isUntold = false;
     bool invalidates = false;
     {
         const Lock held(lock_);
         events.swap(pendingEvents_);
         // A controller that is shut down takes nothing with it.
-        hasChanged = std::exchange(hasChanged_, false) && (flags_ & TAV_EVENTS_ENABLED) != 0;
+        const bool isShown = (flags_ & TAV_EVENTS_ENABLED) != 0;
+        hasChanged = std::exchange(hasChanged_, false) && isShown;
+        isUntold = std::exchange(isUntold_, false) && isShown;
         invalidates = std::exchange(invalidates_, false);
     }
     if (hasChanged) {
         SASResourceManager::updateInventory(
             *this, {{getInventory()}, getPhysicalDrivesInventory(), getLogicalDiskInventory()});
+        const Lock held(lock_);
+        toldBy_ = tavJsonAggregator::getInstance()->begunInventories() + 1;
     }
     for (const PendingEvent& event : events) {
-        SASResourceManager::generateEvent(event.eventId, event.location, event.serviceEvent,
-                                          *event.record);
+        const auto outcome = SASResourceManager::generateEvent(event.eventId, event.location,
+                                                               event.serviceEvent, *event.record);
+        if (outcome == tav::EventOutcome::Delivered) noteReported(event);
     }
+    if (isUntold) SASResourceManager::sendInventorytToRMCOnCacheBuild();
     if (invalidates) SASResourceManager::invalidateInventoryCache();
 }
 
-void tavStorageController::reportController(const tav::Condition& before) {
+/// The RMC has acknowledged the event.
+void tavStorageController::noteReported(const PendingEvent& event) {
+    const Lock held(lock_);
+    if (event.link.empty()) return controller_.noteReported(event.condition);
+    if (tav::DiskLedger* const ledger = ledgerAt(event.link)) ledger->noteReported(event.condition);
+}
+
+/// Once the RMC has acknowledged an inventory that tells all of this, it knows what is. At the
+/// begin of a round: what that finds is in no inventory yet, and the discovery before it has been
+/// published.
+void tavStorageController::noteAcknowledged() {
+    const tavJsonAggregator& inventories = *tavJsonAggregator::getInstance();
+    const Lock held(lock_);
+    if (std::exchange(isNewlyBuilt_, false)) toldBy_ = inventories.begunInventories() + 1;
+    if (hasChanged_ || toldBy_ == 0 || inventories.acknowledgedInventories() < toldBy_) return;
+    toldBy_ = 0;
+    controller_.noteReported(controller_.now());
+    for (tav::DiskLedger& ledger : disks_)
+        ledger.noteReported(ledger.now());
+}
+
+/// Whether an event is raised.
+bool tavStorageController::reportController(const tav::Condition& before) {
     const tav::Condition now = controller_.now();
     const std::string location = controller_.record().getPhysicalLocation();
     if (!raisesControllerEvents() || now.health == before.health || !tav::isLocation(location) ||
         before.state == TAV_STATE_UNKNOWN) {
-        return;
+        return false;
     }
     const Change change(now, before);
     logger.info(here(),
@@ -328,18 +358,20 @@ void tavStorageController::reportController(const tav::Condition& before) {
                     "PrevState=%s, CurrHealth=%s, PrevHealth=%s]",
                     pciLocation_.c_str(), change.state, change.previousState, change.health,
                     change.previousHealth);
-        return;
+        return false;
     }
     auto record = std::make_unique<tavStorageControllerInfo>(controller_.record());
     record->setEventInfoString(transition->eventInfo);
     pendingEvents_.push_back(
-        {transition->eventId, location, transition->serviceEvent, std::move(record)});
+        {transition->eventId, location, transition->serviceEvent, std::move(record), "", now});
+    return true;
 }
 
 /// Whether an event is raised.
-bool tavStorageController::reportDisk(const tavDiskInfo& current, const tavDiskInfo& previous,
+bool tavStorageController::reportDisk(const tav::DiskLedger& ledger, const tavDiskInfo& previous,
                                       const tav::Condition& before) {
-    const tav::Condition now = conditionOf(current);
+    const tavDiskInfo& current = ledger.record();
+    const tav::Condition now = ledger.now();
     if (!raisesDiskEvents() || now.state == before.state) return false;
     const std::string oldLocation = previous.getPhysicalLocation();
     const std::string newLocation = current.getPhysicalLocation();
@@ -361,13 +393,16 @@ bool tavStorageController::reportDisk(const tavDiskInfo& current, const tavDiskI
                 change.previousHealth);
     // What was never known cannot have changed.
     const tav::DiskTransition* const transition =
-        before.state == TAV_STATE_UNKNOWN ? nullptr : tav::diskTransition(before.state, now.state);
+        before.state == TAV_STATE_UNKNOWN
+            ? nullptr
+            : tav::diskTransition(before.state, now.state,
+                                  ledger.reported().value_or(tav::Condition{}).state);
     if (transition == nullptr) {
         logger.info(here(), "%s: Event not generated for disk status change.", link.c_str());
         return false;
     }
     pendingEvents_.push_back({transition->eventId, location, transition->serviceEvent,
-                              std::make_unique<tavDiskInfo>(current)});
+                              std::make_unique<tavDiskInfo>(current), link, now});
     return true;
 }
 
@@ -462,7 +497,7 @@ void tavStorageController::lookAtController() {
     const auto change = controller_.look(condition);
     if (!change) return;
     hasChanged_ = true;
-    reportController(change->before);
+    isUntold_ |= !reportController(change->before);
 }
 
 /// Takes over a poll's look at the ports.
@@ -490,6 +525,7 @@ int tavStorageController::discoverInventory(tavStorageControllerInfo& info) {
         return getInventory(info);
     }
     const Lock round(roundLock_);
+    noteAcknowledged();
     logger.debug(here(), "Gathering inventory for controller @ %s [0x%X, 0x%X] [%d].",
                  getPciLocation().c_str(), getChipsetID(), getBoardID(),
                  static_cast<int>(getPortListSize()));
@@ -497,6 +533,7 @@ int tavStorageController::discoverInventory(tavStorageControllerInfo& info) {
     collectAnswers();
     const Lock held(lock_);
     info = controller_.record();
+    isMissed_ = !isDescribed_;
     return isDescribed_ ? 0 : -1;
 }
 
@@ -572,6 +609,7 @@ void tavStorageController::take(const std::string& link, tav::DeviceAnswer answe
 void tavStorageController::takeController(tav::DeviceAnswer answer) {
     if (answer.isExamined) {
         isDescribed_ = true;
+        invalidates_ |= std::exchange(isMissed_, false);
         enterController(std::move(*answer.controller));
     } else if (answer.controller->getControllerPortListSize() ==
                controller_.record().getControllerPortListSize()) {
@@ -733,7 +771,8 @@ std::string tavStorageController::vanishedReason(const tavDiskInfo& disk) const 
 
 tav::DiskRegister tavStorageController::diskRegister() {
     return {[this](const tavDiskInfo& disk) { return diskPlace(disk); },
-            [](const tavDiskInfo& disk, const std::string& place) {
+            [this](const tavDiskInfo& disk, const std::string& place) {
+                isUntold_ = true;
                 logger.info(here(),
                             "%s - %s: Detected new disk at previously-empty location in current "
                             "discovery cycle.",
@@ -745,10 +784,10 @@ tav::DiskRegister tavStorageController::diskRegister() {
                             disk.getOSSCSILink().c_str(), disk.getPhysicalLocation().c_str());
                 disk.setEventInfoString(vanishedReason(disk));
             },
-            [this](const tavDiskInfo& disk, const tavDiskInfo& before,
+            [this](const tav::DiskLedger& disk, const tavDiskInfo& before,
                    const tav::DiskLedger::Change& change) {
                 hasChanged_ = true;
-                reportDisk(disk, before, change.before);
+                isUntold_ |= !reportDisk(disk, before, change.before);
             }};
 }
 
@@ -757,6 +796,7 @@ void tavStorageController::synchronizePhysicalDrivesInventory() {
     if (!found_) return;
     tav::enter(*std::exchange(found_, std::nullopt), diskRegister(), disks_);
     indexDisks();
+    isNewlyBuilt_ = true;
 }
 
 // --- Polling, removal and return -----------------------------------------------------------------
@@ -764,6 +804,7 @@ void tavStorageController::synchronizePhysicalDrivesInventory() {
 void tavStorageController::poll() {
     if (isRemoved()) return;
     const Lock round(roundLock_);
+    noteAcknowledged();
     {
         const Lock held(lock_);
         if (raisesControllerEvents()) askPorts();
@@ -784,9 +825,9 @@ void tavStorageController::enterPolledDisk(tavDiskInfo found) {
     const auto change = ledger->look(std::move(found));
     if (!change) return;
     hasChanged_ = true;
-    const tavDiskInfo& disk = ledger->record();
-    const bool isRaised = reportDisk(disk, disk, change->before);
-    invalidates_ |= isReplaced || (isRaised && disk.getState() == TAV_STATE_RUNNING);
+    const bool isRaised = reportDisk(*ledger, ledger->record(), change->before);
+    isUntold_ |= !isRaised;
+    invalidates_ |= isReplaced || (isRaised && ledger->now() == tav::running);
 }
 
 void tavStorageController::processDeviceRemoval() {
@@ -807,7 +848,7 @@ void tavStorageController::processDeviceRemoval() {
             const auto change = ledger.look(tav::offline);
             if (!change) continue;
             hasChanged_ = true;
-            reportDisk(ledger.record(), ledger.record(), change->before);
+            isUntold_ |= !reportDisk(ledger, ledger.record(), change->before);
         }
     }
     publishChanges();

@@ -108,6 +108,8 @@ class TAV_API tavStorageController : public ItavStorageController {
         std::string location;
         bool serviceEvent;
         std::unique_ptr<tavInventoryBase> record;
+        std::string link;          ///< the disk's; empty for the controller
+        tav::Condition condition;  ///< what it tells
     };
 
     tavStorageController();
@@ -155,8 +157,8 @@ class TAV_API tavStorageController : public ItavStorageController {
     void enterController(tavStorageControllerInfo found);
     void enterPorts(tavStorageControllerInfo found);
     void lookAtController();
-    void reportController(const tav::Condition& before);
-    bool reportDisk(const tavDiskInfo& current, const tavDiskInfo& previous,
+    bool reportController(const tav::Condition& before);
+    bool reportDisk(const tav::Ledger<tavDiskInfo>& ledger, const tavDiskInfo& previous,
                     const tav::Condition& before);
     std::optional<tavDiskInfo> examineDisk(const tav::ScsiDevice& device,
                                            const std::optional<tavDiskInfo>& known);
@@ -167,6 +169,8 @@ class TAV_API tavStorageController : public ItavStorageController {
     void enterFound(const std::vector<tav::ScsiDevice>& devices, Examined examined);
     void enterPolledDisk(tavDiskInfo found);
     void publishChanges();
+    void noteReported(const PendingEvent& event);
+    void noteAcknowledged();
 
     std::recursive_mutex roundLock_;  ///< one discovery or poll at a time; before the other lock
     std::unique_ptr<Lanes> lanes_;    ///< of whoever holds the round
@@ -174,10 +178,14 @@ class TAV_API tavStorageController : public ItavStorageController {
     // Under the lock, too. What the controller and its ports are, what each disk is.
     tav::Ledger<tavStorageControllerInfo> controller_{tavStorageControllerInfo()};
     bool isDescribed_ = false;  ///< a discovery has been answered
+    bool isMissed_ = false;     ///< by a discovery that has not waited for its answer
     std::vector<tav::Ledger<tavDiskInfo>> disks_;
     std::unordered_map<std::string, std::size_t> diskAt_;  ///< the disk of each SCSI address
     std::optional<std::vector<tavDiskInfo>> found_;        ///< by a discovery, not yet taken over
     DiskEvents pendingEvents_;
-    bool hasChanged_ = false;   ///< so that the published inventory does not say the same any more
-    bool invalidates_ = false;  ///< the manager is to look at everything anew
+    bool hasChanged_ = false;    ///< so that the published inventory does not say the same any more
+    bool isUntold_ = false;      ///< something has changed of which no event tells
+    bool isNewlyBuilt_ = false;  ///< a discovery's result, published before the next poll
+    std::uint64_t toldBy_ = 0;   ///< the inventory that tells all of this; 0 for none
+    bool invalidates_ = false;   ///< the manager is to look at everything anew
 };

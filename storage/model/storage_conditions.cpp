@@ -86,6 +86,10 @@ bool isWorking(TAV_RESOURCE_STATE state) {
     return state == TAV_STATE_RUNNING || state == TAV_STATE_PREDICTIVE_FAILURE;
 }
 
+bool isBroken(TAV_RESOURCE_STATE state) {
+    return state == TAV_STATE_FAILED || state == TAV_STATE_OFFLINE;
+}
+
 constexpr int notToldByDisk = 255;
 
 std::string reasonOf(const DiskReadings& readings, bool namesTemperatures) {
@@ -165,11 +169,12 @@ DiskJudgement judgeDisk(const DiskReadings& readings, const char* unreadable,
     return {predictiveFailure, reasonOf(readings, namesTemperatures || readings.hasTemperatures)};
 }
 
-const DiskTransition* diskTransition(TAV_RESOURCE_STATE from, TAV_RESOURCE_STATE to) {
+const DiskTransition* diskTransition(TAV_RESOURCE_STATE from, TAV_RESOURCE_STATE to,
+                                     TAV_RESOURCE_STATE reported) {
     if (from == to) return nullptr;
     const auto* const found = std::find_if(
         diskTransitions.begin(), diskTransitions.end(), [&](const DiskTransition& row) {
-            return row.to == to && (!row.onlyFromWorking || isWorking(from));
+            return row.to == to && (!row.onlyOnce || isWorking(from) || !isBroken(reported));
         });
     return found == diskTransitions.end() ? nullptr : found;
 }

@@ -92,10 +92,12 @@ TAV_API DiskJudgement judgeDisk(const DiskReadings& readings, const char* unread
 /// What a disk's new state is reported as; null when it is not.
 struct DiskTransition {
     TAV_RESOURCE_STATE to;
-    bool onlyFromWorking;  ///< from Running and Predictive failure alone
+    bool onlyOnce;  ///< not when the RMC knows already that the disk does not work
     int eventId;
     bool serviceEvent;
 };
-TAV_API const DiskTransition* diskTransition(TAV_RESOURCE_STATE from, TAV_RESOURCE_STATE to);
+/// `reported` is the state that the RMC knows; Unknown while it knows none.
+TAV_API const DiskTransition* diskTransition(TAV_RESOURCE_STATE from, TAV_RESOURCE_STATE to,
+                                             TAV_RESOURCE_STATE reported);
 
 }  // namespace tav

@@ -231,7 +231,7 @@ class NotingManager final : public tavResourceManager {
     void init() override {}
     void startInventory() override {}
     int getInventoryJsonObject(std::vector<Json::Value>& records) override {
-        numbers.push_back(tavJsonAggregator::collectingInventory());
+        numbers.push_back(tavJsonAggregator::getInstance()->begunInventories());
         records.emplace_back(Json::objectValue)["Name"] = "x";
         return 0;
     }

@@ -16,6 +16,7 @@
 #include "base/StopSignal.h"
 #include "base/Waiting.h"
 #include "core/tavUtils.h"
+#include "rmc/tavJsonAggregator.h"
 #include "sim/device/DiskModel.h"
 #include "sim/device/ScsiGeneric.h"
 #include "sim/server/ServerTree.h"
@@ -164,6 +165,19 @@ class Controllers : public testing::Test {
             std::error_code gone;
             return !fs::read_symlink(entry.path(), gone).string().starts_with("socket:");
         });
+    }
+
+    /// Sends an inventory, which the controller acknowledges.
+    static void pushInventory() {
+        tavJsonAggregator& aggregator = *tavJsonAggregator::getInstance();
+        const std::uint64_t before = aggregator.acknowledgedInventories();
+        tav::test::clockSpeed = 500;
+        aggregator.sendInventory(true);
+        aggregator.sendInventory(false);
+        while (aggregator.acknowledgedInventories() == before)
+            std::this_thread::sleep_for(1ms);
+        tavJsonAggregator::stoptavJsonAggregator();
+        tav::test::clockSpeed = 10;
     }
 
     /// "538 S2" for every event of a component since the start.
@@ -600,6 +614,34 @@ TEST_F(Controllers, ADiskThatHangsAtItsFirstDiscovery) {
     EXPECT_THAT(events(), IsEmpty());
 }
 
+/// An inventory has left without it: everything is looked at anew as soon as it answers.
+TEST_F(Controllers, OneThatAnswersLateAtItsFirstDiscovery) {
+    constexpr unsigned ports = 100;  // it has a lot to tell
+    server_.removeMember("disks");
+    for (unsigned port = 4; port < ports; ++port) {
+        Json::Value host = server_["scsiHosts"][0];
+        host["host"] = port;
+        host["ata"] = port + 3;
+        server_["scsiHosts"].append(host);
+    }
+    build();
+    tav::test::clockSpeed = 1'000'000;  // nobody's answer can be waited for
+    discover();
+    EXPECT_EQ(infos_.at(0).getControllerPortListSize(), 0U);
+    tav::test::clockSpeed = 10;
+    const auto isAskedFor = [] {
+        return logs().find("Invalidating inventory cache.") != std::string::npos;
+    };
+    EXPECT_FALSE(isAskedFor());
+    for (int round = 0; round < 100 && !isAskedFor(); ++round) {
+        std::this_thread::sleep_for(5ms);
+        poll();
+    }
+    EXPECT_TRUE(isAskedFor());
+    discover();
+    EXPECT_EQ(infos_.at(0).getControllerPortListSize(), ports);
+}
+
 TEST_F(Controllers, AShutDownWaitsForNoDiskThatHangs) {
     discover();
     disk(0)["hang"] = "command";
@@ -701,6 +743,58 @@ TEST_F(Controllers, ThePublishedInventorySaysWhatTheEventsSay) {
     factory().shutdownFactory();
     EXPECT_EQ(stateOf(0), "Running") << "a controller that is shut down takes nothing with it";
     EXPECT_EQ(events(), shown);
+}
+
+/// What the RMC has acknowledged, by an event or an inventory, is told once; what it has not,
+/// again.
+TEST_F(Controllers, ADiskThatFailsIsToldAgainOnlyWhereNobodyHasHeardOfIt) {
+    discover();
+    poll();
+    pushInventory();
+    poll();
+    const auto becomes = [&](int number, const char* member, bool isHeard) {
+        if (!isHeard) rmc_.intercept([](const auto&) { return tav::sim::Reply::failure(0xC0); });
+        disk(number)[member] = "no";
+        disk(number)["patience"] = 10;
+        build();
+        poll();
+        rmc_.intercept(nullptr);
+    };
+    becomes(0, "answers", true);
+    becomes(0, "present", true);
+    EXPECT_THAT(events(), ElementsAre("538 S0")) << "it has failed before, and that was heard";
+    becomes(1, "answers", false);
+    becomes(1, "present", true);
+    EXPECT_THAT(events(), ElementsAre("538 S0", "538 S1")) << "the first one was not";
+    becomes(2, "answers", false);
+    pushInventory();
+    becomes(2, "present", true);
+    EXPECT_THAT(events(), ElementsAre("538 S0", "538 S1")) << "the inventory has told it";
+}
+
+/// The next build asks for an inventory that tells what no event does.
+TEST_F(Controllers, WhatNoEventTellsAnInventoryDoes) {
+    tav::registerGenericStorageFactory();
+    SASResourceManager& manager = *SASResourceManager::getInstance();
+    server_["disks"][3]["gone"] = "yes";
+    build();
+    manager.cacheBuild();
+    manager.pollDevices();
+    const auto asksAfter = [&](Json::Value& part, const char* member, const Json::Value& value) {
+        part[member] = value;
+        build();
+        manager.pollDevices();
+        const std::size_t before = logs().size();
+        manager.cacheBuild();
+        const bool asks = logs().find("SASRM requesting cache push", before) != std::string::npos;
+        manager.cacheBuild();  // what is found in a build is asked for twice
+        return asks;
+    };
+    EXPECT_TRUE(asksAfter(disk(3), "gone", "no")) << "a disk that is new";
+    EXPECT_TRUE(asksAfter(server_["scsiHosts"][0], "state", "offline")) << "worse, but not lost";
+    EXPECT_FALSE(asksAfter(disk(1), "wear", 97));
+    EXPECT_THAT(events(), ElementsAre("539 S1")) << "which has told it";
+    factory().shutdownFactory();
 }
 
 TEST(ScsiScan, TheNearestFunctionDecides) {

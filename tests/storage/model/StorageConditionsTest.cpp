@@ -120,8 +120,9 @@ TEST(DiskJudgement, ByErrorsWearAndTemperature) {
 }
 
 TEST(DiskTransition, ByTheNewState) {
-    const auto event = [](TAV_RESOURCE_STATE from, TAV_RESOURCE_STATE to) {
-        const auto* const transition = tav::diskTransition(from, to);
+    const auto event = [](TAV_RESOURCE_STATE from, TAV_RESOURCE_STATE to,
+                          std::optional<TAV_RESOURCE_STATE> reported = std::nullopt) {
+        const auto* const transition = tav::diskTransition(from, to, reported.value_or(from));
         return transition == nullptr ? 0 : transition->eventId;
     };
     EXPECT_EQ(event(TAV_STATE_OFFLINE, TAV_STATE_RUNNING), 540);
@@ -130,6 +131,10 @@ TEST(DiskTransition, ByTheNewState) {
     EXPECT_EQ(event(TAV_STATE_RUNNING, TAV_STATE_OFFLINE), 538);
     EXPECT_EQ(event(TAV_STATE_PREDICTIVE_FAILURE, TAV_STATE_OFFLINE), 538);
     EXPECT_EQ(event(TAV_STATE_FAILED, TAV_STATE_OFFLINE), 0) << "it was reported already";
+    EXPECT_EQ(event(TAV_STATE_FAILED, TAV_STATE_OFFLINE, TAV_STATE_RUNNING), 538)
+        << "nobody has heard that it failed";
+    EXPECT_EQ(event(TAV_STATE_FAILED, TAV_STATE_OFFLINE, TAV_STATE_UNKNOWN), 538);
+    EXPECT_EQ(event(TAV_STATE_RUNNING, TAV_STATE_OFFLINE, TAV_STATE_FAILED), 538);
     EXPECT_EQ(event(TAV_STATE_RUNNING, TAV_STATE_RUNNING), 0);
     EXPECT_EQ(event(TAV_STATE_RUNNING, TAV_STATE_UNKNOWN), 0);
 }
