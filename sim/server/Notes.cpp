@@ -16,7 +16,7 @@ constexpr std::array identities = {"identifier", "wwpn", "serial", "name", "addr
 
 std::string identityOf(const Json::Value& entry) {
     for (const char* identity : identities) {
-        const std::string text = textOf(entry, identity);
+        std::string text = textOf(entry, identity);
         if (!text.empty()) return text;
     }
     return {};
