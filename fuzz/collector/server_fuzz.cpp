@@ -1,12 +1,13 @@
 /// The server itself, among clients of which some write anything: every good request is answered,
 /// whatever it stands between. Runs in a private root only (scripts/fuzz).
-#include <array>
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -59,10 +60,25 @@ void append(std::string& stream, std::uint16_t code, std::int32_t client, std::s
     stream.append(reinterpret_cast<const char*>(&packet), sizeof packet);
 }
 
-/// Appends what the input's pieces say: bytes of no packet, a packet of a client that there is not,
-/// a good request. Returns the number of good ones.
-std::size_t makeStream(std::string_view input, std::string& stream) {
-    std::size_t good = 0;
+/// The fuzzer sees our number being compared, and would put it where it makes a request of ours.
+void hideOwnNumber(std::string& stream, const std::vector<std::size_t>& ownRequests) {
+    const std::int32_t number = ::getpid();
+    const std::string_view bytes(reinterpret_cast<const char*>(&number), sizeof number);
+    for (std::size_t at = stream.find(bytes); at != std::string::npos;
+         at = stream.find(bytes, at + 1)) {
+        const bool isOurs = std::any_of(ownRequests.begin(), ownRequests.end(), [&](auto request) {
+            return at == request + offsetof(_TAV_MESSAGE_PACKET, clientPID);
+        });
+        if (!isOurs) stream[at] = static_cast<char>(~stream[at]);
+    }
+}
+
+/// What the input's pieces say: bytes of no packet, a packet of a client that there is not, a good
+/// request; and a last request of nobody's event. `good` is how many are to be answered before
+/// that.
+std::string makeStream(std::string_view input, std::size_t& good) {
+    std::string stream;
+    std::vector<std::size_t> ownRequests;
     for (std::size_t pieces = 0; input.size() > 2 && pieces < mostPieces; ++pieces) {
         const auto kind = static_cast<unsigned char>(take(input, 1)[0]);
         const std::size_t size = static_cast<unsigned char>(take(input, 1)[0]);
@@ -73,17 +89,21 @@ std::size_t makeStream(std::string_view input, std::string& stream) {
         } else if (kind / 2U % 3U == 1) {
             append(stream, code, static_cast<std::int32_t>(kind << 16U), text);
         } else {
+            ownRequests.push_back(stream.size());
             append(stream, code, ::getpid(), text);
-            ++good;
         }
     }
-    return good;
+    good = ownRequests.size();
+    ownRequests.push_back(stream.size());
+    append(stream, TAV_TEST_EVENT_REQUEST, ::getpid(), "of nobody");
+    hideOwnNumber(stream, ownRequests);
+    return stream;
 }
 
 tav::CliReason nextAnswer(const tav::FileDescriptor& answers) {
-    constexpr int patience = 20'000;
     pollfd watched{answers.get(), POLLIN, 0};
-    require(::poll(&watched, 1, patience) == 1);
+    while (::poll(&watched, 1, -1) != 1) {  // the fuzzer's own alarm interrupts it, and has a limit
+    }
     _TAV_MESSAGE_PACKET answer{};
     require(::read(answers.get(), &answer, sizeof answer) == sizeof answer);
     const auto code = tav::parseCliResponse(answer);
@@ -97,9 +117,8 @@ tav::CliReason nextAnswer(const tav::FileDescriptor& answers) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const Service service;
-    std::string stream;
-    std::size_t good = makeStream({reinterpret_cast<const char*>(data), size}, stream);
-    append(stream, TAV_TEST_EVENT_REQUEST, ::getpid(), "of nobody");
+    std::size_t good = 0;
+    const std::string stream = makeStream({reinterpret_cast<const char*>(data), size}, good);
     const ssize_t written = ::write(service.requests.get(), stream.data(), stream.size());
     require(written == static_cast<ssize_t>(stream.size()));
     for (; good > 0; --good)
