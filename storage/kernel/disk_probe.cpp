@@ -335,8 +335,8 @@ DiskReadings readAtaDisk(DiskTurn& turn) {
     return readings;
 }
 
+/// The maximum stands in the page of temperatures alone: without it, the last that was told stands.
 DiskReadings readSasDisk(DiskTurn& turn) {
-    constexpr int noMaximum = -1;
     DiskReadings readings;
     readings.wear = wearOf(turn, "SAS", get_sas_ssd_wear, std::nullopt);
     if (const OwnedBytes page(get_sas_temp(turn.node())); page) {
@@ -344,7 +344,8 @@ DiskReadings readSasDisk(DiskTurn& turn) {
     } else {
         logger.debug(here(), "%s: Failed to determine SAS temp. Looking up unit temp.",
                      turn.disk().getOSSCSILink().c_str());
-        setTemperatures(get_unit_temp(turn.node()), noMaximum, readings);
+        setTemperatures(get_unit_temp(turn.node()), turn.disk().memory().maximumTemperature,
+                        readings);
     }
     settleTemperatures(turn, std::nullopt, readings);
     readings.errors = settleErrors(turn, std::nullopt, get_sas_health(turn.node()));

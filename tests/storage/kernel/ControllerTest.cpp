@@ -104,14 +104,15 @@ class Controllers : public testing::Test {
         build();
     }
 
-    /// Lets a disk refuse the commands that fit, as its kind does; and counts those that reach it.
+    /// Lets a disk refuse the commands that fit, as its kind does or with the sense key; and counts
+    /// those that reach it.
     void refuse(int number, const std::atomic<bool>& refuses, std::atomic<int>& commands,
-                bool (*fits)(const sg_io_hdr&)) {
+                bool (*fits)(const sg_io_hdr&), std::optional<std::uint8_t> senseKey = {}) {
         const tav::sim::DiskFacts facts(tav::sim::diskFacts(disk(number)));
-        const auto answer = [facts, fits, &refuses, &commands](sg_io_hdr& request) {
+        const std::uint8_t key = senseKey.value_or(facts.isSas() ? 5 : 0x0B);
+        const auto answer = [facts, fits, key, &refuses, &commands](sg_io_hdr& request) {
             ++commands;
             if (refuses && fits(request)) {
-                const std::uint8_t key = facts.isSas() ? 5 : 0x0B;
                 tav::sim::completeWithSense(request, std::array<std::uint8_t, 3>{0x70, 0, key});
                 return 0;
             }
@@ -329,6 +330,8 @@ TEST_F(Controllers, AShutDownFactoryReportsNothingAndHoldsNothing) {
     EXPECT_EQ(factory().getControllers(TAV_FAMILY_ANY, counted), 0);
     EXPECT_THAT(counted, IsEmpty());
     EXPECT_THAT(events(), IsEmpty());
+    for (int tries = 0; ownDescriptors() != before && tries < 200; ++tries)
+        std::this_thread::sleep_for(10ms);  // the threads that have asked end when they get to it
     EXPECT_EQ(ownDescriptors(), before);
 }
 
@@ -544,6 +547,46 @@ TEST_F(Controllers, WhatADiskDoesNotSupportIsNoFault) {
     EXPECT_THAT(events(), UnorderedElementsAre("538 S0", "538 S1")) << "what it has told before";
     EXPECT_THAT(parseJson(rmc_.commands().back().payload)["VariableData"]["EventInfo"].asString(),
                 HasSubstr("which it has told before"));
+}
+
+TEST_F(Controllers, WhatADiskCannotTellNowIsAsItWas) {
+    constexpr std::uint8_t hardwareError = 4;
+    std::atomic<int> commands{0};
+    std::atomic<bool> fails{false};
+    makeSas(0);
+    makeSas(1);
+    disk(0)["temperature"] = 75;
+    disk(1)["wear"] = 97;
+    disk(2)["temperature"] = 75;
+    build();
+    const auto asksForTemperatureOrWear = [](const sg_io_hdr& request) {
+        if (request.cmdp[0] == 0x85) return request.cmdp[14] == 0x2F && request.cmdp[10] == 5;
+        const int page = request.cmdp[2] & 0x3F;
+        return request.cmdp[0] == 0x4D && (page == 0x0D || page == 0x11);
+    };
+    for (const int number : {0, 1, 2})
+        refuse(number, fails, commands, asksForTemperatureOrWear, hardwareError);
+    for (const bool fail : {false, true}) {
+        fails = fail;
+        discover();
+        poll();
+        EXPECT_EQ(conditionOf("S0"), "Predictive failure") << fail;
+        EXPECT_EQ(conditionOf("S1"), "Predictive failure") << fail;
+        EXPECT_EQ(conditionOf("S2"), "Predictive failure") << fail;
+    }
+    EXPECT_THAT(events(), IsEmpty());
+}
+
+TEST_F(Controllers, AKnownDiskIsOneUntilTheKernelSaysOtherwise) {
+    const fs::path type = "/sys/class/scsi_device/0:0:0:0/device/type";
+    discover();
+    fs::remove(type);
+    discover();
+    EXPECT_THAT(disks_, SizeIs(4));
+    EXPECT_THAT(events(), IsEmpty());
+    tav::test::writeFile(type, "5\n");
+    discover();
+    EXPECT_THAT(events(), ElementsAre("538 S0")) << "an optical drive stands in its place";
 }
 
 /// Disks that hang hold up nobody, are said to have failed once their time is up, keep what they
