@@ -244,6 +244,7 @@ std::uint32_t FakeRaidLibrary::answerVolume(const std::uint8_t* command, std::ui
             data[38] = volume.state;
             put<std::uint64_t>(data, 256, 1U << 20U);
             data[312] = static_cast<std::uint8_t>(controller->id);
+            data[320] = volume.made;
             data[327] = volume.id;
             return 0;
         }

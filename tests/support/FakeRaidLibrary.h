@@ -26,6 +26,7 @@ struct FakeVolume {
     std::uint8_t id;
     std::uint8_t state = 3;
     std::vector<std::uint16_t> members;
+    std::uint8_t made = 0;  ///< part of its durable name
 };
 
 struct FakeController {

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <iterator>
 #include <map>
 #include <span>
 #include <string>
@@ -71,61 +73,30 @@ TEST(RaidEventRecord, ReferencesStandWhereTheArgumentTypeHasThem) {
 }
 
 TEST(RaidEventRecord, SeveralLocalesAreResolvedByTheCode) {
-    struct Case {
-        std::uint16_t locale;
-        std::uint32_t code;
-        const char* text;
+    struct Codes {
+        std::uint32_t first, last;
+        const char* locale;
     };
-    const Case cases[] = {
-        {0x0001, 0x84, "LD_EVENT"},
-        {0x0002, 0x8A, "PD_EVENT"},
-        {0x0004, 0, "ENCLOSURE_EVENT"},
-        {0x0008, 0, "BBU_EVENT"},
-        {0x0010, 0, "SAS_EVENT"},
-        {0x0020, 0, "CTRL_EVENT"},
-        {0x0040, 0, "CONFIG_CHNG_EVENT"},
-        {0x0080, 0, "CLUSTER_EVENT"},
-        {0xFFFF, 0x84, "ALL_EVENT"},
-        {0x0003, 0x4F, "LD_EVENT"},
-        {3, 0x4E, ""},
-        {3, 0x50, ""},
-        {3, 0x8A, "LD_EVENT"},
-        {3, 0x8B, "LD_EVENT"},
-        {3, 0x8C, ""},
-        {3, 0x76, "PD_EVENT"},
-        {3, 0x83, ""},
-        {3, 0x84, "PD_EVENT"},
-        {3, 0x89, "PD_EVENT"},
-        {3, 0xF4, "PD_EVENT"},
-        {3, 0xF5, "PD_EVENT"},
-        {3, 0xF6, ""},
-        {3, 0x106, "PD_EVENT"},
-        {3, 0x120, "PD_EVENT"},
-        {3, 0x121, "PD_EVENT"},
-        {3, 0x122, ""},
-        {3, 0x12A, "PD_EVENT"},
-        {3, 0x14C, ""},
-        {3, 0x14D, "PD_EVENT"},
-        {3, 0x14E, "PD_EVENT"},
-        {3, 0x188, "PD_EVENT"},
-        {3, 0x189, "PD_EVENT"},
-        {3, 0x18A, ""},
-        {3, 0x21E, ""},
-        {3, 0x21F, "PD_EVENT"},
-        {3, 0x220, "PD_EVENT"},
-        {3, 0x0B, "CTRL_EVENT"},
-        {3, 0x142, ""},
-        {3, 0x143, "CTRL_EVENT"},
-        {3, 0x146, "CTRL_EVENT"},
-        {3, 0x147, ""},
-        {0, 0x02, "BBU_EVENT"},
-        {0, 0xE7, "CONFIG_CHNG_EVENT"},
-        {0, 0xE8, "CONFIG_CHNG_EVENT"},
-        {0, 0xE9, ""},
-    };
-    for (const Case& one : cases)
-        EXPECT_EQ(tav::raidLocaleText(one.locale, one.code), one.text)
-            << std::hex << one.locale << ' ' << one.code;
+    const Codes known[] = {
+        {0x02, 0x02, "BBU_EVENT"},         {0x0B, 0x0B, "CTRL_EVENT"}, {0x4F, 0x4F, "LD_EVENT"},
+        {0x76, 0x76, "PD_EVENT"},          {0x84, 0x89, "PD_EVENT"},   {0x8A, 0x8B, "LD_EVENT"},
+        {0xE7, 0xE8, "CONFIG_CHNG_EVENT"}, {0xF4, 0xF5, "PD_EVENT"},   {0x106, 0x106, "PD_EVENT"},
+        {0x120, 0x121, "PD_EVENT"},        {0x12A, 0x12A, "PD_EVENT"}, {0x143, 0x146, "CTRL_EVENT"},
+        {0x14D, 0x14E, "PD_EVENT"},        {0x188, 0x189, "PD_EVENT"}, {0x21F, 0x220, "PD_EVENT"}};
+    for (std::uint32_t code = 0; code < 0x300; ++code) {
+        const auto* const row = std::find_if(
+            std::begin(known), std::end(known),
+            [code](const Codes& codes) { return codes.first <= code && code <= codes.last; });
+        const std::string expected = row == std::end(known) ? "" : row->locale;
+        EXPECT_EQ(tav::raidLocaleText(3, code), expected) << std::hex << code;
+        EXPECT_EQ(tav::raidLocaleText(0, code), expected) << std::hex << code;
+    }
+    const std::map<std::uint16_t, const char*> single{
+        {0x01, "LD_EVENT"},          {0x02, "PD_EVENT"},      {0x04, "ENCLOSURE_EVENT"},
+        {0x08, "BBU_EVENT"},         {0x10, "SAS_EVENT"},     {0x20, "CTRL_EVENT"},
+        {0x40, "CONFIG_CHNG_EVENT"}, {0x80, "CLUSTER_EVENT"}, {0xFFFF, "ALL_EVENT"}};
+    for (const auto& [locale, text] : single)
+        EXPECT_EQ(tav::raidLocaleText(locale, 0x0B), text) << "whatever the code";
 }
 
 }  // namespace

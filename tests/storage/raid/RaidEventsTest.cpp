@@ -106,6 +106,9 @@ TEST_F(RaidEvents, ConditionsStayUntilTheLibrarysOwnChange) {
     EXPECT_EQ(conditionText(carried.disks.at(1)), "Predictive failure/Warning");
     EXPECT_EQ(conditionText(carried.volumes.at(0)), "Degraded/Critical");
     EXPECT_EQ(conditionText(carried.controllers.at(0)), "Failed/Critical");
+    library.change([](std::vector<FakeController>& all) { all[0].drives[1].id = 21; });
+    EXPECT_EQ(conditionText(discoverRaid().disks.at(1)), "Predictive failure/Warning")
+        << "the same drive by another number";
 
     library.change([](std::vector<FakeController>& all) {
         all[0].drives[1].state = 0x14;

@@ -23,6 +23,7 @@ using tav::test::logs;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 
 tavStoreLibInterface& library() {
@@ -94,7 +95,9 @@ tav::test::FakeController oneController() {
 }
 
 TEST(StoreLib, CachesWhatTheLibraryTells) {
-    const FakeRaidLibrary fake({oneController()});
+    logEverything();
+    FakeRaidLibrary fake({oneController()});
+    fake.change([](auto& controllers) { controllers[0].drives.push_back({0, 2, "OF NO VOLUME"}); });
     ASSERT_EQ(library().tavStoreInit(), 1);
     library().cacheBuild("All");
     const auto controllers = library().getControllerCollection();
@@ -107,6 +110,7 @@ TEST(StoreLib, CachesWhatTheLibraryTells) {
     ASSERT_THAT(library().getLDInventoryForCtrl(0), SizeIs(1));
     EXPECT_THAT(library().getLDInventoryForCtrl(0)[0].memberDrives, ElementsAre("B", "A"));
     EXPECT_THAT(library().getPDInventoryForCtrl(7), IsEmpty());
+    EXPECT_THAT(logs(), Not(HasSubstr("Simulation Mode")));
 }
 
 TEST(StoreLib, AScopeRebuildsNoMoreThanItNames) {
@@ -167,6 +171,11 @@ TEST(StoreLib, WhatCannotBeAskedForStands) {
         EXPECT_EQ(cached(), known) << row.what;
         fake.fail(row.type, row.code, failed, 0);
     }
+    fake.fail(3, 11, failed, 1);
+    fake.change([](auto& controllers) { controllers[0].volumes[0].made = 1; });
+    library().cacheBuild("All");
+    EXPECT_THAT(library().getLDInventoryForCtrl(0)[0].memberDrives, IsEmpty())
+        << "those of a volume that has the number of another now";
     // What is not there any more has gone, and one that could not be read may be another by now.
     fake.fail(1, 4, failed, 1);
     fake.change([](auto& controllers) { controllers = {{0, "SV3", 0x67, {{8, 0, "D"}}, {}}}; });
