@@ -23,8 +23,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// As many as the storage manager asks at a time.
-constexpr std::size_t mostAtWork = 32;
 /// What takes longer lets others go first.
 constexpr auto hangsAfter = 5s;
 constexpr auto timeToStop = 1s;
@@ -60,7 +58,7 @@ std::vector<Source> sources() {
 /// Asks all, and returns what has come in time.
 Recording askAll(std::chrono::seconds patience) {
     const TimeLimit limit(patience);
-    const auto pool = std::make_shared<Lanes>("tavctl-ask", mostAtWork, hangsAfter);
+    const auto pool = std::make_shared<Lanes>("tavctl-ask", mostAskedAtATime, hangsAfter);
     const auto recorder = std::make_shared<Recorder>();  // outlives whoever hangs
     LaneGroup<std::string, bool> lanes(pool, patience);
     for (const Source& source : sources()) {

@@ -1,11 +1,15 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace tav::capture {
+
+/// How many devices are asked side by side: as many as the storage manager asks.
+inline constexpr std::size_t mostAskedAtATime = 24;
 
 struct Wishes {
     bool keepIdentities = false;
