@@ -1,19 +1,27 @@
 """The system on real drivers: a machine with known parts, and what the management controller is told
 of it. Every fact is compared with what QEMU was told or with another tool in the same machine.
 """
+import base64
 import json
 import os
 import pathlib
 import re
 import shutil
+import sys
 import tempfile
 import unittest
 
 import guest
 import image
 
+sys.path.append(str(image.ROOT / "tests/sim"))
+import replaying  # noqa: E402
+
 BUILD = pathlib.Path(os.environ.get("TAV_BUILD", image.ROOT / "build/demo")).resolve()
 CACHE = pathlib.Path(os.environ.get("TAV_VM_CACHE", image.ROOT / "build/vm")).resolve()
+
+# Where the capture with stand-ins and its inventory are kept, without their endings.
+KEEP = os.environ.get("TAV_KEEP_CAPTURE")
 
 MEGABYTE = 1 << 20
 SATA = {"model": "TAV SATA DISK", "serial": "SATA0001", "size": 48 * MEGABYTE}
@@ -148,6 +156,28 @@ class RealKernel(unittest.TestCase):
         # A disk that never told how it is has not failed by going.
         self.assertEqual([event["ID"] for event in raised], [680])
         self.assertEqual(raised[0]["VariableData"]["Data"]["MACAddress"].lower(), PORTS[1])
+
+    def fetch(self, path, target):
+        target.write_bytes(base64.b64decode(self.vm.run(f"base64 {path}")))
+
+    def replay(self, archive):
+        return replaying.run("--server", archive, "--until", "WriteInventory", BUILD, "--",
+                             BUILD / "service/tavd", "--generic-storage=any",
+                             record=self.folder / "replayed")
+
+    def test_a_capture_is_this_machine_somewhere_else(self):
+        self.vm.run("tavctl capture --keep-identities /run/kept.tar.gz >/dev/null")
+        self.vm.run("tavctl capture /run/replaced.tar.gz >/dev/null")
+        kept, replaced = self.folder / "kept.tar.gz", self.folder / "replaced.tar.gz"
+        self.fetch("/run/kept.tar.gz", kept)
+        self.fetch("/run/replaced.tar.gz", replaced)
+        original = replaying.settled({"HostDataCollection": self.rmc.inventories()[-1]})
+        self.assertEqual(self.replay(kept), original)
+        inventory = self.replay(replaced)
+        replaying.compare_with_stand_ins(self, original, inventory, replaced)
+        if KEEP:  # a capture for tests/sim/captures
+            shutil.copy(replaced, f"{KEEP}.tar.gz")
+            pathlib.Path(f"{KEEP}.json").write_text(json.dumps(inventory, indent=1) + "\n")
 
     def test_the_controller_refuses_and_restarts(self):
         seen = len(self.rmc.inventories())
