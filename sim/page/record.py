@@ -11,7 +11,11 @@ import json
 import os
 import sys
 
-HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "badday"))
+import judge  # noqa: E402
+import server as servers  # noqa: E402
+
+IDENTITIES = ("identifier", "wwpn", "serial", "name", "address")  # the first that a part has names it
 TEXTS = {"told": "told", "change": "change", "order": "order", "struck": "struck", "doorBell": "bell",
          "violation": "violation"}
 
@@ -88,19 +92,43 @@ def of_a_record(lines):
     return {"moments": list(moments_of(told)), "verdict": judged}
 
 
-def of_a_bad_day(kept):
-    """What scripts/bad-days keeps of a day: the story, and what has come of it."""
-    sys.path.insert(0, os.path.join(HERE, "..", "badday"))
-    import judge  # pylint: disable=import-outside-toplevel
-    played = kept["played"]
-    moments = list(moments_of(played["record"]))
-    for episode in kept["story"]["episodes"]:
-        moments.append({"kind": "told", "at": episode["orders"][0]["at"], "text": episode["name"]})
+def set_off(played):
+    """The seconds by which the controller's clock began after that of whoever gave the orders, which both
+    have noted."""
+    noted = {line["order"]: line["time"] for line in reversed(played["record"]) if "order" in line}
+    given = {order["do"].removeprefix("rmc "): order["at"] for order in reversed(played["orders"])}
+    return max((given[order] - time for order, time in noted.items() if order in given), default=0)
+
+
+def changes_of(played):
+    """With the name under which each part is reported then."""
+    server = servers.described()
     for order in played["orders"]:
         verb, _, rest = order["do"].partition(" ")
-        to_controller = verb == "rmc"
-        moments.append({"kind": "order" if to_controller else "change", "at": order["at"],
-                        "text": rest if verb in ("rmc", "change") else order["do"]})
+        if verb == "rmc":
+            continue  # stands in the controller's record
+        moment = {"kind": "change", "at": order["at"], "text": rest if verb == "change" else order["do"]}
+        servers.apply(server, order["do"])
+        words = order["do"].split()
+        part = None
+        if verb == "change":
+            part = servers.find(server[words[1]], words[2])
+        elif verb == "raid" and words[1] in ("drive", "volume"):
+            controller = servers.find(server["raid"]["controllers"], words[2])
+            part = servers.find(controller[words[1] + "s"], words[3])
+        names = [part[name] for name in IDENTITIES if name in part] if part else []
+        yield dict(moment, part=names[0]) if names else moment
+
+
+def of_a_bad_day(kept):
+    """What scripts/bad-days keeps of a day: the story, and what has come of it."""
+    played = kept["played"]
+    later = set_off(played)
+    moments = [moment if moment["at"] is None else dict(moment, at=moment["at"] + later)
+               for moment in moments_of(played["record"])]
+    for episode in kept["story"]["episodes"]:
+        moments.append({"kind": "told", "at": episode["orders"][0]["at"], "text": episode["name"]})
+    moments += changes_of(played)
     for service in played["services"]:
         for moment, says in (("started", "The service starts."), ("stopping", "The service is asked "
                              "to stop."), ("stopped", "The service has stopped.")):

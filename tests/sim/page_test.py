@@ -225,8 +225,14 @@ class Page(unittest.TestCase):
 
     def test_a_day_that_bad_days_kept(self):
         story = {"seed": 1, "episodes": [{"name": "sg0 worn", "orders": [{"at": 80, "do": "-"}]}]}
-        self.opened(self.page_of([{"story": story, "played": CLEAN}]))
+        bell = next(order for order in CLEAN["orders"] if order["do"] == "rmc doorbell=WriteInventory")
+        noted = {"order": "doorbell=WriteInventory", "time": bell["at"] - 1.5}  # by the controller's clock
+        self.opened(self.page_of([{"story": story, "played": dict(CLEAN, record=CLEAN["record"] + [noted])}]))
         self.assertEqual(self.count("#line > .event"), len(EVENTS))
+        self.assertEqual(self.text("#line > .order .time"), f"{bell['at']:.1f} s")
+        self.run_("document.querySelectorAll('#line > .event summary')[1].click()")
+        self.settle()
+        self.assertIn("disks sg0 errors=3, ", self.text("#line > .event:has([open])"))
         self.assertEqual(self.count("#line > .change"), len([
             order for order in CLEAN["orders"] if not order["do"].startswith("rmc ")]))
         self.assertIn("sg0 worn", self.text(".told"))
