@@ -142,9 +142,17 @@ class Page(unittest.TestCase):
         os.rename(page, kept)
         return kept
 
+    def setUp(self):
+        self.addCleanup(self.assert_silent)
+
+    def assert_silent(self):
+        """Nothing in the console, and nothing wanted from a network."""
+        complaints, self.browser.complaints = self.browser.complaints, []
+        self.assertEqual(complaints, [])
+
     def opened(self, page, **how):
+        self.assert_silent()
         self.browser.open(page, **how)
-        self.addCleanup(lambda: self.assertEqual(self.browser.complaints, []))
         self.assertTrue(self.run_("document.documentElement.classList.contains('ready')"),
                         self.browser.complaints)
 
@@ -238,8 +246,9 @@ class Page(unittest.TestCase):
         self.assertIn("sg0 worn", self.text(".told"))
         self.assertIn("Passed", self.text("#verdict"))
         broken = dict(CLEAN, record=[line for line in CLEAN["record"] if line is not EVENTS[3]])
-        self.opened(self.page_of([{"story": story, "played": broken}]))
-        self.assertIn("Failed", self.text("#verdict"))
+        for played, says in ((broken, "Failed"), (dict(broken, restless=True), "Nobody has judged")):
+            self.opened(self.page_of([{"story": story, "played": played}]))
+            self.assertIn(says, self.text("#verdict"))
 
     def test_without_a_client_the_codes_stand_alone(self):
         self.opened(self.page_of(record_of_a_story(), "--tavctl", "/nowhere/tavctl"))
