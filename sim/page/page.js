@@ -259,7 +259,7 @@ function reportTitle(report) {
 
 function reportCard(report) {
   const fate = report.refused ? "refused by the controller" : report.unanswered ?
-    "taken, but its sender did not learn so" : "";
+    "taken, but its sender did not learn so" : report.document === null ? "cannot be read" : "";
   const body = make("div", {class: "body"});
   const fold = make("details", {class: "card", toggle: () => {
     if (fold.open && !body.hasChildNodes()) body.append(...reportBody(report));
