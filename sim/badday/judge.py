@@ -370,6 +370,8 @@ def notifications(played, kind, number):
         code = int(fields["code"], 0)
         if kind == "drive" and fields.get("drive") == str(number) and code == 0x72:
             good = int(fields["new"], 0) in GOOD_STATES
+        elif kind == "drive" and fields.get("drive") == str(number) and code == 0x70:
+            good = False  # it has been taken out
         elif kind == "volume" and fields.get("volume") == str(number):
             good = code == 0xF9
         elif kind == "controller" and fields["type"] == "0":
@@ -409,7 +411,7 @@ def explain_notified(own, told, ids, name_at, place, events, begin, first, end, 
                     following.add((before, used))
         else:
             for before, used in reported:
-                if before == value:
+                if before in (value, "gone"):
                     following.add((before, used))
                     continue
                 want = Wanted(ids[value], name_at(time), place, more if value == "Critical" else "")
@@ -520,14 +522,15 @@ class Judge:
                             "pci", location(server, "0000:65:00.0"), lambda controller: True)
 
     def check_notified(self, part, kind, number, ids, identity, place, is_well):
-        def part_of(server):
+        def value(server, _):
             controller = server["raid"]["controllers"][0]
-            return controller if number is None else servers.find(controller[kind + "s"],
-                                                                  str(number))
+            one = controller if number is None else servers.find(controller[kind + "s"],
+                                                                 str(number))
+            is_gone = "yes" in (controller.get("gone"), one.get("gone"))
+            return one[identity], "gone" if is_gone else "OK" if is_well(one) else "Critical"
+
         # Another name is another part, and its condition nobody has reported yet.
-        named = self.truth.conditions(lambda server, before: (
-            part_of(server)[identity], "OK" if is_well(part_of(server)) else "Critical"),
-            lambda value: REBUILT)
+        named = self.truth.conditions(value, lambda value: REBUILT)
         own = [Condition(c.value[1], c.since, c.until, c.needs) for c in named]
 
         def name_at(time):
@@ -535,6 +538,7 @@ class Judge:
 
         told = notifications(self.played, kind, number)
         names = {c.value[0] for c in named}
+
         def reading(events, begin, first, end):
             if not self.library_starts(begin):
                 return set() if events else {"absent"}
@@ -565,12 +569,13 @@ class Judge:
             return
         told = inventories[-1][1]
         server = self.truth.moments[-1][1]
-        raid = server["raid"]["controllers"] if self.has_library else []
+        raid = self.raid_controllers(server)
         self.compare("Drives", self.told_drives(told), self.wanted_drives(server))
         self.compare("Volumes", {v["DurableName"]: v["Status"]["State"]
                                  for v in told.get("Volumes", [])},
                      {v["identifier"]: {VOLUME_STATES[v["state"]]}
-                      for controller in raid for v in controller["volumes"]})
+                      for controller in raid for v in controller["volumes"]
+                      if v.get("gone") != "yes"})
         self.compare("EthernetDevices", {a["Oem"]["DeviceName"]: a["Status"]["State"]
                                          for a in told.get("EthernetDevices", [])},
                      {a["name"]: {"Running" if a["link"] == "up" else "Down"}
@@ -610,15 +615,21 @@ class Judge:
     def wanted_health(self):
         server = self.truth.moments[-1][1]
         wanted = {name.split()[0]: values for name, values in self.wanted_drives(server).items()}
-        for volume in server["raid"]["controllers"][0]["volumes"] if self.has_library else []:
-            wanted[volume["identifier"]] = self.last[f"volume {volume['id']}"] or {"OK", "Critical"}
+        for controller in self.raid_controllers(server):
+            for volume in controller["volumes"]:
+                last = self.last[f"volume {volume['id']}"] or {"OK", "Critical"}
+                wanted[volume["identifier"]] = {None if value == "gone" else value for value in last}
         return wanted | self.wanted_controllers()
 
     def wanted_controllers(self):
         wanted = {"0000:00:17.0": {json.loads(v) for v in self.last["SATA controller"]} or {"OK"}}
-        if self.has_library:
+        if self.raid_controllers(self.truth.moments[-1][1]):
             wanted["0000:65:00.0"] = self.last["RAID controller"] or {"OK"}
         return wanted
+
+    def raid_controllers(self, server):
+        return [controller for controller in server["raid"]["controllers"]
+                if self.has_library and controller.get("gone") != "yes"]
 
     def compare(self, section, told, wanted):
         for name, values in wanted.items():
@@ -650,9 +661,11 @@ class Judge:
                 wanted.add(None)
             revision = disk["revision"][:8]
             drives[f"{value[0]} {disk['model']} {revision}"] = wanted
-        for drive in server["raid"]["controllers"][0]["drives"] if self.has_library else []:
-            drives[f"{drive['serial']} {drive['model']} {drive['revision']}"] = \
-                self.last[f"drive {drive['id']}"] or {"OK", "Critical"}
+        for controller in self.raid_controllers(server):
+            for drive in controller["drives"]:
+                last = self.last[f"drive {drive['id']}"] or {"OK", "Critical"}
+                drives[f"{drive['serial']} {drive['model']} {drive['revision']}"] = {
+                    None if value == "gone" else value for value in last}
         return drives
 
     # --- the process ---

@@ -63,12 +63,13 @@ class Stage:
         subprocess.run(["tav-sim-server", "links"], check=True)
         # What loses its parent becomes ours, so that nobody can leave a child behind unseen.
         ctypes.CDLL(None).prctl(36, 1, 0, 0, 0)
-        self.start = time.monotonic()
         self.rmc = subprocess.Popen(
             [f"{build}/sim/rmc/tav-sim-rmc", "--socket", "/run/sim/rmc", "--control", ORDERS,
              "--record", RECORD, "--quiet"], env=environment)
         while not os.path.exists(ORDERS):
             time.sleep(0.001)
+        # The controller's clock has begun: what it has recorded is never older than its cause.
+        self.start = time.monotonic()
         threading.Thread(target=self.watch_the_machine, daemon=True).start()
 
     def now(self):
@@ -176,7 +177,7 @@ class Stage:
                 self.wait_for_link(words[2])
             return "ok" if done.returncode == 0 else done.stderr.strip()
         if verb == "raid":
-            if words[1] in ("drive", "volume"):
+            if words[1] in ("controller", "drive", "volume"):
                 servers.apply(self.server, order)
                 servers.write(self.server, DESCRIPTION)
             return ask(LIBRARY, rest)

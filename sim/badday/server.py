@@ -46,6 +46,8 @@ def apply(server, order):
     words = order.split()
     if words[0] == "change":
         change(server, words[1], words[2], words[3:])
+    elif words[0] == "raid" and words[1] == "controller":
+        change(server["raid"], "controllers", words[2], words[3:])
     elif words[0] == "raid" and words[1] in ("drive", "volume"):
         controller = find(server["raid"]["controllers"], words[2])
         change(controller, words[1] + "s", words[3], words[4:])

@@ -109,6 +109,22 @@ class Teller:
         return f"drive {number} fails and recovers", f"drive {number}", sorted(
             orders, key=lambda order: order[0])
 
+    def drive_taken_out(self):
+        """... and put back, or another one in its place; some notifications are lost."""
+        number = self.random.choice((8, 9, 10, 11, 12, 13))
+        last = self.lasting()
+        told = f"class=0 locale=2 type=12 drive={number} text=\"PD {number:02d}\""
+        back = self.random.choice(("gone=no", f"gone=no serial={self.serial('RAID')}"))
+        orders = [(0, f"raid event 0 code=0x70 {told}"), (0, f"raid drive 0 {number} gone=yes"),
+                  (last, f"raid drive 0 {number} {back}"), (last, f"raid event 0 code=0x5B {told}")]
+        lost = self.random.choice(((), (), (0,), (3,), (0, 3)))
+        return f"drive {number} taken out", f"drive {number}", [
+            order for index, order in enumerate(orders) if index not in lost]
+
+    def raid_controller(self):
+        return "the RAID controller vanishes", "raid controller", [
+            (0, "raid controller 0 gone=yes"), (self.lasting(), "raid controller 0 gone=no")]
+
     def volume(self):
         number = self.random.choice((0, 1))
         last = self.lasting()
@@ -174,9 +190,9 @@ class Teller:
 
     TOPICS = ((disk, 10), (swapped_at_once, 2), (contradicting, 2), (predicted_and_silent, 2),
               (second_device, 2), (sata_port, 3), (all_sata_ports, 1), (fibre_channel, 3), (link, 6),
-              (drive, 5), (volume, 4), (firmware, 1), (library, 3), (controller_asleep, 1),
-              (controller_refuses, 2), (controller_late, 1), (commands, 2), (restart, 1),
-              (hang_up, 1), (function, 1), (clock, 2))
+              (drive, 5), (drive_taken_out, 2), (raid_controller, 1), (volume, 4), (firmware, 1),
+              (library, 3), (controller_asleep, 1), (controller_refuses, 2), (controller_late, 1),
+              (commands, 2), (restart, 1), (hang_up, 1), (function, 1), (clock, 2))
 
     def episode(self):
         topics, weights = zip(*self.TOPICS)

@@ -66,11 +66,12 @@ const Json::Value* changeRaid(Json::Value& server, const std::string& order, std
     std::string kind;
     std::string controllerId;
     std::string id;
-    words >> kind >> controllerId >> id;
-    if (kind != "drive" && kind != "volume") return &Json::Value::nullSingleton();
-    Json::Value* const controller = findEntry(server["raid"]["controllers"], controllerId);
-    Json::Value* const entry =
-        controller == nullptr ? nullptr : findEntry((*controller)[kind + 's'], id);
+    words >> kind >> controllerId;
+    const bool isPart = kind == "drive" || kind == "volume";
+    if (!isPart && kind != "controller") return &Json::Value::nullSingleton();
+    if (isPart) words >> id;
+    Json::Value* entry = findEntry(server["raid"]["controllers"], controllerId);
+    if (entry != nullptr && isPart) entry = findEntry((*entry)[kind + 's'], id);
     if (entry == nullptr) {
         fault = "no such " + kind + ": " + order;
         return nullptr;

@@ -14,8 +14,9 @@ const Json::Value* changeEntry(Json::Value& server, const std::string& section,
                                const std::string& key, std::span<const std::string> assignments,
                                std::string& fault);
 
-/// The same for an order to the RAID library: "drive CONTROLLER ID member=value ..." or "volume
-/// ...". Other orders leave the description as it is, and return a null value that is no part's.
+/// The same for an order to the RAID library: "drive CONTROLLER ID member=value ...", "volume ..."
+/// or "controller CONTROLLER member=value ...". Other orders leave the description as it is, and
+/// return a null value that is no part's.
 const Json::Value* changeRaid(Json::Value& server, const std::string& order, std::string& fault);
 
 }  // namespace tav::sim

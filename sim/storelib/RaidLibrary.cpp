@@ -288,7 +288,8 @@ std::uint32_t RaidLibrary::listControllers(const RaidRequest& request) {
 
 /// Under the lock.
 const Json::Value& RaidLibrary::controller(std::int64_t id) const {
-    return entryWithId(member(raid_, "controllers"), id);
+    const Json::Value& entry = entryWithId(member(raid_, "controllers"), id);
+    return textOf(entry, "gone") == "yes" ? Json::Value::nullSingleton() : entry;
 }
 
 template <RaidRecord (*make)(const Json::Value& controller)>
@@ -301,8 +302,9 @@ std::uint32_t RaidLibrary::tellController(const RaidRequest& request) {
 template <RaidRecord (*make)(const Json::Value& drive)>
 std::uint32_t RaidLibrary::tellDrive(const RaidRequest& request) {
     const std::lock_guard held(lock_);
-    const Json::Value& drive =
-        entryWithId(member(controller(request.controller), "drives"), request.device);
+    const Json::Value& told = controller(request.controller);
+    if (told.isNull()) return invalidController;
+    const Json::Value& drive = entryWithId(member(told, "drives"), request.device);
     if (drive.isNull()) return violation("drive " + std::to_string(request.device) + " is none");
     if (textOf(drive, "gone") == "yes") return invalidDevice;
     return give(make(drive), request.data, request.size);
@@ -311,8 +313,9 @@ std::uint32_t RaidLibrary::tellDrive(const RaidRequest& request) {
 template <RaidRecord (*make)(const Json::Value& volume)>
 std::uint32_t RaidLibrary::tellVolume(const RaidRequest& request) {
     const std::lock_guard held(lock_);
-    const Json::Value& volume =
-        entryWithId(member(controller(request.controller), "volumes"), request.target);
+    const Json::Value& told = controller(request.controller);
+    if (told.isNull()) return invalidController;
+    const Json::Value& volume = entryWithId(member(told, "volumes"), request.target);
     if (volume.isNull()) return violation("volume " + std::to_string(request.target) + " is none");
     if (textOf(volume, "gone") == "yes") return invalidDevice;
     return give(make(volume), request.data, request.size);
@@ -369,7 +372,7 @@ std::string RaidLibrary::order(const std::string& line) {
     std::istringstream words(line);
     std::string verb;
     words >> verb;
-    if (verb == "drive" || verb == "volume") return change(line);
+    if (verb == "controller" || verb == "drive" || verb == "volume") return change(line);
     if (verb == "event") return fire(words);
     if (verb == "fail") return fail(words);
     if (verb == "slow") return slow(words);

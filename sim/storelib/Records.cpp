@@ -111,13 +111,13 @@ const Json::Value& entryWithId(const Json::Value& list, std::int64_t id) {
 RaidRecord controllerList(const Json::Value& raid) {
     const Json::Value& controllers = member(raid, "controllers");
     RaidRecord record(4 + 4 * mostControllers);
-    record.put(0, 2, controllers.size());
     record.put(2, 1, numberOf(raid, "simulation"));
-    std::size_t offset = 4;
+    std::int64_t count = 0;
     for (const Json::Value& controller : controllers) {
-        record.put(offset, 4, numberOf(controller, "id"));
-        offset += 4;
+        if (textOf(controller, "gone") == "yes") continue;
+        record.put(4 + 4 * static_cast<std::size_t>(count++), 4, numberOf(controller, "id"));
     }
+    record.put(0, 2, count);
     return record;
 }
 
