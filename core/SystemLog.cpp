@@ -30,7 +30,7 @@ constexpr milliseconds patience{100};
 
 std::atomic<std::size_t> lost{0};
 
-std::string formatted(const char* format, va_list arguments) {
+__attribute__((format(printf, 1, 0))) std::string formatted(const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
     const int length = std::vsnprintf(nullptr, 0, format, arguments);
