@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 #include "base/Utf8.h"
 
@@ -30,6 +32,26 @@ constexpr std::array shortForms = {ShortForm{'\n', "\\n"}, ShortForm{'\r', "\\r"
 
 bool isPlain(char byte) {
     return byte >= 0x20 && byte < 0x7F;
+}
+
+/// Whether each of the word's bytes is plain: to take 20h away would borrow, and to add 1 would
+/// reach 80h, for one that is not.
+bool areAllPlain(std::uint64_t word) {
+    constexpr std::uint64_t each = 0x0101010101010101;
+    return (((word - 0x20 * each) | (word + each) | word) & (0x80 * each)) == 0;
+}
+
+/// How many plain characters the text begins with. Most texts are plain to their end.
+std::size_t plainLength(std::string_view text) {
+    std::size_t length = 0;
+    std::uint64_t word = 0;
+    for (; text.size() - length >= sizeof word; length += sizeof word) {
+        std::memcpy(&word, text.data() + length, sizeof word);
+        if (!areAllPlain(word)) break;
+    }
+    while (length < text.size() && isPlain(text[length]))
+        ++length;
+    return length;
 }
 
 bool standsAsItIs(std::string_view character) {
@@ -66,8 +88,7 @@ void appendCharacter(std::string& line, std::string_view character) {
 
 void appendOneLine(std::string& line, std::string_view text) {
     while (!text.empty()) {
-        const auto plain = static_cast<std::size_t>(
-            std::find_if_not(text.begin(), text.end(), isPlain) - text.begin());
+        const std::size_t plain = plainLength(text);
         line.append(text.substr(0, plain));
         text.remove_prefix(plain);
         if (text.empty()) return;

@@ -14,55 +14,60 @@ namespace {
 using CPlusPlusLogging::Logger;
 using WriteLine = void (Logger::*)(std::string_view, std::string_view, int);
 
-__attribute__((format(printf, 4, 0))) void writeFormatted(WriteLine writeLine, const char* module,
-                                                          int line, const char* format,
-                                                          va_list arguments) {
+__attribute__((format(printf, 5, 0))) void writeFormatted(Logger& log, WriteLine writeLine,
+                                                          const char* module, int line,
+                                                          const char* format, va_list arguments) {
     std::array<char, 4096> message;
     const int wanted = std::vsnprintf(message.data(), message.size(), format, arguments);
     const std::size_t size = std::clamp<std::size_t>(
         wanted < 0 ? 0 : static_cast<std::size_t>(wanted), 0, message.size() - 1);
-    (Logger::getInstance()->*writeLine)({message.data(), size}, module, line);
+    (log.*writeLine)({message.data(), size}, module, line);
 }
 
 }  // namespace
 
 void ModuleLog::error(SourceLine line, const char* format, ...) const {
-    if (!Logger::getInstance()->writesErrors()) return;
+    Logger& log = *Logger::getInstance();
+    if (!log.writesErrors()) return;
     va_list arguments;
     va_start(arguments, format);
-    writeFormatted(&Logger::error, module_, line.number, format, arguments);
+    writeFormatted(log, &Logger::error, module_, line.number, format, arguments);
     va_end(arguments);
 }
 
 void ModuleLog::warning(SourceLine line, const char* format, ...) const {
-    if (!Logger::getInstance()->writesWarnings()) return;
+    Logger& log = *Logger::getInstance();
+    if (!log.writesWarnings()) return;
     va_list arguments;
     va_start(arguments, format);
-    writeFormatted(&Logger::warning, module_, line.number, format, arguments);
+    writeFormatted(log, &Logger::warning, module_, line.number, format, arguments);
     va_end(arguments);
 }
 
 void ModuleLog::info(SourceLine line, const char* format, ...) const {
-    if (!Logger::getInstance()->writesInfo()) return;
+    Logger& log = *Logger::getInstance();
+    if (!log.writesInfo()) return;
     va_list arguments;
     va_start(arguments, format);
-    writeFormatted(&Logger::info, module_, line.number, format, arguments);
+    writeFormatted(log, &Logger::info, module_, line.number, format, arguments);
     va_end(arguments);
 }
 
 void ModuleLog::debug(SourceLine line, const char* format, ...) const {
-    if (!Logger::getInstance()->writesDebug()) return;
+    Logger& log = *Logger::getInstance();
+    if (!log.writesDebug()) return;
     va_list arguments;
     va_start(arguments, format);
-    writeFormatted(&Logger::debug, module_, line.number, format, arguments);
+    writeFormatted(log, &Logger::debug, module_, line.number, format, arguments);
     va_end(arguments);
 }
 
 void ModuleLog::debugLines(SourceLine line, const char* format, ...) const {
-    if (!Logger::getInstance()->writesDebug()) return;
+    Logger& log = *Logger::getInstance();
+    if (!log.writesDebug()) return;
     va_list arguments;
     va_start(arguments, format);
-    writeFormatted(&Logger::debugLines, module_, line.number, format, arguments);
+    writeFormatted(log, &Logger::debugLines, module_, line.number, format, arguments);
     va_end(arguments);
 }
 

@@ -91,7 +91,7 @@ void appendLines(std::string& text, std::string_view message) {
 
 void Logger::appendText(const Kind& kind, std::string_view message, std::string_view module,
                         int line) {
-    line_.append(kind.tag).append(" ");
+    line_.append(kind.tag);
     appendLineNumber(line_, line);
     line_.append(" ").append(module).append(": ");
     (kind.severalLines ? appendLines : appendMessage)(line_, message);
@@ -155,32 +155,32 @@ void Logger::linkLogs() {
 }
 
 void Logger::error(std::string_view message, std::string_view module, int line) {
-    constexpr Kind kind{"[ERROR]  ", LOG_ERR};
+    constexpr Kind kind{"[ERROR]   ", LOG_ERR};
     if (writesErrors()) write(kind, mainTarget_, *mainLog_, message, module, line);
 }
 
 void Logger::warning(std::string_view message, std::string_view module, int line) {
-    constexpr Kind kind{"[WARNING]", LOG_WARNING};
+    constexpr Kind kind{"[WARNING] ", LOG_WARNING};
     if (writesWarnings()) write(kind, mainTarget_, *mainLog_, message, module, line);
 }
 
 void Logger::info(std::string_view message, std::string_view module, int line) {
-    constexpr Kind kind{"[INFO]   ", LOG_INFO};
+    constexpr Kind kind{"[INFO]    ", LOG_INFO};
     if (writesInfo()) write(kind, mainTarget_, *mainLog_, message, module, line);
 }
 
 void Logger::debug(std::string_view message, std::string_view module, int line) {
-    constexpr Kind kind{"[DEBUG]", LOG_DEBUG};
+    constexpr Kind kind{"[DEBUG] ", LOG_DEBUG};
     if (writesDebug()) write(kind, debugTarget_, *debugLog_, message, module, line);
 }
 
 void Logger::debugLines(std::string_view message, std::string_view module, int line) {
-    constexpr Kind kind{"[DEBUG]", LOG_DEBUG, true};
+    constexpr Kind kind{"[DEBUG] ", LOG_DEBUG, true};
     if (writesDebug()) write(kind, debugTarget_, *debugLog_, message, module, line);
 }
 
 void Logger::always(std::string_view message, std::string_view module, int line) {
-    constexpr Kind kind{"[INFO]", LOG_INFO};
+    constexpr Kind kind{"[INFO] ", LOG_INFO};
     write(kind, mainTarget_, *mainLog_, message, module, line);
 }
 
@@ -194,9 +194,9 @@ void Logger::write(const Kind& kind, Target target, tav::LogFile& log, std::stri
         return;
     }
     onceASecond();
-    line_.append(stamp_).append(" ");
+    line_.append(stamp_);
     appendText(kind, message, module, line);
-    line_.append("\n");
+    line_.push_back('\n');
     log.append(line_);
 }
 
@@ -204,7 +204,7 @@ void Logger::write(const Kind& kind, Target target, tav::LogFile& log, std::stri
 void Logger::onceASecond() {
     const std::time_t now = std::time(nullptr);
     if (now == stampSecond_) return;
-    stamp_ = tavUtils::getDateTime();
+    stamp_ = tavUtils::getDateTime() + ' ';
     stampSecond_ = now;
     for (tav::LogFile* const log : {mainLog_.get(), debugLog_.get()}) {
         bringBack(*log);

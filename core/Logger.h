@@ -102,7 +102,7 @@ class TAV_API Logger {
     Target debugTarget_ = Target::SystemLog;
 
     std::string line_;   ///< the line being written; kept to reuse its memory
-    std::string stamp_;  ///< date and time of stampSecond_
+    std::string stamp_;  ///< date and time of stampSecond_, and a blank
     std::time_t stampSecond_ = -1;
 };
 

@@ -119,6 +119,16 @@ TEST(Logger, AMessageIsOneLineWhateverItIsMadeOf) {
         EXPECT_EQ(afterTime(log.substr(before)), std::string("[ERROR]   001 T: ") + row.written);
         before = log.size();
     }
+    for (std::size_t place = 0; place < 20; ++place) {
+        for (const char odd : {'\0', '\x1F', '\x7F', '\x80', '\xFF'}) {
+            std::string message(20, '~');
+            message[place] = odd;
+            before = readFile(mainLog).size();
+            Logger::getInstance()->error(message, "T", 1);
+            const std::string line = readFile(mainLog).substr(before);
+            EXPECT_EQ(line.find("\\x"), line.find(": ") + 2 + place) << line;
+        }
+    }
     Logger::getInstance()->debugLines("dump:\n    a\r\n\n", "T", 1);
     EXPECT_EQ(afterTime(readFile(debugLog)), "[DEBUG] 001 T: dump:\n    a\\r\n\n\n");
 }
