@@ -11,7 +11,7 @@ LoopWake ManagerLoop::wait(std::chrono::seconds step) {
     LoopWake wake;
     std::unique_lock<std::mutex> held(cmutex_);
     if (!stop_) watch_.begins();
-    if (!stop_ && !refresh_) {
+    if (!stop_ && !refresh_ && !look_) {
         const auto deadline = Deadline::after(step);
         if (!deadline) {
             wake.clockFailed = true;
@@ -24,6 +24,7 @@ LoopWake ManagerLoop::wait(std::chrono::seconds step) {
     }
     wake.stop = stop_;
     wake.refresh = std::exchange(refresh_, false);
+    wake.look = std::exchange(look_, false);
     return wake;
 }
 
@@ -38,6 +39,12 @@ void ManagerLoop::requestStop() {
 void ManagerLoop::requestRefresh() {
     const std::lock_guard<std::mutex> held(cmutex_);
     refresh_ = true;
+    cond_.notify_all();
+}
+
+void ManagerLoop::requestLook() {
+    const std::lock_guard<std::mutex> held(cmutex_);
+    look_ = true;
     cond_.notify_all();
 }
 

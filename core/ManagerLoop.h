@@ -20,6 +20,7 @@ namespace tav {
 struct LoopWake {
     bool stop = false;         ///< the loop is to end
     bool refresh = false;      ///< a build was asked for; the request has been taken
+    bool look = false;         ///< likewise a look at what may have changed
     bool clockFailed = false;  ///< nothing was waited for, because no deadline could be made
     /// The deadline, comparable with secondsNow(), when the wait ended by it.
     std::optional<std::time_t> deadline;
@@ -35,8 +36,8 @@ class TAV_API ManagerLoop {
     /// A loop begins with a refresh already asked for, so that its first round builds.
     ManagerLoop() = default;
 
-    /// Waits until a stop or a refresh is asked for (also before the call), any signal arrives, or
-    /// `step` has passed. Loop's thread only. When no clock can be read, errno tells why.
+    /// Waits until a stop, a refresh or a look is asked for (also before the call), any signal
+    /// arrives, or `step` has passed. Loop's thread only. When no clock can be read, errno tells why.
     LoopWake wait(std::chrono::seconds step);
 
     /// Calls `round(wake)` whenever the loop wakes, until a stop is asked for or no clock can be
@@ -56,6 +57,7 @@ class TAV_API ManagerLoop {
     /// Any thread.
     void requestStop();
     void requestRefresh();
+    void requestLook();
 
     /// Forgets a stop and begins again with a refresh. While no thread is in the loop.
     void reset();
@@ -68,6 +70,7 @@ class TAV_API ManagerLoop {
     std::condition_variable cond_;
     bool stop_ = false;
     bool refresh_ = true;
+    bool look_ = false;
     StopSignal stopSignal_;
     LoopWatch watch_;
 };

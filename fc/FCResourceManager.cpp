@@ -8,6 +8,7 @@
 #include "base/StopSignal.h"
 #include "base/Waiting.h"
 #include "core/Log.h"
+#include "core/UeventListener.h"
 #include "core/tavConfig.h"
 #include "core/tavUtils.h"
 #include "fc/FCAdapterTables.h"
@@ -79,6 +80,10 @@ void FCResourceManager::startInventory() {
         return;
     }
     const std::chrono::seconds interval = refreshInterval();
+    const tav::UeventListener listener(
+        tav::openUeventSocket(), "tav-fc-uevents",
+        [](const tav::Uevent& event) { return event.subsystem.starts_with("fc_"); },
+        [this] { loop_.requestRefresh(); });
     loop_.run(loopStep, logger, [&](const tav::LoopWake& wake) {
         const auto elapsed = wake.deadline ? sinceLastBuild() : 0s;
         if (wake.refresh || elapsed >= interval ||

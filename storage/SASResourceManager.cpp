@@ -9,6 +9,7 @@
 
 #include "base/StopSignal.h"
 #include "base/Waiting.h"
+#include "core/UeventListener.h"
 #include "core/tavConfig.h"
 #include "core/tavUtils.h"
 #include "rmc/tavJsonAggregator.h"
@@ -16,6 +17,7 @@
 #include "storage/model/storage_utils.h"
 #include "storage/registered_factories.h"
 #include "storage/storage_rounds.h"
+#include "storage/storage_uevents.h"
 
 using tav::here;
 
@@ -120,6 +122,8 @@ void SASResourceManager::startInventory() {
     logger.debug(here(), "SAS refresh interval: %ld", refresh);
     logger.debug(here(), "SAS poll interval: %ld", pollInterval);
     const std::chrono::seconds step(compute_gcd(refresh, pollInterval));
+    const tav::UeventListener listener(tav::openUeventSocket(), "tav-uevents", tav::concernsStorage,
+                                       [this] { loop_.requestLook(); });
     while (true) {
         const tav::LoopWake wake = loop_.wait(step);
         if (wake.stop) break;
@@ -128,8 +132,10 @@ void SASResourceManager::startInventory() {
             tav::pauseFor(clockRetry);
             continue;
         }
-        if (wake.refresh || isDue(wake, lastRefreshTime_, refresh)) cacheBuild();
-        if (isDue(wake, lastPollTime_, pollInterval)) pollDevices();
+        const bool builds = wake.refresh || isDue(wake, lastRefreshTime_, refresh);
+        if (builds) cacheBuild();
+        // A build that has begun after the kernel's news has seen what they were about.
+        if ((wake.look && !builds) || isDue(wake, lastPollTime_, pollInterval)) pollDevices();
     }
     processResourceManagerStop();
 }

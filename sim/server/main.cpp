@@ -21,6 +21,7 @@
 #include "sim/server/Notes.h"
 #include "sim/server/RaidOrders.h"
 #include "sim/server/ServerTree.h"
+#include "sim/server/Uevents.h"
 #include "sim/server/Verdict.h"
 
 namespace {
@@ -102,6 +103,11 @@ int tell(Arguments arguments) {
     return succeeded;
 }
 
+int uevent(Arguments arguments) {
+    sendUevent(arguments[0], arguments[1], arguments[2]);
+    return succeeded;
+}
+
 std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream stream(text);
@@ -149,6 +155,8 @@ constexpr std::array subcommands = {
     Subcommand{"raid", 1, 1, raid, "raid ORDER                   give the RAID library an order"},
     Subcommand{"tell", 1, 1, tell,
                "tell WORDS                   say what follows, to the record too"},
+    Subcommand{"uevent", 3, 3, uevent,
+               "uevent ACTION PATH SUBSYSTEM have the kernel tell of a device (enter --uevents)"},
     Subcommand{"verdict", 1, any, verdict,
                "verdict RECORD EVENT...      compare a controller's record with the events\n"
                "                             (ID or ID@TEXT) and the server, and add to it\n"
