@@ -37,7 +37,8 @@ class TAV_API ManagerLoop {
     ManagerLoop() = default;
 
     /// Waits until a stop, a refresh or a look is asked for (also before the call), any signal
-    /// arrives, or `step` has passed. Loop's thread only. When no clock can be read, errno tells why.
+    /// arrives, or `step` has passed. Loop's thread only. When no clock can be read, errno tells
+    /// why.
     LoopWake wait(std::chrono::seconds step);
 
     /// Calls `round(wake)` whenever the loop wakes, until a stop is asked for or no clock can be

@@ -5,7 +5,6 @@
 #include <span>
 #include <string_view>
 
-
 namespace tav {
 
 /// What the kernel tells of one of its devices by itself. The texts are those of the message.

@@ -360,32 +360,38 @@ struct ProtocolProbe {
     bool namesTemperatures;
 };
 constexpr const char* ataUnreadable = "Failed to read Summary SMART Error Log from disk drive.";
+constexpr const char* scsiUnreadable =
+    "Failed to read Informational Exceptions log page from disk drive.";
 constexpr std::array protocolProbes = {
     ProtocolProbe{"SATA", "ATA", readAtaDisk, ataUnreadable, false},
     ProtocolProbe{"ATA", "ATA", readAtaDisk, ataUnreadable, false},
-    ProtocolProbe{"SAS", "SAS", readSasDisk,
-                  "Failed to read Informational Exceptions log page from disk drive.", true},
+    ProtocolProbe{"SAS", "SAS", readSasDisk, scsiUnreadable, true},
 };
+constexpr ProtocolProbe anyProtocolProbe = {"", "SCSI", readSasDisk, scsiUnreadable, true};
 
-DiskJudgement statusByProtocol(DiskTurn& turn) {
+DiskJudgement statusBy(const ProtocolProbe& probe, DiskTurn& turn) {
     const tavDiskInfo& disk = turn.disk();
-    const std::string link = disk.getOSSCSILink();
-    const std::string protocol = disk.getProtocol();
+    const DiskReadings readings = probe.read(turn);
+    DiskJudgement judgement =
+        turn.failure().value_or(judgeDisk(readings, probe.unreadable, probe.namesTemperatures));
+    logger.debug(here(), "%s: %s Disk Status: %s %s [S=%s; H=%s] (H=%d, T=%d, M=%d, W=%d)",
+                 disk.getOSSCSILink().c_str(), probe.name, disk.getMediaType().c_str(),
+                 disk.getOSDeviceName().c_str(), displayText(judgement.condition.state),
+                 displayText(judgement.condition.health), readings.errors, readings.temperature,
+                 readings.maximumTemperature, readings.wear);
+    return judgement;
+}
+
+DiskJudgement statusByProtocol(DiskTurn& turn, OtherProtocols others) {
+    const std::string protocol = turn.disk().getProtocol();
+    for (const ProtocolProbe& probe : protocolProbes) {
+        if (protocol == probe.protocol) return statusBy(probe, turn);
+    }
+    if (others == OtherProtocols::JudgedByAnswers) return statusBy(anyProtocolProbe, turn);
     if (protocol.empty()) {
         return {failed, "Unable to determine the transport protocol of the disk drive."};
     }
-    for (const ProtocolProbe& probe : protocolProbes) {
-        if (protocol != probe.protocol) continue;
-        const DiskReadings readings = probe.read(turn);
-        DiskJudgement judgement =
-            turn.failure().value_or(judgeDisk(readings, probe.unreadable, probe.namesTemperatures));
-        logger.debug(here(), "%s: %s Disk Status: %s %s [S=%s; H=%s] (H=%d, T=%d, M=%d, W=%d)",
-                     link.c_str(), probe.name, disk.getMediaType().c_str(),
-                     disk.getOSDeviceName().c_str(), displayText(judgement.condition.state),
-                     displayText(judgement.condition.health), readings.errors, readings.temperature,
-                     readings.maximumTemperature, readings.wear);
-        return judgement;
-    }
+    const std::string link = turn.disk().getOSSCSILink();
     logger.debug(here(), "%s: Unknown disk protocol [%s]", link.c_str(), protocol.c_str());
     return {{},
             printed("Unknown transport protocol (%s) for disk drive. (SCSI link: %s)",
@@ -407,7 +413,7 @@ DiskJudgement statusOfUnopened(const std::string& link, const GenericNode& node)
                     node.path.c_str(), link.c_str(), node.error)};
 }
 
-DiskJudgement statusOfOpen(tavDiskInfo& disk, int node) {
+DiskJudgement statusOfOpen(tavDiskInfo& disk, int node, OtherProtocols others) {
     const std::string link = disk.getOSSCSILink();
     const std::string serial = sysfsSerial(link);
     const std::string& recorded = disk.getMemory().unitSerial;
@@ -415,7 +421,7 @@ DiskJudgement statusOfOpen(tavDiskInfo& disk, int node) {
                  serial.c_str());
     if (serial.empty() || recorded.empty() || serial == recorded) {
         DiskTurn turn(node, disk);
-        return statusByProtocol(turn);
+        return statusByProtocol(turn, others);
     }
     logger.debug(here(), "%s: Detected change in disk serial number: [%s, %s].", link.c_str(),
                  serial.c_str(), recorded.c_str());
@@ -459,12 +465,16 @@ bool describeDisk(const std::string& link, int node, const tavDiskInfo* known, t
     return true;
 }
 
-DiskJudgement diskStatus(tavDiskInfo& disk) {
+void lookForBlockDevice(tavDiskInfo& disk) {
+    if (disk.getCapacityBytes() == 0) setBlockDevice(disk.getOSSCSILink(), disk);
+}
+
+DiskJudgement diskStatus(tavDiskInfo& disk, OtherProtocols others) {
     disk.memory().isReplaced = false;
-    if (disk.getOSSGHandle() >= 0) return statusOfOpen(disk, disk.getOSSGHandle());
+    if (disk.getOSSGHandle() >= 0) return statusOfOpen(disk, disk.getOSSGHandle(), others);
     const GenericNode node = openGenericNode(disk.getOSSCSILink());
     if (!node.file.isOpen()) return statusOfUnopened(disk.getOSSCSILink(), node);
-    return statusOfOpen(disk, node.file.get());
+    return statusOfOpen(disk, node.file.get(), others);
 }
 
 }  // namespace tav

@@ -23,7 +23,16 @@ GenericNode openGenericNode(const std::string& link);
 /// another disk. False for what is no physical disk of the controller's.
 bool describeDisk(const std::string& link, int node, const tavDiskInfo* known, tavDiskInfo& disk);
 
+/// The kernel makes the block device of a disk that spins up, or is one of many, some time after
+/// the disk itself: fills in what the discovery has not found yet.
+void lookForBlockDevice(tavDiskInfo& disk);
+
+/// What to think of a disk that tells no protocol, or none of which it is known how disks are
+/// asked: that it has failed, or is unknown; or what its answers to the questions of every SCSI
+/// disk say.
+enum class OtherProtocols { NotJudged, JudgedByAnswers };
+
 /// The disk's condition; its memory is brought up to date. A command that times out ends its turn.
-DiskJudgement diskStatus(tavDiskInfo& disk);
+DiskJudgement diskStatus(tavDiskInfo& disk, OtherProtocols others);
 
 }  // namespace tav

@@ -276,6 +276,11 @@ void tavStorageController::disableEvents() {
     flags_ &= ~std::uint32_t{TAV_EVENTS_ENABLED};
 }
 
+/// One that the service wants to be reported whatever it is (claimAnyDevice()).
+bool tavStorageController::isBeyondTable() const {
+    return getFamilyFlags() == TAV_FAMILY_OTHER;
+}
+
 bool tavStorageController::raisesControllerEvents() const {
     return (flags_ & (TAV_EVENTS_ENABLED | TAV_CONTROLLER_REPORTS_ITSELF)) == TAV_EVENTS_ENABLED;
 }
@@ -574,6 +579,7 @@ void tavStorageController::askDisk(const tav::ScsiDevice& device) {
 void tavStorageController::askDiskStatus(const tavDiskInfo& disk) {
     lanes().ask(disk.getOSSCSILink(), "its condition",
                 [self = self(), disk = tavDiskInfo(disk)]() mutable {
+                    tav::lookForBlockDevice(disk);
                     self->discoverPhysicalDiskStatus(disk);
                     return tav::DeviceAnswer{.disk = std::move(disk)};
                 });
@@ -650,7 +656,9 @@ bool tavStorageController::validatePhysicalDisk(const tavDiskInfo& /*disk*/) {
 }
 
 void tavStorageController::discoverPhysicalDiskStatus(tavDiskInfo& disk) {
-    const tav::DiskJudgement judgement = tav::diskStatus(disk);
+    const tav::DiskJudgement judgement =
+        tav::diskStatus(disk, isBeyondTable() ? tav::OtherProtocols::JudgedByAnswers
+                                              : tav::OtherProtocols::NotJudged);
     assign(disk, judgement.condition);
     disk.setEventInfoString(judgement.eventInfo);
 }
@@ -697,6 +705,7 @@ std::optional<tavDiskInfo> tavStorageController::examineDisk(
     if (!tav::describeDisk(link, node.file.get(), known ? &*known : nullptr, disk)) {
         return std::nullopt;
     }
+    if (isBeyondTable() && disk.getProtocol().empty()) disk.setProtocol("Unknown");
     disk.setATAPort(device.ataPort);
     discoverPhysicalDiskSlotNumber(disk);
     disk.setPhysicalLocation(tav::driveLocation(getPciLocation(), disk.getSlot()));
@@ -822,6 +831,10 @@ void tavStorageController::enterPolledDisk(tavDiskInfo found) {
                                                          found.getMemory()) == tav::Sameness::Other;
     if (isOther) return;
     const bool isReplaced = found.getMemory().isReplaced;
+    if (found.getCapacityBytes() != ledger->record().getCapacityBytes()) {
+        isUntold_ = true;
+        invalidates_ = true;
+    }
     const auto change = ledger->look(std::move(found));
     if (!change) return;
     hasChanged_ = true;

@@ -135,6 +135,7 @@ class TAV_API tavStorageController : public ItavStorageController {
  private:
     using DiskEvents = std::vector<PendingEvent>;
 
+    bool isBeyondTable() const;
     bool raisesControllerEvents() const;
     bool raisesDiskEvents() const;
     using Lanes = tav::LaneGroup<std::string, tav::DeviceAnswer>;

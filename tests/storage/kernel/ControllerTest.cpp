@@ -761,6 +761,47 @@ TEST_F(Controllers, OfAStorageClassAreClaimedWhateverTheyAreWhenTheServiceWantsI
     EXPECT_THAT(infos_, IsEmpty()) << "no storage";
 }
 
+/// As virtual disks are, which tell nothing of their transport.
+TEST_F(Controllers, ADiskOfNoKnownProtocolIsJudgedByItsAnswersWhereAnyControllerIs) {
+    std::atomic<int> commands{0};
+    std::atomic<bool> refuses{true};
+    makeSas(0);
+    refuse(0, refuses, commands, [](const sg_io_hdr& request) {
+        return request.cmdp[0] == 0x1A || request.cmdp[0] == 0x4D;
+    });
+    build();
+    discover();
+    EXPECT_EQ(conditionOf("S0"), "Failed") << "behind a controller of the table";
+    factory().shutdownFactory();
+    server_["functions"][0]["device"] = "0x2922";
+    build();
+    factory().claimAnyController();
+    discover();
+    EXPECT_EQ(conditionOf("S0"), "Running") << "a refusal is an answer";
+    EXPECT_EQ(disks_[0].getProtocol(), "Unknown");
+    refuse(0, refuses, commands, [](const sg_io_hdr& request) { return request.cmdp[0] == 0x1A; });
+    disk(0)["errors"] = 1;
+    build();
+    refuse(0, refuses, commands, [](const sg_io_hdr& request) { return request.cmdp[0] == 0x1A; });
+    discover();
+    EXPECT_EQ(conditionOf("S0"), "Predictive failure");
+}
+
+TEST_F(Controllers, ABlockDeviceThatComesLaterIsLookedFor) {
+    const fs::path block = "/sys/class/scsi_device/2:0:0:0/device/block";
+    fs::rename(block, "/run/block");
+    discover();
+    EXPECT_EQ(disks_[2].getCapacityBytes(), 0U);
+    fs::rename("/run/block", block);
+    poll();
+    std::vector<ItavStorageController*> counted;
+    factory().getControllers(TAV_FAMILY_ANY, counted);
+    const tav::Reference<ItavStorageController> controller(counted.at(0));
+    auto& known = dynamic_cast<tavStorageController&>(*counted.at(0));
+    EXPECT_EQ(known.getPhysicalDrivesInventory()[2].getCapacityBytes(), 937703088U * 512ULL);
+    EXPECT_EQ(known.getPhysicalDrivesInventory()[2].getOSDeviceName(), "/dev/sdc");
+}
+
 TEST_F(Controllers, ThePublishedInventorySaysWhatTheEventsSay) {
     tav::registerGenericStorageFactory();
     SASResourceManager& manager = *SASResourceManager::getInstance();
