@@ -15,6 +15,7 @@
 #include "tools/capture/Capture.h"
 #include "tools/capture/Recording.h"
 #include "tools/capture/Scrubbing.h"
+#include "tools/capture/StandIns.h"
 
 namespace {
 
@@ -133,6 +134,20 @@ Recording identifiedHost() {
         "vm.lab.example.org: 192.168.7.9 10.1.22.133 50:06:05:B0:CA:FE:00:01 0000:3b:00.0 "
         "02-0a-0b-0c-0d-0e";
     return host;
+}
+
+/// More addresses of one shape than the shape has, and one that has nothing that could be replaced.
+TEST(Capture, RunsOutOfAddressesWithoutEnd) {
+    StandIns standIns(1);
+    std::string text;
+    for (const char last : std::string("123456789abcdef"))
+        text += std::string("fd00::") + last + ' ';
+    for (const char* const address :
+         {"2::1", "fd00::1", "fd00::2", "fd00::3", "fd00::4", "fd00::5", "fd00::6", "fd00::7",
+          "fd00::8", "fd00::9", "fd00::a", "fd00::b", "fd00::c", "fd00::d", "fd00::e", "fd00::f"})
+        standIns.addAddress(address);
+    EXPECT_NE(standIns.replaced(text, StandIns::Place::Text), text);
+    EXPECT_EQ(standIns.replaced("2::1", StandIns::Place::Text), "2::1");
 }
 
 TEST(Capture, StandInsAreTheSameEverywhereAndTellNothing) {

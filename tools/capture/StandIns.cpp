@@ -15,6 +15,9 @@ namespace {
 constexpr std::string_view digits = "0123456789";
 constexpr std::string_view lowerHex = "0123456789abcdef";
 
+/// At a stand-in that nothing else has. After so many, the shape has no more.
+constexpr int attempts = 1000;
+
 /// What firmware and devices say instead of a number of their own.
 constexpr std::array placeholders = {
     "To be filled by O.E.M.",
@@ -47,6 +50,20 @@ bool identifies(std::string_view text, std::size_t shortest) {
         std::all_of(text.begin(), text.end(), [&](char c) { return c == text.front(); });
     return text.size() >= shortest && !isUniform &&
            std::find(placeholders.begin(), placeholders.end(), text) == placeholders.end();
+}
+
+/// What one host has for itself: none that everybody has, and no group's.
+bool isHostAddress(const std::string& text) {
+    constexpr std::array<std::string_view, 6> everybodys = {"127.", "0.", "255.",
+                                                            "::",   "ff", "169.254."};
+    const auto isBegin = [&](std::string_view begin) { return text.starts_with(begin); };
+    if (std::any_of(everybodys.begin(), everybodys.end(), isBegin)) return false;
+    in6_addr parsed{};
+    if (text.find(':') != std::string::npos)
+        return ::inet_pton(AF_INET6, text.c_str(), &parsed) == 1;
+    constexpr in_addr_t firstGroup = 0xE0000000;
+    in_addr address{};
+    return ::inet_pton(AF_INET, text.c_str(), &address) == 1 && ntohl(address.s_addr) < firstGroup;
 }
 
 std::string withSeparators(const std::string& hex, char separator) {
@@ -101,7 +118,6 @@ char StandIns::standInFor(char character) {
 /// Another text of the same shape that stands for nothing yet and is no other identity. After many
 /// attempts the shape has no more such texts: then any.
 std::string StandIns::standInFor(std::string_view text) {
-    constexpr int attempts = 1000;
     std::string made(text);
     for (int i = 0; i < attempts; ++i) {
         for (std::size_t at = 0; at < text.size(); ++at)
@@ -134,27 +150,24 @@ void StandIns::addName(std::string_view text) {
     add(Kind::Name, std::string(text), standInFor(text));
 }
 
-void StandIns::addAddress(std::string_view text) {
-    constexpr std::array<std::string_view, 6> everybodys = {"127.", "0.", "255.",
-                                                            "::",   "ff", "169.254."};
-    const auto isBegin = [&](std::string_view begin) { return text.starts_with(begin); };
-    if (std::any_of(everybodys.begin(), everybodys.end(), isBegin)) return;
-    if (!known_.emplace(text).second) return;
-    std::string made(text);
+/// Another address of the same shape that stands for nothing yet; none where the shape has none.
+std::optional<std::string> StandIns::standInForAddress(std::string_view text) {
     const bool isVersion6 = text.find(':') != std::string_view::npos;
-    in6_addr parsed{};
-    do {
-        for (std::size_t at = 0; at < text.size(); ++at) {
-            const bool isKept = isVersion6 && at < 4;  // its kind: "fe80"
-            if (!isKept && lowerHex.find(text[at]) != std::string_view::npos)
+    constexpr std::size_t kindDigits = 4;  // of version 6: "fe80"
+    std::string made(text);
+    for (int i = 0; i < attempts; ++i) {
+        for (std::size_t at = isVersion6 ? kindDigits : 0; at < text.size(); ++at) {
+            if (lowerHex.find(text[at]) != std::string_view::npos)
                 made[at] = anyOf(isVersion6 ? lowerHex : digits);
         }
-    } while (::inet_pton(isVersion6 ? AF_INET6 : AF_INET, made.c_str(), &parsed) != 1 ||
-             std::any_of(everybodys.begin(), everybodys.end(),
-                         [&](std::string_view begin) { return made.starts_with(begin); }) ||
-             (!isVersion6 && made >= "224" && made.find('.') == 3) || made == text ||
-             !given_.insert(made).second);
-    add(Kind::Name, std::string(text), std::move(made));
+        if (isHostAddress(made) && made != text && given_.insert(made).second) return made;
+    }
+    return std::nullopt;
+}
+
+void StandIns::addAddress(std::string_view text) {
+    if (!isHostAddress(std::string(text)) || !known_.emplace(text).second) return;
+    if (auto made = standInForAddress(text)) add(Kind::Name, std::string(text), *std::move(made));
 }
 
 void StandIns::addNumber(std::string_view bytes, std::size_t kept) {
@@ -163,7 +176,6 @@ void StandIns::addNumber(std::string_view bytes, std::size_t kept) {
         std::all_of(hex.begin(), hex.end(), [&](char c) { return c == hex.front(); });
     if (isUniform || kept >= hex.size() || !known_.insert(hex).second) return;
     std::string made = hex;
-    constexpr int attempts = 1000;
     for (int i = 0; i < attempts; ++i) {
         for (std::size_t at = kept; at < hex.size(); ++at)
             made[at] = anyOf(lowerHex);

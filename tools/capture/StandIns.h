@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <random>
 #include <set>
 #include <string>
@@ -54,6 +55,7 @@ class StandIns {
 
     void add(Kind kind, std::string from, std::string to);
     std::string standInFor(std::string_view text);
+    std::optional<std::string> standInForAddress(std::string_view text);
     char standInFor(char character);
     char anyOf(std::string_view characters);
     const Pattern* patternAt(std::string_view bytes, std::size_t at, Place place) const;
