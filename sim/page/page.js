@@ -364,10 +364,10 @@ function showFilter() {
   byId("filter").addEventListener("submit", (event) => event.preventDefault());
   const unfold = byId("unfold");
   unfold.addEventListener("click", () => {
-    const open = unfold.getAttribute("aria-pressed") !== "true";
-    unfold.setAttribute("aria-pressed", String(open));
+    const folds = [...byId("line").querySelectorAll("details")];
+    const open = folds.some((fold) => !fold.open);
     unfold.textContent = open ? "Fold all" : "Unfold all";
-    for (const fold of byId("line").querySelectorAll("details")) fold.open = open;
+    for (const fold of folds) fold.open = open;
   });
   filter();
 }
