@@ -366,10 +366,15 @@ bool tavStorageController::reportController(const tav::Condition& before) {
         return false;
     }
     auto record = std::make_unique<tavStorageControllerInfo>(controller_.record());
-    record->setEventInfoString(transition->eventInfo);
+    record->setEventInfoString(controllerEventInfo(*transition));
     pendingEvents_.push_back(
         {transition->eventId, location, transition->serviceEvent, std::move(record), "", now});
     return true;
+}
+
+std::string tavStorageController::controllerEventInfo(
+    const tav::ControllerTransition& transition) const {
+    return transition.eventInfo;
 }
 
 /// Whether an event is raised.
@@ -451,14 +456,18 @@ void tavStorageController::computeControllerStatus(TAV_RESOURCE_STATE& state,
     health = condition.health;
 }
 
+void tavStorageController::describeController(tavStorageControllerInfo& found) {
+    found.setProtocol("SAS/SATA");
+    found.setModel(orNotAvailable(modelOf(found, getFamilyFlags(), getPciLocation())));
+    found.setFirmwareVersion(orNotAvailable(discoverFirmwareVersion()));
+    found.setSerialNumber(orNotAvailable(discoverSerialNumber()));
+}
+
 /// All about the controller. A port that was known goes on with the time of its recovery.
 tavStorageControllerInfo tavStorageController::examineController(
     tavStorageControllerInfo found, const std::vector<std::string>& ports) {
     const std::string pciLocation = getPciLocation();
-    found.setProtocol("SAS/SATA");
-    found.setModel(orNotAvailable(modelOf(found, getFamilyFlags(), pciLocation)));
-    found.setFirmwareVersion(orNotAvailable(discoverFirmwareVersion()));
-    found.setSerialNumber(orNotAvailable(discoverSerialNumber()));
+    describeController(found);
     found.setPhysicalLocation(tav::controllerLocation(pciLocation));
     found.setDescription(tav::controllerDescription(pciLocation));
     logPlace(pciLocation, found);
@@ -569,10 +578,10 @@ void tavStorageController::askPorts() {
     });
 }
 
-void tavStorageController::askDisk(const tav::ScsiDevice& device) {
+void tavStorageController::askDisk(const tav::DiskAddress& address) {
     lanes().ask(
-        device.link, "its identity", [self = self(), device, known = knownDisk(device.link)] {
-            return tav::DeviceAnswer{.disk = self->examineDisk(device, known), .isExamined = true};
+        address.link, "its identity", [self = self(), address, known = knownDisk(address.link)] {
+            return tav::DeviceAnswer{.disk = self->examineDisk(address, known), .isExamined = true};
         });
 }
 
@@ -635,9 +644,9 @@ void tavStorageController::noteSilentDisks() {
         const long long seconds =
             std::chrono::duration_cast<std::chrono::seconds>(unanswered.since).count();
         disk->setEventInfoString(
-            tav::printed("The disk drive (SCSI link: %s) has not answered for %lld seconds. It was "
-                         "asked for %s.",
-                         link.c_str(), seconds, unanswered.what.c_str()));
+            tav::printed("The disk drive (%s) has not answered for %lld seconds. It was asked for "
+                         "%s.",
+                         addressText(link).c_str(), seconds, unanswered.what.c_str()));
         logger.warning(here(), "%s", disk->getEventInfoString().c_str());
         assign(*disk, tav::failed);
         enterPolledDisk(std::move(*disk));
@@ -682,11 +691,18 @@ std::optional<tavDiskInfo> tavStorageController::knownDisk(const std::string& li
     return ledger == nullptr ? std::nullopt : std::optional(ledger->record());
 }
 
-/// All about one disk; none for what does not belong into the inventory. One that was known and
-/// cannot be opened now is still itself.
+std::vector<tav::DiskAddress> tavStorageController::listDisks() const {
+    return tav::scsiDevicesBehind(getPciLocation());
+}
+
+std::string tavStorageController::addressText(const std::string& link) const {
+    return "SCSI link: " + link;
+}
+
+/// A disk that was known and cannot be opened now is still itself.
 std::optional<tavDiskInfo> tavStorageController::examineDisk(
-    const tav::ScsiDevice& device, const std::optional<tavDiskInfo>& known) {
-    const std::string& link = device.link;
+    const tav::DiskAddress& address, const std::optional<tavDiskInfo>& known) {
+    const std::string& link = address.link;
     const tav::scsi::Turn turn;
     const tav::GenericNode node = tav::openGenericNode(link);
     if (!node.file.isOpen()) {
@@ -706,7 +722,7 @@ std::optional<tavDiskInfo> tavStorageController::examineDisk(
         return std::nullopt;
     }
     if (isBeyondTable() && disk.getProtocol().empty()) disk.setProtocol("Unknown");
-    disk.setATAPort(device.ataPort);
+    disk.setATAPort(address.ataPort);
     discoverPhysicalDiskSlotNumber(disk);
     disk.setPhysicalLocation(tav::driveLocation(getPciLocation(), disk.getSlot()));
     logPlace(getPciLocation(), disk);
@@ -732,31 +748,31 @@ int tavStorageController::discoverPhysicalDiskInventory(std::vector<tavDiskInfo>
     const std::uint32_t boardID = getBoardID();
     logger.debug(here(), "Gathering disk inventory for controller @ %s [0x%X, 0x%X] [%d].",
                  pciLocation.c_str(), chipsetID, boardID, static_cast<int>(getPortListSize()));
-    const std::vector<tav::ScsiDevice> devices = tav::scsiDevicesBehind(pciLocation);
-    for (const tav::ScsiDevice& device : devices) {
+    const std::vector<tav::DiskAddress> listed = listDisks();
+    for (const tav::DiskAddress& address : listed) {
         logger.debug(here(), "%s: Device is presented by controller 0x%X 0x%X @ [%s]",
-                     device.link.c_str(), chipsetID, boardID, pciLocation.c_str());
-        askDisk(device);
+                     address.link.c_str(), chipsetID, boardID, pciLocation.c_str());
+        askDisk(address);
     }
     Examined examined;
     collectAnswers(&examined);
     // What a stop leaves out must not look as if it had vanished.
     if (tav::stopRequested()) return -1;
-    enterFound(devices, std::move(examined));
+    enterFound(listed, std::move(examined));
     publishChanges();
     return getPhysicalDrivesInventory(disks);
 }
 
 /// What is known of a disk that has not answered yet stands.
-void tavStorageController::enterFound(const std::vector<tav::ScsiDevice>& devices,
+void tavStorageController::enterFound(const std::vector<tav::DiskAddress>& listed,
                                       Examined examined) {
     const Lock held(lock_);
     if (isRemoved()) return;
     std::vector<tavDiskInfo> found;
-    for (const tav::ScsiDevice& device : devices) {
-        const auto answer = examined.find(device.link);
+    for (const tav::DiskAddress& address : listed) {
+        const auto answer = examined.find(address.link);
         std::optional<tavDiskInfo> disk =
-            answer == examined.end() ? knownDisk(device.link) : std::move(answer->second);
+            answer == examined.end() ? knownDisk(address.link) : std::move(answer->second);
         if (disk) found.push_back(std::move(*disk));
     }
     found_ = std::move(found);

@@ -17,7 +17,6 @@ namespace tav {
 class ModuleLog;
 struct DeviceAnswer;
 struct DiskRegister;
-struct ScsiDevice;
 template <class Key, class Answer>
 class LaneGroup;
 }  // namespace tav
@@ -126,6 +125,21 @@ class TAV_API tavStorageController : public ItavStorageController {
     /// Why a disk that was not found any more is offline; empty leaves it as it is.
     virtual std::string vanishedReason(const tavDiskInfo& disk) const;
 
+    // What differs where the kernel shows a controller otherwise than as SCSI hosts.
+
+    /// Fills in what the controller is: not where it sits, nor its ports. In its lane.
+    virtual void describeController(tavStorageControllerInfo& found);
+    /// Where the kernel lists disks behind the controller now, in their order. Asks no device.
+    virtual std::vector<tav::DiskAddress> listDisks() const;
+    /// All about one disk; none for what does not belong into the inventory. `known` is what is
+    /// known at that address. In the disk's lane.
+    virtual std::optional<tavDiskInfo> examineDisk(const tav::DiskAddress& address,
+                                                   const std::optional<tavDiskInfo>& known);
+    /// How texts name a disk by its address: "SCSI link: 0:0:0:0".
+    virtual std::string addressText(const std::string& link) const;
+    /// What an event says about a change of the controller's health.
+    virtual std::string controllerEventInfo(const tav::ControllerTransition& transition) const;
+
     mutable std::recursive_mutex lock_;  ///< guards what follows
     std::string pciLocation_;
     std::vector<std::string> ports_;
@@ -145,7 +159,7 @@ class TAV_API tavStorageController : public ItavStorageController {
     Lanes& lanes();
     void askController();
     void askPorts();
-    void askDisk(const tav::ScsiDevice& device);
+    void askDisk(const tav::DiskAddress& address);
     void askDiskStatus(const tavDiskInfo& disk);
     void collectAnswers(Examined* examined = nullptr);
     void take(const std::string& link, tav::DeviceAnswer answer, Examined* examined);
@@ -161,13 +175,11 @@ class TAV_API tavStorageController : public ItavStorageController {
     bool reportController(const tav::Condition& before);
     bool reportDisk(const tav::Ledger<tavDiskInfo>& ledger, const tavDiskInfo& previous,
                     const tav::Condition& before);
-    std::optional<tavDiskInfo> examineDisk(const tav::ScsiDevice& device,
-                                           const std::optional<tavDiskInfo>& known);
     tav::Ledger<tavDiskInfo>* ledgerAt(const std::string& link);
     void indexDisks();
     std::optional<tavDiskInfo> knownDisk(const std::string& link);
     tav::DiskRegister diskRegister();
-    void enterFound(const std::vector<tav::ScsiDevice>& devices, Examined examined);
+    void enterFound(const std::vector<tav::DiskAddress>& listed, Examined examined);
     void enterPolledDisk(tavDiskInfo found);
     void publishChanges();
     void noteReported(const PendingEvent& event);

@@ -14,6 +14,7 @@
 #include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/SASResourceManager.h"
 #include "storage/kernel/controller_lanes.h"
+#include "storage/kernel/controller_list.h"
 #include "storage/kernel/tavLewisburgSATARAIDController.h"
 #include "storage/kernel/tavStorageController.h"
 #include "storage/scsi/scsi_scan.h"
@@ -24,8 +25,6 @@ namespace {
 
 constexpr tav::ModuleLog logger{"STOR_FACT"};
 
-using Lock = std::lock_guard<std::recursive_mutex>;
-
 constexpr const char* scsiHosts = "/sys/class/scsi_host";
 constexpr const char* scsiDevices = "/sys/class/scsi_device";
 
@@ -34,15 +33,6 @@ using Claim = bool (*)(std::uint32_t chipsetID, std::uint32_t boardID,
 /// In the order in which they are asked.
 constexpr std::array<Claim, 2> claims = {tavLewisburgSATARAIDController::claimDevice,
                                          tavStorageController::claimDevice};
-
-/// All controllers of this factory are of that class.
-tavStorageController& generic(ItavStorageController& controller) {
-    return static_cast<tavStorageController&>(controller);
-}
-
-bool hasFamily(ItavStorageController& controller, std::uint8_t mask) {
-    return (generic(controller).getFamilyFlags() & mask) != 0;
-}
 
 bool isLater(const timespec& a, const timespec& b) {
     return a.tv_sec != b.tv_sec || a.tv_nsec != b.tv_nsec;
@@ -93,21 +83,19 @@ class tavStorageControllerFactory::Host {
             logger.debug(here(), "Unable to access PCI card information for %s.", name.c_str());
             return false;
         }
-        chipsetID = combine(*device, "device", "vendor");
-        boardID = combine(*device, "subsystem_device", "subsystem_vendor");
+        function.chipsetID = combine(*device, "device", "vendor");
+        function.boardID = combine(*device, "subsystem_device", "subsystem_vendor");
         const std::string target = tav::linkTargetOf(port).value_or("");
         logger.debug(here(), "Scsi Link %s -- buffer %s", port.c_str(), target.c_str());
-        pciLocation = tav::nearestPciLocation(target);
-        if (!pciLocation.empty()) return true;
+        function.location = tav::nearestPciLocation(target);
+        if (!function.location.empty()) return true;
         logger.debug(here(), "Skipping host port [%s 0x%x 0x%x] due to absence of PCI location.",
-                     port.c_str(), chipsetID, boardID);
+                     port.c_str(), function.chipsetID, function.boardID);
         return false;
     }
 
     std::string port;
-    std::uint32_t chipsetID = 0;
-    std::uint32_t boardID = 0;
-    std::string pciLocation;
+    tav::ControllerFunction function;
 
     /// Of the PCI class of mass storage controllers.
     bool isStorage() const {
@@ -141,6 +129,10 @@ class tavStorageControllerFactory::Host {
     }
 };
 
+tavStorageControllerFactory::tavStorageControllerFactory()
+    : controllers_(std::make_unique<tav::ControllerList>()) {}
+tavStorageControllerFactory::~tavStorageControllerFactory() = default;
+
 tavStorageControllerFactory* tavStorageControllerFactory::getInstance() {
     static auto* const instance = new tavStorageControllerFactory;  // outlives every thread
     return instance;
@@ -154,123 +146,51 @@ int tavStorageControllerFactory::discoverControllers(
     std::vector<std::string> names;
     tavUtils().dirList(scsiHosts, names);
     tav::scanScsiDevices();
-    std::vector<ItavStorageController*> abandoned;
-    {
-        const Lock held(lock_);
-        for (ItavStorageController* const controller : controllers_)
-            generic(*controller).clearPortList();
+    controllers_->update([&] {
         for (const std::string& name : names) {
             Host host(name);
             logger.debug(here(), "Processing %s", name.c_str());
-            if (host.identify(name)) discoverHost(host);
+            if (!host.identify(name)) continue;
+            controllers_->addPort(host.function, host.port,
+                                  [&](const tav::ControllerFunction&) { return claim(host); });
         }
-        abandoned = takeAbandoned();
-    }
-    for (ItavStorageController* const controller : abandoned)
-        controller->processDeviceRemoval();  // drops the reference that was taken
+    });
     return getControllers(TAV_FAMILY_ANY, controllers);
 }
 
-void tavStorageControllerFactory::discoverHost(const Host& host) {
-    ItavStorageController* const known =
-        FindExistingController(host.chipsetID, host.boardID, host.pciLocation, 0);
-    if (known == nullptr || known->isRemoved()) {
-        claimHost(host, known);
-        return;
-    }
-    logger.debug(here(), "Found port %s on controller @ %s.", host.port.c_str(),
-                 host.pciLocation.c_str());
-    generic(*known).addPort(host.port);
-}
-
-/// `predecessor`, where there is one, has been removed before, and comes back with this host.
-void tavStorageControllerFactory::claimHost(const Host& host, ItavStorageController* predecessor) {
-    logger.debug(here(), "Claim processing for %s [0x%x 0x%x] @ %s", host.port.c_str(),
-                 host.chipsetID, host.boardID, host.pciLocation.c_str());
+/// By the first family that takes it.
+tavStorageController* tavStorageControllerFactory::claim(const Host& host) const {
+    const tav::ControllerFunction& function = host.function;
     ItavStorageController* controller = nullptr;
-    const auto isClaimed = [&](Claim claim) {
-        return claim(host.chipsetID, host.boardID, host.pciLocation, controller);
+    const auto isClaimed = [&](Claim family) {
+        return family(function.chipsetID, function.boardID, function.location, controller);
     };
     const bool claimed =
         std::any_of(claims.begin(), claims.end(), isClaimed) ||
         (claimsAny_ && host.isStorage() && isClaimed(tavStorageController::claimAnyDevice));
-    if (!claimed) {
-        logger.debug(here(),
-                     "Skipping port %s [0x%X, 0x%X %s] - Claim status: [%d]; Device object: [%p]",
-                     host.port.c_str(), host.chipsetID, host.boardID, host.pciLocation.c_str(), 0,
-                     static_cast<const void*>(controller));
-        return;
-    }
-    logger.info(here(), "%s [0x%X, 0x%X %s] managed by device object: [%p]", host.port.c_str(),
-                host.chipsetID, host.boardID, host.pciLocation.c_str(),
-                static_cast<const void*>(controller));
-    if (predecessor != nullptr) {
-        controller->processDeviceAddition(predecessor);
-        DeleteRemovedController(host.pciLocation);
-    }
-    generic(*controller).addPort(host.port);
-    controllers_.push_back(controller);
-}
-
-/// Those whose hosts are gone, with one reference each. They stay in the list with what was last
-/// known of them, until they come back as new ones.
-std::vector<ItavStorageController*> tavStorageControllerFactory::takeAbandoned() {
-    std::vector<ItavStorageController*> abandoned;
-    for (ItavStorageController* const controller : controllers_) {
-        if (controller->isRemoved() || generic(*controller).getPortListSize() > 0) continue;
-        controller->addReference();
-        abandoned.push_back(controller);
-    }
-    return abandoned;
+    // All controllers of these families are of that class.
+    return claimed ? static_cast<tavStorageController*>(controller) : nullptr;
 }
 
 int tavStorageControllerFactory::getControllers(std::uint8_t familyMask,
                                                 std::vector<ItavStorageController*>& controllers) {
-    controllers.clear();
-    const Lock held(lock_);
-    for (ItavStorageController* const controller : controllers_) {
-        if (!hasFamily(*controller, familyMask)) continue;
-        controllers.push_back(tav::shareReference(*controller).release());
-    }
+    controllers_->get(familyMask, controllers);
     return 0;
 }
 
 ItavStorageController* tavStorageControllerFactory::FindExistingController(
     std::uint32_t chipsetID, std::uint32_t boardID, const std::string& pciLocation,
     std::uint32_t extra) {
-    const Lock held(lock_);
-    const auto found = std::find_if(controllers_.begin(), controllers_.end(), [&](auto* candidate) {
-        return candidate->isMatchingController(chipsetID, boardID, pciLocation, extra);
-    });
-    return found == controllers_.end() ? nullptr : *found;
+    return controllers_->find({chipsetID, boardID, pciLocation}, extra);
 }
 
 void tavStorageControllerFactory::DeleteRemovedController(const std::string& pciLocation) {
-    const Lock held(lock_);
-    const auto found = std::find_if(controllers_.begin(), controllers_.end(), [&](auto* candidate) {
-        return candidate->isRemoved() && generic(*candidate).getPciLocation() == pciLocation;
-    });
-    if (found == controllers_.end()) return;
-    ItavStorageController* const controller = *found;
-    controllers_.erase(found);
-    controller->releaseReference();
+    controllers_->dropRemoved(pciLocation);
 }
 
 void tavStorageControllerFactory::shutdownFactory() {
     logger.info(here(), "Initiating shutdown sequence.");
-    std::vector<ItavStorageController*> taken;
-    {
-        const Lock held(lock_);
-        taken.swap(controllers_);
-    }
-    for (ItavStorageController* const controller : taken) {
-        if (controller->isRemoved()) {
-            controller->releaseReference();
-        } else {
-            controller->disableEvents();
-            controller->processDeviceRemoval();
-        }
-    }
+    controllers_->shutDown();
     tav::closeDeviceLanes(tav::TimeLimit(std::chrono::milliseconds(500)));
 }
 
@@ -283,13 +203,7 @@ void tavStorageControllerFactory::poll() {
 }
 
 void tavStorageControllerFactory::deleteControllers(std::uint8_t familyMask) {
-    const Lock held(lock_);
-    const auto kept = std::stable_partition(
-        controllers_.begin(), controllers_.end(),
-        [familyMask](auto* controller) { return !hasFamily(*controller, familyMask); });
-    for (auto dropped = kept; dropped != controllers_.end(); ++dropped)
-        (*dropped)->releaseReference();
-    controllers_.erase(kept, controllers_.end());
+    controllers_->drop(familyMask);
 }
 
 void tav::registerGenericStorageFactory(GenericStorage controllers) {

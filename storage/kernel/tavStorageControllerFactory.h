@@ -2,7 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,12 +11,18 @@
 
 #include "storage/ItavStorageControllerFactory.h"
 
+class tavStorageController;
+
+namespace tav {
+class ControllerList;
+}
+
 /// Finds the storage controllers that the kernel's SCSI layer shows. Complete, but registered only
 /// where the service wants it (tav::registerGenericStorageFactory()): where the vendor's library
 /// looks after the controllers, it is the better source.
 ///
-/// The storage manager's thread discovers, polls and shuts down; any thread may ask for the list.
-/// The list has a recursive lock of its own; controllers are reported as gone outside it.
+/// The storage manager's thread discovers, polls and shuts down; any thread may ask for the list,
+/// which has a recursive lock of its own; controllers are reported as gone outside it.
 class TAV_API tavStorageControllerFactory final : public ItavStorageControllerFactory {
  public:
     static tavStorageControllerFactory* getInstance();
@@ -52,12 +58,13 @@ class TAV_API tavStorageControllerFactory final : public ItavStorageControllerFa
 
     static bool hasChanged(const char* directory, const char* name, DirectoryLook& last);
 
-    void discoverHost(const Host& host);
-    void claimHost(const Host& host, ItavStorageController* predecessor);
-    std::vector<ItavStorageController*> takeAbandoned();
+    tavStorageControllerFactory();
+    // Lives until the process ends.
+    ~tavStorageControllerFactory();
 
-    std::recursive_mutex lock_;
-    std::vector<ItavStorageController*> controllers_;  ///< one reference each
+    tavStorageController* claim(const Host& host) const;
+
+    const std::unique_ptr<tav::ControllerList> controllers_;
     std::atomic<bool> claimsAny_{false};
     DirectoryLook lastHosts_, lastDevices_;  ///< of whoever discovers or polls
 };

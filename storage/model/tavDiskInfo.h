@@ -49,6 +49,12 @@ class TAV_API tavDiskStatusInfo : public tavStatusInfo {
 
 namespace tav {
 
+/// Where the kernel lists a disk.
+struct DiskAddress {
+    std::string link{};  ///< its SCSI address ("0:0:0:0")
+    int ataPort = -1;    ///< the kernel's number; -1 for none
+};
+
 /// What earlier looks have learnt of a disk, so that the next one can tell what has changed from
 /// what merely cannot be asked. Carried with the record, not reported.
 struct DiskMemory {

@@ -23,7 +23,7 @@ constexpr ModuleLog logger{"STOR_CTLR"};
 constexpr const char* scsiDevices = "/sys/class/scsi_device/";
 constexpr std::size_t pciLocationSize = 12;
 
-using DevicesByController = std::unordered_map<std::string, std::vector<ScsiDevice>>;
+using DevicesByController = std::unordered_map<std::string, std::vector<DiskAddress>>;
 
 struct LastScan {
     std::mutex lock;
@@ -53,7 +53,7 @@ std::shared_ptr<const DevicesByController> listDevices() {
     });
     for (auto& [controller, list] : devices) {
         std::sort(list.begin(), list.end(),
-                  [](const ScsiDevice& a, const ScsiDevice& b) { return a.link < b.link; });
+                  [](const DiskAddress& a, const DiskAddress& b) { return a.link < b.link; });
     }
     return std::make_shared<const DevicesByController>(std::move(devices));
 }
@@ -93,7 +93,7 @@ void scanScsiDevices() {
     lastScan().devices = std::move(devices);
 }
 
-std::vector<ScsiDevice> scsiDevicesBehind(const std::string& pciLocation) {
+std::vector<DiskAddress> scsiDevicesBehind(const std::string& pciLocation) {
     std::shared_ptr<const DevicesByController> devices;
     {
         const std::lock_guard<std::mutex> held(lastScan().lock);
@@ -101,7 +101,7 @@ std::vector<ScsiDevice> scsiDevicesBehind(const std::string& pciLocation) {
         devices = lastScan().devices;
     }
     const auto found = devices->find(pciLocation);
-    return found == devices->end() ? std::vector<ScsiDevice>() : found->second;
+    return found == devices->end() ? std::vector<DiskAddress>() : found->second;
 }
 
 }  // namespace tav

@@ -4,14 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "storage/model/tavDiskInfo.h"
+
 /// What the kernel's SCSI classes list, by the controller behind which it stands. Any thread.
 namespace tav {
-
-/// One entry of /sys/class/scsi_device.
-struct ScsiDevice {
-    std::string link;  ///< its SCSI address, "0:0:0:0"
-    int ataPort = -1;  ///< the kernel's number; -1 for none
-};
 
 /// The target of a symbolic link; none when it cannot be read, errno tells why.
 std::optional<std::string> linkTargetOf(const std::string& path);
@@ -28,6 +24,6 @@ void scanScsiDevices();
 
 /// The devices that the last scan has found behind a controller, sorted by their addresses. Scans
 /// first when nobody has.
-std::vector<ScsiDevice> scsiDevicesBehind(const std::string& pciLocation);
+std::vector<DiskAddress> scsiDevicesBehind(const std::string& pciLocation);
 
 }  // namespace tav
