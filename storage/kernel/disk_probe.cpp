@@ -1,6 +1,5 @@
 #include "storage/kernel/disk_probe.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -9,6 +8,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 
@@ -17,6 +17,7 @@
 #include "core/Log.h"
 #include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/kernel/disk_ledgers.h"
+#include "storage/kernel/disk_questions.h"
 #include "storage/model/storage_utils.h"
 #include "storage/scsi/scsi_info.h"
 #include "storage/scsi/scsi_replies.h"
@@ -174,25 +175,6 @@ bool isPhysicalDisk(const std::string& link, const std::string& model, bool isKn
 
 // --- How it does ---------------------------------------------------------------------------------
 
-/// What a disk is asked about its condition, as a set of bits.
-enum DiskQuestion : unsigned { wearQuestion = 1, temperatureQuestion = 2, errorsQuestion = 4 };
-
-struct QuestionText {
-    DiskQuestion question;
-    const char* what;
-};
-constexpr std::array questionTexts = {
-    QuestionText{wearQuestion, "its wear"},
-    QuestionText{temperatureQuestion, "its temperatures"},
-    QuestionText{errorsQuestion, "its errors"},
-};
-
-const char* textOf(DiskQuestion question) {
-    return std::find_if(questionTexts.begin(), questionTexts.end(),
-                        [&](const QuestionText& row) { return row.question == question; })
-        ->what;
-}
-
 /// A page of an ATA log.
 struct AtaLog {
     std::uint8_t address, page;
@@ -208,22 +190,15 @@ class DiskTurn {
     /// What has become of the question that has just been asked; `log` is what it asked for. "Not
     /// supported" is no fault, unless the disk has answered it before.
     Reply replyTo(DiskQuestion question, const std::optional<AtaLog>& log = std::nullopt) {
-        DiskMemory& memory = disk_.memory();
         const scsi::Outcome outcome = turn_.last();
         if (turn_.isOver()) return Reply::NotNow;
         if (outcome == scsi::Outcome::Answered) {
-            memory.answered |= question;
-            memory.refused &= ~unsigned{question};
+            noteAnswered(question, disk_);
             return Reply::Answered;
         }
         if (!isRefusal(outcome, question, log)) return Reply::NotNow;
-        if ((memory.answered & question) != 0) {
-            failure_ = printed("The disk drive refuses to tell %s, which it has told before.",
-                               textOf(question));
-        } else if ((memory.refused & question) == 0) {
-            memory.refused |= question;
-            logger.info(here(), "%s: The disk does not support to be asked for %s.",
-                        disk_.getOSSCSILink().c_str(), textOf(question));
+        if (std::string failure = noteRefused(question, disk_); !failure.empty()) {
+            failure_ = std::move(failure);
         }
         return Reply::NotSupported;
     }
