@@ -4,21 +4,14 @@
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
-#include <thread>
 
-#include "sim/Clock.h"
 #include "sim/device/DiskModel.h"
+#include "sim/device/FactsFile.h"
 #include "sim/replay/Conversation.h"
 
 namespace tav::sim {
 namespace {
-
-using namespace std::chrono_literals;
-
-constexpr auto recheck = 2ms;
 
 constexpr std::uint16_t hostTimedOut = 0x03;
 constexpr std::uint16_t driverTimedOut = 0x06;
@@ -70,49 +63,29 @@ void completeTimedOut(sg_io_hdr& request) {
     request.resid = static_cast<int>(request.dxfer_len);
 }
 
-/// The disk whose facts are in one file.
 class DiskDevice final : public Device {
  public:
-    explicit DiskDevice(std::string factsPath) : factsPath_(std::move(factsPath)) {}
+    explicit DiskDevice(FactsFile facts) : facts_(std::move(facts)) {}
 
     std::shared_ptr<OpenDevice> open(FileDescriptor deviceEnd, int& error) override {
-        waitWhileHanging(factsPath_, "open");
-        if (!facts(factsPath_).isPresent()) {
+        facts_.waitWhileHanging("open");
+        if (!facts_.read().isPresent()) {
             error = ENXIO;
             return nullptr;
         }
         return std::make_shared<ScsiGenericFile>(
             std::move(deviceEnd),
-            [path = factsPath_](sg_io_hdr& request) { return serve(path, request); });
+            [facts = facts_](sg_io_hdr& request) { return serve(facts, request); });
     }
 
  private:
-    static DiskFacts facts(const std::string& path) {
-        std::ifstream file(path);
-        if (!file) return DiskFacts("present=no");
-        return DiskFacts(std::string(std::istreambuf_iterator<char>(file), {}));
-    }
-
-    /// A disk whose facts say so lets nobody go on, whatever time-out was asked for.
-    static void waitWhileHanging(const std::string& path, std::string_view where) {
-        while (facts(path).text("hang") == where)
-            std::this_thread::sleep_for(recheck);
-    }
-
-    static int serve(const std::string& path, sg_io_hdr& request) {
-        waitWhileHanging(path, "command");
-        DiskFacts disk = facts(path);
-        const auto deadline =
-            std::chrono::steady_clock::now() +
-            realTime(std::chrono::milliseconds(disk.number("patience", request.timeout)));
-        while (disk.isPresent() && !disk.answers()) {
-            if (std::chrono::steady_clock::now() >= deadline) {
-                completeTimedOut(request);
-                return 0;
-            }
-            std::this_thread::sleep_for(recheck);
-            disk = facts(path);
+    static int serve(const FactsFile& facts, sg_io_hdr& request) {
+        facts.waitWhileHanging("command");
+        if (!facts.waitUntilItAnswers(std::chrono::milliseconds(request.timeout))) {
+            completeTimedOut(request);
+            return 0;
         }
+        const DiskFacts disk = facts.read();
         if (!disk.isPresent()) return ENODEV;
         const DiskAnswer answer = answerCommand(disk, {request.cmdp, request.cmd_len});
         if (answer.sense.empty()) {
@@ -123,7 +96,7 @@ class DiskDevice final : public Device {
         return 0;
     }
 
-    const std::string factsPath_;
+    const FactsFile facts_;
 };
 
 /// A disk of a captured host, which answers as it has answered there.
@@ -186,7 +159,7 @@ std::shared_ptr<Device> findDisk(const std::string& path) {
     const std::string factsPath = disksOfThisProcess + name;
     std::error_code error;
     if (!std::filesystem::is_regular_file(factsPath, error)) return nullptr;
-    return std::make_shared<DiskDevice>(factsPath);
+    return std::make_shared<DiskDevice>(FactsFile(factsPath));
 }
 
 [[gnu::constructor]] void serveTheDisks() {

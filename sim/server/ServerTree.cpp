@@ -145,6 +145,36 @@ void buildDisk(const Json::Value& disk, const Json::Value& hosts, const Tree& tr
     tree.write(disksDirectory + textOf(disk, "name"), diskFacts(disk));
 }
 
+/// A controller stands in the directory of its function, its namespaces stand in its own. What
+/// belongs to a "subsystem" is shared by the controllers of the same, as a path of each.
+void buildNvmeController(const Json::Value& controller, const Tree& tree) {
+    const std::string name = textOf(controller, "name");
+    const std::string function = functionDirectory(textOf(controller, "function"));
+    const std::string directory = function + "/nvme/" + name;
+    const std::string state = controller.isMember("state") ? textOf(controller, "state") : "live";
+    tree.write(directory + "/model", textOf(controller, "model") + '\n');
+    tree.write(directory + "/serial", textOf(controller, "serial") + '\n');
+    tree.write(directory + "/firmware_rev", textOf(controller, "firmware") + '\n');
+    tree.write(directory + "/state", state + '\n');
+    tree.write(directory + "/transport", "pcie\n");
+    tree.link(directory + "/device", function);
+    tree.link("/sys/class/nvme/" + name, directory);
+    const std::string subsystem = textOf(controller, "subsystem");
+    const std::string path =
+        subsystem.empty()
+            ? name
+            : "nvme" + subsystem + 'c' + name.substr(name.find_last_not_of("0123456789") + 1);
+    if (!subsystem.empty()) {
+        tree.link("/sys/class/nvme-subsystem/nvme-subsys" + subsystem + '/' + name, directory);
+    }
+    for (std::int64_t id = 1; id <= numberOf(controller, "namespaces"); ++id) {
+        const std::string listed = directory + '/' + path + 'n' + std::to_string(id);
+        tree.write(listed + "/nsid", std::to_string(id) + '\n');
+        tree.write(listed + "/size", textOf(controller, "blocks") + '\n');
+    }
+    tree.write(nvmeDirectory + name, diskFacts(controller));
+}
+
 struct PortAttribute {
     const char* file;
     const char* name;
@@ -204,7 +234,8 @@ Json::Value presentPart(const Json::Value& server) {
     for (const Json::Value& function : member(server, "functions")) {
         if (!isGone(function)) functions.insert(textOf(function, "address"));
     }
-    for (const char* section : {"functions", "ethernet", "scsiHosts", "disks", "fibreChannel"})
+    for (const char* section :
+         {"functions", "ethernet", "scsiHosts", "disks", "nvme", "fibreChannel"})
         present[section] = thoseThatAreThere(member(server, section), functions);
     return present;
 }
@@ -217,8 +248,11 @@ bool isGone(const Json::Value& entry) {
 
 void changeServer(const Json::Value& server, const Tree& tree) {
     buildServer(server, tree);
-    for (const char* directory : {"/sys/bus", "/sys/class", "/sys/devices", disksDirectory})
+    for (const char* directory :
+         {"/sys/bus", "/sys/class", "/sys/devices", disksDirectory, nvmeDirectory}) {
+        tree.makeDirectory(directory);
         tree.removeOthers(directory);
+    }
 }
 
 void buildServer(const Json::Value& described, const Tree& tree) {
@@ -237,6 +271,8 @@ void buildServer(const Json::Value& described, const Tree& tree) {
         buildScsiHost(host, tree);
     for (const Json::Value& disk : member(server, "disks"))
         buildDisk(disk, hosts, tree);
+    for (const Json::Value& controller : member(server, "nvme"))
+        buildNvmeController(controller, tree);
     for (const Json::Value& port : member(server, "fibreChannel"))
         buildFibreChannelPort(port, tree);
     tree.write(firmwareTables, "ACPI20=0x7bffe014\n");

@@ -10,6 +10,7 @@ namespace tav::sim {
 /// private root. Rewriting one of these files changes a running server.
 inline constexpr const char* serverDescription = "/run/sim/server.json";
 inline constexpr const char* disksDirectory = "/run/sim/disks/";
+inline constexpr const char* nvmeDirectory = "/run/sim/nvme/";
 inline constexpr const char* ethernetDirectory = "/run/sim/ethernet/";
 
 /// Writes the /sys of a described server, and the files above. What the description lacks is left
