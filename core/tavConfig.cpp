@@ -17,7 +17,6 @@
 #include <json/value.h>
 
 #include "base/Files.h"
-#include "core/tavResourceManager.h"
 
 namespace {
 
@@ -321,5 +320,9 @@ long tavConfig::getrefreshInterval(const std::string& resourceName) const {
 
 bool tavConfig::isResourceEnabled(int type) const {
     if (type < HOST_OS_INFO || type > ETHERNET_DEVICES) return false;
-    return checkForResourceString(TAV_MODULE_NAME_MAP.at(static_cast<MODULE_NAME>(type)));
+    return isResourceNamed(static_cast<MODULE_NAME>(type));
+}
+
+bool tavConfig::isResourceNamed(MODULE_NAME type) const {
+    return checkForResourceString(TAV_MODULE_NAME_MAP.at(type));
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/Export.h"
+#include "core/tavResourceManager.h"
 
 /// What became of one member of a configuration file.
 struct tavSettingReport {
@@ -52,6 +53,9 @@ class TAV_API tavConfig {
 
     /// Whether the resource type (a MODULE_NAME) is enabled. Only types 1 to 3 can be.
     bool isResourceEnabled(int type) const;
+    /// Whether "EnableResources" names the resource type, or "All". Of types that no manager of
+    /// their own looks after: what the service has been asked to report.
+    bool isResourceNamed(MODULE_NAME type) const;
 
     /// Whether the file could not be used, so that the built-in defaults apply.
     bool isDefaultSettingsApplied() const { return defaultSettingsApplied; }

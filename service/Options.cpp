@@ -17,7 +17,8 @@ Without an option, runs in the foreground until SIGTERM or SIGINT asks it to sto
 SIGHUP looks at once, not within the minute, whether a log has to be moved to the backups.
 
   --fibre-channel      watch the Fibre Channel ports too, and report their events
-  --generic-storage    also report storage through the kernel, for hosts without a vendor library
+  --generic-storage    also report storage through the kernel, for hosts without a vendor library;
+                       NVMe drives too, where the configuration enables NVMeControllers
   --generic-storage=any
                        the same, of whatever controllers there are and not of those we know alone
   --print              build the inventory once, print it, send nothing, and end

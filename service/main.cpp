@@ -4,9 +4,11 @@
 
 #include <signal.h>
 
+#include "core/tavConfig.h"
 #include "service/CheckConfig.h"
 #include "service/Options.h"
 #include "service/Service.h"
+#include "storage/kernel/tavNVMeControllerFactory.h"
 #include "storage/kernel/tavStorageControllerFactory.h"
 
 namespace {
@@ -26,7 +28,10 @@ void ignoreHangUp(int /*argc*/, char** /*argv*/, char** /*environment*/) {
 int run(const tavd::Options& options) {
     if (options.task != tavd::Task::Serve) ::sigaction(SIGHUP, &hangUpBefore, nullptr);
     // Before any thread runs: the list of factories has no lock.
-    if (options.genericStorage) tav::registerGenericStorageFactory(*options.genericStorage);
+    if (options.genericStorage) {
+        tav::registerGenericStorageFactory(*options.genericStorage);
+        if (tavConfig::getInstance()->isResourceNamed(NVME_CONTROLLERS)) tav::registerNVMeFactory();
+    }
     switch (options.task) {
         case tavd::Task::Help:
             std::cout << tavd::helpText;

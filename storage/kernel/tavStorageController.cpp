@@ -366,14 +366,14 @@ bool tavStorageController::reportController(const tav::Condition& before) {
         return false;
     }
     auto record = std::make_unique<tavStorageControllerInfo>(controller_.record());
-    record->setEventInfoString(controllerEventInfo(*transition));
+    record->setEventInfoString(controllerEventInfo(*transition, now.state));
     pendingEvents_.push_back(
         {transition->eventId, location, transition->serviceEvent, std::move(record), "", now});
     return true;
 }
 
-std::string tavStorageController::controllerEventInfo(
-    const tav::ControllerTransition& transition) const {
+std::string tavStorageController::controllerEventInfo(const tav::ControllerTransition& transition,
+                                                      TAV_RESOURCE_STATE /*now*/) const {
     return transition.eventInfo;
 }
 
@@ -431,11 +431,15 @@ std::string tavStorageController::discoverSerialNumber() {
     return text;
 }
 
+std::optional<std::string> tavStorageController::portState(const std::string& port) const {
+    return portAttribute(port, "state");
+}
+
 void tavStorageController::discoverControllerPortStatus(tavStorageControllerPortInfo& port) {
     const std::string name = port.getOSInstanceName();
     const long before = port.getLastRecoveryTimestamp();
-    const tav::PortCondition found = tav::portCondition(portAttribute(name, "state"), before,
-                                                        static_cast<long>(tav::secondsNow()));
+    const tav::PortCondition found =
+        tav::portCondition(portState(name), before, static_cast<long>(tav::secondsNow()));
     if (found.recoverySince != 0 && before == 0) {
         logger.info(here(), "Controller port [%s] went into recovery mode.", name.c_str());
     }
@@ -685,6 +689,21 @@ void tavStorageController::indexDisks() {
         diskAt_.emplace(disks_[index].record().getOSSCSILink(), index);
 }
 
+/// What others reach, of the disks that are not listed behind this controller now. Under the lock.
+void tavStorageController::letGo(const std::vector<tav::DiskAddress>& stillListed) {
+    const auto isListed = [&](const tavDiskInfo& disk) {
+        return std::any_of(stillListed.begin(), stillListed.end(), [&](const auto& address) {
+            return address.link == disk.getOSSCSILink();
+        });
+    };
+    const auto count = std::erase_if(disks_, [&](const tav::DiskLedger& ledger) {
+        return isReachedOtherwise(ledger.record()) && !isListed(ledger.record());
+    });
+    if (count == 0) return;
+    hasChanged_ = true;
+    indexDisks();
+}
+
 std::optional<tavDiskInfo> tavStorageController::knownDisk(const std::string& link) {
     const Lock held(lock_);
     const tav::DiskLedger* const ledger = ledgerAt(link);
@@ -693,6 +712,10 @@ std::optional<tavDiskInfo> tavStorageController::knownDisk(const std::string& li
 
 std::vector<tav::DiskAddress> tavStorageController::listDisks() const {
     return tav::scsiDevicesBehind(getPciLocation());
+}
+
+bool tavStorageController::isReachedOtherwise(const tavDiskInfo& /*disk*/) const {
+    return false;
 }
 
 std::string tavStorageController::addressText(const std::string& link) const {
@@ -768,6 +791,7 @@ void tavStorageController::enterFound(const std::vector<tav::DiskAddress>& liste
                                       Examined examined) {
     const Lock held(lock_);
     if (isRemoved()) return;
+    letGo(listed);
     std::vector<tavDiskInfo> found;
     for (const tav::DiskAddress& address : listed) {
         const auto answer = examined.find(address.link);
@@ -873,6 +897,7 @@ void tavStorageController::processDeviceRemoval() {
             gone.setControllerPort(index, port);
         }
         enterController(std::move(gone));
+        letGo({});
         for (tav::DiskLedger& ledger : disks_) {
             const auto change = ledger.look(tav::offline);
             if (!change) continue;

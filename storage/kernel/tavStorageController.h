@@ -135,10 +135,17 @@ class TAV_API tavStorageController : public ItavStorageController {
     /// known at that address. In the disk's lane.
     virtual std::optional<tavDiskInfo> examineDisk(const tav::DiskAddress& address,
                                                    const std::optional<tavDiskInfo>& known);
+    /// Whether a disk that this controller does not reach any more is reached through another one.
+    /// It belongs to that one then, and has not gone.
+    virtual bool isReachedOtherwise(const tavDiskInfo& disk) const;
     /// How texts name a disk by its address: "SCSI link: 0:0:0:0".
     virtual std::string addressText(const std::string& link) const;
-    /// What an event says about a change of the controller's health.
-    virtual std::string controllerEventInfo(const tav::ControllerTransition& transition) const;
+    /// What an event says about a change of the controller's health; `now` is its new state.
+    virtual std::string controllerEventInfo(const tav::ControllerTransition& transition,
+                                            TAV_RESOURCE_STATE now) const;
+    /// What the kernel says of a port, in the words for the states of SCSI hosts; none when it
+    /// cannot be read.
+    virtual std::optional<std::string> portState(const std::string& port) const;
 
     mutable std::recursive_mutex lock_;  ///< guards what follows
     std::string pciLocation_;
@@ -177,6 +184,7 @@ class TAV_API tavStorageController : public ItavStorageController {
                     const tav::Condition& before);
     tav::Ledger<tavDiskInfo>* ledgerAt(const std::string& link);
     void indexDisks();
+    void letGo(const std::vector<tav::DiskAddress>& stillListed);
     std::optional<tavDiskInfo> knownDisk(const std::string& link);
     tav::DiskRegister diskRegister();
     void enterFound(const std::vector<tav::DiskAddress>& listed, Examined examined);

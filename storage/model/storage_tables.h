@@ -28,3 +28,6 @@ static_assert(sizeof(tavStorageDrive) == 203 && offsetof(tavStorageDrive, partNu
 
 inline constexpr std::size_t MAX_STORAGE_DRIVE_LIST = 17;
 extern const std::array<tavStorageDrive, MAX_STORAGE_DRIVE_LIST> gStorageDriveList;
+
+/// The same of NVMe drives, whose model is what Identify Controller answers.
+extern const std::array<tavStorageDrive, 4> gNVMeDriveList;

@@ -35,6 +35,18 @@ long sizeOf(long number) {
     return number < -most ? most : std::abs(number);
 }
 
+/// Null for a model that no table knows.
+const tavStorageDrive* driveOf(std::string_view model) {
+    for (const std::span<const tavStorageDrive> list :
+         {std::span<const tavStorageDrive>(gStorageDriveList),
+          std::span<const tavStorageDrive>(gNVMeDriveList)}) {
+        for (const tavStorageDrive& drive : list) {
+            if (model == drive.model) return &drive;
+        }
+    }
+    return nullptr;
+}
+
 }  // namespace
 
 const char* getStorageControllerModel(std::uint32_t chipsetID, std::uint32_t boardID,
@@ -50,10 +62,8 @@ const char* getStorageControllerModel(std::uint32_t chipsetID, std::uint32_t boa
 }
 
 std::string getDiskPartNumber(std::string_view model, char* buffer) {
-    const auto* const row =
-        std::find_if(gStorageDriveList.begin(), gStorageDriveList.end(),
-                     [&](const tavStorageDrive& drive) { return model == drive.model; });
-    if (row == gStorageDriveList.end()) return {};
+    const tavStorageDrive* const row = driveOf(model);
+    if (row == nullptr) return {};
     if (buffer != nullptr) std::memcpy(buffer, row->partNumber, sizeof row->partNumber);
     return row->partNumber;
 }

@@ -23,6 +23,7 @@ Json::Value tavDiskInfo::getVariableData() const {
     data["MediaType"] = jsonText(getMediaType());
     data["Revision"] = jsonText(getRevision());
     data["Oem"] = tavDiskPhyLoc::getVariableData();
+    if (getNamespace() != 0) data["Oem"]["Namespace"] = Json::UInt{getNamespace()};
     record["EventInfo"] = jsonText(getEventInfoString());
     return record;
 }

@@ -51,7 +51,7 @@ namespace tav {
 
 /// Where the kernel lists a disk.
 struct DiskAddress {
-    std::string link{};  ///< its SCSI address ("0:0:0:0")
+    std::string link{};  ///< its SCSI address ("0:0:0:0"), or the name of its namespace ("nvme0n1")
     int ataPort = -1;    ///< the kernel's number; -1 for none
 };
 
@@ -59,15 +59,17 @@ struct DiskAddress {
 /// what merely cannot be asked. Carried with the record, not reported.
 struct DiskMemory {
     // Its serial number by each source; empty: never read there.
-    std::string unitSerial;      ///< the kernel's copy of VPD page 80h
+    std::string unitSerial;      ///< the kernel's copy of VPD page 80h, or of an NVMe controller's
     std::string inquirySerial;   ///< the kernel's copy of the standard INQUIRY data
-    std::string identifySerial;  ///< ATA IDENTIFY DEVICE data
+    std::string identifySerial;  ///< ATA IDENTIFY DEVICE or NVMe Identify Controller data
 
     unsigned answered = 0;  ///< the questions that it has answered, as a set of bits
     unsigned refused = 0;   ///< those that it does not support
     int wear = -1;          ///< percentage that it told last; -1: none
     int temperature = -1;   ///< degrees Celsius; likewise
     int maximumTemperature = -1;
+    int warningKelvins = 0;  ///< thresholds of an NVMe controller; 0: none
+    int criticalKelvins = 0;
 
     bool isReplaced = false;  ///< the last look has found another disk in its place
 };
@@ -79,7 +81,7 @@ class TAV_API tavDiskInfo : public tavDiskStatusInfo, public tavDiskPhyLoc {
  public:
     /// {"Type": "Drive", "Data": {"SerialNumber", "PartNumber", "Model", "CapacityBytes": unsigned
     /// number, "Protocol", "MediaType", "Revision", "Oem": {"Slot": integer, "PhysicalLocation"}},
-    /// "EventInfo"}
+    /// "EventInfo"}; in "Oem" also "Namespace": unsigned number for an NVMe drive
     Json::Value getVariableData() const override;
 
     virtual std::string getSerialNumber() const { return serialNumber_; }
@@ -90,7 +92,7 @@ class TAV_API tavDiskInfo : public tavDiskStatusInfo, public tavDiskPhyLoc {
     virtual void setModel(std::string model) { model_ = std::move(model); }
     virtual std::uint64_t getCapacityBytes() const { return capacityBytes_; }
     virtual void setCapacityBytes(std::uint64_t bytes) { capacityBytes_ = bytes; }
-    /// "SAS", "SATA" or the name of another SCSI transport.
+    /// "SAS", "SATA", "NVMe" or the name of another SCSI transport.
     virtual std::string getProtocol() const { return protocol_; }
     virtual void setProtocol(std::string protocol) { protocol_ = std::move(protocol); }
     /// "HDD" or "SSD".
@@ -102,7 +104,8 @@ class TAV_API tavDiskInfo : public tavDiskStatusInfo, public tavDiskPhyLoc {
     /// Path of the block device under /dev/.
     virtual std::string getOSDeviceName() const { return osDeviceName_; }
     virtual void setOSDeviceName(std::string name) { osDeviceName_ = std::move(name); }
-    /// SCSI address (H:C:T:L) under which the kernel lists the disk.
+    /// SCSI address (H:C:T:L) under which the kernel lists the disk; of an NVMe drive the kernel's
+    /// name of its namespace.
     virtual std::string getOSSCSILink() const { return osScsiLink_; }
     virtual void setOSSCSILink(std::string link) { osScsiLink_ = std::move(link); }
     /// Open descriptor of the SCSI generic node, not owned by the record; negative for none.
@@ -114,6 +117,9 @@ class TAV_API tavDiskInfo : public tavDiskStatusInfo, public tavDiskPhyLoc {
     /// Why the disk is in its state; travels with its events.
     virtual std::string getEventInfoString() const { return eventInfo_; }
     virtual void setEventInfoString(std::string text) { eventInfo_ = std::move(text); }
+    /// NVMe namespace ID; 0 for what is none.
+    virtual std::uint32_t getNamespace() const { return namespace_; }
+    virtual void setNamespace(std::uint32_t id) { namespace_ = id; }
 
     const tav::DiskMemory& getMemory() const { return memory_; }
     tav::DiskMemory& memory() { return memory_; }
@@ -130,6 +136,7 @@ class TAV_API tavDiskInfo : public tavDiskStatusInfo, public tavDiskPhyLoc {
     std::string osScsiLink_;
     int osSgHandle_ = -1;
     int ataMajorRevision_ = 0;
+    std::uint32_t namespace_ = 0;
     std::string eventInfo_;
     tav::DiskMemory memory_;
 };

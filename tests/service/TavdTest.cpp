@@ -233,6 +233,39 @@ TEST(Tavd, FibreChannelIsWatchedWhereWanted) {
     EXPECT_THAT(service.threads(), testing::Not(HasSubstr("tav-fc")));
 }
 
+/// Only with the option and by its name, or by that of all, in the configuration.
+TEST(Tavd, NVMeIsReportedWhereWanted) {
+    const std::string function = "/sys/devices/pci0000:3b/0000:3b:00.0";
+    writeFile(function + "/vendor", "0x8086\n");
+    writeFile(function + "/nvme/nvme0/serial", "N1\n");
+    std::filesystem::create_directories("/sys/class/nvme");
+    std::filesystem::create_directory_symlink("../../../0000:3b:00.0",
+                                              function + "/nvme/nvme0/device");
+    std::filesystem::create_directory_symlink("../../devices/pci0000:3b/0000:3b:00.0/nvme/nvme0",
+                                              "/sys/class/nvme/nvme0");
+    const struct {
+        const char* option;
+        const char* enabled;
+        unsigned controllers;
+    } rows[] = {{"", R"(["All"])", 0},
+                {"", R"(["StorageControllers","NVMeControllers"])", 0},
+                {"--generic-storage", R"(["StorageControllers"])", 0},
+                {"--generic-storage", R"(["NVMeControllers","HostOSInfo"])", 0},
+                {"--generic-storage", R"(["StorageControllers","nvmecontrollers"])", 1},
+                {"--generic-storage", R"(["All"])", 1},
+                {"--generic-storage=any", R"(["All"])", 1}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.option) + ' ' + row.enabled);
+        tav::test::writeConfiguration(std::string(R"("EnableResources":)") + row.enabled);
+        const Json::Value document =
+            tav::test::parseJson(tavd(std::string("--print ") + row.option).output);
+        const Json::Value& found = document["HostDataCollection"]["StorageControllers"];
+        ASSERT_EQ(found.size(), row.controllers);
+        for (const Json::Value& controller : found)
+            EXPECT_EQ(controller["SerialNumber"], "N1");
+    }
+}
+
 TEST(Tavd, StopsAtOnceAndRunsOnlyOnce) {
     for (const int signal : {SIGTERM, SIGINT}) {
         logEverything();
