@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -24,11 +23,11 @@ class LaneGroup {
         : pool_(std::move(pool)), patience_(patience) {}
 
     /// False when the one before has not been answered.
-    bool ask(const Key& key, std::string what, std::function<Answer()> question) {
+    template <class Asking>
+    bool ask(const Key& key, std::string what, Asking asking) {
         const auto found = lanes_.find(key);
-        if (found == lanes_.end()) return begin(key, std::move(what), std::move(question));
-        Entry& entry = *found->second;
-        if (!entry.lane.ask(std::move(what), std::move(question))) return false;
+        Entry& entry = found == lanes_.end() ? makeLane(key) : *found->second;
+        if (!entry.lane.ask(std::move(what), std::move(asking))) return false;
         entry.isAwaited = true;
         ++awaited_;
         return true;
@@ -97,14 +96,13 @@ class LaneGroup {
         bool isAwaited = false;  ///< in this round
     };
 
-    bool begin(const Key& key, std::string what, std::function<Answer()> question) {
+    Entry& makeLane(const Key& key) {
         const auto free = std::find(byNumber_.begin(), byNumber_.end(), nullptr);
         const auto number = static_cast<std::size_t>(free - byNumber_.begin());
         if (free == byNumber_.end()) byNumber_.push_back(nullptr);
         auto entry = std::make_unique<Entry>(key, number, *pool_, bell_);
         byNumber_[number] = entry.get();
-        lanes_.emplace(key, std::move(entry));
-        return ask(key, std::move(what), std::move(question));
+        return *lanes_.emplace(key, std::move(entry)).first->second;
     }
 
     template <class Take>

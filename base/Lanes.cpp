@@ -63,11 +63,11 @@ milliseconds LaneQuestion::underWayFor() const {
 
 void LaneQuestion::run() noexcept {
     try {
-        ask_();
+        ask();
     } catch (...) {
         failure_ = std::current_exception();
     }
-    ask_ = nullptr;  // what it owns is released on the thread that used it
+    release();
     answered_.store(true, std::memory_order_release);
 }
 

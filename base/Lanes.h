@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstddef>
 #include <exception>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -52,10 +51,11 @@ class LaneBell {
 /// A question on its way, shared by its lane and the thread that asks it.
 class LaneQuestion {
  public:
-    LaneQuestion(std::string what, std::function<void()> ask)
-        : what_(std::move(what)), ask_(std::move(ask)) {}
-    LaneQuestion(std::string what, std::function<void()> ask, LaneBell bell, std::size_t lane)
-        : what_(std::move(what)), ask_(std::move(ask)), bell_(std::move(bell)), lane_(lane) {}
+    LaneQuestion(std::string what, std::optional<LaneBell> bell, std::size_t lane)
+        : what_(std::move(what)), bell_(std::move(bell)), lane_(lane) {}
+    LaneQuestion(const LaneQuestion&) = delete;
+    LaneQuestion& operator=(const LaneQuestion&) = delete;
+    virtual ~LaneQuestion() = default;
 
     const std::string& what() const { return what_; }
     bool isAnswered() const { return answered_.load(std::memory_order_acquire); }
@@ -74,13 +74,45 @@ class LaneQuestion {
     std::size_t lane() const { return lane_; }
 
  private:
-    std::string what_;
-    std::function<void()> ask_;
+    virtual void ask() = 0;
+    /// What the question owns is released on the thread that used it.
+    virtual void release() = 0;
+
+    const std::string what_;
     std::optional<Stopwatch> begun_;  ///< under the pool's lock
     std::exception_ptr failure_;
     std::atomic<bool> answered_{false};
-    std::optional<LaneBell> bell_;
-    std::size_t lane_ = 0;
+    const std::optional<LaneBell> bell_;
+    const std::size_t lane_;
+};
+
+/// ... which brings an answer.
+template <class Answer>
+class AnswerableQuestion : public LaneQuestion {
+ public:
+    using LaneQuestion::LaneQuestion;
+
+    /// Only once it is answered.
+    std::optional<Answer> takeAnswer() { return std::exchange(answer_, std::nullopt); }
+
+ protected:
+    std::optional<Answer> answer_{};
+};
+
+/// All that is asked and answered in one piece of memory: a healthy disk is asked every few
+/// seconds.
+template <class Answer, class Asking>
+class AskedQuestion final : public AnswerableQuestion<Answer> {
+ public:
+    AskedQuestion(std::string what, std::optional<LaneBell> bell, std::size_t lane, Asking asking)
+        : AnswerableQuestion<Answer>(std::move(what), std::move(bell), lane),
+          asking_(std::move(asking)) {}
+
+ private:
+    void ask() override { this->answer_.emplace((*asking_)()); }
+    void release() override { asking_.reset(); }
+
+    std::optional<Asking> asking_;
 };
 
 /// The pool of threads behind some lanes. Threads are started when there is something to ask and
@@ -136,14 +168,12 @@ class Lane {
         : pool_(&pool), bell_(std::move(bell)), number_(number) {}
 
     /// Asks on another thread, unless a question is under way: false then. `what` is asked, in
-    /// words.
-    bool ask(std::string what, std::function<Answer()> question) {
+    /// words; `asking()` gives the answer.
+    template <class Asking>
+    bool ask(std::string what, Asking asking) {
         if (question_) return false;
-        answer_ = std::make_shared<std::optional<Answer>>();
-        auto ask = [answer = answer_, question = std::move(question)] { *answer = question(); };
-        question_ =
-            bell_ ? std::make_shared<LaneQuestion>(std::move(what), std::move(ask), *bell_, number_)
-                  : std::make_shared<LaneQuestion>(std::move(what), std::move(ask));
+        question_ = std::make_shared<AskedQuestion<Answer, Asking>>(std::move(what), bell_, number_,
+                                                                    std::move(asking));
         pool_->begin(question_);
         return true;
     }
@@ -152,9 +182,8 @@ class Lane {
     std::optional<Answer> take() {
         if (!question_ || !question_->isAnswered()) return std::nullopt;
         const auto question = std::exchange(question_, nullptr);
-        const auto answer = std::exchange(answer_, nullptr);
         question->rethrow();
-        return std::move(*answer);
+        return question->takeAnswer();
     }
 
     /// Whether a question has not been answered, or its answer not been taken.
@@ -174,8 +203,7 @@ class Lane {
     Lanes* pool_;
     std::optional<LaneBell> bell_;
     std::size_t number_ = 0;
-    std::shared_ptr<LaneQuestion> question_;
-    std::shared_ptr<std::optional<Answer>> answer_;
+    std::shared_ptr<AnswerableQuestion<Answer>> question_;
 };
 
 }  // namespace tav
