@@ -36,12 +36,13 @@ class Event:
 
 @dataclass(frozen=True)
 class Wanted:
-    """An event that a change has to raise. `text` is a regular expression; an empty location is
-    that of none."""
+    """An event that a change has to raise, or may. `text` is a regular expression; an empty
+    location is that of none."""
     id: int
     name: str
     location: str = ""
     text: str = ""
+    is_due: bool = True
 
     def fits(self, event):
         return (self.id == event.id and self.name == event.name and
@@ -135,6 +136,10 @@ def location(server, function, slot=None):
     return f"{card:04X}00{where}{int(several):02X}0005"
 
 
+def disk_place(server, disk):
+    return location(server, "0000:00:17.0", int(disk["address"].split(":")[0]))
+
+
 # --- readings ---------------------------------------------------------------------------------
 
 class Excuses:
@@ -220,7 +225,7 @@ def emissions(wanted, events, used, condition, excuses, end):
                 condition.needs else latest + condition.needs
             if at < len(events) and want.fits(events[at]) and earliest <= events[at].time <= latest:
                 following.add(at + 1)
-            if excuses.may_be_lost(condition.since + LATE / 2) or \
+            if not want.is_due or excuses.may_be_lost(condition.since + LATE / 2) or \
                     any(excuses.may_be_lost(condition.since + wait) for wait in range(0, 150, 10)) or \
                     condition.since > end - LATE:
                 following.add(at)
@@ -252,16 +257,21 @@ def disk_value(name):
 
 DISK_EVENTS = {"running": 540, "predicted": 539, "failed": 538, "offline": 538}
 DISK_TEXTS = {"running": "^$", "predicted": "SSD Wear percentage", "failed": ".",
-              "offline": "not available|Unable to open|offline|serial number"}
+              # What is pulled while it is being asked answers nothing first.
+              "offline": "not available|Unable to open|offline|serial number|^Failed to read"}
 
 
-def disk_rule(place):
+def disk_rule(place, is_shared=False):
+    """Of two that have one place in turns nobody can tell whether the second is new or has taken
+    the place of the first, unless he has seen both there."""
     def raised(serial, before, now):
-        if before == now or now == "unknown" or before == "unknown":
+        comes = before in ("unknown", "offline") and now not in ("unknown", "offline")
+        if before == now or now == "unknown" or before == "unknown" and not (comes and is_shared):
             return []
         if now == "offline" and before == "failed":
             return []
-        return [Wanted(DISK_EVENTS[now], serial, place, DISK_TEXTS[now])]
+        return [Wanted(DISK_EVENTS[now], serial, place, DISK_TEXTS[now],
+                       is_due=not (comes and is_shared))]
 
     def rule(before, now):
         if before[0] == now[0] or before[0] is None or now[0] is None:
@@ -475,9 +485,16 @@ class Judge:
         for disk in server["disks"]:
             conditions = self.truth.conditions(disk_value(disk["name"]), disk_needs)
             names = {c.value[0] for c in conditions if c.value[0]}
-            place = location(server, "0000:00:17.0", int(disk["address"].split(":")[0]))
-            self.check_conditions(disk["name"], conditions, disk_rule(place), names,
+            place = disk_place(server, disk)
+            self.check_conditions(disk["name"], conditions,
+                                  disk_rule(place, self.is_shared(place)), names,
                                   {538, 539, 540}, place)
+
+    def is_shared(self, place):
+        """Whether several disks have ever been there."""
+        names = {disk["name"] for _, server in self.truth.moments for disk in server["disks"]
+                 if disk.get("gone") != "yes" and disk_place(server, disk) == place}
+        return len(names) > 1
 
     def check_links(self):
         server = self.truth.moments[0][1]
