@@ -443,6 +443,8 @@ function stepsOf(code) {
   return {rack: numbered(rack)[2], unit: Number(numbered(box)[2]), kind, number: number === "" ? NONE : Number(number)};
 }
 
+const chip = () => make("span", {class: "chip"}, "changed");
+
 function bay(kind, number, residents) {
   const words = kind.replaceAll("_", " ") + (number === NONE ? "" : ` ${number}`);
   const health = worst(residents.map((part) => part.health));
@@ -450,6 +452,7 @@ function bay(kind, number, residents) {
     "data-code": residents[0].code, click: () => choose(button, words, residents)},
   number === NONE ? null : make("span", {class: "number"}, String(number)), badge(health),
   make("span", {class: "visually-hidden"}, words, ": "),
+  residents.some((part) => part.isChanged) ? chip() : null,
   ...residents.slice(0, 2).map((part) => make("span", {class: "who"}, brief(part.name, 24))),
   residents.length > 2 ? make("span", {class: "who"}, `and ${residents.length - 2} more`) : null);
   return button;
@@ -459,7 +462,8 @@ function loose(part) {
   const button = make("button", {type: "button", class: "bay loose " + classOf(part.health), "aria-pressed": "false",
     click: () => choose(button, sectionWord(part.section), [part])},
   badge(part.health), make("span", {class: "visually-hidden"}, brief(sectionWord(part.section)), ": "),
-  make("span", {class: "who"}, brief(part.name, 40)), make("span", {class: "quiet"}, brief(part.state, 24)));
+  part.isChanged ? chip() : null, make("span", {class: "who"}, brief(part.name, 40)),
+  make("span", {class: "quiet"}, brief(part.state, 24)));
   return button;
 }
 
@@ -519,9 +523,13 @@ function drawRack(rack, units) {
 }
 
 function showInventory() {
-  const inventory = inventories[Number(byId("which").value)];
+  const which = Number(byId("which").value), inventory = inventories[which];
   const racks = new Map(), elsewhere = new Map();
+  const same = (part) => `${part.section} ${part.name}`;
+  const changed = new Set(which === 0 ? [] :
+    differences(identified(inventories[which - 1]), identified(inventory)).map((row) => same(row.part)));
   for (const part of [...partsOf(inventory), ...partsOfEvents(inventory)]) {
+    part.isChanged = changed.has(same(part));
     const steps = stepsOf(part.code);
     if (placeOf(part.code) === "") {
       const where = part.section === "Volumes" ? "Volumes" : places.size === 0 ? sectionWord(part.section) + "s" :
@@ -541,7 +549,8 @@ function showInventory() {
       make("h3", {}, brief(where)), make("div", {class: "row"}, list.map(loose)))),
     make("details", {}, make("summary", {}, "The host itself"), facts(flat(member(collection, "Oem") || {}))));
   byId("details").replaceChildren(make("p", {class: "quiet"},
-    "Choose a place to see who is there. The arrow keys go from one to the next."));
+    "Choose a place to see who is there. The arrow keys go from one to the next." + (changed.size === 0 ? "" :
+      " What differs from the inventory before is marked as changed.")));
 }
 
 /** To the nearest place in the direction of an arrow key. */

@@ -227,6 +227,17 @@ class Page(unittest.TestCase):
                           row[1] == "is gone"}, old - new)
         self.assertEqual({row[0].split()[-1] for row in rows if row[0].startswith("Drive") and
                           row[1] == "is new"}, new - old)
+        drives = [{drive["SerialNumber"]: drive for drive in json.loads(line["payload"])
+                   ["HostDataCollection"].get("Drives", [])} for line in INVENTORIES]
+        marks = 0
+        for at in range(1, len(drives)):
+            marked = self.run_(f"""(() => {{ document.getElementById("which").value = {at};
+                document.getElementById("which").dispatchEvent(new Event("change"));
+                return [...document.querySelectorAll(".bay:has(.chip) .who")].map((who) => who.innerText); }})()""")
+            changed = {name for name, drive in drives[at].items() if drives[at - 1].get(name) != drive}
+            self.assertEqual(set(marked) & drives[at].keys(), changed, at)
+            marks += len(changed)
+        self.assertGreater(marks, 5)
         self.run_("""document.getElementById("to").value = "0";
                      document.getElementById("to").dispatchEvent(new Event("change"))""")
         self.assertIn("both tell the same", self.text("#changes"))
