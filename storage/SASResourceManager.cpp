@@ -39,11 +39,13 @@ long refreshInterval() {
         TAV_MODULE_NAME_MAP.at(STORAGE_CONTROLLERS));
 }
 
-/// Whether the loop woke by its deadline and at least `interval` seconds have passed since then. A
-/// clock that was set back must not put off what is due by as much.
+/// Whether the loop woke by its deadline or for a look, and at least `interval` seconds have passed
+/// since then: looks that are asked for again and again put nothing off, and neither does a clock
+/// that was set back.
 bool isDue(const tav::LoopWake& wake, std::time_t since, long interval) {
-    const std::time_t elapsed = wake.elapsedSince(since);
-    return wake.deadline && (elapsed >= interval || elapsed < 0);
+    if (!wake.deadline && !wake.look) return false;
+    const std::time_t elapsed = wake.deadline.value_or(tav::secondsNow()) - since;
+    return elapsed >= interval || elapsed < 0;
 }
 
 using Objects = std::vector<Json::Value>;

@@ -8,6 +8,7 @@
 #include "storage/SASResourceManager.h"
 #include "storage/storage_uevents.h"
 #include "tests/support/FakeFactory.h"
+#include "tests/support/FastWaiting.h"
 #include "tests/support/Service.h"
 
 namespace {
@@ -62,6 +63,22 @@ TEST(StorageUevents, BringThePollForward) {
     thread.join();
     EXPECT_LE(factory.count('P'), 2) << "of a thousand";
     EXPECT_EQ(factory.count('B'), 1) << "a poll, and nothing more";
+}
+
+/// A device that comes and goes every few seconds.
+TEST(StorageUevents, PutNoRefreshOff) {
+    tav::test::clockSpeed = 50;
+    tav::test::logEverything(
+        R"("EnableResources":["StorageControllers"],"CacheRefreshInSeconds":{"Global":30})");
+    FakeFactory factory({{.name = "c"}});
+    std::thread thread([] { SASResourceManager::getInstance()->init(); });
+    for (int seconds = 0; seconds < 80; seconds += 8) {
+        tav::sim::sendUevent("add", "/devices/a/host0", "scsi");
+        std::this_thread::sleep_for(8000ms / tav::test::clockSpeed.load());
+    }
+    EXPECT_GE(factory.count('B'), 2);
+    SASResourceManager::getInstance()->stopResourceManagerJob();
+    thread.join();
 }
 
 }  // namespace
