@@ -1,3 +1,4 @@
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -114,6 +115,26 @@ TEST(InventoryCache, APublicationWaitsForNobody) {
     EXPECT_EQ(*compared, 1);
     const auto now = cache.current();
     EXPECT_EQ(*now, 2);
+}
+
+TEST(InventoryCache, WhatNobodyReadsIsFreed) {
+    tav::InventoryCache<std::shared_ptr<int>> cache;
+    tav::InventoryCache<std::shared_ptr<int>>::Build build(cache);
+    std::array<std::weak_ptr<int>, 2> published;
+    for (std::weak_ptr<int>& each : published) {
+        auto value = std::make_shared<int>(1);
+        each = value;
+        build.publish(std::move(value));
+    }
+    EXPECT_TRUE(published[0].expired());
+    {
+        const auto reading = cache.current();
+        build.publish(nullptr);
+        EXPECT_FALSE(published[1].expired());
+    }
+    EXPECT_FALSE(published[1].expired()) << "not by the reader";
+    build.publish(nullptr);
+    EXPECT_TRUE(published[1].expired());
 }
 
 template <class Type>

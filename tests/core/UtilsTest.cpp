@@ -230,11 +230,9 @@ TEST(Utils, SubStrings) {
     tavUtils utils;
     const struct {
         const char *start, *end, *text, *expected;
-    } rows[] = {{"r", "i", "r001i06", "001"},
-                {"x", "i", "r001i06", "r001"},
-                {"r", "x", "r001i06", "001i06"},
-                {"i", "r", "r001i06", "06"},
-                {"r", "i", "", ""},
+    } rows[] = {{"r", "i", "r001i06", "001"},    {"x", "i", "r001i06", "r001"},
+                {"r", "x", "r001i06", "001i06"}, {"i", "r", "r001i06", "06"},
+                {"r", "i", "ri06", ""},          {"r", "i", "", ""},
                 {"6", "x", "r001i06", ""}};
     for (const auto& row : rows) {
         EXPECT_EQ(utils.getSubStr(row.start, row.end, row.text), row.expected) << row.text;
