@@ -182,6 +182,27 @@ double ownSeconds() {
     return bench::secondsOf(usage.ru_utime) + bench::secondsOf(usage.ru_stime);
 }
 
+/// A busy machine makes commands slow at random: what a rebuild adds to them is told by the
+/// processor time that it takes itself, beyond what it takes to start them and to wait.
+void rebuild(bench::Report& report) {
+    NICResourceManager* const manager = NICResourceManager::getInstance();
+    double ours = std::numeric_limits<double>::max();
+    double theirs = ours;
+    const auto timed = [](double& least, const auto& work) {
+        const double before = ownSeconds();
+        const double wall = bench::secondsPerCall(1, work);
+        least = std::min(least, ownSeconds() - before);
+        return wall;
+    };
+    const bench::Pair wall = bench::leastOf(
+        rebuilds, [&] { return timed(ours, [&] { manager->cacheBuild(); }); },
+        [&] { return timed(theirs, commandsOfARebuild); });
+    bench::Report::ratio("a rebuild of 64 adapters", "its 65 commands", wall);
+    report.value("a rebuild's own processor time, of its commands'",
+                 (ours - theirs) / wall.theirs * 100, "%",
+                 5);  // of commands that take a millisecond; the hypervisor's take far more
+}
+
 }  // namespace
 
 int main() {
@@ -210,17 +231,7 @@ int main() {
                  {notificationAmong(manyLinks), amongFew}, 3.0);
 
     listAdapters(rebuiltAdapters);
-    report.ratio(
-        "a rebuild of 64 adapters", "its 65 commands",
-        bench::leastOf(
-            rebuilds, [&] { return bench::secondsPerCall(1, [&] { manager->cacheBuild(); }); },
-            [] { return bench::secondsPerCall(1, commandsOfARebuild); }),
-        1.05);  // of commands that take a millisecond; the hypervisor's take far more
-
-    const double ownBefore = ownSeconds();
-    const double wall = bench::secondsPerCall(1, [&] { manager->cacheBuild(); });
-    bench::Report::value("a rebuild's own processor time, of its wall time",
-                         (ownSeconds() - ownBefore) / wall * 100, "%");
+    rebuild(report);
 
     for (int poll = 0; poll < 20; ++poll)
         manager->checkLinkState();

@@ -25,23 +25,33 @@ constexpr std::uint32_t joined(std::uint32_t high, std::uint32_t low) {
     return high << 16 | low;
 }
 
-constexpr int hexDigit(char digit) {
-    if (digit >= '0' && digit <= '9') return digit - '0';
-    if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
-    if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
-    return -1;
-}
+constexpr std::uint8_t noDigit = 0xFF;
+
+/// What each character is worth as a hexadecimal digit.
+constexpr std::array<std::uint8_t, 256> digitValues = [] {
+    std::array<std::uint8_t, 256> values{};
+    values.fill(noDigit);
+    for (std::uint8_t value = 0; value < 16; ++value) {
+        values[static_cast<unsigned char>("0123456789abcdef"[value])] = value;
+        values[static_cast<unsigned char>("0123456789ABCDEF"[value])] = value;
+    }
+    return values;
+}();
 
 constexpr std::string_view blanks = " \t\r";
 
+constexpr bool isBlank(char character) {
+    return character == ' ' || character == '\t' || character == '\r';
+}
+
 /// Takes `digits` hexadecimal digits and the blank behind them off the front of `text`.
 bool takeId(std::string_view& text, std::size_t digits, std::uint32_t& id) {
-    if (text.size() <= digits || blanks.find(text[digits]) == std::string_view::npos) return false;
+    if (text.size() <= digits || !isBlank(text[digits])) return false;
     id = 0;
     for (const char digit : text.substr(0, digits)) {
-        const int value = hexDigit(digit);
-        if (value < 0) return false;
-        id = id << 4 | static_cast<std::uint32_t>(value);
+        const std::uint8_t value = digitValues[static_cast<unsigned char>(digit)];
+        if (value == noDigit) return false;
+        id = id << 4 | value;
     }
     text.remove_prefix(digits + 1);
     return true;
