@@ -35,9 +35,11 @@ constexpr std::uint8_t notOnPci = 0xFF;
 /// The first structure of a type that refers to the structure `target`, or null.
 const SMBIOS_RECORD* findReference(const SmbiosTable& table, std::uint8_t type, std::size_t field,
                                    const SMBIOS_RECORD* target) {
-    if (target == nullptr || target->handle == 0) return nullptr;
+    // A copy: in the table it may stand at an odd address, where nothing may refer to it.
+    const std::uint16_t handle = target != nullptr ? target->handle : 0;
+    if (handle == 0) return nullptr;
     return table.find([&](const SMBIOS_RECORD& record) {
-        return record.type == type && smbiosWord(&record, field) == target->handle;
+        return record.type == type && smbiosWord(&record, field) == handle;
     });
 }
 
