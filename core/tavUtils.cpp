@@ -27,6 +27,7 @@
 #include "base/Trim.h"
 #include "core/Command.h"
 #include "core/Log.h"
+#include "core/TimelyQuestion.h"
 
 using tav::here;
 
@@ -60,8 +61,10 @@ std::optional<utsname> readUname() {
     return std::nullopt;
 }
 
+using Addresses = std::optional<std::vector<std::string>>;
+
 /// The host's IPv4 addresses without loopback; nothing when they cannot be asked for.
-std::optional<std::vector<std::string>> askForAddresses() {
+Addresses askForAddresses() {
     ifaddrs* list = nullptr;
     if (::getifaddrs(&list) != 0) {
         logger.warning(here(), "The host's addresses cannot be asked for (errno: %d)", errno);
@@ -82,6 +85,14 @@ std::optional<std::vector<std::string>> askForAddresses() {
         }
     }
     return addresses;
+}
+
+/// The same, in time: the kernel tells of no interface while a network driver holds its lock.
+Addresses askForAddressesInTime() {
+    static auto& question =  // outlives every thread
+        *new tav::TimelyQuestion<Addresses>("tav-addresses",
+                                            "The question for the host's addresses");
+    return question.ask(askForAddresses).value_or(std::nullopt);
 }
 
 /// Reads a line of the version command into `cache`, unless that has been done before.
@@ -225,7 +236,7 @@ bool tavUtils::getOSType(int* type) {
 }
 
 std::vector<std::string> tavUtils::getIPAddresses() {
-    const auto answer = askForAddresses();
+    const auto answer = askForAddressesInTime();
     const std::lock_guard<std::mutex> held(mutex_lock);
     if (answer) knownIPv4Addresses = *answer;
     const std::vector<std::string>& known = knownIPv4Addresses;

@@ -18,6 +18,7 @@
 #include "base/StopSignal.h"
 #include "core/Command.h"
 #include "core/Log.h"
+#include "core/TimelyQuestion.h"
 #include "core/tavUtils.h"
 #include "hwlib/location/tavPhyLoc.h"
 #include "hwlib/sysfs/sysfs_readers.h"
@@ -94,6 +95,27 @@ int driverSocket() {
     const std::lock_guard<std::mutex> held(kept.lock);
     if (!kept.socket.isOpen()) kept.socket.reset(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     return kept.socket.get();
+}
+
+/// What a driver tells of itself, or why it does not.
+struct DriverAnswer {
+    int error = 0;
+    ethtool_drvinfo info{};
+};
+
+/// In time: a driver may hang, with the kernel's one lock of all interfaces in its hands.
+DriverAnswer askDriver(const char* name) {
+    static auto& question =  // outlives every thread
+        *new tav::TimelyQuestion<DriverAnswer>("tav-ethtool", "The question to a network driver");
+    const int socket = driverSocket();
+    const auto answer = question.ask([socket, request = requestFor(name)]() mutable {
+        DriverAnswer told;
+        told.info.cmd = ETHTOOL_GDRVINFO;
+        request.ifr_data = reinterpret_cast<char*>(&told.info);
+        if (::ioctl(socket, SIOCETHTOOL, &request) != 0) told = {errno, {}};
+        return told;
+    });
+    return answer.value_or(DriverAnswer{ETIMEDOUT, {}});
 }
 
 /// Fixed-size text of a driver record, which need not be terminated.
@@ -183,16 +205,12 @@ std::tuple<std::string, std::string, std::string, std::string> NICPhysicalAdapte
                      std::strerror(errno));
         return {};
     }
-    ethtool_drvinfo driver{};
-    driver.cmd = ETHTOOL_GDRVINFO;
-    ifreq request = requestFor(name);
-    request.ifr_data = reinterpret_cast<char*>(&driver);
-    if (::ioctl(driverSocket(), SIOCETHTOOL, &request) != 0) {
+    const auto [error, driver] = askDriver(name);
+    if (error != 0) {
         logger.warning(here(),
                        "ioctl call failed while obtaining firmware_version and bus_info : %s",
-                       std::strerror(errno));
-        if (errno == ENODEV) return {};
-        driver = {};
+                       std::strerror(error));
+        if (error == ENODEV) return {};
     }
     // Whether a link is up or down needs no cable type, so the interface's details are not asked.
     const tav::AdapterCondition& condition = tav::conditionOf(tav::adapterStatus(linkText, ""));

@@ -21,6 +21,7 @@
 #include "core/Command.h"
 #include "core/Log.h"
 #include "core/LoopWatch.h"
+#include "core/TimelyQuestion.h"
 #include "rmc/DeliveryNotes.h"
 
 using tav::at;
@@ -127,8 +128,21 @@ long nextMessageId() {
     return ++last;
 }
 
-int openDevice() {
-    return ::open(devicePath, O_RDWR | O_CLOEXEC);
+struct Opened {
+    tav::FileDescriptor device{};
+    int error = 0;  ///< why it is not open
+};
+
+/// In time: a driver that hangs keeps whoever opens its device.
+Opened openDevice() {
+    static auto& question =  // outlives every thread
+        *new tav::TimelyQuestion<Opened>("tav-ipmi-open", "The question to the IPMI driver");
+    auto opened = question.ask([] {
+        Opened answer{tav::FileDescriptor(::open(devicePath, O_RDWR | O_CLOEXEC))};
+        if (!answer.device.isOpen()) answer.error = errno;
+        return answer;
+    });
+    return opened ? *std::move(opened) : Opened{{}, ETIMEDOUT};
 }
 
 void loadDriver() {
@@ -210,13 +224,16 @@ struct IPMIUtils::Answer {
     std::size_t size = 0;  ///< with the completion code
 };
 
-IPMIUtils::IPMIUtils() : device_(openDevice()) {
-    if (device_.isOpen()) return;
-    loadDriver();
-    device_.reset(openDevice());
+IPMIUtils::IPMIUtils() {
+    Opened opened = openDevice();
+    if (!opened.device.isOpen() && opened.error != ETIMEDOUT) {
+        loadDriver();
+        opened = openDevice();
+    }
+    device_ = std::move(opened.device);
     if (!device_.isOpen()) {
         fail(tav::printed("%s cannot be opened: %s; nothing reaches the controller", devicePath,
-                          describe(errno).c_str()));
+                          describe(opened.error).c_str()));
     }
 }
 
@@ -364,6 +381,12 @@ std::optional<tav::RmcAnswer> IPMIUtils::exchangeFrame(const tav::RmcFrame& fram
 
 namespace {
 
+int notSent(const std::string& command) {
+    tav::noteFailed(command, "the service stopped before it was sent");
+    logger.info(here(), "%s was not sent, because the service stops.", command.c_str());
+    return 1;
+}
+
 /// Why the controller has not taken a command that reached it.
 std::string describeStatus(unsigned char transferStatus) {
     const StatusMessage* const message = findMessage(transferStatusMessages, transferStatus);
@@ -373,13 +396,10 @@ std::string describeStatus(unsigned char transferStatus) {
 }  // namespace
 
 int IPMIUtils::RMC_CLI_Cmd_Execution(const std::string& command, const std::string& payload) {
-    if (!takeTurn(mlock)) {
-        tav::noteFailed(command, "the service stopped before it was sent");
-        logger.info(here(), "%s was not sent, because the service stops.", command.c_str());
-        return 1;
-    }
+    if (!takeTurn(mlock)) return notSent(command);
     const std::lock_guard<std::mutex> held(mlock, std::adopt_lock);
     IPMIUtils channel;
+    if (!channel.device_.isOpen() && tav::stopRequested()) return notSent(command);
     logger.debug(at(453), "Command to be executed on RMC : %s %s", command.c_str(),
                  payload.c_str());
     unsigned char transferStatus = 0;
@@ -404,6 +424,7 @@ bool IPMIUtils::checkIPMIDBRequest() {
     logger.debug(at(417), "Checking IPMI door bell request");
     if (!takeTurn(mlock)) return false;
     const std::lock_guard<std::mutex> held(mlock, std::adopt_lock);
+    if (!device_.isOpen() && tav::stopRequested()) return false;
     std::array<unsigned char, 254> text{};
     unsigned char textSize = text.size();
     unsigned char noData = 0;

@@ -51,7 +51,7 @@ static_assert(sizeof(_GET_BMC_CAPABILITIES) == 5);
 class TAV_API IPMIUtils {
  public:
     /// Opens "/dev/ipmi0"; when that fails, loads the driver, waits three seconds and tries once
-    /// more.
+    /// more. A driver that hangs is waited for two seconds, and not while an older opening hangs.
     IPMIUtils();
     IPMIUtils(const IPMIUtils&) = delete;
     IPMIUtils& operator=(const IPMIUtils&) = delete;

@@ -280,6 +280,7 @@ std::size_t descriptorsWithSingletons() {
     tavJsonAggregator::getInstance();
     tavIPMIDBService::getInstance();
     tav::deliveryNews();
+    tavUtils().getIPAddresses();
     { const ipmi::IPMIUtils opened; }
     return tav::test::openDescriptors();
 }

@@ -1,10 +1,13 @@
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <ctime>
 #include <filesystem>
 #include <map>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -15,6 +18,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/StopSignal.h"
 #include "core/tavUtils.h"
 #include "tests/support/Files.h"
 
@@ -39,10 +43,14 @@ struct Interfaces {
     }
 };
 Interfaces* madeUpInterfaces = nullptr;
+/// As while a driver holds the lock of all interfaces.
+std::atomic<bool> interfacesHang{false};
 
 }  // namespace
 
 extern "C" int getifaddrs(ifaddrs** list) noexcept {
+    while (interfacesHang)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     *list = madeUpInterfaces == nullptr ? nullptr : madeUpInterfaces->entries.data();
     if (madeUpInterfaces == nullptr || !madeUpInterfaces->cannotBeAsked) return 0;
     errno = EMFILE;
@@ -117,6 +125,39 @@ TEST(Utils, TheAuxiliaryAddressStaysAsLongAsTheHostHasIt) {
     EXPECT_THAT(utils.updateAndFetchIPAddresses(), ElementsAre("10.0.0.2"))
         << "not known now is not gone";
     EXPECT_EQ(utils.getPrimaryIPAddress(), "10.0.0.2");
+}
+
+TEST(Utils, AddressesThatTheKernelDoesNotTellHoldUpNobody) {
+    logEverything();
+    Interfaces interfaces;
+    madeUpInterfaces = &interfaces;
+    tavUtils utils;
+    interfaces.set({{"eth0", "10.0.0.1"}});
+    EXPECT_THAT(utils.updateAndFetchIPAddresses(), ElementsAre("10.0.0.1"));
+    interfacesHang = true;
+    tav::StopSignal stop;
+    stop.request();
+    {
+        const tav::StopScope scope(&stop);
+        EXPECT_THAT(utils.updateAndFetchIPAddresses(), ElementsAre("10.0.0.1")) << "at once";
+    }
+    EXPECT_THAT(utils.updateAndFetchIPAddresses(), ElementsAre("10.0.0.1")) << "not asked again";
+    interfaces.set({{"eth0", "10.0.0.2"}});
+    interfacesHang = false;
+    while (utils.updateAndFetchIPAddresses() != std::vector<std::string>{"10.0.0.2"})
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+
+    interfacesHang = true;
+    for (int time = 0; time < 3; ++time)
+        EXPECT_THAT(utils.updateAndFetchIPAddresses(), ElementsAre("10.0.0.2"));
+    interfacesHang = false;
+    while (logs().find("The question for the host's addresses is answered again.") ==
+           std::string::npos)
+        utils.updateAndFetchIPAddresses();
+    const std::string hangs = "The question for the host's addresses has not been answered for 2 s";
+    const std::string log = logs();
+    EXPECT_EQ(log.find(hangs), log.rfind(hangs)) << "said once";
+    EXPECT_THAT(log, HasSubstr(hangs));
 }
 
 TEST(Utils, TimeStamps) {

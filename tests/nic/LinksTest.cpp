@@ -1,21 +1,28 @@
 /// The link monitor and the probes on real interfaces: pairs of virtual cables in a private
 /// network.
 #include <array>
+#include <atomic>
 #include <chrono>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/sockios.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 
 #include "base/FileDescriptor.h"
 #include "core/Command.h"
@@ -33,6 +40,24 @@ using tav::test::openDescriptors;
 using tav::test::writeCommand;
 using tav::test::writeFile;
 using testing::HasSubstr;
+
+std::atomic<bool> driversHang{false};
+std::atomic<int> askedDrivers{0};
+
+}  // namespace
+
+extern "C" int ioctl(int file, unsigned long request, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, request);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    if (request == SIOCETHTOOL) ++askedDrivers;
+    while (request == SIOCETHTOOL && driversHang)
+        std::this_thread::sleep_for(1ms);
+    return static_cast<int>(::syscall(SYS_ioctl, file, request, argument));
+}
+
+namespace {
 
 void ip(const std::string& arguments) {
     ASSERT_EQ(std::system(("ip " + arguments).c_str()), 0) << arguments;
@@ -134,6 +159,36 @@ TEST(LinkMonitor, FollowsALink) {
     EXPECT_THAT(logs(), HasSubstr("Skipping transient event for Interface = eth7"));
     EXPECT_THAT(logs(), HasSubstr("State change detected for interface : eth7.c. Ignoring as it is "
                                   "not part of TAV inventory"));
+}
+
+TEST(LinkMonitor, ADriverThatHangsHoldsUpNeitherLinksNorAStop) {
+    logEverything();
+    makeHost();
+    makeAdapter("eth7");
+    NICResourceManager::getInstance()->cacheBuild();
+    Switch links;
+    std::optional<Monitoring> monitoring(std::in_place);
+    monitoring->waitUntilListening(links, "eth7");
+    driversHang = true;
+    links.set("eth7", false);
+    EXPECT_TRUE(becomes("eth7", "Down"));
+    links.set("eth7", true);
+    EXPECT_TRUE(becomes("eth7", "Running")) << "it is not asked again";
+    EXPECT_THAT(logs(),
+                HasSubstr("The question to a network driver has not been answered for 2 s"));
+    driversHang = false;
+    while (logs().find("The question to a network driver is answered again.") == std::string::npos)
+        NICPhysicalAdapter().get_ethtool_info("eth7");
+
+    driversHang = true;
+    const int asked = askedDrivers;
+    links.set("eth7", false);
+    while (askedDrivers == asked)
+        std::this_thread::sleep_for(1ms);
+    const auto begin = std::chrono::steady_clock::now();
+    monitoring.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s) << "one that has just begun to hang";
+    driversHang = false;
 }
 
 TEST(LinkMonitor, TenThousandChangesLeaveTheInventoryRight) {

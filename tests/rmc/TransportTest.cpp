@@ -1,6 +1,8 @@
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <memory>
 #include <set>
 #include <string>
 #include <thread>
@@ -13,6 +15,7 @@
 #include "base/StopSignal.h"
 #include "rmc/DeliveryRecord.h"
 #include "rmc/tavipmi.h"
+#include "sim/device/DeviceTable.h"
 #include "sim/device/FakeIpmiDevice.h"
 #include "tests/support/FastWaiting.h"
 #include "tests/support/Files.h"
@@ -371,6 +374,50 @@ TEST(Transport, AStopEndsTheWaitForASilentController) {
     }
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s) << "of the usual thirty";
     stopper.join();
+}
+
+/// Opens for nobody until it is let go.
+class HangingDevice : public tav::sim::Device {
+ public:
+    std::shared_ptr<tav::sim::OpenDevice> open(tav::FileDescriptor /*end*/, int& error) override {
+        ++opened;
+        while (hangs)
+            std::this_thread::sleep_for(1ms);
+        error = ENODEV;
+        return nullptr;
+    }
+    std::atomic<bool> hangs{true};
+    std::atomic<int> opened{0};
+};
+
+TEST(Transport, ADriverThatHangsIsNotWaitedForAndNotOpenedAgain) {
+    logEverything();
+    const auto device = std::make_shared<HangingDevice>();
+    tav::sim::installDevice("/dev/ipmi0", device);
+    tav::StopSignal stop;
+    std::thread stopper([&] {
+        while (device->opened == 0)
+            std::this_thread::sleep_for(1ms);
+        stop.request();
+    });
+    const auto begin = std::chrono::steady_clock::now();
+    {
+        const tav::StopScope scope(&stop);
+        EXPECT_EQ(send("{}"), 1);
+        EXPECT_FALSE(IPMIUtils().checkIPMIDBRequest());
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
+    stopper.join();
+    EXPECT_THAT(logs(), HasSubstr("MPEventGen was not sent, because the service stops."));
+    EXPECT_THAT(logs(), Not(HasSubstr("[ERROR]")));
+    EXPECT_EQ(send("{}"), 1);
+    EXPECT_EQ(device->opened, 1);
+    EXPECT_THAT(logs(), HasSubstr("/dev/ipmi0 cannot be opened: Connection timed out"));
+    device->hangs = false;
+    tav::sim::removeDevice("/dev/ipmi0");
+    Rmc rmc;
+    while (send("{}") != 0)
+        std::this_thread::sleep_for(1ms);
 }
 
 TEST(Transport, EveryRequestHasAMessageIdOfItsOwn) {
