@@ -10,6 +10,7 @@
 #include "core/Log.h"
 #include "core/tavUtils.h"
 #include "fc/FCAdapterTables.h"
+#include "fc/FCPortQuestions.h"
 #include "fc/FCPortText.h"
 #include "fc/FCResourceManager.h"
 #include "hwlib/location/tavPhyLoc.h"
@@ -134,6 +135,10 @@ bool readNamesAndState(const std::string& fcHost, tavFCDeviceInfo& port) {
     return text.has_value();
 }
 
+TAV_RESOURCE_STATE stateOf(const tav::FoundFcPort& port) {
+    return port.info.gettavFCStatus().getFCDeviceState();
+}
+
 }  // namespace
 
 std::string FCResourceManager::getFcHBASerialNum(const char* dir) {
@@ -165,17 +170,29 @@ std::optional<std::vector<tav::FoundFcPort>> FCResourceManager::discover() {
         logger.debug(here(), "no scsi host found");
         return std::nullopt;
     }
+    std::erase_if(scsiHosts, [](const std::string& host) { return !tav::parseHostName(host); });
+    auto answers = questions_->ask(scsiHosts, readPort);
     std::vector<tav::FoundFcPort> found;
     for (const std::string& host : scsiHosts) {
-        const auto number = tav::parseHostName(host);
-        if (!number) continue;
-        if (auto port = readPort(host, *number)) found.push_back(*std::move(port));
+        const auto answer = answers.find(host);
+        auto port = answer == answers.end() ? silentPort(host) : std::move(answer->second);
+        if (port) found.push_back(*std::move(port));
     }
     return found;
 }
 
+/// What is known of a port that does not answer, but for its state. Absent when it never has.
+std::optional<tav::FoundFcPort> FCResourceManager::silentPort(const std::string& host) const {
+    auto port = ports_.portOfHost(*tav::parseHostName(host));
+    if (port) {
+        port->info.settavFCStatus(TAV_STATE_UNKNOWN, tav::healthOfPort(TAV_STATE_UNKNOWN));
+        port->hasState = false;
+    }
+    return port;
+}
+
 /// Absent when the port has gone since it was listed.
-std::optional<tav::FoundFcPort> FCResourceManager::readPort(const std::string& host, int number) {
+std::optional<tav::FoundFcPort> FCResourceManager::readPort(const std::string& host) {
     tavFCDeviceInfo port;
     const std::string scsiHost = scsiHostClass + host;
     const std::string target = tav::linkTarget(scsiHost.c_str()).valueOr("");
@@ -190,16 +207,31 @@ std::optional<tav::FoundFcPort> FCResourceManager::readPort(const std::string& h
     const std::string fcHost = fcHostClass + host;
     const bool hasState = readNamesAndState(fcHost, port);
     if (::access(fcHost.c_str(), F_OK) != 0) return std::nullopt;
-    return tav::FoundFcPort{number, std::move(port), hasState};
+    return tav::FoundFcPort{*tav::parseHostName(host), std::move(port), hasState};
 }
 
-bool FCResourceManager::waitOnPortState(std::size_t ports) const {
-    return ports_.hasChanged(ports, [](int number) {
-        const std::string host = std::string(fcHostClass) + "host" + std::to_string(number);
-        const auto text = readAttribute(host, "/port_state");
-        if (!text) {
-            logger.warning(here(), "Unable to fetch state of %s", (host + "/port_state").c_str());
-        }
-        return tav::parsePortState(text.value_or(""));
+/// Its state alone.
+std::optional<tav::FoundFcPort> FCResourceManager::readState(const std::string& host) {
+    const std::string fcHost = fcHostClass + host;
+    const auto text = readAttribute(fcHost, "/port_state");
+    if (!text) {
+        logger.warning(here(), "Unable to fetch state of %s", (fcHost + "/port_state").c_str());
+    }
+    const TAV_RESOURCE_STATE state = tav::parsePortState(text.value_or(""));
+    tavFCDeviceInfo port;
+    port.settavFCStatus(state, tav::healthOfPort(state));
+    return tav::FoundFcPort{*tav::parseHostName(host), std::move(port), text.has_value()};
+}
+
+/// Whether one of the first `limit` ports has another state than the inventory shows.
+bool FCResourceManager::waitOnPortState(std::size_t limit) {
+    std::vector<std::string> hosts;
+    for (const int number : ports_.hosts())
+        hosts.push_back("host" + std::to_string(number));
+    hosts.resize(std::min(hosts.size(), limit));
+    const auto answers = questions_->ask(hosts, readState);
+    return std::any_of(answers.begin(), answers.end(), [this](const auto& answer) {
+        const auto known = ports_.portOfHost(answer.second->host);
+        return known && stateOf(*known) != stateOf(*answer.second);
     });
 }

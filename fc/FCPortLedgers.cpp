@@ -1,5 +1,6 @@
 #include "fc/FCPortLedgers.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "fc/FCEvents.h"
@@ -55,6 +56,20 @@ std::vector<tavFCDeviceInfo> FCPortLedgers::ports() const {
     for (const Ledger<FoundFcPort>& ledger : ledgers_)
         ports.push_back(ledger.record().info);
     return ports;
+}
+
+std::optional<FoundFcPort> FCPortLedgers::portOfHost(int number) const {
+    const auto found = std::find_if(ledgers_.begin(), ledgers_.end(), [number](const auto& ledger) {
+        return ledger.record().host == number;
+    });
+    return found == ledgers_.end() ? std::nullopt : std::optional(found->record());
+}
+
+std::vector<int> FCPortLedgers::hosts() const {
+    std::vector<int> hosts;
+    for (const Ledger<FoundFcPort>& ledger : ledgers_)
+        hosts.push_back(ledger.record().host);
+    return hosts;
 }
 
 }  // namespace tav

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "base/Export.h"
@@ -39,17 +40,10 @@ class TAV_API FCPortLedgers {
     /// What the inventory shows.
     std::vector<tavFCDeviceInfo> ports() const;
 
-    /// Whether the state of a port is not the one that the inventory shows, by asking
-    /// stateOfHost(N) for the first `limit` ports until one is.
-    template <class StateOfHost>
-    bool hasChanged(std::size_t limit, StateOfHost stateOfHost) const {
-        for (std::size_t index = 0; index < ledgers_.size() && index < limit; ++index) {
-            const FoundFcPort& port = ledgers_[index].record();
-            if (stateOfHost(port.host) != port.info.gettavFCStatus().getFCDeviceState())
-                return true;
-        }
-        return false;
-    }
+    /// The port of the host "hostN"; absent when there is none.
+    std::optional<FoundFcPort> portOfHost(int number) const;
+    /// N of each port, in the same order.
+    std::vector<int> hosts() const;
 
  private:
     std::vector<Ledger<FoundFcPort>> ledgers_;

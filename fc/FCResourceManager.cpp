@@ -13,6 +13,7 @@
 #include "core/tavUtils.h"
 #include "fc/FCAdapterTables.h"
 #include "fc/FCEvents.h"
+#include "fc/FCPortQuestions.h"
 #include "fc/FCPortText.h"
 #include "rmc/tavEventHandler.h"
 #include "rmc/tavJsonAggregator.h"
@@ -60,6 +61,10 @@ tavFCDeviceInfo samplePort() {
 }
 
 }  // namespace
+
+FCResourceManager::FCResourceManager() : questions_(std::make_unique<tav::FCPortQuestions>()) {}
+
+FCResourceManager::~FCResourceManager() = default;
 
 FCResourceManager* FCResourceManager::getInstance() {
     static FCResourceManager* const instance = new FCResourceManager;  // outlives every thread
@@ -111,6 +116,7 @@ void FCResourceManager::reset() {
     cache_.clear();
     ports_ = {};
     sinceBuild_.reset();
+    questions_ = std::make_unique<tav::FCPortQuestions>();
 }
 
 void FCResourceManager::cacheBuild() {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +13,10 @@
 #include "core/tavResourceManager.h"
 #include "fc/FCPortLedgers.h"
 #include "fc/FCRecords.h"
+
+namespace tav {
+class FCPortQuestions;
+}
 
 /// The manager of the host's Fibre Channel ports: one record per host of the kernel's Fibre Channel
 /// transport class. It rebuilds its inventory at its refresh interval, looks once at the ports'
@@ -73,16 +78,21 @@ class TAV_API FCResourceManager final : public tavResourceManager {
         std::vector<Json::Value> records;
     };
 
+    FCResourceManager();
+    ~FCResourceManager();
+
     /// Absent where there is no host with Fibre Channel.
-    static std::optional<std::vector<tav::FoundFcPort>> discover();
-    static std::optional<tav::FoundFcPort> readPort(const std::string& host, int number);
+    std::optional<std::vector<tav::FoundFcPort>> discover();
+    static std::optional<tav::FoundFcPort> readPort(const std::string& host);
+    static std::optional<tav::FoundFcPort> readState(const std::string& host);
+    std::optional<tav::FoundFcPort> silentPort(const std::string& host) const;
     static bool fca_select(const std::string& entry, const std::vector<std::string>& fcaHosts);
 
     static std::vector<Json::Value> createJsonStringUsingJsonCpp(
         const std::vector<tavFCDeviceInfo>& ports);
     static void raiseEvents(const std::vector<tav::FCPortLedgers::Change>& changes);
     static void raiseEvent(const tav::FCPortLedgers::Change& change, int eventId);
-    bool waitOnPortState(std::size_t ports) const;
+    bool waitOnPortState(std::size_t limit);
     std::chrono::seconds sinceLastBuild() const;
 
     tav::ManagerLoop loop_;
@@ -90,4 +100,5 @@ class TAV_API FCResourceManager final : public tavResourceManager {
     tav::InventoryCache<Inventory> cache_;
     tav::FCPortLedgers ports_;                  ///< manager's thread only, as is what follows
     std::optional<tav::Stopwatch> sinceBuild_;  ///< none before the first build
+    std::unique_ptr<tav::FCPortQuestions> questions_;
 };

@@ -1,13 +1,19 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdarg>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 
 #include "core/tavUtils.h"
 #include "fc/FCResourceManager.h"
@@ -15,6 +21,27 @@
 #include "sim/server/Tree.h"
 #include "tests/support/Rmc.h"
 #include "tests/support/Service.h"
+
+namespace {
+
+/// Attributes whose path contains this cannot be read to their end.
+std::atomic<const char*> hangingAttribute{nullptr};
+
+}  // namespace
+
+extern "C" int openat(int directory, const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    const auto hangs = [path] {
+        const char* const name = hangingAttribute;
+        return name != nullptr && std::strstr(path, name) != nullptr;
+    };
+    while (hangs())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return static_cast<int>(::syscall(SYS_openat, directory, path, flags, mode));
+}
 
 namespace {
 
@@ -497,6 +524,39 @@ TEST(FCManager, StopsWhileItWaitsForTheNextRound) {
     RunningManager idle;
     ASSERT_TRUE(happens([] { return builds() >= 3; })) << "an adapter may come";
     EXPECT_LT(idle.stop(), 1s);
+}
+
+TEST(FCManager, APortThatHangsHoldsUpNeitherTheOthersNorAStop) {
+    logEverything(
+        R"("EnableResources": [], "CacheRefreshInSeconds": {"FibreChannelDevices": "10"})");
+    buildPorts();
+    Events events;
+    clockSpeed = 100;
+    RunningManager running;
+    ASSERT_TRUE(happens([] { return manager().isInventoryReady(0); }));
+    const std::vector<Json::Value> before = records();
+    hangingAttribute = "fc_host/host8/port_state";
+    setState("host10", "Linkdown");
+    ASSERT_TRUE(happens([&] { return events.ids() == std::vector{386}; })) << "of another port";
+    ASSERT_TRUE(happens([] { return records()[1]["Status"]["State"] == "Unknown"; }));
+    Json::Value silent = records()[1];
+    EXPECT_EQ(silent["WWPN"], "10:00:00:10:9b:00:00:01");
+    silent["Status"] = before[1]["Status"];
+    EXPECT_EQ(silent, before[1]) << "what was known of it stands";
+    const std::size_t rebuilt = builds() + 3;
+    ASSERT_TRUE(happens([&] { return builds() >= rebuilt; }));
+    hangingAttribute = nullptr;
+    ASSERT_TRUE(happens([&] { return records()[1] == before[1]; }));
+    EXPECT_EQ(events.ids(), std::vector{386});
+    hangingAttribute = "fc_host/";  // all of them, as they are asked next
+    std::this_thread::sleep_for(300ms);
+    clockSpeed = 1;
+    EXPECT_LT(running.stop(), 1s);
+    hangingAttribute = nullptr;
+    const std::string log = logs();
+    const std::string hangs = "host8 has not answered for ";
+    EXPECT_THAT(log, HasSubstr("host8 answers again."));
+    EXPECT_LT(log.find(hangs), log.find("host8 answers again.")) << "once";
 }
 
 TEST(FCManager, StopsWhileAnEventIsNotAnswered) {
