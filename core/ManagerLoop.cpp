@@ -53,6 +53,7 @@ void ManagerLoop::reset() {
     stopSignal_.withdraw();
     stop_ = false;
     refresh_ = true;
+    look_ = false;
 }
 
 bool Readiness::answer(int iteration) {

@@ -86,9 +86,9 @@ TEST(JobManager, EveryLoopIsWatchedUntilItIsStopped) {
     logEverything();
     tav::test::writeHostCommands();
     tav::test::clockSpeed = 1000;
-    const std::set<std::string> all{"tav-cli",       "tav-doorbell", "tav-ethernet",
-                                    "tav-fc",        "tav-host",     "tav-link-apply",
-                                    "tav-link-recv", "tav-push",     "tav-storage"};
+    const std::set<std::string> all{"tav-cli",     "tav-doorbell",   "tav-ethernet",  "tav-fc",
+                                    "tav-host",    "tav-link-apply", "tav-link-recv", "tav-push",
+                                    "tav-storage", "tav-uevents",    "tav-fc-uevents"};
     Everything everything;
     everything.start();
     while (watchedLoops() != all)
@@ -144,14 +144,18 @@ TEST(JobManager, EverythingStartsAgainAfterAStopAsItDidTheFirstTime) {
         tav::test::clockSpeed = 100;
         everything.start();
         EXPECT_FALSE(tavJobManager::getInstance()->startResourceManagers());
-        std::string inventory;
-        while (inventory.empty() && rmc.waitForCommands(before + 1)) {
+        const auto isWhole = [&] {
             const tav::sim::Command command = rmc.commands()[before++];
-            if (command.name == "WriteInventory") inventory = command.payload;
-        }
-        for (const std::string part :
-             {"SerialNumber\":\"Disk", "DeviceName\":\"vmnic", "TotalSystemMemoryGiB\":"})
-            EXPECT_THAT(inventory, HasSubstr(part + start));
+            return command.name == "WriteInventory" &&
+                   testing::Matches(testing::AllOf(HasSubstr("SerialNumber\":\"Disk" + start),
+                                                   HasSubstr("DeviceName\":\"vmnic" + start),
+                                                   HasSubstr("TotalSystemMemoryGiB\":" + start)))(
+                       command.payload);
+        };
+        bool hasWhole = false;
+        while (!hasWhole && rmc.waitForCommands(before + 1))
+            hasWhole = isWhole();
+        EXPECT_TRUE(hasWhole) << start;
         for (int wait = 0; wait < 1000 && portSerial() != "Port" + start; ++wait)
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         EXPECT_EQ(portSerial(), "Port" + start);
