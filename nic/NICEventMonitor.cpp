@@ -19,6 +19,7 @@
 #include "core/Log.h"
 #include "nic/NICPhysicalAdapter.h"
 #include "nic/NICResourceManager.h"
+#include "nic/NicTables.h"
 
 using tav::here;
 
@@ -41,22 +42,31 @@ std::string sysfsTarget(const char* name) {
                       : std::string(target.data(), static_cast<std::size_t>(length));
 }
 
-/// Reads the interface anew, and tells the manager when it is not as the inventory has it.
+/// Whether a link is up or down needs neither its cable's type nor its driver, which may hang.
+tav::NicCondition conditionOfLink(unsigned flags) {
+    const tav::AdapterCondition& condition =
+        tav::conditionOf(tav::adapterStatus(tav::linkTextOf(flags), ""));
+    return {tav::displayText(condition.state), tav::displayText(condition.health)};
+}
+
+/// Tells the manager of an interface that is not as the inventory has it.
 void reviewLink(const char* name, unsigned flags, const tav::NicCondition& cached) {
-    NICPhysicalAdapter probe;
-    const auto [firmware, bus, health, state] =
-        probe.get_ethtool_info(name, tav::linkTextOf(flags));
-    if (state.empty()) return;  // it has vanished
-    if (tav::NicCondition{state, health} == cached) {
+    if (!NICPhysicalAdapter::linkFlags(name)) return;  // it has vanished
+    const tav::NicCondition now = conditionOfLink(flags);
+    if (now == cached) {
         logger.debug(here(),
                      "Ignoring state change notification for interface: %2s as no state change "
                      "detected",
                      name);
         return;
     }
-    logger.debug(here(), "get<1> = %s, get<2>=%s, _existingStatus[0] = %s, _existingStatus[1] = %s",
-                 bus.c_str(), health.c_str(), cached.state.c_str(), cached.health.c_str());
-    NICResourceManager::getInstance()->updateStateAndHealth(name, state, health);
+    if (logger.writesDebug()) {
+        logger.debug(here(),
+                     "get<1> = %s, get<2>=%s, _existingStatus[0] = %s, _existingStatus[1] = %s",
+                     std::get<1>(NICPhysicalAdapter().get_ethtool_info(name)).c_str(),
+                     now.health.c_str(), cached.state.c_str(), cached.health.c_str());
+    }
+    NICResourceManager::getInstance()->updateStateAndHealth(name, now.state, now.health);
 }
 
 /// Whatever is learnt of a link, by a notification or by asking, passes the same filters.

@@ -195,11 +195,6 @@ std::tuple<std::string, std::string, std::string, std::string> NICPhysicalAdapte
     const char* name) {
     const std::optional<unsigned> flags = linkFlags(name);
     if (!flags) return {};
-    return get_ethtool_info(name, tav::linkTextOf(*flags));
-}
-
-std::tuple<std::string, std::string, std::string, std::string> NICPhysicalAdapter::get_ethtool_info(
-    const char* name, const char* linkText) {
     if (driverSocket() < 0) {
         logger.error(here(), "Socket call to obtain ethtool information failed : %s",
                      std::strerror(errno));
@@ -213,7 +208,8 @@ std::tuple<std::string, std::string, std::string, std::string> NICPhysicalAdapte
         if (error == ENODEV) return {};
     }
     // Whether a link is up or down needs no cable type, so the interface's details are not asked.
-    const tav::AdapterCondition& condition = tav::conditionOf(tav::adapterStatus(linkText, ""));
+    const tav::AdapterCondition& condition =
+        tav::conditionOf(tav::adapterStatus(tav::linkTextOf(*flags), ""));
     return {fieldText(driver.fw_version), fieldText(driver.bus_info),
             tav::displayText(condition.health), tav::displayText(condition.state)};
 }

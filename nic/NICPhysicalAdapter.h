@@ -34,10 +34,6 @@ class TAV_API NICPhysicalAdapter {
     /// "NotAvailable", "PCI" and "FFFFFFFFFFFFFFFF" where it says nothing.
     std::tuple<std::string, std::string, std::string> getOemValues(const std::string& name);
 
-    /// The same, but for a link whose text is known: "Up" or "Down".
-    std::tuple<std::string, std::string, std::string, std::string> get_ethtool_info(
-        const char* name, const char* linkText);
-
     /// The interface's flags (IFF_UP, IFF_RUNNING, ...); none when there is no such interface.
     static std::optional<unsigned> linkFlags(const char* name);
 

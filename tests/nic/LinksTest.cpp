@@ -170,7 +170,7 @@ TEST(LinkMonitor, ADriverThatHangsHoldsUpNeitherLinksNorAStop) {
     std::optional<Monitoring> monitoring(std::in_place);
     monitoring->waitUntilListening(links, "eth7");
     driversHang = true;
-    links.set("eth7", false);
+    links.set("eth7", false);  // the debug log wants to know more of it than its state
     EXPECT_TRUE(becomes("eth7", "Down"));
     links.set("eth7", true);
     EXPECT_TRUE(becomes("eth7", "Running")) << "it is not asked again";
