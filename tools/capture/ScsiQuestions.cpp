@@ -30,7 +30,6 @@ struct Disk {
     std::string lastAnswer;   ///< without failure
 };
 
-constexpr int sasProtocol = 6;
 constexpr int ataProtocol = 8;
 
 bool speaksAta(const Disk& disk) {
@@ -61,11 +60,13 @@ bool ofAtaProtocol(const Disk& disk) {
 bool ofAtaThatAborted(const Disk& disk) {
     return disk.hasAborted;
 }
-bool ofSas(const Disk& disk) {
-    return disk.protocol == sasProtocol;
+/// Also where the disk tells no protocol, or another one: where any controller is claimed, the
+/// managers judge it by these.
+bool ofScsiProtocol(const Disk& disk) {
+    return !ofAtaProtocol(disk);
 }
-bool ofSasSsd(const Disk& disk) {
-    return ofSas(disk) && disk.rotationRate == 1;
+bool ofScsiSsd(const Disk& disk) {
+    return ofScsiProtocol(disk) && disk.rotationRate == 1;
 }
 
 unsigned byteAt(const std::string& bytes, std::size_t at) {
@@ -140,11 +141,11 @@ constexpr std::array questions = {
     Question(scsi::smartErrorLog(), scsi::ataSector, ofAtaProtocol),
     Question(scsi::logDirectory(), scsi::ataSector, ofAtaThatAborted),
     Question(scsi::deviceStatistics(0), scsi::ataSector, ofAtaThatAborted),
-    Question(scsi::cumulativeLogPage(scsi::solidStateMediaPage, wearRoom), wearRoom, ofSasSsd),
+    Question(scsi::cumulativeLogPage(scsi::solidStateMediaPage, wearRoom), wearRoom, ofScsiSsd),
     Question(scsi::cumulativeLogPage(scsi::temperaturePage, temperatureRoom), temperatureRoom,
-             ofSas),
+             ofScsiProtocol),
     Question(scsi::cumulativeLogPage(scsi::informationalExceptionsPage, exceptionsRoom),
-             exceptionsRoom, ofSas),
+             exceptionsRoom, ofScsiProtocol),
 };
 
 constexpr std::uint8_t ataPassThrough = 0x85;
