@@ -18,9 +18,14 @@ struct Range {
 };
 constexpr std::array escaped = {
     Range{std::string_view("\0", 1), "\x1F"},
-    Range{"\x7F", "\xC2\x9F"},              // DEL, and the control characters of ISO 6429
-    Range{"\xE2\x80\xA8", "\xE2\x80\xAE"},  // ends of lines and paragraphs, directions
-    Range{"\xE2\x81\xA6", "\xE2\x81\xA9"},  // isolated directions
+    Range{"\x7F", "\xC2\x9F"},                      // DEL, and the control characters of ISO 6429
+    Range{"\xD8\x9C", "\xD8\x9C"},                  // a mark of direction
+    Range{"\xE2\x80\x8B", "\xE2\x80\x8F"},          // what has no width, marks of direction
+    Range{"\xE2\x80\xA8", "\xE2\x80\xAE"},          // ends of lines and paragraphs, directions
+    Range{"\xE2\x81\xA0", "\xE2\x81\xAF"},          // what cannot be seen, isolated directions
+    Range{"\xEF\xBB\xBF", "\xEF\xBB\xBF"},          // the byte order mark
+    Range{"\xEF\xBF\xB9", "\xEF\xBF\xBB"},          // annotations
+    Range{"\xF3\xA0\x80\x80", "\xF3\xA0\x81\xBF"},  // tags
 };
 
 struct ShortForm {

@@ -20,7 +20,6 @@
 #include <json/value.h>
 #include <sys/stat.h>
 
-#include "base/JsonText.h"
 #include "base/Threads.h"
 #include "base/Waiting.h"
 #include "collector/ClientEvent.h"
@@ -122,8 +121,8 @@ CliReason forwardEvent(const std::string& payload) {
         return CliReason::NoEvent;
     }
     (*event)["Source"] = cliSource;
-    const int result = tavEventHandler().sendEventToRMC(tav::compactJson(*event));
-    return result == 0 ? CliReason::None : CliReason::NotDelivered;
+    const tav::EventOutcome outcome = tavEventHandler().forwardEvent(*event);
+    return outcome == tav::EventOutcome::Delivered ? CliReason::None : CliReason::NotDelivered;
 }
 
 /// The event that a payload "ID" or "ID LOCATION" asks for; none when nobody raises it.

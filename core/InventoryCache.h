@@ -11,6 +11,7 @@
 #include <json/value.h>
 
 #include "base/Waiting.h"
+#include "core/News.h"
 
 namespace tav {
 
@@ -59,6 +60,7 @@ class InventoryCache {
         void publish(Inventory inventory) {
             const std::lock_guard<std::mutex> held(cache_.writerLock_);
             cache_.replace(std::move(inventory));
+            if (std::exchange(cache_.isFirst_, false)) noteNews();
         }
 
      private:
@@ -88,6 +90,7 @@ class InventoryCache {
         Inventory changed = *snapshot_;
         edit(changed);
         replace(std::move(changed));
+        noteNews();
     }
 
     /// Begins anew with an empty generation. Any thread.
@@ -112,6 +115,7 @@ class InventoryCache {
         // generation must not become its last owner; a later writer frees it then.
         retired_.push_back(std::move(snapshot));
         std::erase_if(retired_, [](const Snapshot& old) { return old.use_count() == 1; });
+        notePublication();
     }
 
     std::mutex mlock_;  ///< held for the whole of a build
@@ -122,6 +126,7 @@ class InventoryCache {
     /// Generations that somebody was still reading when they were replaced; under the writers'
     /// lock.
     std::vector<Snapshot> retired_;
+    bool isFirst_ = true;  ///< no build has been published; under the writers' lock, too
 };
 
 /// Replaces `records` by those of the last published generation; returns 1 when the next one is

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "base/FileReading.h"
+#include "core/Figures.h"
 #include "core/Log.h"
 #include "core/tavUtils.h"
 #include "fc/FCAdapterTables.h"
@@ -225,6 +226,7 @@ std::optional<tav::FoundFcPort> FCResourceManager::readState(const std::string& 
 
 /// Whether one of the first `limit` ports has another state than the inventory shows.
 bool FCResourceManager::waitOnPortState(std::size_t limit) {
+    const tav::Timed timed(tav::figuresOf(FIBRE_CHANNEL_DEVICES).polls);
     std::vector<std::string> hosts;
     for (const int number : ports_.hosts())
         hosts.push_back("host" + std::to_string(number));

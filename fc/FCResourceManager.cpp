@@ -7,6 +7,7 @@
 
 #include "base/StopSignal.h"
 #include "base/Waiting.h"
+#include "core/Figures.h"
 #include "core/Log.h"
 #include "core/UeventListener.h"
 #include "core/tavConfig.h"
@@ -121,6 +122,7 @@ void FCResourceManager::reset() {
 
 void FCResourceManager::cacheBuild() {
     logger.debug(here(), "Building FC Cache");
+    const tav::Timed timed(tav::figuresOf(FIBRE_CHANNEL_DEVICES).builds);
     std::vector<tav::FCPortLedgers::Change> changes;
     {
         tav::InventoryCache<Inventory>::Build build(cache_);

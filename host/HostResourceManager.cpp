@@ -12,6 +12,7 @@
 #include "base/StopSignal.h"
 #include "base/Waiting.h"
 #include "core/Command.h"
+#include "core/Figures.h"
 #include "core/Log.h"
 #include "core/tavConfig.h"
 #include "core/tavUtils.h"
@@ -96,6 +97,7 @@ void HostResourceManager::reset() {
 
 void HostResourceManager::cacheBuild() {
     logger.debug(here(), "Starting Host resource manager cache build.");
+    const tav::Timed timed(tav::figuresOf(HOST_OS_INFO).builds);
     {
         tav::InventoryCache<Inventory>::Build build(cache_);
         const auto known = cache_.current();

@@ -10,6 +10,7 @@
 #include "base/StopSignal.h"
 #include "base/Waiting.h"
 #include "core/Command.h"
+#include "core/Figures.h"
 #include "core/Log.h"
 #include "core/tavUtils.h"
 #include "nic/NICPhysicalAdapter.h"
@@ -119,6 +120,7 @@ void NICResourceManager::reset() {
 
 void NICResourceManager::cacheBuild() {
     logger.debug(here(), "Building NIC Cache");
+    const tav::Timed timed(tav::figuresOf(ETHERNET_DEVICES).builds);
     std::vector<tav::SharedInterface> recovered;
     {
         tav::InventoryCache<Inventory>::Build build(cache_);
@@ -203,6 +205,7 @@ void NICResourceManager::logInstances(const Inventory& inventory) {
 
 bool NICResourceManager::checkLinkState() {
     logger.debug(here(), "Getting list of interfaces");
+    const tav::Timed timed(tav::figuresOf(ETHERNET_DEVICES).polls);
     const std::optional<std::string> list = runList(linkCommand);
     if (!list) {
         if (!tav::stopRequested()) {

@@ -10,6 +10,7 @@
 #include "base/Threads.h"
 #include "core/Log.h"
 #include "core/tavUtils.h"
+#include "rmc/DeliveryNotes.h"
 #include "rmc/tavJsonAggregator.h"
 #include "rmc/tavipmi.h"
 
@@ -33,16 +34,9 @@ bool contains(const Table& table, const Value& value) {
     return std::find(table.begin(), table.end(), value) != table.end();
 }
 
-Json::Value render(const tavEvent& event) {
-    tavUtils utils;
-    int osType = 0;
-    utils.getOSType(&osType);
+/// What the event itself tells.
+Json::Value describe(const tavEvent& event) {
     Json::Value json(Json::objectValue);
-    json["HostName"] = tav::jsonText(utils.readHostName());
-    json["OSVersion"] = tav::jsonText(utils.readHostOSVersion());
-    json["OSType"] = osType;
-    const std::string address = utils.getPrimaryIPAddress();
-    if (!address.empty()) json["IPv4Addresses"][0]["Address"] = address;
     json["ID"] = event.getEventID();
     json["Source"] = event.getSource();
     json["EventTime"] = event.getEventTime();
@@ -53,11 +47,46 @@ Json::Value render(const tavEvent& event) {
     return json;
 }
 
+Json::Value render(const tavEvent& event) {
+    tavUtils utils;
+    int osType = 0;
+    utils.getOSType(&osType);
+    Json::Value json = describe(event);
+    json["HostName"] = tav::jsonText(utils.readHostName());
+    json["OSVersion"] = tav::jsonText(utils.readHostOSVersion());
+    json["OSType"] = osType;
+    const std::string address = utils.getPrimaryIPAddress();
+    if (!address.empty()) json["IPv4Addresses"][0]["Address"] = address;
+    return json;
+}
+
+int sendText(const std::string& json, std::string& why) {
+    const int result = ipmi::IPMIUtils::RMC_CLI_Cmd_Execution("MPEventGen", json, why);
+    if (result == 1) {
+        logger.error(here(), "FAILURE in logging event to RMC");
+    } else {
+        logger.debug(here(), "SUCCESS in delivering event to RMC");
+    }
+    return result;
+}
+
+EventOutcome sendAndNote(int id, std::string json) {
+    std::string why;
+    const EventOutcome outcome =
+        sendText(json, why) == 0 ? EventOutcome::Delivered : EventOutcome::Failed;
+    tav::noteEvent({0, id, outcome, std::move(why), std::move(json)});
+    return outcome;
+}
+
 EventOutcome send(const tavEvent& event) {
-    const std::string json = tav::compactJson(render(event));
+    std::string json = tav::compactJson(render(event));
     logger.infoText(here(), json);
-    return tavEventHandler().sendEventToRMC(json) == 0 ? EventOutcome::Delivered
-                                                       : EventOutcome::Failed;
+    return sendAndNote(event.getEventID(), std::move(json));
+}
+
+void noteUnsent(const tavEvent& event, EventOutcome outcome, std::string why) {
+    tav::noteEvent(
+        {0, event.getEventID(), outcome, std::move(why), tav::compactJson(describe(event))});
 }
 
 EventOutcome sendOnItsOwnThread(const tavEvent& event) {
@@ -69,10 +98,16 @@ EventOutcome sendOnItsOwnThread(const tavEvent& event) {
     });
     if (failure != 0) {
         logger.error(here(), "Unable to spawn a thread to handle event.");
+        noteUnsent(event, outcome, "there was no thread to send it");
         return outcome;
     }
     tav::joinThread(thread);
     return outcome;
+}
+
+EventOutcome drop(const tavEvent& event) {
+    noteUnsent(event, EventOutcome::Dropped, "the controller has no inventory yet");
+    return EventOutcome::Dropped;
 }
 
 }  // namespace
@@ -80,7 +115,7 @@ EventOutcome sendOnItsOwnThread(const tavEvent& event) {
 EventOutcome tavEventHandler::deliverEvent(const tavEvent& event) {
     const bool passes = tavJsonAggregator::getInstance()->isInventorySent() ||
                         contains(sentBeforeInventory, event.getEventID());
-    const EventOutcome outcome = passes ? sendOnItsOwnThread(event) : EventOutcome::Dropped;
+    const EventOutcome outcome = passes ? sendOnItsOwnThread(event) : drop(event);
     const bool tellsOfTheHost = event.getSource() != testEventSource;
     if (outcome != EventOutcome::Delivered && tellsOfTheHost) {
         tavJsonAggregator::getInstance()->eventWasLost();
@@ -93,14 +128,14 @@ void tavEventHandler::generateEvent(tavEvent event) {
     deliverEvent(event);
 }
 
+EventOutcome tavEventHandler::forwardEvent(const Json::Value& event) {
+    const Json::Value id = event.get("ID", 0);
+    return sendAndNote(id.isInt() ? id.asInt() : 0, tav::compactJson(event));
+}
+
 int tavEventHandler::sendEventToRMC(const std::string& json) {
-    const int result = ipmi::IPMIUtils::RMC_CLI_Cmd_Execution("MPEventGen", json);
-    if (result == 1) {
-        logger.error(here(), "FAILURE in logging event to RMC");
-    } else {
-        logger.debug(here(), "SUCCESS in delivering event to RMC");
-    }
-    return result;
+    std::string why;
+    return sendText(json, why);
 }
 
 void* startEventGeneration(void* event) {

@@ -6,6 +6,7 @@
 #include <json/value.h>
 
 #include "base/Export.h"
+#include "rmc/DeliveryRecord.h"
 
 /// One event: something happened on the host. A plain value.
 class TAV_API tavEvent {
@@ -57,17 +58,6 @@ class TAV_API tavEvent {
     Json::Value variableData_;
 };
 
-namespace tav {
-
-/// What became of an event.
-enum class EventOutcome {
-    Delivered,  ///< the controller has acknowledged it
-    Dropped,    ///< not sent, because the controller has no inventory yet
-    Failed      ///< sent in vain, or it could not be sent
-};
-
-}  // namespace tav
-
 /// Turns events into JSON and sends them to the management controller. Keeps no state; any thread.
 class TAV_API tavEventHandler {
  public:
@@ -82,7 +72,10 @@ class TAV_API tavEventHandler {
     /// The same for those who do not care what became of it.
     void generateEvent(tavEvent event);
 
-    /// Sends one event's JSON text. 0 on success, 1 on failure.
+    /// Sends an event that is JSON already, whoever has made it.
+    tav::EventOutcome forwardEvent(const Json::Value& event);
+
+    /// Sends one event's JSON text, of which nothing is kept. 0 on success, 1 on failure.
     int sendEventToRMC(const std::string& json);
 };
 

@@ -3,16 +3,20 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <ctime>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/JsonText.h"
 #include "base/Threads.h"
 #include "base/Waiting.h"
 #include "core/Log.h"
+#include "core/News.h"
 #include "core/resource_managers.h"
 #include "core/tavConfig.h"
+#include "rmc/DeliveryNotes.h"
 #include "rmc/tavipmi.h"
 
 using tav::at;
@@ -212,21 +216,26 @@ Json::Value tavJsonAggregator::collectInventory() {
 }
 
 tavJsonAggregator::Push tavJsonAggregator::createInventoryJsonString() {
+    tav::SentInventory sent;
+    sent.publications = tav::publications();
+    sent.collected = std::time(nullptr);
     ++begun;
     const Json::Value document = collectInventory();
     Push outcome = Push::Empty;
     if (document.isNull()) {
         logger.warning(at(404), "No inventory information found!");
     } else {
-        outcome = sendJsonString(document) ? Push::Acknowledged : Push::Failed;
+        sent.text = tav::compactJson(document);
+        sent.isAcknowledged = sendJsonString(sent.text);
+        outcome = sent.isAcknowledged ? Push::Acknowledged : Push::Failed;
+        tav::noteInventory(std::move(sent));
     }
     if (outcome == Push::Acknowledged) acknowledged = begun.load();
     firstInventoryPushComplete = true;
     return outcome;
 }
 
-bool tavJsonAggregator::sendJsonString(const Json::Value& document) {
-    const std::string text = tav::compactJson(document);
+bool tavJsonAggregator::sendJsonString(const std::string& text) {
     logger.info(at(452), "*************printing final Json String*******");
     logger.infoText(at(453), text);
     if (ipmi::IPMIUtils::RMC_CLI_Cmd_Execution("WriteInventory", text) == 1) {

@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <string>
 #include <thread>
 
 #include <json/value.h>
@@ -68,7 +69,7 @@ class TAV_API tavJsonAggregator {
     void push(std::unique_lock<std::mutex>& held);
     enum class Push { Acknowledged, Failed, Empty };
     Push createInventoryJsonString();
-    static bool sendJsonString(const Json::Value& document);
+    static bool sendJsonString(const std::string& text);
 
     /// Guards the flags and what is undelivered; never held while managers are asked or anything is
     /// sent.

@@ -26,6 +26,7 @@
 
 using tav::at;
 using tav::here;
+using tav::RmcStep;
 
 namespace ipmi {
 namespace {
@@ -232,12 +233,13 @@ IPMIUtils::IPMIUtils() {
     }
     device_ = std::move(opened.device);
     if (!device_.isOpen()) {
-        fail(tav::printed("%s cannot be opened: %s; nothing reaches the controller", devicePath,
-                          describe(opened.error).c_str()));
+        fail(RmcStep::Open, tav::printed("%s cannot be opened: %s; nothing reaches the controller",
+                                         devicePath, describe(opened.error).c_str()));
     }
 }
 
-bool IPMIUtils::fail(std::string what) {
+bool IPMIUtils::fail(RmcStep step, std::string what) {
+    tav::noteFailureAt(step);
     failure_ = std::move(what);
     return false;
 }
@@ -285,8 +287,8 @@ bool IPMIUtils::send(unsigned char netfn, unsigned char cmd, unsigned char lun,
     if (result == 0) return true;
     const int error = errno;
     logger.debug(at(118), "Request ioctl failure with error code : %d", error);
-    return fail(tav::printed("The IPMI driver has not taken request %02Xh/%02Xh: %s", netfn, cmd,
-                             describe(error).c_str()));
+    return fail(RmcStep::Send, tav::printed("The IPMI driver has not taken request %02Xh/%02Xh: %s",
+                                            netfn, cmd, describe(error).c_str()));
 }
 
 /// Takes messages until the one that answers `messageId` comes.
@@ -305,14 +307,17 @@ bool IPMIUtils::receive(long messageId, Answer& answer) {
             if (errno == EINTR) continue;
             const int error = errno;
             logger.debug(at(155), "Response ioctl failure");
-            return fail("The IPMI driver has not handed out an answer: " + describe(error));
+            return fail(RmcStep::Receive,
+                        "The IPMI driver has not handed out an answer: " + describe(error));
         }
         if (message.recv_type != IPMI_RESPONSE_RECV_TYPE || message.msgid != messageId) continue;
         answer.size = std::min<std::size_t>(message.msg.data_len, answer.bytes.size());
-        return answer.size > 0 || fail("The controller's answer is empty");
+        return answer.size > 0 || fail(RmcStep::Answer, "The controller's answer is empty");
     }
-    return fail(tav::stopRequested() ? "The controller had not answered when the service stopped"
-                                     : "The controller has not answered in time");
+    if (tav::stopRequested()) {
+        return fail(RmcStep::Stop, "The controller had not answered when the service stopped");
+    }
+    return fail(RmcStep::Silence, "The controller has not answered in time");
 }
 
 int IPMIUtils::RMC_CLI_Exec(const std::string& command, const std::string& payload,
@@ -320,7 +325,7 @@ int IPMIUtils::RMC_CLI_Exec(const std::string& command, const std::string& paylo
     if (transferStatus == nullptr || exitStatus == nullptr || command.empty() || payload.empty() ||
         command.size() >= tav::rmcCommandNameSize) {
         logger.error(at(211), "Provided command / arguments is not valid");
-        fail("The command is not valid");
+        fail(RmcStep::Command, "The command is not valid");
         return 0;
     }
     tav::RmcAnswer last;
@@ -331,10 +336,12 @@ int IPMIUtils::RMC_CLI_Exec(const std::string& command, const std::string& paylo
     // The text's own NUL is part of what travels.
     const std::string_view bytes(payload.c_str(), payload.size() + 1);
     std::size_t sent = 0;
+    const tav::Stopwatch watch;
     StopLimit limit;
     while (sent < bytes.size()) {
         if (limit.isOver()) {
-            fail("The transfer was too slow to be finished when the service stopped");
+            fail(RmcStep::Stop,
+                 "The transfer was too slow to be finished when the service stopped");
             report();
             return 0;
         }
@@ -355,6 +362,7 @@ int IPMIUtils::RMC_CLI_Exec(const std::string& command, const std::string& paylo
         sent += first ? tav::rmcFirstFramePayload : tav::rmcLaterFramePayload;
     }
     if (last.transferStatus != 0) report();
+    transferTook_ = watch.elapsed();
     // The controller needs its pause also from a thread that is stopping.
     const tav::StopScope unstoppable(nullptr);
     tav::pauseFor(pauseAfterTransfer);
@@ -370,19 +378,27 @@ std::optional<tav::RmcAnswer> IPMIUtils::exchangeFrame(const tav::RmcFrame& fram
     }
     // For a controller that is silent the driver hands out an answer of its own, without data.
     if (completionCode_ != 0) {
-        fail(tav::printed("The controller refuses commands (completion code %02Xh)",
+        fail(RmcStep::Refusal,
+             tav::printed("The controller refuses commands (completion code %02Xh)",
                           completionCode_));
         return std::nullopt;
     }
     const auto answer = tav::parseRmcAnswer(std::span<const std::uint8_t>(data).first(dataSize));
-    if (!answer) fail(tav::printed("The controller's answer has %d bytes instead of 4", dataSize));
+    if (answer) {
+        tav::noteFrame();
+    } else {
+        fail(RmcStep::Answer,
+             tav::printed("The controller's answer has %d bytes instead of 4", dataSize));
+    }
     return answer;
 }
 
 namespace {
 
-int notSent(const std::string& command) {
-    tav::noteFailed(command, "the service stopped before it was sent");
+int notSent(const std::string& command, std::string& why) {
+    why = "the service stopped before it was sent";
+    tav::noteFailureAt(RmcStep::Stop);
+    tav::noteFailed(command, why);
     logger.info(here(), "%s was not sent, because the service stops.", command.c_str());
     return 1;
 }
@@ -396,10 +412,16 @@ std::string describeStatus(unsigned char transferStatus) {
 }  // namespace
 
 int IPMIUtils::RMC_CLI_Cmd_Execution(const std::string& command, const std::string& payload) {
-    if (!takeTurn(mlock)) return notSent(command);
+    std::string why;
+    return RMC_CLI_Cmd_Execution(command, payload, why);
+}
+
+int IPMIUtils::RMC_CLI_Cmd_Execution(const std::string& command, const std::string& payload,
+                                     std::string& why) {
+    if (!takeTurn(mlock)) return notSent(command, why);
     const std::lock_guard<std::mutex> held(mlock, std::adopt_lock);
     IPMIUtils channel;
-    if (!channel.device_.isOpen() && tav::stopRequested()) return notSent(command);
+    if (!channel.device_.isOpen() && tav::stopRequested()) return notSent(command, why);
     logger.debug(at(453), "Command to be executed on RMC : %s %s", command.c_str(),
                  payload.c_str());
     unsigned char transferStatus = 0;
@@ -407,16 +429,19 @@ int IPMIUtils::RMC_CLI_Cmd_Execution(const std::string& command, const std::stri
     if (channel.RMC_CLI_Exec(command, payload, &transferStatus, &exitStatus) == 0) {
         logExchangeFailure(transferStatus);
         if (!channel.failure().empty()) trouble().tell(channel.failure());
-        tav::noteFailed(command, channel.failure());
+        why = channel.failure();
+        tav::noteFailed(command, why);
         return 1;
     }
     trouble().isOver();
     if (transferStatus != 0) {
         logTransferStatus(transferStatus, exitStatus, payload.size());
-        tav::noteFailed(command, describeStatus(transferStatus));
+        why = describeStatus(transferStatus);
+        tav::noteFailureAt(RmcStep::Status);
+        tav::noteFailed(command, why);
         return 1;
     }
-    tav::noteDelivered(command);
+    tav::noteDelivered(command, channel.transferTook_);
     return 0;
 }
 
@@ -432,7 +457,8 @@ bool IPMIUtils::checkIPMIDBRequest() {
         completionCode_ != 0) {
         logger.error(at(439), "An error occurred in checking RMC request via IPMI");
         if (completionCode_ != 0) {
-            fail(tav::printed("The controller has no door bell (completion code %02Xh)",
+            fail(RmcStep::Refusal,
+                 tav::printed("The controller has no door bell (completion code %02Xh)",
                               completionCode_));
         }
         trouble().tell(failure_);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -8,6 +9,7 @@
 
 #include "base/Export.h"
 #include "base/FileDescriptor.h"
+#include "rmc/DeliveryRecord.h"
 #include "rmc/RmcFrame.h"
 
 namespace ipmi {
@@ -84,6 +86,9 @@ class TAV_API IPMIUtils {
     /// that has been asked to stop begins nothing any more, and a transfer that moves has 30
     /// seconds from then on.
     static int RMC_CLI_Cmd_Execution(const std::string& command, const std::string& payload);
+    /// The same; `why` tells what the failure was.
+    static int RMC_CLI_Cmd_Execution(const std::string& command, const std::string& payload,
+                                     std::string& why);
 
     /// Whether the controller's door-bell answer asks for the inventory.
     bool checkIPMIDBRequest();
@@ -98,13 +103,14 @@ class TAV_API IPMIUtils {
     bool send(unsigned char netfn, unsigned char cmd, unsigned char lun, const unsigned char* data,
               unsigned char dataLen, long messageId);
     bool receive(long messageId, Answer& answer);
-    bool fail(std::string what);
+    bool fail(tav::RmcStep step, std::string what);
     /// One command frame; empty when the exchange failed.
     std::optional<tav::RmcAnswer> exchangeFrame(const tav::RmcFrame& frame);
 
     tav::FileDescriptor device_;
     unsigned char completionCode_ = 0;
     std::string failure_;
+    std::chrono::milliseconds transferTook_{0};  ///< the last that ran to its end
 };
 
 /// Each asks on a device of its own; true when the controller answered as the request's standard

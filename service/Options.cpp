@@ -21,6 +21,8 @@ SIGHUP looks at once, not within the minute, whether a log has to be moved to th
                        NVMe drives too, where the configuration enables NVMeControllers
   --generic-storage=any
                        the same, of whatever controllers there are and not of those we know alone
+  --metrics-file FILE  keep metrics for Prometheus there (for the node exporter's textfile
+                       collector: a name that ends in .prom in its directory)
   --print              build the inventory once, print it, send nothing, and end
   --check-config FILE  say for each setting in FILE what is accepted and what is replaced
   --help               this text
@@ -41,10 +43,21 @@ Exit status:
   246  the main log's directory cannot be created (the system log says why)
 )";
 
+namespace {
+
+Options only(Task task) {
+    Options options;
+    options.task = task;
+    return options;
+}
+
+}  // namespace
+
 Options parseOptions(int argc, char** argv) {
-    constexpr std::array<option, 7> longOptions = {
+    constexpr std::array<option, 8> longOptions = {
         {{"fibre-channel", no_argument, nullptr, 'f'},
          {"generic-storage", optional_argument, nullptr, 'g'},
+         {"metrics-file", required_argument, nullptr, 'm'},
          {"print", no_argument, nullptr, 'p'},
          {"check-config", required_argument, nullptr, 'c'},
          {"help", no_argument, nullptr, 'h'},
@@ -63,10 +76,16 @@ Options parseOptions(int argc, char** argv) {
                 if (std::string_view(::optarg) != "any") {
                     std::cerr << "tavd: --generic-storage takes 'any' or nothing, not '" << ::optarg
                               << "'; see tavd --help\n";
-                    return {Task::Refuse, {}, false, {}};
+                    return only(Task::Refuse);
                 }
                 options.genericStorage = tav::GenericStorage::AnyController;
                 break;
+            case 'm':
+                options.metricsFile = ::optarg;
+                if (options.metricsFile.starts_with('/')) break;
+                std::cerr << "tavd: --metrics-file takes an absolute path, not '" << ::optarg
+                          << "'; see tavd --help\n";
+                return only(Task::Refuse);
             case 'p':
                 options.task = Task::Print;
                 break;
@@ -75,16 +94,16 @@ Options parseOptions(int argc, char** argv) {
                 options.file = ::optarg;
                 break;
             case 'h':
-                return {Task::Help, {}, false, {}};
+                return only(Task::Help);
             case 'v':
-                return {Task::Version, {}, false, {}};
+                return only(Task::Version);
             default:
-                return {Task::Refuse, {}, false, {}};
+                return only(Task::Refuse);
         }
     }
     if (::optind < argc) {
         std::cerr << "tavd: unexpected argument '" << argv[::optind] << "'; see tavd --help\n";
-        return {Task::Refuse, {}, false, {}};
+        return only(Task::Refuse);
     }
     return options;
 }

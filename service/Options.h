@@ -14,6 +14,7 @@ struct Options {
     Task task = Task::Serve;
     std::string file;           ///< for Task::CheckConfig
     bool fibreChannel = false;  ///< for Task::Serve: run the Fibre Channel manager too
+    std::string metricsFile;    ///< for Task::Serve: keep metrics there; empty: nowhere
     /// Also report controllers that the kernel alone knows.
     std::optional<tav::GenericStorage> genericStorage;
 };

@@ -31,12 +31,11 @@
 #include "core/tavUtils.h"
 #include "fc/FCResourceManager.h"
 #include "nic/NICEventMonitor.h"
-#include "rmc/DeliveryRecord.h"
 #include "rmc/tavIPMIDBService.h"
 #include "rmc/tavJsonAggregator.h"
 #include "service/CrashCapture.h"
 #include "service/ServiceManager.h"
-#include "service/StatusFile.h"
+#include "service/StateKeeper.h"
 
 namespace tavd {
 namespace {
@@ -103,18 +102,12 @@ timespec nextLook(const ServiceManager& manager) {
 
 /// SIGHUP ends the wait, so that the logs are looked at right away then.
 void waitForStop(const sigset_t& whileWaiting, ServiceManager& manager) {
-    std::array<pollfd, 2> watched = {pollfd{stopRequest().descriptor(), POLLIN, 0},
-                                     pollfd{tav::deliveryNews(), POLLIN, 0}};
+    pollfd stop{stopRequest().descriptor(), POLLIN, 0};
     while (!stopRequest().requested()) {
         manager.lookAtLoops();
         const timespec wait = nextLook(manager);
-        const int ready = ::ppoll(watched.data(), watched.size(), &wait, &whileWaiting);
-        if (ready > 0 && watched[1].revents != 0) {
-            tav::deliveryNewsTaken();
-            writeStatusFile();
-        } else {
-            lookAtLogs();
-        }
+        ::ppoll(&stop, 1, &wait, &whileWaiting);
+        lookAtLogs();
     }
 }
 
@@ -201,7 +194,7 @@ void addFibreChannel(Json::Value& document) {
 
 }  // namespace
 
-int serve(bool withFibreChannel) {
+int serve(bool withFibreChannel, const std::string& metricsFile) {
     if (::geteuid() != 0) {
         std::cerr << "tavd: only root may use the IPMI device and the disks; run it as root\n";
         return 5;
@@ -221,6 +214,8 @@ int serve(bool withFibreChannel) {
         logger.warning(tav::here(),
                        "There is no usable configuration file; the built-in defaults apply.");
     }
+    StateKeeper state(metricsFile, withFibreChannel);
+    state.start();
     FibreChannel fibreChannel;
     const bool started = startEverything() && (!withFibreChannel || fibreChannel.start());
     if (started) {
@@ -232,6 +227,7 @@ int serve(bool withFibreChannel) {
     tellEverythingToStop();
     fibreChannel.join();
     stopEverything();
+    state.stop();
     // What cannot die yet, in the kernel, does not keep a successor waiting.
     lock.reset();
     return started ? 0 : 1;

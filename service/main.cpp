@@ -46,7 +46,7 @@ int run(const tavd::Options& options) {
         case tavd::Task::Refuse:
             return 2;
         case tavd::Task::Serve:
-            return tavd::serve(options.fibreChannel);
+            return tavd::serve(options.fibreChannel, options.metricsFile);
     }
     return 2;
 }

@@ -9,6 +9,7 @@
 
 #include "base/StopSignal.h"
 #include "base/Waiting.h"
+#include "core/Figures.h"
 #include "core/UeventListener.h"
 #include "core/tavConfig.h"
 #include "core/tavUtils.h"
@@ -193,6 +194,7 @@ void SASResourceManager::waitForLoopEnd() {
 
 void SASResourceManager::cacheBuild() {
     logger.debug(here(), "Building storage cache.");
+    const tav::Timed timed(tav::figuresOf(STORAGE_CONTROLLERS).builds);
     // A request that comes from now on may be about something that this build has passed by.
     const bool askedBefore = pushWhenBuilt_.exchange(false);
     bool hasOtherControllers = false;
@@ -215,6 +217,7 @@ void SASResourceManager::cacheBuild() {
 
 void SASResourceManager::pollDevices() {
     logger.debug(here(), "Polling devices.");
+    const tav::Timed timed(tav::figuresOf(STORAGE_CONTROLLERS).polls);
     rounds_->poll();
     lastPollTime_ = tav::secondsNow();
 }

@@ -190,7 +190,9 @@ StorageGeneration StorageRounds::compose(const StorageGeneration& before) const 
 
 void StorageRounds::noteSilent() {
     group_.forEachUnanswered([this](Key who, const auto& unanswered) {
-        if (stopRequested() || !silent_.insert(who).second) return;
+        const bool isNew =
+            !stopRequested() && silent_.try_emplace(who, "storage", unanswered.what).second;
+        if (!isNew) return;
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(unanswered.since);
         storageLog.warning(here(),
                            "%s has not come back for %ld seconds. The rest goes on without it; "

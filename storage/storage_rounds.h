@@ -3,11 +3,11 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "base/LaneGroup.h"
+#include "core/Unanswered.h"
 #include "storage/registered_factories.h"
 #include "storage/storage_inventory.h"
 
@@ -67,7 +67,7 @@ class StorageRounds {
     const PublishLate publishLate_;
     const std::shared_ptr<Lanes> lanes_;
     LaneGroup<Key, Answer> group_;
-    std::set<Key> silent_;  ///< of which it has been said
+    std::map<Key, Unanswered> silent_;  ///< of which it has been said
 
     const StorageGeneration* before_ = nullptr;  ///< not null while a discovery runs
     std::map<Key, std::vector<Key>> listed_;     ///< the controllers of the factories

@@ -1,12 +1,8 @@
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <fstream>
 #include <iomanip>
 #include <iostream>
-#include <iterator>
-#include <optional>
 #include <sstream>
 #include <string>
 
@@ -14,49 +10,102 @@
 #include <unistd.h>
 
 #include "base/FileDescriptor.h"
+#include "base/OneLine.h"
 #include "rmc/DeliveryRecord.h"
+#include "rmc/StateFiles.h"
 #include "rmc/tavMsgInfra.h"
 #include "rmc/tavipmi.h"
 #include "tools/Command.h"
 #include "tools/CommandLine.h"
 #include "tools/ServiceClient.h"
+#include "tools/ServiceFiles.h"
 
 namespace tav::ctl {
 namespace {
 
 constexpr std::string_view help =
-    R"(Tells whether a service takes requests on this host, tries what it needs (opens the
-IPMI device and asks the management controller who it is; reads the configuration
-file, without which the built-in defaults apply), and tells what the controller
-has acknowledged last and what has failed since.
+    R"(Tells in one word whether the collector works, and then what that is made of:
+whether a service runs and takes requests; whether what it needs is there (the IPMI
+device and behind it the management controller, the configuration file, without
+which the built-in defaults apply); what the controller has acknowledged last and
+what has failed since; what stands still or does not answer.
 
-Exit status: 0 the service runs and has what it needs, 1 it runs, but the
-controller cannot be reached, 2 wrong usage, 3 it does not run, 5 you are not
-allowed to ask it.
+  works     the service runs, and what it reports arrives
+  degraded  it runs, but the controller cannot be reached, the last inventory or
+            event has not arrived, a part of it stands still, or a device does not
+            answer
+  down      it does not run
+
+Root may ask, and who may read /run/tavd (the group tavd), who is not told whether
+the controller answers right now.
+
+Exit status: 0 works, 1 degraded, 2 wrong usage, 3 down, 5 you may not ask.
 )";
 
 constexpr const char* device = "/dev/ipmi0";
 constexpr const char* configuration = "/etc/config/orn/tav/tav.conf";
 
-void tell(const char* name, const std::string& what) {
-    std::cout << std::left << std::setw(15) << name << what << '\n';
+/// What has been found, told at the end: the verdict stands above it.
+class Findings {
+ public:
+    void tell(const char* name, const std::string& what) {
+        text_ << std::left << std::setw(15) << name;
+        std::string line;
+        appendOneLine(line, what);
+        text_ << line << '\n';
+    }
+    void degraded() { isDegraded_ = true; }
+    bool isDegraded() const { return isDegraded_; }
+    std::string text() const { return text_.str(); }
+
+ private:
+    std::ostringstream text_;
+    bool isDegraded_ = false;
+};
+
+bool isForbidden(int error) {
+    return error == EACCES || error == EPERM;
 }
 
-ExitStatus tellService() {
+std::string describeRun(const Json::Value& health) {
+    const std::time_t started = timeIn(health, "Started");
+    return started == 0 ? "runs" : "runs since " + timeText(started);
+}
+
+/// Done, NoService or NotAllowed.
+ExitStatus tellService(Findings& findings, const Json::Value& health) {
     if (serviceRuns()) {
-        tell("service", std::string("runs; takes requests on ") + tavRequestPipe);
+        findings.tell("service", describeRun(health) + "; takes requests on " + tavRequestPipe);
         return Done;
     }
-    const bool isForbidden = errno == EACCES || errno == EPERM;
-    tell("service", isForbidden ? "may not be asked by you; try it as root"
-                                : "does not run (systemctl status tavd)");
-    return isForbidden ? NotAllowed : NoService;
+    const bool mayNotAsk = isForbidden(errno);
+    const Life life = lifeOf(health);
+    if (life == Life::Runs) {
+        findings.tell("service", describeRun(health) + (mayNotAsk ? "; takes no requests of yours"
+                                                                  : "; takes no requests"));
+        if (!mayNotAsk) findings.degraded();
+        return Done;
+    }
+    if (mayNotAsk && life == Life::Unknown) {
+        findings.tell("service", "may not be asked by you; try it as root");
+        return NotAllowed;
+    }
+    const std::string last =
+        life == Life::Stopped ? "; stopped " + timeText(timeIn(health, "Stopped"))
+        : life == Life::Died  ? "; ended unasked after " + timeText(timeIn(health, "Written"))
+                              : "";
+    findings.tell("service", "does not run (systemctl status tavd)" + last);
+    return NoService;
 }
 
-/// Why the file cannot be opened; empty when it can.
-std::string whyUnusable(const char* path, int mode) {
+/// Why the file cannot be opened, as errno tells it; 0 when it can.
+int whyUnusable(const char* path, int mode) {
     const FileDescriptor file(::open(path, mode | O_NONBLOCK | O_CLOEXEC));
-    return file.isOpen() ? std::string() : std::strerror(errno);
+    return file.isOpen() ? 0 : errno;
+}
+
+std::string describe(const char* path, int error) {
+    return error == 0 ? path : path + (": " + std::string(std::strerror(error)));
 }
 
 std::string describe(const ipmi::_GET_DEVICE_ID& id) {
@@ -69,22 +118,17 @@ std::string describe(const ipmi::_GET_DEVICE_ID& id) {
     return text.str();
 }
 
-bool tellController() {
-    const std::string why = whyUnusable(device, O_RDWR);
-    tell("device", why.empty() ? device : device + (": " + why));
-    if (!why.empty()) return false;  // to load its driver is the service's business
+void tellController(Findings& findings) {
+    const int error = whyUnusable(device, O_RDWR);
+    findings.tell("device", describe(device, error));
+    if (isForbidden(error)) return;  // the service may, and tells
     ipmi::_GET_DEVICE_ID id{};
-    const bool answers = ipmi::GetDeviceIdInfo(id);
-    tell("controller", answers ? describe(id) : "does not say who it is");
-    return answers;
-}
-
-std::string timeText(std::time_t moment) {
-    std::array<char, 32> text{};
-    std::tm local{};
-    ::localtime_r(&moment, &local);
-    std::strftime(text.data(), text.size(), "%F %T", &local);
-    return text.data();
+    // To load its driver is the service's business.
+    const bool answers = error == 0 && ipmi::GetDeviceIdInfo(id);
+    if (error == 0) {
+        findings.tell("controller", answers ? describe(id) : "does not say who it is");
+    }
+    if (!answers) findings.degraded();
 }
 
 std::string describe(const Delivery& delivery) {
@@ -98,15 +142,41 @@ std::string describe(const Delivery& delivery) {
     return text;
 }
 
-void tellDeliveries() {
-    std::ifstream file(deliveryRecordFile);
-    const auto record = parseDeliveryRecord(std::string(std::istreambuf_iterator<char>(file), {}));
+void tellDeliveries(Findings& findings, const Json::Value& health) {
+    const auto record = parseDeliveryRecord(health);
     if (!record) {
-        tell("deliveries", "nothing is known of any");
+        findings.tell("deliveries", "nothing is known of any");
         return;
     }
-    tell("inventory", describe(record->inventories));
-    tell("events", describe(record->events));
+    const auto& [inventories, events] = *record;
+    findings.tell("inventory", describe(inventories));
+    findings.tell("events", describe(events));
+    // What events did not tell, an inventory has made good.
+    const bool isBehind = events.failures > 0 && events.failed > inventories.acknowledged;
+    if (inventories.failures > 0 || isBehind) findings.degraded();
+}
+
+void tellTroubles(Findings& findings, const Json::Value& health) {
+    for (const Json::Value& loop : memberIn(health, "StandingStill")) {
+        findings.tell("stands still", textIn(loop, "Loop"));
+        findings.degraded();
+    }
+    for (const Json::Value& silent : memberIn(health, "Unanswered")) {
+        findings.tell("no answer", textIn(silent, "Who") + ", asked for " + textIn(silent, "What") +
+                                       ", since " + timeText(timeIn(silent, "Since")));
+        findings.degraded();
+    }
+}
+
+const char* verdict(ExitStatus service, const Findings& findings) {
+    switch (service) {
+        case Done:
+            return findings.isDegraded() ? "degraded" : "works";
+        case NotAllowed:
+            return "unknown";
+        default:
+            return "down";
+    }
 }
 
 ExitStatus run(Arguments arguments) {
@@ -116,17 +186,20 @@ ExitStatus run(Arguments arguments) {
         std::cerr << "tavctl status: there is nothing to be added; see tavctl status --help\n";
         return Misused;
     }
-    const ExitStatus service = tellService();
-    const bool isReachable = tellController();
-    const std::string why = whyUnusable(configuration, O_RDONLY);
-    tell("configuration", why.empty() ? configuration : configuration + (": " + why));
-    tellDeliveries();
-    return service == Done && !isReachable ? Failed : service;
+    Findings findings;
+    const Json::Value health = readStateFile(healthFile).json;
+    const ExitStatus service = tellService(findings, health);
+    tellController(findings);
+    findings.tell("configuration", describe(configuration, whyUnusable(configuration, O_RDONLY)));
+    tellDeliveries(findings, health);
+    tellTroubles(findings, health);
+    std::cout << std::left << std::setw(15) << "state" << verdict(service, findings) << '\n'
+              << findings.text();
+    return service == Done && findings.isDegraded() ? Failed : service;
 }
 
 }  // namespace
 
-const Command statusCommand{"status", "", "tell whether the service runs and has what it needs",
-                            help, run};
+const Command statusCommand{"status", "", "tell whether the collector works", help, run};
 
 }  // namespace tav::ctl

@@ -613,6 +613,7 @@ void tavStorageController::collectAnswers(Examined* examined) {
 void tavStorageController::take(const std::string& link, tav::DeviceAnswer answer,
                                 Examined* examined) {
     const Lock held(lock_);
+    silent_.erase(link);
     if (isRemoved()) return;
     if (link.empty()) {
         takeController(std::move(answer));
@@ -642,6 +643,8 @@ void tavStorageController::noteSilentDisks() {
     if (isRemoved()) return;
     lanes().forEachUnanswered([this](const std::string& link, const auto& unanswered) {
         if (unanswered.since < tav::silenceIsFailure) return;
+        silent_.try_emplace(link, link.empty() ? "controller " + pciLocation_ : "disk " + link,
+                            unanswered.what);
         std::optional<tavDiskInfo> disk = knownDisk(link);
         if (!disk || conditionOf(*disk) == tav::offline || conditionOf(*disk) == tav::failed)
             return;

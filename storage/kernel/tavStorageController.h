@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "core/Ledger.h"
+#include "core/Unanswered.h"
 #include "storage/ItavStorageController.h"
 #include "storage/model/storage_conditions.h"
 
@@ -195,6 +196,7 @@ class TAV_API tavStorageController : public ItavStorageController {
 
     std::recursive_mutex roundLock_;  ///< one discovery or poll at a time; before the other lock
     std::unique_ptr<Lanes> lanes_;    ///< of whoever holds the round
+    std::map<std::string, tav::Unanswered> silent_;  ///< by SCSI address; "" is itself
 
     // Under the lock, too. What the controller and its ports are, what each disk is.
     tav::Ledger<tavStorageControllerInfo> controller_{tavStorageControllerInfo()};

@@ -12,6 +12,7 @@
 
 #include "base/FileDescriptor.h"
 #include "core/Log.h"
+#include "core/Unanswered.h"
 
 namespace tav::storelib {
 namespace {
@@ -74,8 +75,8 @@ struct LibraryLane::Run {
     std::mutex lock{};  ///< guards what follows
     const char* asked = nullptr;
     std::optional<Stopwatch> since{};
-    bool isReported = false;  ///< that this command hangs
-    bool hasHung = false;     ///< this command or one before it
+    std::optional<Unanswered> reported{};  ///< that this command hangs
+    bool hasHung = false;                  ///< this command or one before it
 
     void begin(const char* command) {
         const std::lock_guard<std::mutex> held(lock);
@@ -88,7 +89,8 @@ struct LibraryLane::Run {
         {
             const std::lock_guard<std::mutex> held(lock);
             begun.swap(since);
-            if (!std::exchange(isReported, false)) return;
+            if (!reported) return;
+            reported.reset();
         }
         logger.warning(here(), "The RAID library answers again: it took %lld s for %s.",
                        secondsOf(begun->elapsed()), asked);
@@ -104,7 +106,8 @@ struct LibraryLane::Run {
         const char* what = nullptr;
         {
             const std::lock_guard<std::mutex> held(lock);
-            if (!since || std::exchange(isReported, true)) return;
+            if (!since || reported) return;
+            reported.emplace("the RAID library", asked);
             hasHung = true;
             what = asked;
         }

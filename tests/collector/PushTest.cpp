@@ -3,11 +3,14 @@
 #include <thread>
 #include <vector>
 
+#include <poll.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "collector/tavJobManager.h"
 #include "core/Logger.h"
+#include "core/News.h"
 #include "core/tavUtils.h"
 #include "host/HostResourceManager.h"
 #include "rmc/DeliveryRecord.h"
@@ -279,7 +282,7 @@ std::size_t descriptorsWithSingletons() {
     HostResourceManager::getInstance();
     tavJsonAggregator::getInstance();
     tavIPMIDBService::getInstance();
-    tav::deliveryNews();
+    tav::newsDescriptor();
     tavUtils().getIPAddresses();
     { const ipmi::IPMIUtils opened; }
     return tav::test::openDescriptors();
@@ -416,6 +419,44 @@ TEST(Events, OnlyThoseOfTheHostPassBeforeTheFirstInventory) {
     for (const auto& command : rmc.commands())
         ids.push_back(parseJson(command.payload)["ID"].asInt());
     EXPECT_THAT(ids, ElementsAre(356, 359, 360, 434, 435));
+}
+
+TEST(Events, TheLastOnesAreKeptWithWhatBecameOfThem) {
+    clockSpeed = 1000;
+    Rmc rmc;
+    tav::newsTaken();
+    tavEventHandler().deliverEvent(event(356, "x"));
+    rmc.intercept([](const IpmiRequest&) { return Reply::answer({5, 0, 0, 0}); });
+    Json::Value forwarded;
+    forwarded["ID"] = "no number";
+    EXPECT_EQ(tavEventHandler().forwardEvent(forwarded), tav::EventOutcome::Failed);
+    tavEventHandler().deliverEvent(event(538, "x"));
+    const std::vector<tav::EventNote> events = tav::recentEvents();
+    ASSERT_EQ(events.size(), 3U);
+    EXPECT_EQ(events[0].outcome, tav::EventOutcome::Delivered);
+    EXPECT_EQ(events[0].text, rmc.commands().at(0).payload) << "as it was sent";
+    EXPECT_EQ(events[1].id, 0);
+    EXPECT_EQ(events[1].why, "Provided command not supported");
+    EXPECT_EQ(events[2].outcome, tav::EventOutcome::Dropped);
+    EXPECT_EQ(parseJson(events[2].text)["ID"], 538);
+    pollfd news{tav::newsDescriptor(), POLLIN, 0};
+    EXPECT_EQ(::poll(&news, 1, 0), 1);
+}
+
+TEST(Events, WhatIsKeptOfThemIsBounded) {
+    const std::string large(60'000, 'x');
+    for (int id = 1; id <= 300; ++id)
+        tavEventHandler().deliverEvent(event(1000 + id, "x"));
+    EXPECT_EQ(tav::recentEvents().size(), 100U);
+    EXPECT_EQ(tav::recentEvents().back().id, 1300);
+    const tav::EventTotals totals = tav::eventTotals();
+    EXPECT_EQ(totals.size(), 65U);
+    EXPECT_EQ(totals.at({0, tav::EventOutcome::Dropped}), 236U);
+    for (int id = 1; id <= 5; ++id)
+        tavEventHandler().deliverEvent(event(id, "x", Json::Value(large)));
+    EXPECT_EQ(tav::recentEvents().size(), 2U);
+    tavEventHandler().deliverEvent(event(6, "x", Json::Value(large + large + large)));
+    EXPECT_EQ(tav::recentEvents().size(), 1U) << "the last one is kept, whatever its size";
 }
 
 TEST(Events, FailuresAreLogged) {

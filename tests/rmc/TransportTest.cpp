@@ -353,8 +353,16 @@ TEST(Transport, WhatFailsIsToldOnceAndSaysWhy) {
     }
     EXPECT_EQ(tav::deliveryRecord().events.acknowledged, 0);
     EXPECT_EQ(tav::deliveryRecord().events.failures, 12U);
+    using tav::RmcStep;
+    const auto& failures = tav::rmcFigures().failures;
+    for (const RmcStep step : {RmcStep::Send, RmcStep::Receive, RmcStep::Refusal, RmcStep::Answer,
+                               RmcStep::Silence, RmcStep::Open})
+        EXPECT_EQ(failures.at(static_cast<std::size_t>(step)), 2U)
+            << tav::rmcStepNames.at(static_cast<std::size_t>(step));
+    EXPECT_EQ(tav::rmcFigures().frames, 0U);
     Rmc rmc;
-    EXPECT_EQ(send("{}"), 0);
+    EXPECT_EQ(send(std::string(100, 'x')), 0);
+    EXPECT_EQ(tav::rmcFigures().frames, 3U);
     EXPECT_EQ(tav::deliveryRecord().events.failures, 0U);
     EXPECT_GT(tav::deliveryRecord().events.acknowledged, 0);
 }

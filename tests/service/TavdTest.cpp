@@ -8,10 +8,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include "core/Command.h"
-#include "rmc/DeliveryRecord.h"
+#include "rmc/StateFiles.h"
 #include "tests/support/Service.h"
 
 namespace {
@@ -81,6 +82,7 @@ TEST(Tavd, CommandLine) {
                 {"--nonsense", 2, "nonsense"},
                 {"--generic-storage --check-config /missing", 3, "/missing: No such file"},
                 {"--generic-storage=any --check-config /missing", 3, "/missing: No such file"},
+                {"--metrics-file tavd.prom", 2, "takes an absolute path, not 'tavd.prom'"},
                 {"--generic-storage=all", 2, "takes 'any' or nothing, not 'all'"},
                 {"word", 2, "unexpected argument 'word'"},
                 {"--check-config", 2, "requires an argument"},
@@ -133,22 +135,65 @@ TEST(Tavd, AHangUpBeforeItsFirstLineDoesNotEndIt) {
     EXPECT_EQ(runShell("LD_PRELOAD=" TAV_EARLY_HANG_UP " " TAVD " --version").exitStatus, 0);
 }
 
-TEST(Tavd, KeepsWhatWasDeliveredForOthersToRead) {
-    logEverything(R"("EnableResources":["HostOSInfo"], "InventoryQueryInterval": 1)");
+Json::Value stateIn(const char* path) {
+    return tav::test::parseJson(readFile(path));
+}
+
+unsigned modeOf(const char* path) {
+    return static_cast<unsigned>(std::filesystem::status(path).permissions());
+}
+
+TEST(Tavd, KeepsWhatItKnowsForOthersToRead) {
+    logEverything(R"("EnableResources":["HostOSInfo"], "InventoryQueryIntervalInSeconds": 1)");
     writeHostCommands();
     for (const char* name : {"modprobe", "mknod"})
         writeCommand(name, "true");
-    Tavd service;
-    std::string text;
-    while (text.find("cannot be opened") == std::string::npos) {
+    ::umask(0077);
+    Tavd service("--metrics-file=/tmp/tavd.prom");
+    Json::Value health;
+    while (health["Inventories"]["Failures"].asUInt() == 0) {
         std::this_thread::sleep_for(5ms);
-        text = readFile("/run/tavd/deliveries.json");
+        health = stateIn(tav::healthFile);
     }
-    const auto record = tav::parseDeliveryRecord(text);
-    ASSERT_TRUE(record);
-    EXPECT_GE(record->events.failures, 1U);
-    EXPECT_EQ(record->events.acknowledged, 0);
+    EXPECT_THAT(health["Inventories"]["Why"].asString(), HasSubstr("cannot be opened"));
+    EXPECT_EQ(health["Managers"]["HostOSInfo"]["Builds"].asUInt(), 1U);
+    EXPECT_GE(health["FailuresByStep"]["open"].asUInt(), 2U);
+    const Json::Value inventory = stateIn(tav::inventoryFile);
+    EXPECT_EQ(inventory["HostDataCollection"]["Oem"]["HostOSInfo"]["OSName"], "TestOS");
+    EXPECT_FALSE(inventory["Sent"]["Acknowledged"].asBool());
+    EXPECT_GT(inventory["Built"]["HostOSInfo"].asInt64(), 0);
+    const Json::Value boot = stateIn(tav::eventsFile)["Events"][0];
+    EXPECT_EQ(boot["ID"], 356);
+    EXPECT_EQ(boot["Outcome"], "Failed");
+    EXPECT_THAT(boot["Why"].asString(), HasSubstr("cannot be opened"));
+    EXPECT_EQ(boot["Event"]["HostName"],
+              inventory["HostDataCollection"]["Oem"]["HostOSInfo"]["HostName"]);
+    EXPECT_EQ(modeOf(tav::healthFile), 0640U);
+    EXPECT_EQ(modeOf("/tmp/tavd.prom"), 0644U);
+    EXPECT_THAT(readFile("/tmp/tavd.prom"),
+                HasSubstr("tav_events_total{id=\"356\",outcome=\"failed\"} 1\n"));
     EXPECT_EQ(service.stop(SIGTERM), 0);
+    EXPECT_GE(stateIn(tav::healthFile)["Stopped"].asInt64(), health["Started"].asInt64());
+    EXPECT_THAT(readFile("/tmp/tavd.prom"), HasSubstr("tav_up 0\n"));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tav::stateDirectory), {}), 3)
+        << "what it has begun it has finished or removed";
+}
+
+TEST(Tavd, FilesThatCannotBeWrittenCostTheFilesAlone) {
+    logEverything(R"("EnableResources":["HostOSInfo"])");
+    writeHostCommands();
+    writeFile("/run/tavd/inventory.json/in/the/way", "");
+    Tavd service("--metrics-file=/missing/tavd.prom");
+    const std::string complaint = "/missing/tavd.prom cannot be written: No such file";
+    service.waitForLog(complaint);
+    service.waitForLog("inventory.json cannot be written: Is a directory");
+    while (stateIn(tav::healthFile)["Managers"]["HostOSInfo"]["Builds"].asUInt() == 0)
+        std::this_thread::sleep_for(5ms);
+    const auto begin = Clock::now();
+    EXPECT_EQ(service.stop(SIGTERM), 0);
+    EXPECT_LT(Clock::now() - begin, 1500ms);
+    const std::string log = logs();
+    EXPECT_EQ(log.find(complaint), log.rfind(complaint)) << "it is told once";
 }
 
 TEST(Tavd, SaysWhatBecameOfEachSetting) {

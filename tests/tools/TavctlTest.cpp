@@ -11,7 +11,10 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include "base/JsonText.h"
+#include "core/ProcessStatus.h"
 #include "rmc/DeliveryRecord.h"
+#include "rmc/StateFiles.h"
 #include "rmc/tavMsgInfra.h"
 
 namespace {
@@ -183,29 +186,93 @@ TEST(Tavctl, TellsWhyTheServiceHasRefused) {
     }
 }
 
+/// Keeps what a service would keep.
+void writeState(const char* path, const std::string& text) {
+    ::mkdir(tav::stateDirectory, 0755);
+    std::ofstream(path) << text;
+}
+
+std::string healthOf(pid_t process, std::uint64_t startTicks, const tav::DeliveryRecord& record,
+                     const char* more = "") {
+    Json::Value health = tav::renderDeliveryRecord(record);
+    health["Process"] = process;
+    health["StartTicks"] = Json::UInt64{startTicks};
+    health["Started"] = 1000000000;
+    health["Written"] = 1000000400;
+    std::string text = tav::compactJson(health);
+    text.pop_back();
+    return text + more + "}";
+}
+
 TEST(Tavctl, StatusTellsOfDeliveries) {
     EXPECT_NE(tavctl("status").output.find("deliveries     nothing is known"), std::string::npos);
     tav::DeliveryRecord record;
-    record.inventories = {1000000000, 1000000300, 2, "The controller has not answered in time"};
-    ::mkdir("/run/tavd", 0755);
-    std::ofstream(tav::deliveryRecordFile) << tav::renderDeliveryRecord(record);
+    record.inventories.acknowledged = 1000000000;
+    record.inventories.failed = 1000000300;
+    record.inventories.failures = 2;
+    record.inventories.why = "The controller\n\x1b[31m has not answered in time";
+    writeState(tav::healthFile, healthOf(::getpid(), 1, record));
     const Outcome outcome = tavctl("--version; TZ=UTC " TAVCTL " status");
     EXPECT_EQ(outcome.status, 3);
     for (const char* line :
-         {"service        does not run", "device         /dev/ipmi0: No such file or directory",
+         {"state          down\n",
+          "service        does not run (systemctl status tavd); ended unasked after 2001-09-09 "
+          "01:53:20\n",
+          "device         /dev/ipmi0: No such file or directory",
           "configuration  /etc/config/orn/tav/tav.conf: No such file or directory",
           "inventory      acknowledged 2001-09-09 01:46:40; 2 failed since, the last 2001-09-09 "
-          "01:51:40: The controller has not answered in time\n",
+          "01:51:40: The controller\\n\\x1B[31m has not answered in time\n",
           "events         none acknowledged yet\n"}) {
-        EXPECT_NE(outcome.output.find(line), std::string::npos) << outcome.output;
+        EXPECT_NE(outcome.output.find(line), std::string::npos) << line << outcome.output;
     }
-    for (const char* broken : {"", "[]", "{\"Inventories\": 7}", "{\"Events\":{\"Why\":{}}}"}) {
-        std::ofstream(tav::deliveryRecordFile) << broken;
+    for (const char* broken : {"", "[]", "{\"Inventories\": 7}", "{\"Events\":{\"Why\":{}}}",
+                               R"({"StandingStill":7,"Unanswered":[[]],"Process":"x"})"}) {
+        writeState(tav::healthFile, broken);
         EXPECT_EQ(tavctl("status").status, 3) << broken;
     }
     ASSERT_TRUE(tavCreatePipe(tavRequestPipe));
     const tav::FileDescriptor reader = tav::openPipe(tavRequestPipe, O_RDWR);
     EXPECT_EQ(tavctl("status").status, 1) << "it runs, but has no controller";
+}
+
+TEST(Tavctl, StatusOfAServiceThatWorksOrDoesNotQuite) {
+    // The service's pipe is not ours, its files are: as of somebody of its group.
+    ASSERT_TRUE(tavCreatePipe(tavRequestPipe));
+    ASSERT_EQ(::chmod(tavRequestPipe, 0), 0);
+    std::ofstream("/dev/ipmi0").put('x');
+    ASSERT_EQ(::chmod("/dev/ipmi0", 0), 0);
+    const auto ticks = tav::processStatus(::getpid()).value().startTicks;
+    tav::DeliveryRecord good;
+    good.inventories.acknowledged = good.events.failed = 1000000000;
+    good.events.failures = 1;
+    tav::DeliveryRecord behind = good;
+    behind.events.failed = 1000000001;
+    tav::DeliveryRecord failing = good;
+    failing.inventories.failures = 1;
+    const struct {
+        std::string health;
+        int status;
+        const char* says;
+    } rows[] = {
+        {healthOf(::getpid(), ticks, good), 0, "state          works\n"},
+        {healthOf(::getpid(), ticks, behind), 1, "state          degraded\n"},
+        {healthOf(::getpid(), ticks, failing), 1, "state          degraded\n"},
+        {healthOf(::getpid(), ticks, good, R"(,"StandingStill":[{"Loop":"tav-host"}])"), 1,
+         "stands still   tav-host\n"},
+        {healthOf(::getpid(), ticks, good, R"(,"Unanswered":[{"Who":"disk 7","What":"it"}])"), 1,
+         "no answer      disk 7, asked for it, since"},
+        {healthOf(::getpid(), ticks + 1, good), 3, "ended unasked after"},
+        {healthOf(::getpid(), ticks, good, R"(,"Stopped":1000000500)"), 3, "; stopped 2001-09-09"},
+        {"{}", 5, "state          unknown\n"},
+    };
+    for (const auto& row : rows) {
+        writeState(tav::healthFile, row.health);
+        const Outcome outcome = tavctl(
+            "--version; exec setpriv "
+            "--bounding-set=-all " TAVCTL " status");
+        EXPECT_EQ(outcome.status, row.status) << outcome.output;
+        EXPECT_NE(outcome.output.find(row.says), std::string::npos) << row.says << outcome.output;
+    }
 }
 
 TEST(Tavctl, TellsWhatIsForbiddenFromWhatDoesNotRun) {

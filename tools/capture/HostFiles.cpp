@@ -16,7 +16,7 @@
 #include "base/Files.h"
 #include "base/Trim.h"
 #include "core/tavConfig.h"
-#include "rmc/DeliveryRecord.h"
+#include "rmc/StateFiles.h"
 
 namespace tav::capture {
 namespace {
@@ -264,7 +264,7 @@ void takeConfigurationAndLogs(Recorder& recorder) {
     const tavConfig& config = *tavConfig::getInstance();
     for (const std::string& path :
          {config.getTAVLogFileLocation(), config.getTAVDebugLogFileLocation(),
-          std::string("/opt/orn/tav/log/tavd-crash.txt"), std::string(deliveryRecordFile)}) {
+          std::string("/opt/orn/tav/log/tavd-crash.txt"), std::string(healthFile)}) {
         if (auto content = endOfFile(path)) recorder.addLog(path, *std::move(content));
     }
 }

@@ -1,0 +1,81 @@
+#include "tools/ServiceFiles.h"
+
+#include <array>
+#include <cerrno>
+#include <exception>
+#include <limits>
+#include <memory>
+
+#include <signal.h>
+
+#include <json/reader.h>
+
+#include "base/FileDescriptor.h"
+#include "base/Files.h"
+#include "core/ProcessStatus.h"
+
+namespace tav::ctl {
+namespace {
+
+constexpr std::size_t largestFile = 64 << 20;
+
+}  // namespace
+
+StateFile readStateFile(const char* path) {
+    StateFile state;
+    const FileDescriptor file = openRegularFile(path);
+    std::string text;
+    if (!file.isOpen() || !readUpTo(file.get(), largestFile, text)) {
+        state.error = errno;
+        return state;
+    }
+    try {
+        const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+        const bool isJson =
+            reader->parse(text.data(), text.data() + text.size(), &state.json, nullptr);
+        if (isJson && state.json.isObject()) return state;
+    } catch (const std::exception&) {  // nested too deeply
+    }
+    state.json = Json::Value();
+    state.error = EBADMSG;
+    return state;
+}
+
+const Json::Value& memberIn(const Json::Value& json, const char* member) {
+    static const Json::Value none;
+    return json.isObject() && json.isMember(member) ? json[member] : none;
+}
+
+std::string textIn(const Json::Value& json, const char* member) {
+    const Json::Value& value = memberIn(json, member);
+    return value.isString() ? value.asString() : std::string();
+}
+
+std::time_t timeIn(const Json::Value& json, const char* member) {
+    const Json::Value& value = memberIn(json, member);
+    const bool isTime = value.isInt64() && value.asInt64() >= 0 &&
+                        value.asInt64() <= std::numeric_limits<std::time_t>::max();
+    return isTime ? static_cast<std::time_t>(value.asInt64()) : 0;
+}
+
+Life lifeOf(const Json::Value& health) {
+    if (timeIn(health, "Stopped") != 0) return Life::Stopped;
+    const Json::Value& process = memberIn(health, "Process");
+    const Json::Value& ticks = memberIn(health, "StartTicks");
+    if (!process.isInt() || process.asInt() <= 0 || !ticks.isUInt64()) return Life::Unknown;
+    if (const auto status = processStatus(process.asInt())) {
+        return status->startTicks == ticks.asUInt64() ? Life::Runs : Life::Died;
+    }
+    // A host may hide the processes of others from us.
+    return ::kill(process.asInt(), 0) == 0 || errno == EPERM ? Life::Runs : Life::Died;
+}
+
+std::string timeText(std::time_t moment) {
+    std::array<char, 64> text{};
+    std::tm local{};
+    if (::localtime_r(&moment, &local) == nullptr) return "?";
+    std::strftime(text.data(), text.size(), "%F %T", &local);
+    return text.data();
+}
+
+}  // namespace tav::ctl

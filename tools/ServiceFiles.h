@@ -1,0 +1,30 @@
+#pragma once
+
+#include <ctime>
+#include <string>
+
+#include <json/value.h>
+
+/// What the service keeps for others to read (rmc/StateFiles.h), read by this client, which trusts
+/// none of it.
+namespace tav::ctl {
+
+struct StateFile {
+    Json::Value json;  ///< an object; null when there is none
+    int error = 0;     ///< why, as errno tells it; EBADMSG for what is no JSON object
+};
+StateFile readStateFile(const char* path);
+
+/// Members of another kind than is asked for are absent.
+std::string textIn(const Json::Value& json, const char* member);
+std::time_t timeIn(const Json::Value& json, const char* member);
+const Json::Value& memberIn(const Json::Value& json, const char* member);
+
+/// Whether the service that has written its health still lives.
+enum class Life { Unknown, Runs, Stopped, Died };
+Life lifeOf(const Json::Value& health);
+
+/// "2026-11-24 08:20:13", of the local time.
+std::string timeText(std::time_t moment);
+
+}  // namespace tav::ctl
