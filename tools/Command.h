@@ -31,6 +31,7 @@ extern const Command captureCommand;
 extern const Command eventCommand;
 extern const Command locationCommand;
 extern const Command sendCommand;
+extern const Command showCommand;
 extern const Command statusCommand;
 
 }  // namespace tav::ctl

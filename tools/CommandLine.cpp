@@ -15,7 +15,8 @@ std::nullopt_t refuse(std::string_view command, std::string_view option, std::st
 }  // namespace
 
 std::optional<CommandLine> sortArguments(std::string_view command, Arguments arguments,
-                                         const std::vector<std::string_view>& names) {
+                                         const std::vector<std::string_view>& names,
+                                         const std::vector<std::string_view>& flags) {
     CommandLine line;
     bool onlyWords = false;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
@@ -28,10 +29,15 @@ std::optional<CommandLine> sortArguments(std::string_view command, Arguments arg
         if (onlyWords) continue;
         const std::size_t equals = argument.find('=');
         const std::string_view name = argument.substr(0, equals);
+        const bool isInside = equals != std::string_view::npos;
+        if (std::find(flags.begin(), flags.end(), name) != flags.end()) {
+            if (isInside) return refuse(command, name, "takes no value");
+            line.options[std::string(name)];
+            continue;
+        }
         if (std::find(names.begin(), names.end(), name) == names.end()) {
             return refuse(command, name, "is unknown");
         }
-        const bool isInside = equals != std::string_view::npos;
         if (!isInside && i + 1 == arguments.size()) {
             return refuse(command, name, "needs a value");
         }

@@ -2,7 +2,7 @@
 _tavctl() {
     local word=${COMP_WORDS[COMP_CWORD]} command=${COMP_WORDS[1]:-} words=--help
     if [ "$COMP_CWORD" -eq 1 ]; then
-        mapfile -t COMPREPLY < <(compgen -W 'event send status capture location --help --version' -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W 'event send status show capture location --help --version' -- "$word")
         return
     fi
     case $command in
@@ -12,6 +12,8 @@ _tavctl() {
         capture)
             words='--keep-identities --yes --help'
             mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
+        show)
+            words='host storage drives volumes ethernet fibre-channel events service --json --watch --help' ;;
         send)
             mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
     esac

@@ -12,8 +12,8 @@
 namespace tav::ctl {
 namespace {
 
-const std::array commands{&eventCommand, &sendCommand, &statusCommand, &captureCommand,
-                          &locationCommand};
+const std::array commands{&eventCommand, &sendCommand,    &statusCommand,
+                          &showCommand,  &captureCommand, &locationCommand};
 
 bool asksForHelp(std::string_view argument) {
     return argument == "--help" || argument == "-h";

@@ -172,7 +172,16 @@ TEST(Tavd, KeepsWhatItKnowsForOthersToRead) {
     EXPECT_EQ(modeOf("/tmp/tavd.prom"), 0644U);
     EXPECT_THAT(readFile("/tmp/tavd.prom"),
                 HasSubstr("tav_events_total{id=\"356\",outcome=\"failed\"} 1\n"));
+    const tav::CommandResult shown = runShell(TAVCTL " show");
+    EXPECT_THAT(shown.output, testing::StartsWith("host, as of "));
+    EXPECT_THAT(shown.output, HasSubstr("TestOS 1.2\n"));
+    EXPECT_THAT(runShell(TAVCTL " show events").output, HasSubstr("356  Failed"));
+    EXPECT_EQ(runShell(TAVCTL " status").exitStatus, 1);
     EXPECT_EQ(service.stop(SIGTERM), 0);
+    EXPECT_EQ(runShell(TAVCTL " status").exitStatus, 3);
+    EXPECT_THAT(runShell(TAVCTL " show").output,
+                testing::MatchesRegex(
+                    "The service does not run any more; it was stopped (.|\n)*TestOS(.|\n)*"));
     EXPECT_GE(stateIn(tav::healthFile)["Stopped"].asInt64(), health["Started"].asInt64());
     EXPECT_THAT(readFile("/tmp/tavd.prom"), HasSubstr("tav_up 0\n"));
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tav::stateDirectory), {}), 3)
