@@ -48,13 +48,20 @@ class Controller:
     """The simulated management controller, as the machine's external one."""
 
     def __init__(self, build, folder):
+        self._build = build
+        self._folder = folder
         self.socket = folder / "rmc"
         self.orders = folder / "rmc-orders"
-        self.record = folder / "record"
-        self.record.touch()
+        self._records = []
+        self.start()
+
+    def start(self):
+        """Also after a stop: what it was told before it knows no more, but we do."""
+        self._records.append(self._folder / f"record{len(self._records)}")
+        self._records[-1].touch()
         self._process = subprocess.Popen(
-            [build / "sim/rmc/tav-sim-rmc", "--socket", self.socket, "--control", self.orders,
-             "--record", self.record, "--quiet"])
+            [self._build / "sim/rmc/tav-sim-rmc", "--socket", self.socket, "--control", self.orders,
+             "--record", self._records[-1], "--quiet"])
         connect(self.orders, 10).close()
 
     def order(self, text):
@@ -65,8 +72,8 @@ class Controller:
                 connection.recv(4096)
 
     def lines(self):
-        return [json.loads(line) for line in self.record.read_text().splitlines()
-                if line.endswith("}")]
+        return [json.loads(line) for record in self._records
+                for line in record.read_text().splitlines() if line.endswith("}")]
 
     def commands(self, name):
         return [json.loads(line["payload"]) for line in self.lines() if line.get("command") == name]
@@ -76,7 +83,8 @@ class Controller:
                 if identifier is None or event["ID"] == identifier]
 
     def inventories(self):
-        return [document["HostDataCollection"] for document in self.commands("WriteInventory")]
+        return [document["HostDataCollection"] for document in self.commands("WriteInventory")
+                if "HostDataCollection" in document]  # not the ballast of a measurement
 
     def violations(self):
         return [line["violation"] for line in self.lines() if "violation" in line]

@@ -31,6 +31,25 @@ done
 for link in /sys/class/net/e*; do ip link set "${link##*/}" up; done
 exec sh /bin/serve-shell
 """
+# Gives a SCSI host that stands nowhere, as those of scsi_debug do, a PCI function to stand behind: the
+# kernel's own directories, with one of ours in between.
+BEHIND_PCI = """#!/bin/sh
+host=host$1 function=/run/adapter/pci0000:00/$2
+mkdir -p $function/$host /run/adapter/scsi_host /run/adapter/scsi_device
+echo 0x010700 >$function/class
+for id in vendor device subsystem_vendor subsystem_device; do echo 0x1af4 >$function/$id; done
+mount --bind "$(readlink -f /sys/class/scsi_host/$host/device)" $function/$host
+for class in scsi_host scsi_device; do cp -a /sys/class/$class/. /run/adapter/$class; done
+ln -sfn $function/$host/scsi_host/$host /run/adapter/scsi_host/$host
+cd /run/adapter/scsi_device
+for name in $1:*; do ln -sfn $function/$host/target${name%:*}/$name/scsi_device/$name $name; done
+for class in scsi_host scsi_device; do mount --bind /run/adapter/$class /sys/class/$class; done
+"""
+# The kernel knows the slot of a card, but not its rack.
+LOCALCLI = """#!/bin/sh
+[ "$1 $2" = "hardware pci" ] || exec /usr/bin/localcli "$@"
+/usr/bin/localcli "$@" | sed 's/Slot Description: [0-9]*$/Slot Description: r001i01s01/'
+"""
 SHELL = """#!/bin/sh
 # Runs one command a line: answers with its status, the length of its output, and its output.
 stty -F /dev/ttyS1 raw -echo
@@ -113,6 +132,9 @@ def copy_with_libraries(program, root):
             place = root / "usr/lib/x86_64-linux-gnu" / pathlib.Path(library).name
         place.parent.mkdir(parents=True, exist_ok=True)
         shutil.copy(library, place)
+    # As a package has them: a small machine's memory holds its file system too.
+    subprocess.run(["strip", "--strip-debug", "-p", *root.glob("usr/lib/*/libtav.so*"), target],
+                   check=True)
 
 
 def copy_modules(kernel, version, root):
@@ -135,15 +157,16 @@ def copy_modules(kernel, version, root):
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 
-def make_small(build, cache, folder):
-    """Returns the paths of kernel and initial file system."""
+def make_small(build, cache, folder, further=()):
+    """Returns the paths of kernel and initial file system, with `further` programs in it."""
     kernel, version = fetch_kernel(cache)
     root = folder / "root"
     for name in ("bin", "proc", "sys", "dev", "run", "tmp", "etc", "var/log"):
         (root / name).mkdir(parents=True)
     shutil.copy("/bin/busybox", root / "bin/busybox")
     copy_modules(kernel, version, root)
-    programs = [build / "service/tavd", build / "tools/tavctl", *(build / "sim/hostcmds/bin").iterdir()]
+    programs = [build / "service/tavd", build / "tools/tavctl", *(build / "sim/hostcmds/bin").iterdir(),
+                *further]
     for program in programs + [shutil.which(tool) for tool in TOOLS]:
         copy_with_libraries(program, root)
     for path in DATA:
@@ -152,6 +175,8 @@ def make_small(build, cache, folder):
     (root / "usr/bin/awk").symlink_to("/bin/busybox")
     write_program(root / "init", INIT.replace("@MODULES@", " ".join(MODULES)))
     write_program(root / "bin/serve-shell", SHELL)
+    write_program(root / "bin/behind-pci", BEHIND_PCI)
+    write_program(root / "usr/sbin/localcli", LOCALCLI)
     initramfs = folder / "initramfs"
     listing = output("find", ".", cwd=root)
     with open(initramfs, "wb") as image:

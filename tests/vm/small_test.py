@@ -17,7 +17,7 @@ import image
 sys.path.append(str(image.ROOT / "tests/sim"))
 import replaying  # noqa: E402
 
-BUILD = pathlib.Path(os.environ.get("TAV_BUILD", image.ROOT / "build/demo")).resolve()
+BUILD = pathlib.Path(os.environ.get("TAV_BUILD", image.ROOT / "build/release")).resolve()
 CACHE = pathlib.Path(os.environ.get("TAV_VM_CACHE", image.ROOT / "build/vm")).resolve()
 
 # Where the capture with stand-ins and its inventory are kept, without their endings.
@@ -27,13 +27,18 @@ MEGABYTE = 1 << 20
 SATA = {"model": "TAV SATA DISK", "serial": "SATA0001", "size": 48 * MEGABYTE}
 SCSI = [{"product": "TAV SCSI DISK", "serial": f"SCSI000{n}", "size": (16 + n) * MEGABYTE}
         for n in range(2)]
+HBA = "virtio-scsi-pci,id=hba,bus=slot1"
 PORTS = ["52:54:00:12:34:01", "52:54:00:12:34:02"]
 MEMORY = 1400  # MiB
 CONFIGURATION = {"EnableResources": ["All"], "PushInventoryFrequencyInMinutes": "1",
                  "LoggingLevel": "Info", "EnableDebugLog": "true",
                  "TAVLogLocation": "/var/log/tav.log", "DebugLogLocation": "/var/log/tav_debug.log"}
-# A build's look at a change, its report and the controller's answer, with the machine emulated.
-POLL_PATIENCE = 60
+DEBUG_LOG = CONFIGURATION["DebugLogLocation"]
+POLL = "Polling devices"
+NOTICED = "Detected change in SCSI hosts/devices"
+FAILS = "controller has not answered in time\\|controller refuses commands"
+ANSWERS_AGAIN = "The controller answers again"
+LESS_THAN_A_POLL = 7
 # Until the next push, after the next build.
 INVENTORY_PATIENCE = 150
 
@@ -42,7 +47,7 @@ def machine(folder):
     """QEMU's options for the machine described above."""
     arguments = [*guest.management_controller(folder),
                  "-device", "pcie-root-port,id=slot1,chassis=1,slot=1",
-                 "-device", "virtio-scsi-pci,id=hba,bus=slot1"]
+                 "-device", HBA]
     disks = [("sata", SATA["size"])] + [(f"scsi{n}", disk["size"]) for n, disk in enumerate(SCSI)]
     for name, size in disks:
         with open(folder / name, "wb") as file:
@@ -65,25 +70,34 @@ def scsi_disk(n):
             f"product={disk['product']},vendor=TAV")
 
 
-class RealKernel(unittest.TestCase):
-    """One machine for all cases, which leave it as they found it."""
+class SmallMachine(unittest.TestCase):
+    """One machine for all cases of a class, with the service on it once it has been started."""
 
     @classmethod
-    def setUpClass(cls):
+    def boot(cls, describe, further=(), **options):
+        """`describe` gives QEMU's options by the folder that the machine's files are in."""
         cls.folder = pathlib.Path(tempfile.mkdtemp(prefix="tav-vm-"))
         cls.addClassCleanup(shutil.rmtree, cls.folder)
-        kernel, initramfs = image.make_small(BUILD, CACHE, cls.folder)
+        kernel, initramfs = image.make_small(BUILD, CACHE, cls.folder, further)
         cls.rmc = guest.Controller(BUILD, cls.folder)
         cls.addClassCleanup(cls.rmc.stop)
-        cls.vm = guest.Guest(kernel, initramfs, machine(cls.folder), cls.folder, memory=MEMORY)
+        cls.vm = guest.Guest(kernel, initramfs, describe(cls.folder), cls.folder, **options)
         cls.addClassCleanup(cls.vm.stop)
         cls.vm.run("mkdir -p /etc/config/orn/tav /opt/orn/tav/data /opt/orn/tav/log")
         cls.vm.run(f"echo '{json.dumps(CONFIGURATION)}' >/etc/config/orn/tav/tav.conf")
-        cls.vm.run("/usr/bin/tavd --generic-storage=any >/var/log/tavd 2>&1 </dev/null & echo $! >/run/pid")
+
+    @classmethod
+    def serve(cls):
+        cls.vm.run("/usr/bin/tavd --generic-storage=any >/var/log/tavd 2>&1 </dev/null & "
+                   "echo $! >/run/pid")
         guest.wait_until(cls.rmc.inventories, 180, "inventory at the controller")
 
     def tearDown(self):
         self.assertEqual(self.rmc.violations(), [], "every frame is as the controller demands")
+
+    def logged(self, text, log="/var/log/tav.log"):
+        """How often."""
+        return int(self.vm.attempt(f"grep -c '{text}' {log}")[1])
 
     def inventory_with(self, holds, what):
         """The first inventory from now on for which `holds`; one comes every minute."""
@@ -92,8 +106,18 @@ class RealKernel(unittest.TestCase):
             lambda: next((one for one in self.rmc.inventories()[seen:] if holds(one)), None),
             INVENTORY_PATIENCE, f"inventory with {what}")
 
-    def drives(self, inventory):
+    @staticmethod
+    def drives(inventory):
         return {drive["SerialNumber"]: drive for drive in inventory.get("Drives", [])}
+
+
+class RealKernel(SmallMachine):
+    """The machine described above. The cases leave it as they found it."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.boot(machine, memory=MEMORY, append="without=scsi_debug")
+        cls.serve()
 
     def test_host_is_what_the_machine_is(self):
         host = self.rmc.inventories()[-1]["Oem"]["HostOSInfo"]
@@ -111,8 +135,7 @@ class RealKernel(unittest.TestCase):
             drive = drives[serial]
             self.assertEqual(drive["CapacityBytes"], disk["size"], serial)
             self.assertEqual(drive["Model"], disk.get("model") or disk["product"])
-            if disk is SATA:  # QEMU's SCSI disks tell neither their protocol nor how they are
-                self.assertEqual(drive["Status"], {"State": "Running", "Health": "OK"})
+            self.assertEqual(drive["Status"], {"State": "Running", "Health": "OK"})
             if serial in blocks:
                 self.assertEqual(int(blocks[serial]["size"]), drive["CapacityBytes"])
 
@@ -149,13 +172,71 @@ class RealKernel(unittest.TestCase):
         self.vm.monitor("device_del", id="disk1")
         self.inventory_with(lambda one: not is_up(one) and not is_there(one), "both gone")
         self.vm.monitor("set_link", name="nic1", up=True)
-        options = dict(part.split("=", 1) for part in scsi_disk(1).split(",")[1:])
-        self.vm.monitor("device_add", driver="scsi-hd", **options)
+        self.plug(scsi_disk(1))
         self.inventory_with(lambda one: is_up(one) and is_there(one), "both back")
         raised = self.rmc.events()[seen:]
         # A disk that never told how it is has not failed by going.
         self.assertEqual([event["ID"] for event in raised], [680])
         self.assertEqual(raised[0]["VariableData"]["Data"]["MACAddress"].lower(), PORTS[1])
+
+    def plug(self, device):
+        """As the command line has it; waits until QEMU has forgotten the one before."""
+        driver, *options = device.split(",")
+
+        def attempt():
+            try:
+                self.vm.monitor("device_add", driver=driver,
+                                **dict(option.split("=", 1) for option in options))
+            except RuntimeError as failure:
+                if "uplicate" in str(failure) or "in use" in str(failure):
+                    return False
+                raise
+            return True
+        guest.wait_until(attempt, 60, f"place for {device}")
+
+    def test_what_the_kernel_tells_of_is_looked_at_at_once(self):
+        for change in (lambda: self.vm.monitor("device_del", id="disk1"),
+                       lambda: self.plug(scsi_disk(1))):
+            polls = self.logged(POLL, DEBUG_LOG)
+            guest.wait_until(lambda: self.logged(POLL, DEBUG_LOG) > polls, 30, "poll")
+            seen = self.logged(NOTICED)  # and the next poll is due in ten seconds
+            change()
+            guest.wait_until(lambda: self.logged(NOTICED) > seen, LESS_THAN_A_POLL,
+                             "look at what the kernel has told of")
+        self.inventory_with(
+            lambda one: self.drives(one)[SCSI[1]["serial"]]["Status"]["State"] == "Running",
+            "the disk that is back")
+
+    def test_a_controller_that_is_pulled_and_put_back(self):
+        seen = len(self.rmc.events())
+
+        def states(inventory):
+            return [self.drives(inventory)[disk["serial"]]["Status"]["State"] for disk in SCSI]
+        self.vm.monitor("device_del", id="hba")
+        self.inventory_with(lambda one: states(one) == ["Offline"] * 2, "the controller gone")
+        self.plug(HBA)
+        for n in range(2):
+            self.plug(scsi_disk(n))
+        self.inventory_with(lambda one: states(one) == ["Running"] * 2, "the controller back")
+        raised = self.rmc.events()[seen:]
+        self.assertEqual([event["ID"] for event in raised], [398, 397])
+        for event in raised:
+            self.assertIn("0000:01:00.0", json.dumps(event["VariableData"]))
+
+    def test_without_the_hypervisors_commands_and_with_no_controller_that_we_know(self):
+        # The shell's own programs are there, and no localcli, esxtop, lspci, mdadm.
+        document = json.loads(self.vm.run("PATH=/bin /usr/bin/tavd --print"))
+        inventory = document["HostDataCollection"]
+        self.assertEqual(inventory["Oem"]["HostOSInfo"]["HostName"], "guest")
+        self.assertNotIn("Drives", inventory)
+        self.assertNotIn("StorageControllers", inventory)
+
+    def test_a_configuration_that_changes_is_the_next_starts(self):
+        self.vm.run("cp /etc/config/orn/tav/tav.conf /run/kept && "
+                    "echo '{\"EnableResources\": [' >/etc/config/orn/tav/tav.conf && "
+                    "kill -HUP $(cat /run/pid)")
+        self.assertEqual(self.vm.attempt("tavctl event 708")[0], 0, "the service goes on")
+        self.vm.run("cp /run/kept /etc/config/orn/tav/tav.conf")
 
     def fetch(self, path, target):
         target.write_bytes(base64.b64decode(self.vm.run(f"base64 {path}")))
@@ -187,6 +268,20 @@ class RealKernel(unittest.TestCase):
         self.assertEqual(self.vm.attempt("tavctl event 708")[0], 0)
         guest.wait_until(lambda: len(self.rmc.inventories()) > seen, 180,
                          "inventory that makes good what was refused")
+
+    def test_the_controller_dies_and_comes_back(self):
+        failures, returns = self.logged(FAILS), self.logged(ANSWERS_AGAIN)
+        self.rmc.stop()
+        for _ in range(2):
+            self.assertEqual(self.vm.attempt("tavctl event 708")[0], 1, "nobody has taken it")
+        self.assertEqual(self.logged(FAILS), failures + 1, "why is said once")
+        seen = len(self.rmc.inventories())
+        self.rmc.start()
+        guest.wait_until(lambda: self.vm.attempt("tavctl event 708")[0] == 0, 60,
+                         "controller that takes an event")
+        self.assertEqual(self.logged(ANSWERS_AGAIN), returns + 1)
+        guest.wait_until(lambda: len(self.rmc.inventories()) > seen, 180,
+                         "inventory that makes good what has got lost")
 
 
 if __name__ == "__main__":
