@@ -41,7 +41,8 @@ class TAV_API tavUtils {
     /// Local time as "Mar 7 14:05:09".
     static std::string getDateTime();
     /// Local time stamp "YYYY-MM-DDTHH:MM:SS" and at least one more character, as seconds since the
-    /// epoch; 0 for any other text.
+    /// epoch; 0 for a text that is shorter or has no digits there. What stands between the numbers
+    /// is not looked at, and a number beyond its range carries over, as mktime() has it.
     long toEpoc(const std::string& stamp);
 
     /// When the host booted this time and the time before, in seconds since the epoch: 0 where the
@@ -73,7 +74,7 @@ class TAV_API tavUtils {
     /// The same for names that begin with "00" (PCI addresses of domain 0000).
     int dirPciList(const std::string& directory, std::vector<std::string>& names);
     /// The first line that contains `key`, with its line end; empty when there is none. Of a line
-    /// longer than 1 MiB only the beginning is known, which the log tells.
+    /// of 1 MiB or more only the beginning is known, which the log tells.
     std::string getLineFromFile(const char* path, const std::string& key);
     /// `out` becomes `in` without white space at its end and blanks at its beginning.
     void trimExtraSpaces(std::string in, std::string& out);

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -471,6 +472,9 @@ TEST(CliPackets, EveryPayloadComesWhole) {
     bytes.push_back(std::byte{0});
     EXPECT_FALSE(tav::parseCliRequest(bytes));
     EXPECT_FALSE(tav::parseCliRequest({}));
+    const std::string longest(4078, 'y');
+    const _TAV_MESSAGE_PACKET wholePacket = tav::makeCliRequest({0, 1, longest});
+    EXPECT_EQ(tav::parseCliRequest(std::as_bytes(std::span(&wholePacket, 1)))->payload, longest);
     const _TAV_MESSAGE_PACKET packet = tav::makeCliRequest({0x0102, 0x01020304, "ab"});
     const auto* const raw = reinterpret_cast<const unsigned char*>(&packet);
     EXPECT_THAT(std::vector<unsigned char>(raw, raw + 20),

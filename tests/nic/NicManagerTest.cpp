@@ -157,6 +157,11 @@ TEST(NicManager, DetailsThatCannotBeHadLeaveWhatWasKnown) {
     EXPECT_EQ(healthOf("vmnic1"), "Down/Unknown") << "this needs no details";
     EXPECT_EQ(healthOf("vmnic2"), "Other/Unknown") << "nothing was known of it";
     EXPECT_EQ(inventory()[2]["FirmwareVersion"], "");
+    writeHost();
+    writeFile("/tmp/details", "   Firmware Version: 1.64\n");
+    manager().cacheBuild();
+    EXPECT_EQ(inventory()[0]["FirmwareVersion"], "1.64") << "an update";
+    EXPECT_EQ(healthOf("vmnic0"), "Other/Unknown") << "its cable is gone";
 }
 
 TEST(NicManager, AnInterfaceThatIsListedTwiceIsOne) {

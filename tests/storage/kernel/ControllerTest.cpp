@@ -200,6 +200,10 @@ class Controllers : public testing::Test {
 };
 
 TEST_F(Controllers, AreDescribedWithTheirDisks) {
+    disk(1)["rotation"] = 0x0401;
+    disk(2)["rotation"] = 0xFFFE;
+    disk(3)["rotation"] = 0x0400;
+    build();
     discover();
     ASSERT_THAT(infos_, SizeIs(1)) << "four hosts, one controller";
     EXPECT_EQ(infos_[0].getModel(), "Intel C600/X79 series chipset SATA RAID Controller");
@@ -219,6 +223,9 @@ TEST_F(Controllers, AreDescribedWithTheirDisks) {
     EXPECT_EQ(first.getModel(), "INTEL SSDSC2BB480G7");
     EXPECT_EQ(first.getRevision(), "N2010121");
     EXPECT_EQ(first.getMediaType(), "SSD");
+    EXPECT_EQ(disks_[1].getMediaType(), "HDD");
+    EXPECT_EQ(disks_[2].getMediaType(), "HDD");
+    EXPECT_EQ(disks_[3].getMediaType(), "") << "no rotation rate";
     EXPECT_EQ(first.getCapacityBytes(), 937703088ULL * 512);
     EXPECT_EQ(first.getState(), TAV_STATE_RUNNING);
     EXPECT_THAT(
