@@ -129,6 +129,10 @@ bool tavNVMeController::isReachedOtherwise(const tavDiskInfo& disk) const {
                        [&](const std::string& other) { return other != own; });
 }
 
+std::string tavNVMeController::removedReason(const tavDiskInfo& /*disk*/) const {
+    return tav::printed("The NVMe controller %s has been removed.", name().c_str());
+}
+
 std::string tavNVMeController::addressText(const std::string& link) const {
     return "NVMe namespace: " + link;
 }

@@ -33,6 +33,7 @@ class tavNVMeController final : public tavStorageController {
 
     std::string diskPlace(const tavDiskInfo& disk) const override;
     std::string vanishedReason(const tavDiskInfo& disk) const override;
+    std::string removedReason(const tavDiskInfo& disk) const override;
     void describeController(tavStorageControllerInfo& found) override;
     std::vector<tav::DiskAddress> listDisks() const override;
     std::optional<tavDiskInfo> examineDisk(const tav::DiskAddress& address,

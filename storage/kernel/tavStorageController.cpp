@@ -821,6 +821,10 @@ std::string tavStorageController::vanishedReason(const tavDiskInfo& disk) const 
     return disk.getEventInfoString();
 }
 
+std::string tavStorageController::removedReason(const tavDiskInfo& disk) const {
+    return disk.getEventInfoString();
+}
+
 tav::DiskRegister tavStorageController::diskRegister() {
     return {[this](const tavDiskInfo& disk) { return diskPlace(disk); },
             [this](const tavDiskInfo& disk, const std::string& place) {
@@ -902,7 +906,10 @@ void tavStorageController::processDeviceRemoval() {
         enterController(std::move(gone));
         letGo({});
         for (tav::DiskLedger& ledger : disks_) {
-            const auto change = ledger.look(tav::offline);
+            tavDiskInfo lost = ledger.record();
+            if (ledger.now() != tav::offline) lost.setEventInfoString(removedReason(lost));
+            assign(lost, tav::offline);
+            const auto change = ledger.look(std::move(lost));
             if (!change) continue;
             hasChanged_ = true;
             isUntold_ |= !reportDisk(ledger, ledger.record(), change->before);

@@ -125,6 +125,8 @@ class TAV_API tavStorageController : public ItavStorageController {
     virtual std::string diskPlace(const tavDiskInfo& disk) const;
     /// Why a disk that was not found any more is offline; empty leaves it as it is.
     virtual std::string vanishedReason(const tavDiskInfo& disk) const;
+    /// The same of a disk whose controller is gone.
+    virtual std::string removedReason(const tavDiskInfo& disk) const;
 
     // What differs where the kernel shows a controller otherwise than as SCSI hosts.
 
