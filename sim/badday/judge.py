@@ -259,24 +259,69 @@ DISK_EVENTS = {"running": 540, "predicted": 539, "failed": 538, "offline": 538}
 DISK_TEXTS = {"running": "^$", "predicted": "SSD Wear percentage", "failed": ".",
               # What is pulled while it is being asked answers nothing first.
               "offline": "not available|Unable to open|offline|serial number|^Failed to read"}
+NVME_TEXTS = {"running": "^$", "predicted": r"^\[.*\]$", "failed": ".",
+              "offline": "is gone|removed|Unable to open|serial number|^Failed to read"}
 
 
-def disk_rule(place, is_shared=False):
+def disk_rule(place, is_shared=False, texts=None):
     """Of two that have one place in turns nobody can tell whether the second is new or has taken
     the place of the first, unless he has seen both there."""
+    texts = texts or DISK_TEXTS
+
     def raised(serial, before, now):
         comes = before in ("unknown", "offline") and now not in ("unknown", "offline")
         if before == now or now == "unknown" or before == "unknown" and not (comes and is_shared):
             return []
         if now == "offline" and before == "failed":
             return []
-        return [Wanted(DISK_EVENTS[now], serial, place, DISK_TEXTS[now],
+        return [Wanted(DISK_EVENTS[now], serial, place, texts[now],
                        is_due=not (comes and is_shared))]
 
     def rule(before, now):
         if before[0] == now[0] or before[0] is None or now[0] is None:
             return raised(now[0], before[1], now[1])
         return raised(before[0], before[1], "offline") + raised(now[0], "offline", now[1])
+    return rule
+
+
+def nvme_value(name):
+    """The drive of an NVMe controller. What a controller in reset cannot be asked stands."""
+    def value(server, before):
+        controller = servers.find(server["nvme"], name)
+        known = before[0] if before else None
+        if controller.get("gone") == "yes":
+            return (known, "offline") if known else (None, "unknown")
+        serial = controller["serial"]
+        if controller["state"] == "resetting" and before:
+            return before
+        if controller["state"] == "dead":
+            return serial, "failed"
+        if controller.get("present") == "no":
+            return known, "offline"
+        if controller.get("answers") == "no" or controller.get("hang", "no") != "no" or \
+                controller["criticalWarning"] & 8:
+            return serial, "failed"
+        sick = controller["criticalWarning"] or controller["mediaErrors"] or \
+            controller["used"] >= 95 or controller["spare"] < controller["spareThreshold"] or \
+            controller["temperature"] >= controller["warningTemperature"]
+        return serial, "predicted" if sick else "running"
+    return value
+
+
+def nvme_controller_value(name):
+    def value(server, before):
+        controller = servers.find(server["nvme"], name)
+        well = controller.get("gone") != "yes" and controller["state"] != "dead"
+        return "OK" if well else "Critical"
+    return value
+
+
+def nvme_controller_rule(function, place):
+    def rule(before, now):
+        if before == now:
+            return []
+        return [Wanted(397, function, place, "live again") if now == "OK" else
+                Wanted(398, function, place, "has been removed|is dead")]
     return rule
 
 
@@ -496,6 +541,20 @@ class Judge:
                  if disk.get("gone") != "yes" and disk_place(server, disk) == place}
         return len(names) > 1
 
+    def check_nvme(self):
+        server = self.truth.moments[0][1]
+        for controller in server["nvme"]:
+            name, function = controller["name"], controller["function"]
+            place = location(server, function)
+            conditions = self.truth.conditions(nvme_value(name), disk_needs)
+            self.check_conditions(name, conditions, disk_rule(place, texts=NVME_TEXTS),
+                                  {c.value[0] for c in conditions if c.value[0]}, {538, 539, 540},
+                                  place)
+            self.check_conditions(
+                f"{name}'s controller",
+                self.truth.conditions(nvme_controller_value(name), lambda value: POLLED),
+                nvme_controller_rule(function, place), {function}, {397, 398}, place)
+
     def check_links(self):
         server = self.truth.moments[0][1]
         for adapter in server["ethernet"]:
@@ -642,6 +701,11 @@ class Judge:
         wanted = {"0000:00:17.0": {json.loads(v) for v in self.last["SATA controller"]} or {"OK"}}
         if self.raid_controllers(self.truth.moments[-1][1]):
             wanted["0000:65:00.0"] = self.last["RAID controller"] or {"OK"}
+        for controller in self.truth.moments[-1][1]["nvme"]:
+            is_gone = controller.get("gone") == "yes"
+            wanted[controller["function"]] = {
+                json.loads(value) for value in self.last[f"{controller['name']}'s controller"]
+            } | ({None} if is_gone else set()) or {"OK"}
         return wanted
 
     def raid_controllers(self, server):
@@ -668,15 +732,18 @@ class Judge:
         drives = {}
         health = {"running": "OK", "predicted": "Warning", "failed": "Critical",
                   "offline": "Critical"}
-        for disk in server["disks"]:
-            value = self.truth.conditions(disk_value(disk["name"]), disk_needs)[-1].value
+        devices = [(disk, disk_value(disk["name"]), disk["revision"][:8])
+                   for disk in server["disks"]]
+        devices += [(controller, nvme_value(controller["name"]), controller["firmware"])
+                    for controller in server["nvme"]]
+        for disk, value_of, revision in devices:
+            value = self.truth.conditions(value_of, disk_needs)[-1].value
             if value[1] == "unknown":
                 continue
             wanted = {health[value[1]]}
             # A service that was started after it had gone, or did not look in time, knows nothing.
             if value[1] == "offline":
                 wanted.add(None)
-            revision = disk["revision"][:8]
             drives[f"{value[0]} {disk['model']} {revision}"] = wanted
         for controller in self.raid_controllers(server):
             for drive in controller["drives"]:
@@ -719,6 +786,7 @@ class Judge:
                for service in self.played["services"]):
             return self.faults  # nothing of what was reported then can be held against it
         self.check_disks()
+        self.check_nvme()
         self.check_links()
         self.check_ports()
         self.check_raid()

@@ -188,14 +188,42 @@ class Teller:
             (0, "change functions 0000:86:00.0 gone=yes"),
             (self.lasting(), "change functions 0000:86:00.0 gone=no")]
 
+    def nvme(self):
+        name = self.random.choice(("nvme0", "nvme1"))
+        kind, on, off = self.random.choice([
+            ("worn", "used=97", "used=3"),
+            ("hot", "temperature=92", "temperature=36"),
+            ("out of spare", "spare=4", "spare=100"),
+            ("unreliable", "criticalWarning=4", "criticalWarning=0"),
+            ("read-only", "criticalWarning=8", "criticalWarning=0"),
+            ("with media errors", "mediaErrors=2", "mediaErrors=0"),
+            ("unplugged", "gone=yes", "gone=no"),
+            ("exchanged", "gone=yes", "gone=no serial=" + self.serial("NVM")),
+            ("absent", "present=no", "present=yes"),
+            ("silent", "answers=no", "answers=yes"),
+            ("hanging", "hang=command", "hang=no"),
+            ("dead", "state=dead", "state=live"),
+            ("with a log of ones", "healthLog=ones", "healthLog=no"),
+            ("that does not identify itself", "identify=zeros", "identify=no"),
+        ])
+        return self.toggled(f"{name} {kind}", name, f"nvme {name}", on, off)
+
+    def nvme_reset(self):
+        """A reset that is over in a moment, as far as anybody needs to know."""
+        name = self.random.choice(("nvme0", "nvme1"))
+        return f"{name} resets", name, [
+            (0, f"change nvme {name} state=resetting"),
+            (self.random.randrange(3, 30), f"change nvme {name} state=live")]
+
+    NVME_TOPICS = ((nvme, 5), (nvme_reset, 1))
     TOPICS = ((disk, 10), (swapped_at_once, 2), (contradicting, 2), (predicted_and_silent, 2),
               (second_device, 2), (sata_port, 3), (all_sata_ports, 1), (fibre_channel, 3), (link, 6),
               (drive, 5), (drive_taken_out, 2), (raid_controller, 1), (volume, 4), (firmware, 1),
               (library, 3), (controller_asleep, 1), (controller_refuses, 2), (controller_late, 1),
               (commands, 2), (restart, 1), (hang_up, 1), (function, 1), (clock, 2))
 
-    def episode(self):
-        topics, weights = zip(*self.TOPICS)
+    def episode(self, topics=TOPICS):
+        topics, weights = zip(*topics)
         name, part, orders = self.random.choices(topics, weights)[0](self)
         length = orders[-1][0]
         begin = max(self.random.randrange(BEGIN, END - 60), self.free.get(part, 0))
@@ -211,6 +239,10 @@ def tell(seed):
     teller = Teller(seed)
     wanted = teller.random.randrange(5, 16)
     episodes = [teller.episode() for _ in range(wanted)]
+    # Drawn apart, so that a seed goes on telling what it told before there was NVMe.
+    nvme_teller = Teller(f"nvme {seed}")
+    episodes += [nvme_teller.episode(Teller.NVME_TOPICS)
+                 for _ in range(nvme_teller.random.randrange(4))]
     episodes = [episode for episode in episodes if episode is not None]
     return {"seed": seed, "episodes": sorted(episodes, key=lambda e: e["orders"][0]["at"])}
 

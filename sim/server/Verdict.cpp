@@ -28,6 +28,19 @@ std::string diskHealth(const Json::Value& disk) {
     return numberOf(disk, "wear") >= wornOut || numberOf(disk, "errors") > 0 ? "Warning" : "OK";
 }
 
+std::string nvmeHealth(const Json::Value& controller) {
+    constexpr int wornOut = 95;
+    if (textOf(controller, "answers") == "no" || textOf(controller, "state") == "dead") {
+        return "Critical";
+    }
+    const bool isSick =
+        numberOf(controller, "used") >= wornOut || numberOf(controller, "mediaErrors") > 0 ||
+        numberOf(controller, "criticalWarning") != 0 ||
+        numberOf(controller, "spare") < numberOf(controller, "spareThreshold") ||
+        numberOf(controller, "temperature") >= numberOf(controller, "warningTemperature");
+    return isSick ? "Warning" : "OK";
+}
+
 std::string driveHealth(const Json::Value& drive) {
     constexpr std::array failed = {0x01, 0x10, 0x11};
     const auto state = numberOf(drive, "state");
@@ -48,6 +61,10 @@ Conditions expectedDrives(const Json::Value& server) {
     Conditions drives;
     for (const Json::Value& disk : member(server, "disks"))
         drives.insert(condition(textOf(disk, "serial"), diskHealth(disk)));
+    for (const Json::Value& controller : member(server, "nvme")) {
+        for (std::int64_t id = 1; id <= numberOf(controller, "namespaces"); ++id)
+            drives.insert(condition(textOf(controller, "serial"), nvmeHealth(controller)));
+    }
     for (const Json::Value& controller : member(member(server, "raid"), "controllers")) {
         for (const Json::Value& drive : member(controller, "drives"))
             drives.insert(condition(textOf(drive, "serial"), driveHealth(drive)));
