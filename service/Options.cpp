@@ -63,9 +63,14 @@ Options parseOptions(int argc, char** argv) {
          {"help", no_argument, nullptr, 'h'},
          {"version", no_argument, nullptr, 'v'},
          {nullptr, 0, nullptr, 0}}};
+    const auto refuse = [argv](const char* why) {
+        std::cerr << "tavd: option '" << argv[::optind - 1] << "' " << why << "; see tavd --help\n";
+        return only(Task::Refuse);
+    };
     Options options;
+    ::opterr = 0;  // its own words name no way out
     int letter = 0;
-    while ((letter = ::getopt_long(argc, argv, "h", longOptions.data(), nullptr)) != -1) {
+    while ((letter = ::getopt_long(argc, argv, ":h", longOptions.data(), nullptr)) != -1) {
         switch (letter) {
             case 'f':
                 options.fibreChannel = true;
@@ -97,8 +102,10 @@ Options parseOptions(int argc, char** argv) {
                 return only(Task::Help);
             case 'v':
                 return only(Task::Version);
+            case ':':
+                return refuse("requires an argument");
             default:
-                return only(Task::Refuse);
+                return refuse("is unknown, or takes no argument");
         }
     }
     if (::optind < argc) {

@@ -77,17 +77,19 @@ TEST(Tavd, CommandLine) {
         const char* arguments;
         int exitStatus;
         const char* says;
-    } rows[] = {{"--version", 0, "tavd "},
-                {"--help", 0, "Exit status:"},
-                {"--nonsense", 2, "nonsense"},
-                {"--generic-storage --check-config /missing", 3, "/missing: No such file"},
-                {"--generic-storage=any --check-config /missing", 3, "/missing: No such file"},
-                {"--metrics-file tavd.prom", 2, "takes an absolute path, not 'tavd.prom'"},
-                {"--generic-storage=all", 2, "takes 'any' or nothing, not 'all'"},
-                {"word", 2, "unexpected argument 'word'"},
-                {"--check-config", 2, "requires an argument"},
-                {"--check-config /missing", 3, "/missing: No such file"},
-                {"--check-config /tmp", 3, "/tmp: not a regular file"}};
+    } rows[] = {
+        {"--version", 0, "tavd "},
+        {"--help", 0, "Exit status:"},
+        {"--nonsense", 2, "tavd: option '--nonsense' is unknown"},
+        {"--print=x", 2, "option '--print=x' is unknown, or takes no argument; see tavd"},
+        {"--generic-storage --check-config /missing", 3, "/missing: No such file"},
+        {"--generic-storage=any --check-config /missing", 3, "/missing: No such file"},
+        {"--metrics-file tavd.prom", 2, "takes an absolute path, not 'tavd.prom'"},
+        {"--generic-storage=all", 2, "takes 'any' or nothing, not 'all'"},
+        {"word", 2, "unexpected argument 'word'"},
+        {"--check-config", 2, "option '--check-config' requires an argument; see tavd --help"},
+        {"--check-config /missing", 3, "/missing: No such file"},
+        {"--check-config /tmp", 3, "/tmp: not a regular file"}};
     for (const auto& row : rows) {
         const tav::CommandResult result = tavd(row.arguments);
         EXPECT_EQ(result.exitStatus, row.exitStatus) << row.arguments;
