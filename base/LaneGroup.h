@@ -82,6 +82,7 @@ class LaneGroup {
         lanes_.clear();
         byNumber_.clear();
         awaited_ = 0;
+        bell_ = LaneBell();  // the old one is still rung, with numbers that others get
     }
 
  private:

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/LaneGroup.h"
 #include "base/Lanes.h"
 #include "base/StopSignal.h"
 #include "base/Threads.h"
@@ -142,6 +143,25 @@ TEST(Lanes, AStopEndsWhatListensAndLeavesBehindWhatHangs) {
     while (ownedByTheQuestion.use_count() > 1 && soon.left() > 0ms)
         std::this_thread::sleep_for(1ms);
     EXPECT_EQ(ownedByTheQuestion.use_count(), 1) << "it has let go of what it owned";
+}
+
+TEST(Lanes, AGroupTakesTheAnswerOfADroppedLaneForNobodyElses) {
+    Hang dropped;
+    Hang awaited;
+    tav::LaneGroup<int, int> group(std::make_shared<Lanes>("tav-test", 4, 10s), 10s);
+    group.ask(1, "what is dropped", dropped.question(1));
+    group.clear();
+    group.ask(2, "what is awaited", awaited.question(2));
+    dropped.release();
+    std::thread releaser([&] {
+        std::this_thread::sleep_for(50ms);
+        awaited.release();
+    });
+    std::vector<int> answers;
+    group.collect(
+        TimeLimit(10s), [&](int, int answer) { answers.push_back(answer); }, [] {});
+    releaser.join();
+    EXPECT_EQ(answers, std::vector{2});
 }
 
 TEST(Lanes, AStopOfTheAskerEndsItsWait) {
