@@ -71,7 +71,9 @@ ExitStatus explainUnreachable(std::string_view command, int error) {
     switch (error) {
         case ENOENT:
             return complain(command,
-                            "there is no " + pipe + ": tavd does not run (systemctl status tavd)",
+                            "there is no " + pipe +
+                                ": tavd does not run (systemctl status tavd), or makes its "
+                                "pipe anew within ten seconds",
                             NoService);
         case ENXIO:
             return complain(command, "nobody reads " + pipe + ": tavd has ended", NoService);
