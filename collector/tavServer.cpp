@@ -52,6 +52,8 @@ constexpr auto pipeCheck = 9s;
 constexpr std::size_t readSize = 65536;
 constexpr std::size_t mostUnseen = 16 * readSize;
 constexpr std::size_t mostAnswers = 1000;
+/// How many things that stood in the request pipe's place are kept.
+constexpr int mostAside = 100;
 
 std::optional<tavEvent> hostEvent(int id, const std::string& /*location*/) {
     return HostResourceManager::testEvent(id);
@@ -188,9 +190,14 @@ void moveAside() {
     struct stat status {};
     if (::lstat(tavRequestPipe, &status) != 0 || S_ISFIFO(status.st_mode)) return;
     const std::string aside = std::string(tavRequestPipe) + ".not-a-pipe";
-    if (::rename(tavRequestPipe, aside.c_str()) == 0) {
-        logger.warning(here(), "%s was no pipe and has been moved to %s.", tavRequestPipe,
-                       aside.c_str());
+    for (int number = 1; number <= mostAside; ++number) {
+        const std::string path = number == 1 ? aside : aside + '-' + std::to_string(number);
+        if (::renameat2(AT_FDCWD, tavRequestPipe, AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
+            logger.warning(here(), "%s was no pipe and has been moved to %s.", tavRequestPipe,
+                           path.c_str());
+            return;
+        }
+        if (errno != EEXIST) return;
     }
 }
 

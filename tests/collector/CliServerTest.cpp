@@ -324,6 +324,11 @@ TEST_F(CliServer, MakesItsPipeAnewWhateverHasBecomeOfIt) {
     ASSERT_TRUE(isAPipeAgain());
     EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "434"), 0);
     EXPECT_EQ(tav::test::readFile("/var/run/orntav.not-a-pipe"), "precious");
+    std::filesystem::remove(tavRequestPipe);
+    std::filesystem::create_directory(tavRequestPipe);
+    ASSERT_TRUE(isAPipeAgain()) << "also where something has been moved away before";
+    EXPECT_EQ(tav::test::readFile("/var/run/orntav.not-a-pipe"), "precious");
+    EXPECT_TRUE(std::filesystem::is_directory("/var/run/orntav.not-a-pipe-2"));
     std::filesystem::rename(tavRequestPipe, "/var/run/moved");
     ASSERT_EQ(::mkfifo(tavRequestPipe, 0600), 0);
     std::this_thread::sleep_for(100ms);  // more than ten fast seconds
