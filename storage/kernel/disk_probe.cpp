@@ -394,6 +394,10 @@ DiskJudgement statusOfOpen(tavDiskInfo& disk, int node, OtherProtocols others) {
     const std::string& recorded = disk.getMemory().unitSerial;
     logger.debug(here(), "%s: Disk serialnum from sysfs VPD page 80: %s", link.c_str(),
                  serial.c_str());
+    // Whoever answers where a disk has gone may be another one.
+    if (serial.empty() && !recorded.empty() && conditionOf(disk) == offline) {
+        return {offline, disk.getEventInfoString()};
+    }
     if (serial.empty() || recorded.empty() || serial == recorded) {
         DiskTurn turn(node, disk);
         return statusByProtocol(turn, others);

@@ -883,11 +883,12 @@ void tavStorageController::enterPolledDisk(tavDiskInfo found) {
         invalidates_ = true;
     }
     const auto change = ledger->look(std::move(found));
+    invalidates_ |= isReplaced;
     if (!change) return;
     hasChanged_ = true;
     const bool isRaised = reportDisk(*ledger, ledger->record(), change->before);
     isUntold_ |= !isRaised;
-    invalidates_ |= isReplaced || (isRaised && ledger->now() == tav::running);
+    invalidates_ |= isRaised && ledger->now() == tav::running;
 }
 
 void tavStorageController::processDeviceRemoval() {

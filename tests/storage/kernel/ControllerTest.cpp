@@ -421,6 +421,26 @@ TEST_F(Controllers, ASerialNumberThatCannotBeReadSaysNothing) {
     EXPECT_THAT(events(), ElementsAre("538 S1", "540 LATE")) << "and is recognised by it";
 }
 
+TEST_F(Controllers, WhoAnswersWhereADiskHasGoneIsNotTakenForItBeforeItsNumberIsRead) {
+    discover();
+    disk(1)["present"] = "no";
+    build();
+    poll();
+    disk(1)["present"] = "yes";
+    disk(1)["serial"] = "NEW";
+    disk(1)["serialUnreadable"] = "yes";
+    build();
+    poll();
+    EXPECT_THAT(events(), ElementsAre("538 S1"));
+    disk(1)["serialUnreadable"] = "no";
+    build();
+    EXPECT_THAT(logs(), Not(HasSubstr("Invalidating inventory cache.")));
+    poll();
+    EXPECT_THAT(logs(), HasSubstr("Invalidating inventory cache."));
+    discover();
+    EXPECT_THAT(events(), ElementsAre("538 S1", "540 NEW"));
+}
+
 TEST_F(Controllers, DevicesAtOnePlaceAreEachThemselves) {
     Json::Value second = disk(0);
     second["name"] = "sg9";
