@@ -57,6 +57,9 @@ class RaidResource {
         isOutdated_ = ledger_.now().health != condition.health;
     }
 
+    /// The RMC has acknowledged an inventory that says what is now.
+    void noteTold() { noteReported(now()); }
+
     /// It has been taken out and put in: what was said of it before is said of another one.
     bool renew() {
         const Condition before = now();
@@ -155,6 +158,11 @@ class RaidResources {
         for (Entry& entry : entries_)
             if (matches(entry)) return &entry;
         return nullptr;
+    }
+
+    void noteTold() {
+        for (Entry& entry : entries_)
+            entry.resource.noteTold();
     }
 
     std::vector<Record> records() const {

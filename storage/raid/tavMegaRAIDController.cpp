@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "core/Log.h"
+#include "rmc/tavJsonAggregator.h"
 #include "storage/SASResourceManager.h"
 #include "storage/raid/raid_event_record.h"
 #include "storage/raid/raid_inventory.h"
@@ -166,7 +167,9 @@ bool tavMegaRAIDController::lookAtDrives(Drives::Gone gone) {
     auto found = disksOf(snapshot->drivesOf(controllerId_), getPciLocation());
     const std::lock_guard<std::recursive_mutex> held(lock_);
     const bool isFirst = !std::exchange(hasDrives_, true);
-    return drives_.look(std::move(found), gone) && !isFirst;
+    const bool hasChanged = drives_.look(std::move(found), gone);
+    if (hasChanged) toldBy_ = 0;
+    return hasChanged && !isFirst;
 }
 
 bool tavMegaRAIDController::lookAtVolumes(Volumes::Gone gone) {
@@ -174,7 +177,9 @@ bool tavMegaRAIDController::lookAtVolumes(Volumes::Gone gone) {
     auto found = volumesOf(snapshot->volumesOf(controllerId_));
     const std::lock_guard<std::recursive_mutex> held(lock_);
     const bool isFirst = !std::exchange(hasVolumes_, true);
-    return volumes_.look(std::move(found), gone) && !isFirst;
+    const bool hasChanged = volumes_.look(std::move(found), gone);
+    if (hasChanged) toldBy_ = 0;
+    return hasChanged && !isFirst;
 }
 
 bool tavMegaRAIDController::enableEvents() {
@@ -257,6 +262,7 @@ bool tavMegaRAIDController::isConcernedBy(const TAV_SAS_EVENT_DETAIL& event) con
 
 void tavMegaRAIDController::analyzeAndGenerateEvent(TAV_SAS_EVENT_DETAIL* event) {
     if (event == nullptr || isRemoved()) return;
+    noteAcknowledged();
     const bool hasMoved = look(*event);
     const Consequence consequence = analyze(*event);
     if (hasMoved || consequence.changesCondition) publish();
@@ -290,7 +296,21 @@ void tavMegaRAIDController::publish() {
     const bool isBuilding = SASResourceManager::isBuilding();
     SASResourceManager::updateInventory(
         *this, {{getInventory()}, getPhysicalDrivesInventory(), getLogicalDiskInventory()});
-    if (isBuilding) SASResourceManager::invalidateInventoryCache();
+    if (isBuilding) return SASResourceManager::invalidateInventoryCache();
+    const std::lock_guard<std::recursive_mutex> held(lock_);
+    toldBy_ = tavJsonAggregator::getInstance()->begunInventories() + 1;
+}
+
+/// Once the RMC has acknowledged an inventory that tells what the last event has made of all this,
+/// it knows that, whether it got the event or not.
+void tavMegaRAIDController::noteAcknowledged() {
+    const auto acknowledged = tavJsonAggregator::getInstance()->acknowledgedInventories();
+    const std::lock_guard<std::recursive_mutex> held(lock_);
+    if (toldBy_ == 0 || acknowledged < toldBy_) return;
+    toldBy_ = 0;
+    controller_.noteTold();
+    drives_.noteTold();
+    volumes_.noteTold();
 }
 
 tav::EventOutcome tavMegaRAIDController::raise(const Consequence& consequence) {

@@ -100,6 +100,7 @@ class TAV_API tavMegaRAIDController : public tavStorageController {
     bool lookAtVolumes(Volumes::Gone gone);
     bool look(const TAV_SAS_EVENT_DETAIL& event);
     void publish();
+    void noteAcknowledged();
     static tav::EventOutcome raise(const Consequence& consequence);
     Consequence analyze(const TAV_SAS_EVENT_DETAIL& event);
     Consequence analyzeVolumeEvent(const TAV_SAS_EVENT_DETAIL& event);
@@ -113,10 +114,11 @@ class TAV_API tavMegaRAIDController : public tavStorageController {
     std::atomic<bool> detected_{true};
     std::string deviceName_;
     Controller controller_;
-    Drives drives_;            ///< by serial number, and by device id
-    Volumes volumes_;          ///< by durable name, and by target id
-    bool hasDrives_ = false;   ///< discovered once
-    bool hasVolumes_ = false;  ///< discovered once
+    Drives drives_;             ///< by serial number, and by device id
+    Volumes volumes_;           ///< by durable name, and by target id
+    bool hasDrives_ = false;    ///< discovered once
+    bool hasVolumes_ = false;   ///< discovered once
+    std::uint64_t toldBy_ = 0;  ///< the inventory that tells what the last event has made; 0: none
 };
 
 /// The handler of the library's events: gives the event to the controller it is about.

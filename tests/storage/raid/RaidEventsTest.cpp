@@ -197,6 +197,27 @@ TEST_F(RaidEvents, AnEventThatWasNotDeliveredHasReportedNothing) {
     EXPECT_EQ(events().back()["ID"], 538);
 }
 
+TEST_F(RaidEvents, WhatAnInventoryHasToldIsKnown) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    rmc_.intercept([](const auto&) { return tav::sim::Reply::failure(0xC0); });
+    library.fire(driveEvent(0x01, 4, 9));
+    rmc_.intercept(nullptr);
+    tavJsonAggregator& inventories = *tavJsonAggregator::getInstance();
+    const std::uint64_t before = inventories.acknowledgedInventories();
+    clockSpeed = 200;
+    inventories.sendInventory(true);
+    inventories.sendInventory(false);
+    while (inventories.acknowledgedInventories() == before)
+        std::this_thread::sleep_for(1ms);
+    tavJsonAggregator::stoptavJsonAggregator();
+    library.fire(driveEvent(0x01, 4, 9));
+    library.fire(driveEvent(0x72, 2, 9, 0x18));
+    std::vector<int> raised = ids();
+    std::erase(raised, 0);  // the inventory
+    EXPECT_THAT(raised, ElementsAre(540)) << "it works again, and was known not to";
+}
+
 TEST_F(RaidEvents, TheDriveThatTookThePlaceOfAnotherIsNamed) {
     FakeRaidLibrary library({fakeController(0, "SV1")});
     discoverRaid();
