@@ -29,6 +29,7 @@ class Event:
     name: str
     location: str
     text: str
+    is_refused: bool = False
 
     def __str__(self):
         return f"{self.id} {self.name} at {self.time:.0f} s"
@@ -82,7 +83,7 @@ def events_of(record):
         data = details.get("Data", {})
         name = location_name(data) if details.get("Type") == "Controller" else name_of(data)
         events.append(Event(line["time"], payload["ID"], name, payload.get("PhysicalLocation", ""),
-                            details.get("EventInfo", "")))
+                            details.get("EventInfo", ""), "refused" in line))
     return events
 
 
@@ -452,6 +453,10 @@ def explain_notified(own, told, ids, name_at, place, events, begin, first, end, 
     changes = [change for change in changes if change[1] != "own" or not any(
         value == change[2] and 0 <= time - change[0] < 2 for value, time in at_once)]
     changes.sort(key=lambda change: change[0])
+
+    def own_at(time):
+        return next(c.value for c in reversed(own) if c.since <= time)
+
     at_first = {c.value for c in own if c.since <= first + 2 and c.until >= begin}
     reported = {(value, 0) for value in at_first}
     for index, (time, kind, value, more) in enumerate(changes):
@@ -468,11 +473,15 @@ def explain_notified(own, told, ids, name_at, place, events, begin, first, end, 
             for before, used in reported:
                 if before in (value, "gone"):
                     following.add((before, used))
+                # A refused event has reported nothing, and a repeat is news.
+                if before == "gone" or before == value and not (
+                        used > 0 and events[used - 1].is_refused):
                     continue
                 want = Wanted(ids[value], name_at(time), place, more if value == "Critical" else "")
                 if used < len(events) and want.fits(events[used]) and \
                         time - 2 <= events[used].time <= time + excuses.lateness(time):
-                    following.add((value, used + 1))
+                    # What has been taken out is not there to be failed.
+                    following.add(("gone" if own_at(time) == "gone" else value, used + 1))
                 if time < first + 2 or time > end - LATE or \
                         any(excuses.may_be_lost(time + wait) for wait in range(0, 60, 10)):
                     following.add((value, used))

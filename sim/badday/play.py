@@ -99,6 +99,7 @@ class Stage:
 
     def stop_service(self):
         service = self.services[-1]
+        self.wait_until_it_hears(signal.SIGTERM)
         service["stopping"] = self.now()
         before = time.monotonic()
         self.process.send_signal(signal.SIGTERM)
@@ -110,8 +111,11 @@ class Stage:
             self.process.wait()
         service["stop took"] = time.monotonic() - before
         service["stopped"] = self.now()
-        time.sleep(0.2)
-        service["left"] = self.orphans()
+        for _ in range(10):  # what has been killed may still be in the kernel
+            time.sleep(0.2)
+            service["left"] = self.orphans()
+            if not service["left"]:
+                break
 
     @staticmethod
     def orphans():
@@ -145,12 +149,13 @@ class Stage:
         return {"threads": int(facts["Threads"]), "descriptors": len(os.listdir(f"{proc}/fd")),
                 "kB": int(facts["VmRSS"].split()[0])}
 
-    def wait_until_it_hears(self):
-        """Before its program has been loaded a process can do nothing about SIGHUP."""
+    def wait_until_it_hears(self, number):
+        """Before its program has been loaded a process can do nothing about a signal."""
         for _ in range(1000):
             with open(f"/proc/{self.process.pid}/status") as file:
                 facts = dict(line.split(":", 1) for line in file)
-            if any(int(facts[mask], 16) & 1 for mask in ("SigIgn", "SigCgt")):
+            if any(int(facts[mask], 16) >> (number - 1) & 1
+                   for mask in ("SigBlk", "SigIgn", "SigCgt")):
                 return
             time.sleep(0.001)
 
@@ -200,7 +205,7 @@ class Stage:
             if self.services[-1]["status"] != "does not stop":
                 self.start_service()
         elif verb == "hup":
-            self.wait_until_it_hears()
+            self.wait_until_it_hears(signal.SIGHUP)
             self.process.send_signal(signal.SIGHUP)
         else:
             return "no such order"

@@ -20,6 +20,10 @@ class Teller:
         self.fresh += 1
         return f"{prefix}{self.fresh:03d}"
 
+    def other(self):
+        """Another disk, which does not contradict itself."""
+        return f"serial={self.serial('NEW')} identifySerial="
+
     def lasting(self):
         return self.random.choice(ORDINARY) + self.random.randrange(10)
 
@@ -36,8 +40,8 @@ class Teller:
             ("hot", "temperature=75", "temperature=33"),
             ("pulled", "present=no", "present=yes"),
             ("unplugged", "gone=yes", "gone=no"),
-            ("replaced", "present=no", "present=yes serial=" + self.serial("NEW")),
-            ("exchanged", "gone=yes", "gone=no serial=" + self.serial("NEW")),
+            ("replaced", "present=no", "present=yes " + self.other()),
+            ("exchanged", "gone=yes", "gone=no " + self.other()),
             ("silent", "answers=no", "answers=yes"),
             ("hanging", "hang=command", "hang=no"),
             ("hanging in open", "hang=open", "hang=no"),
@@ -52,7 +56,7 @@ class Teller:
     def swapped_at_once(self):
         name = self.random.choice(("sg0", "sg2", "sg3"))
         return f"{name} swapped at once", name, [
-            (0, f"change disks {name} serial={self.serial('NEW')}")]
+            (0, f"change disks {name} {self.other()}")]
 
     def contradicting(self):
         """Its IDENTIFY tells another serial number than page 80h."""
@@ -115,9 +119,9 @@ class Teller:
         last = self.lasting()
         told = f"class=0 locale=2 type=12 drive={number} text=\"PD {number:02d}\""
         back = self.random.choice(("gone=no", f"gone=no serial={self.serial('RAID')}"))
-        orders = [(0, f"raid event 0 code=0x70 {told}"), (0, f"raid drive 0 {number} gone=yes"),
+        orders = [(0, f"raid drive 0 {number} gone=yes"), (0, f"raid event 0 code=0x70 {told}"),
                   (last, f"raid drive 0 {number} {back}"), (last, f"raid event 0 code=0x5B {told}")]
-        lost = self.random.choice(((), (), (0,), (3,), (0, 3)))
+        lost = self.random.choice(((), (), (1,), (3,), (1, 3)))
         return f"drive {number} taken out", f"drive {number}", [
             order for index, order in enumerate(orders) if index not in lost]
 

@@ -59,7 +59,8 @@ DiskBytes identify(const DiskFacts& disk) {
     const auto sectors = static_cast<std::uint64_t>(disk.number("capacity", 0));
     Sector sector;
     sector.putWord(0, 0x0040);
-    sector.putText(10, disk.text("identifySerial", disk.text("serial")), 10);
+    const std::string own = disk.text("identifySerial");
+    sector.putText(10, own.empty() ? disk.text("serial") : own, 10);
     sector.putText(23, disk.text("revision"), 4);
     sector.putText(27, disk.text("model"), 20);
     sector.putWord(49, 0x0F00);
