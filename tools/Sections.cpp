@@ -169,6 +169,21 @@ constexpr std::array fibreChannelFields = {health,
                                            code,
                                            place};
 
+std::vector<Column> columnsFor(std::span<const Field> fields) {
+    std::vector<Column> columns(fields.size());
+    std::transform(fields.begin(), fields.end(), columns.begin(), [](const Field& field) {
+        return Column{field.title, field.isNumber};
+    });
+    return columns;
+}
+
+std::vector<std::string> cellsOf(const Json::Value& record, std::span<const Field> fields) {
+    std::vector<std::string> cells(fields.size());
+    std::transform(fields.begin(), fields.end(), cells.begin(),
+                   [&](const Field& field) { return field.text(valueAt(record, field)); });
+    return cells;
+}
+
 /// The worst first; within a health the order stays.
 int severityOf(const Json::Value& record) {
     constexpr std::array<std::string_view, 3> worstFirst = {"Critical", "Warning", "Unknown"};
@@ -185,22 +200,15 @@ Tone toneOf(int severity) {
 
 template <const auto& fields>
 void printRecords(const Json::Value& records, std::ostream& out, const Look& look) {
-    std::vector<Column> columns;
-    for (const Field& field : fields)
-        columns.push_back({field.title, field.isNumber});
     std::vector<std::pair<int, const Json::Value*>> order;
+    order.reserve(records.size());
     for (const Json::Value& record : records)
         order.emplace_back(severityOf(record), &record);
     std::stable_sort(order.begin(), order.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
-    Table table(std::move(columns));
-    for (const auto& [severity, record] : order) {
-        Table::Row row{{}, toneOf(severity)};
-        row.cells.reserve(fields.size());
-        for (const Field& field : fields)
-            row.cells.push_back(field.text(valueAt(*record, field)));
-        table.add(std::move(row));
-    }
+    Table table(columnsFor(fields));
+    for (const auto& [severity, record] : order)
+        table.add({cellsOf(*record, fields), toneOf(severity)});
     table.print(out, look);
 }
 
@@ -247,16 +255,10 @@ void printEvents(const Json::Value& events, std::ostream& out, const Look& look)
                                    Field{"Source", {"Event", "Source"}, plainText},
                                    Field{"Location", {"Event", "PhysicalLocation"}, plainText},
                                    Field{"Place", {"Event", "PhysicalLocation"}, placeText}};
-    std::vector<Column> columns;
-    for (const Field& field : fields)
-        columns.push_back({field.title, field.isNumber});
-    Table table(std::move(columns));
+    Table table(columnsFor(fields));
     for (Json::ArrayIndex i = events.size(); i-- > 0;) {  // the newest first
         const bool isDelivered = textIn(events[i], "Outcome") == "Delivered";
-        Table::Row row{{}, isDelivered ? Tone::Plain : Tone::Bad};
-        for (const Field& field : fields)
-            row.cells.push_back(field.text(valueAt(events[i], field)));
-        table.add(std::move(row));
+        table.add({cellsOf(events[i], fields), isDelivered ? Tone::Plain : Tone::Bad});
     }
     table.print(out, look);
 }
@@ -280,16 +282,14 @@ void printManagers(const Json::Value& managers, std::ostream& out, const Look& l
                                    Field{"Polls", {"Polls"}, plainText, true},
                                    Field{"Time", {"PollSeconds"}, secondsText, true},
                                    Field{"Last poll", {"LastPoll"}, timeValueText}};
-    std::vector<Column> columns{{"Manager"}};
-    for (const Field& field : fields)
-        columns.push_back({field.title, field.isNumber});
+    std::vector<Column> columns = columnsFor(fields);
+    columns.insert(columns.begin(), {"Manager"});
     Table table(std::move(columns));
     if (!managers.isObject()) return;
     for (const std::string& name : managers.getMemberNames()) {
-        Table::Row row{{name}};
-        for (const Field& field : fields)
-            row.cells.push_back(field.text(valueAt(managers[name], field)));
-        table.add(std::move(row));
+        std::vector<std::string> cells = cellsOf(managers[name], fields);
+        cells.insert(cells.begin(), name);
+        table.add({std::move(cells)});
     }
     table.print(out, look);
 }
