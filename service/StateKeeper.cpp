@@ -171,7 +171,7 @@ class StateKeeper::Keeping {
     std::optional<tav::EventTotals> events_;  ///< when the file was written
 };
 
-StateKeeper::StateKeeper(std::string metricsFile, bool withFibreChannel)
+StateKeeper::StateKeeper(const std::string& metricsFile, bool withFibreChannel)
     : keeping_(std::make_shared<Keeping>(metricsFile, withFibreChannel)) {}
 
 void StateKeeper::start() {

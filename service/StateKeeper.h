@@ -13,7 +13,7 @@ namespace tavd {
 class StateKeeper {
  public:
     /// `metricsFile` empty: none is wanted.
-    StateKeeper(std::string metricsFile, bool withFibreChannel);
+    StateKeeper(const std::string& metricsFile, bool withFibreChannel);
     StateKeeper(const StateKeeper&) = delete;
     StateKeeper& operator=(const StateKeeper&) = delete;
     ~StateKeeper() { stop(); }
