@@ -41,7 +41,7 @@ Needs root, as the service does. What does not answer is left out, and told; it
 is over within a minute.
 
 Exit status: 0 FILE holds everything, 1 FILE could not be written, or lacks
-something that has been told, 2 wrong usage or not wanted.
+something that has been told, 2 wrong usage or not wanted, 5 not allowed.
 )";
 
 constexpr const char* contents =
@@ -165,6 +165,10 @@ ExitStatus captureInChild(const Wish& wish) {
 ExitStatus run(Arguments arguments) {
     const auto wish = parse(arguments);
     if (!wish) return Misused;
+    if (::geteuid() != 0) {
+        std::cerr << "tavctl capture: only root can ask the devices; try it as root\n";
+        return NotAllowed;
+    }
     if (!isWanted(*wish)) {
         std::cerr << "tavctl capture: nothing is taken\n";
         return Misused;

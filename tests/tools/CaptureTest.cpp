@@ -132,7 +132,8 @@ Recording identifiedHost() {
         {"scsi 12", "status=0", "", "SNA3Q123    " + wwn + "ODD1234", false}};
     host.logs["/var/log/tav.log"] =
         "vm.lab.example.org: 192.168.7.9 10.1.22.133 50:06:05:B0:CA:FE:00:01 0000:3b:00.0 "
-        "02-0a-0b-0c-0d-0e";
+        "02-0a-0b-0c-0d-0e "
+        "2001:db8::7:9 09:15:00";
     return host;
 }
 
@@ -184,9 +185,10 @@ TEST(Capture, StandInsAreTheSameEverywhereAndTellNothing) {
         if (entry.kind == HostEntry::Kind::Link) link = entry.content;
     EXPECT_TRUE(after.entries.contains("/sys/class/net/" + link.substr(5) + "/speed")) << link;
     const std::string& log = after.logs.at("/var/log/tav.log");
-    for (const char* gone : {"vm", "example", "192.168.7.9", "10.1.22.133", "CA:FE", "0c-0d-0e"})
+    for (const char* gone :
+         {"vm", "example", "192.168.7.9", "10.1.22.133", "CA:FE", "0c-0d-0e", "2001:db8::7:9"})
         EXPECT_THAT(log, Not(HasSubstr(gone)));
-    EXPECT_THAT(log, HasSubstr(" 0000:3b:00.0 "));
+    EXPECT_THAT(log, AllOf(HasSubstr(" 0000:3b:00.0 "), HasSubstr(" 09:15:00")));
     EXPECT_NE(scrubbed(before, 4712).entries.at("/sys/a/vpd_pg80").content,
               content("/sys/a/vpd_pg80"));
 }

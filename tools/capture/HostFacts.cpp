@@ -24,6 +24,7 @@
 
 #include "base/FileDescriptor.h"
 #include "base/Files.h"
+#include "base/StopSignal.h"
 #include "core/Command.h"
 
 namespace tav::capture {
@@ -122,9 +123,12 @@ CommandRun runCommand(const std::string& command) {
     return run;
 }
 
+/// Once one has not ended before the capture has to, no further one is begun.
 CommandRun take(Recorder& recorder, const std::string& command) {
+    if (stopRequested()) return {};
     CommandRun run = runCommand(command);
     if (!run.hasEnded) recorder.lack(command + ": it has not ended in time");
+    if (run.output.size() == outputLimit) recorder.lack(command + ": the end of its output");
     recorder.addCommand(run);
     return run;
 }

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <memory>
 #include <numeric>
+#include <set>
 #include <span>
 #include <utility>
 
@@ -14,6 +15,7 @@
 #include "base/Trim.h"
 #include "hwlib/pci/pci_vpd.h"
 #include "storage/raid/storelib_records.h"
+#include "tools/capture/NvmeQuestions.h"
 #include "tools/capture/RaidQuestions.h"
 #include "tools/capture/StandIns.h"
 
@@ -119,11 +121,11 @@ struct IdentifyingFile {
     void (*add)(std::string_view content, StandIns& standIns);
 };
 constexpr std::array identifyingFiles = {
-    IdentifyingFile{"serialnum", addSerial},     IdentifyingFile{"serial_num", addSerial},
-    IdentifyingFile{"serial_number", addSerial}, IdentifyingFile{"board_tracer", addSerial},
-    IdentifyingFile{"node_name", addName},       IdentifyingFile{"port_name", addName},
-    IdentifyingFile{"vpd_pg80", addUnitSerial},  IdentifyingFile{"inquiry", addInquirySerial},
-    IdentifyingFile{"vpd", addVitalProductData},
+    IdentifyingFile{"serialnum", addSerial},      IdentifyingFile{"serial_num", addSerial},
+    IdentifyingFile{"serial_number", addSerial},  IdentifyingFile{"board_tracer", addSerial},
+    IdentifyingFile{"serial", addSerial},         IdentifyingFile{"node_name", addName},
+    IdentifyingFile{"port_name", addName},        IdentifyingFile{"vpd_pg80", addUnitSerial},
+    IdentifyingFile{"inquiry", addInquirySerial}, IdentifyingFile{"vpd", addVitalProductData},
 };
 
 std::string swapped(std::string_view bytes) {
@@ -170,6 +172,7 @@ void addIdentitiesOf(const Answer& answer, StandIns& standIns) {
     if (answer.hasAtaTexts && answer.question.ends_with(identifyDeviceEnd))
         addAtaIdentity(answer.data, standIns);
     if (answer.question.starts_with("raid ")) addRaidIdentity(answer.data, standIns);
+    standIns.addSerial(nvmeSerial(answer));
 }
 
 void addIdentities(const Recording& recording, StandIns& standIns) {
@@ -215,6 +218,7 @@ std::string scrubbedSector(const std::string& data, const StandIns& standIns) {
 
 void scrub(Answer& answer, const StandIns& standIns) {
     if (answer.question.starts_with("raid ")) blankUnread(answer);
+    if (answer.question.starts_with("nvme ")) blankUnreadNvme(answer);
     answer.data = answer.hasAtaTexts ? scrubbedSector(answer.data, standIns)
                                      : standIns.replaced(answer.data, Place::Answer);
     answer.sense = standIns.replaced(answer.sense, Place::Answer);
@@ -242,16 +246,32 @@ std::string blankedTables(std::string table) {
     return table;
 }
 
+/// The words of a text that are made of these characters alone.
+std::set<std::string> wordsOf(const std::string& text, const char* characters) {
+    std::set<std::string> words;
+    for (std::size_t at = text.find_first_of(characters); at < text.size();) {
+        const std::size_t end = std::min(text.find_first_not_of(characters, at), text.size());
+        words.emplace(trimBoth(std::string_view(text).substr(at, end - at), "."));
+        at = text.find_first_of(characters, end);
+    }
+    return words;
+}
+
+/// Whether all between the separators is as long: a MAC address or a world wide name.
+bool isInPairs(const std::string& word) {
+    for (std::size_t at = 2; at < word.size(); at += 3)
+        if (word[at] != ':') return false;
+    return word.size() % 3 == 2;
+}
+
 /// Any other text of a log that can be an address is one there.
 std::string withoutAddresses(const std::string& log, std::uint64_t seed) {
-    constexpr std::string_view characters = "0123456789.";
     StandIns standIns(seed);
-    for (std::size_t at = log.find_first_of(characters); at < log.size();) {
-        const std::size_t end = std::min(log.find_first_not_of(characters, at), log.size());
-        const std::string_view word = trimBoth(std::string_view(log).substr(at, end - at), ".");
+    for (const std::string& word : wordsOf(log, "0123456789."))
         if (std::count(word.begin(), word.end(), '.') == 3) standIns.addAddress(word);
-        at = log.find_first_of(characters, end);
-    }
+    for (const std::string& word : wordsOf(log, "0123456789abcdefABCDEF:"))
+        if (std::count(word.begin(), word.end(), ':') > 1 && !isInPairs(word))
+            standIns.addAddress(word);
     return standIns.replaced(log, Place::Text);
 }
 
