@@ -15,6 +15,7 @@
 #include "sim/device/DiskBytes.h"
 #include "sim/device/DiskModel.h"
 #include "sim/device/FactsFile.h"
+#include "sim/replay/Conversation.h"
 
 namespace tav::sim {
 namespace {
@@ -200,10 +201,50 @@ class ControllerDevice final : public Device {
     const FactsFile facts_;
 };
 
+/// A controller of a captured host, which answers as it has answered there.
+class RecordedController final : public Device {
+ public:
+    explicit RecordedController(std::string_view lines)
+        : conversation_(std::make_shared<RecordedConversation>(lines)) {}
+
+    std::shared_ptr<OpenDevice> open(FileDescriptor deviceEnd, int& error) override {
+        if (const RecordedAnswer* const answer = conversation_->opening()) {
+            waitAsRecorded(*answer);
+            error = static_cast<int>(answer->number("error"));
+            return nullptr;
+        }
+        return std::make_shared<NvmeFile>(std::move(deviceEnd),
+                                          [conversation = conversation_](nvme_admin_cmd& command) {
+                                              return serve(*conversation, command);
+                                          });
+    }
+
+ private:
+    static int serve(const RecordedConversation& conversation, const nvme_admin_cmd& command) {
+        Structure key(9);
+        key.put(0, command.opcode, 1);
+        key.put(1, command.nsid, 4);
+        key.put(5, command.cdw10, 4);
+        const RecordedAnswer* const answer = conversation.find("nvme", key.take());
+        if (answer == nullptr) {
+            noteUnrecorded("NVMe command of opcode " + std::to_string(command.opcode));
+            return invalidOpcode;
+        }
+        waitAsRecorded(*answer);
+        if (const auto error = static_cast<int>(answer->number("error")); error != 0) return -error;
+        give(answer->bytes("data"), command);
+        return static_cast<int>(answer->number("status"));
+    }
+
+    const std::shared_ptr<const RecordedConversation> conversation_;
+};
+
 std::shared_ptr<Device> findController(const std::string& path) {
     constexpr std::string_view directory = "/dev/";
     const std::string name = path.substr(directory.size());
     if (name.find('/') != std::string::npos) return nullptr;
+    if (const std::string recorded = recordedText(name); !recorded.empty())
+        return std::make_shared<RecordedController>(recorded);
     const std::string factsPath = nvmeOfThisProcess + name;
     std::error_code error;
     if (!std::filesystem::is_regular_file(factsPath, error)) return nullptr;

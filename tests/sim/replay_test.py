@@ -26,6 +26,13 @@ tavctl capture {folder}/replaced.tar.gz >&2
 exec "$@"
 """
 CONFIGURATION = {"EnableResources": ["All"], "IPMIDoorBellMonitorInterval": "1"}
+# Beside what the servers have.
+NVME_FUNCTION = {"address": "0000:c9:00.0", "class": "0x010802", "vendor": "0x8086",
+                 "device": "0x0a54", "subVendor": "0x8086", "subDevice": "0x4712", "driver": "nvme",
+                 "slot": "r001i04s07"}
+NVME = {"name": "nvme7", "function": "0000:c9:00.0", "model": "INTEL SSDPE2KX010T8",
+        "serial": "PHLJ7777001Q1P0E", "firmware": "VDV10170", "namespaces": 1, "blocks": 1953525168,
+        "temperature": 35, "used": 3}
 # The first inventory may still lack what has not answered in time on a busy machine.
 SECOND_INVENTORY = ["--inject", "doorbell=WriteInventory", "--until", "WriteInventory=2"]
 
@@ -60,7 +67,13 @@ class Replay(unittest.TestCase):
     def test_described_servers(self):
         for server in sorted(SERVERS.glob("*.json")):
             with self.subTest(server.name):
-                self.assertIn("Drives", self.check("--server", server))
+                described = json.loads(server.read_text())
+                described["functions"].append(NVME_FUNCTION)
+                described["nvme"] = described.get("nvme", []) + [NVME]
+                own = self.folder / server.name
+                own.write_text(json.dumps(described))
+                drives = self.check("--server", own)["Drives"]
+                self.assertIn(NVME["serial"], [drive["SerialNumber"] for drive in drives])
 
     def test_this_machine(self):
         self.check()

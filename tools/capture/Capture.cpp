@@ -13,6 +13,7 @@
 #include "tools/capture/Archive.h"
 #include "tools/capture/HostFacts.h"
 #include "tools/capture/HostFiles.h"
+#include "tools/capture/NvmeQuestions.h"
 #include "tools/capture/RaidQuestions.h"
 #include "tools/capture/Recording.h"
 #include "tools/capture/Scrubbing.h"
@@ -51,6 +52,10 @@ std::vector<Source> sources() {
     for (const ScsiNode& node : scsiNodes()) {
         all.push_back(
             {"/dev/" + node.name, [node](Recorder& recorder) { askScsiDisk(recorder, node); }});
+    }
+    for (const std::string& name : nvmeControllers()) {
+        all.push_back(
+            {"/dev/" + name, [name](Recorder& recorder) { askNvmeController(recorder, name); }});
     }
     return all;
 }

@@ -44,6 +44,9 @@ constexpr std::array wantedFiles = {
            "vendor device subsystem_vendor subsystem_device class driver"},
     Wanted{"/sys/class/scsi_device/*/device",
            "model rev vendor state type vpd_pg80 inquiry scsi_generic/* block/*/size block:*/size"},
+    Wanted{"/sys/class/nvme/*",
+           "model serial firmware_rev state transport device nvme*/nsid nvme*/size"},
+    Wanted{"/sys/class/nvme-subsystem/nvme-subsys*", "nvme*"},
     Wanted{"/sys/class/fc_host/*", "node_name port_name port_state"},
     Wanted{"/sys/firmware/efi", "systab"},
 };
