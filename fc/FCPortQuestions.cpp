@@ -36,7 +36,8 @@ void FCPortQuestions::begin(const std::string& host,
                             const std::function<Answer(const std::string&)>& question) {
     Port& port = ports_.try_emplace(host, pool_).first->second;
     // What came late tells how it was then.
-    if (port.lane.take() && std::exchange(port.isSilent, false)) {
+    if (port.lane.take() && port.silent) {
+        port.silent.reset();
         logger.warning(here(), "%s answers again.", host.c_str());
     }
     port.isAwaited = port.lane.ask(host, [question, host] { return question(host); });
@@ -59,7 +60,8 @@ std::size_t FCPortQuestions::takeAnswers(Answers& answers) {
 
 void FCPortQuestions::tellOfSilence() {
     for (auto& [host, port] : ports_) {
-        if (!port.isAwaited || std::exchange(port.isSilent, true)) continue;
+        if (!port.isAwaited || port.silent) continue;
+        port.silent.emplace("Fibre Channel port " + host, "its state");
         logger.warning(here(),
                        "%s has not answered for %lld s. What was known of it stands, but its state "
                        "is unknown until it does.",

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/Lanes.h"
+#include "core/Unanswered.h"
 #include "fc/FCPortLedgers.h"
 
 namespace tav {
@@ -34,7 +35,7 @@ class FCPortQuestions {
         explicit Port(Lanes& pool) : lane(pool) {}
         Lane<Answer> lane;
         bool isAwaited = false;
-        bool isSilent = false;  ///< of which it has been said
+        std::optional<Unanswered> silent;  ///< of which it has been said
     };
 
     void begin(const std::string& host, const std::function<Answer(const std::string&)>& question);

@@ -15,7 +15,7 @@ namespace tav {
 namespace {
 
 constexpr std::size_t mostEvents = 100;
-constexpr std::size_t mostEventBytes = 128 * 1024;
+constexpr std::size_t mostEventBytes = std::size_t{128} * 1024;
 constexpr std::size_t mostEventIds = 64;
 
 struct Record {

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 
+#include "core/Unanswered.h"
 #include "core/tavUtils.h"
 #include "fc/FCResourceManager.h"
 #include "sim/server/ServerTree.h"
@@ -545,8 +546,11 @@ TEST(FCManager, APortThatHangsHoldsUpNeitherTheOthersNorAStop) {
     EXPECT_EQ(silent, before[1]) << "what was known of it stands";
     const std::size_t rebuilt = builds() + 3;
     ASSERT_TRUE(happens([&] { return builds() >= rebuilt; }));
+    ASSERT_EQ(tav::Unanswered::all().size(), 1U);
+    EXPECT_EQ(tav::Unanswered::all()[0].who, "Fibre Channel port host8");
     hangingAttribute = nullptr;
     ASSERT_TRUE(happens([&] { return records()[1] == before[1]; }));
+    EXPECT_TRUE(tav::Unanswered::all().empty());
     EXPECT_EQ(events.ids(), std::vector{386});
     hangingAttribute = "fc_host/";  // all of them, as they are asked next
     std::this_thread::sleep_for(300ms);

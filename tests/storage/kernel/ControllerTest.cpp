@@ -15,6 +15,7 @@
 
 #include "base/StopSignal.h"
 #include "base/Waiting.h"
+#include "core/Unanswered.h"
 #include "core/tavUtils.h"
 #include "rmc/tavJsonAggregator.h"
 #include "sim/device/DiskModel.h"
@@ -616,6 +617,13 @@ TEST_F(Controllers, AKnownDiskIsOneUntilTheKernelSaysOtherwise) {
     EXPECT_THAT(events(), ElementsAre("538 S0")) << "an optical drive stands in its place";
 }
 
+/// How many are told to whoever shows what hangs.
+std::ptrdiff_t silentDisks() {
+    const auto silent = tav::Unanswered::all();
+    return std::count_if(silent.begin(), silent.end(),
+                         [](const auto& entry) { return entry.who.starts_with("disk "); });
+}
+
 /// Disks that hang hold up nobody, are said to have failed once their time is up, keep what they
 /// are, and are well again when they answer.
 TEST_F(Controllers, DisksThatHang) {
@@ -647,6 +655,7 @@ TEST_F(Controllers, DisksThatHang) {
     manager.pollDevices();
     discover();
     EXPECT_EQ(conditionOf("S0"), "Failed");
+    EXPECT_EQ(silentDisks(), 2);
     EXPECT_EQ(disks_[1].getModel(), "INTEL SSDSC2BB480G7");
     EXPECT_THAT(
         disks_[1].getEventInfoString(),
@@ -661,6 +670,7 @@ TEST_F(Controllers, DisksThatHang) {
     }
     EXPECT_THAT(events(),
                 UnorderedElementsAre("539 S3", "540 S3", "538 S0", "538 S1", "540 S0", "540 S1"));
+    EXPECT_EQ(silentDisks(), 0);
 }
 
 /// One that hangs from the beginning is found when it answers.

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "base/Waiting.h"
+#include "core/Unanswered.h"
 #include "tests/support/RaidServer.h"
 
 namespace {
@@ -387,6 +388,8 @@ TEST_F(RaidEvents, ALibraryThatHangsHoldsUpNeitherBuildsNorEvents) {
                               "list of drives 10 s ago."),
                   1U);
     }
+    ASSERT_EQ(tav::Unanswered::all().size(), 1U);
+    EXPECT_EQ(tav::Unanswered::all()[0].what, "a controller's list of drives");
     library.fire(driveEvent(0x01, 4, 9));
     EXPECT_EQ(ids(), (std::vector<int>{538})) << "by what is known";
     library.change([](std::vector<FakeController>& all) { all[0].drives.pop_back(); });
@@ -394,6 +397,7 @@ TEST_F(RaidEvents, ALibraryThatHangsHoldsUpNeitherBuildsNorEvents) {
     while (countInLogs("Inventory cache invalidated.") == 0)
         std::this_thread::yield();
     EXPECT_EQ(countInLogs("The RAID library answers again"), 1U);
+    EXPECT_TRUE(tav::Unanswered::all().empty());
     EXPECT_EQ(discoverRaid().disks.size(), 1U);
     EXPECT_EQ(countInLogs("The RAID library does not answer"), 1U);
 }
