@@ -80,8 +80,9 @@ std::vector<tav::DiskAddress> tavNVMeController::listDisks() const {
     const std::string own = name();
     std::vector<tav::DiskAddress> disks;
     for (const tav::nvme::ListedNamespace& listed : tav::nvme::listNamespaces(own)) {
-        if (listed.isPath && tav::nvme::controllersOf(own, listed.name).front() != own) continue;
-        disks.push_back({.link = listed.name});
+        const std::vector<std::string> reaching = tav::nvme::controllersOf(own, listed.name);
+        // Nobody reaches one that has gone since it was listed.
+        if (!reaching.empty() && reaching.front() == own) disks.push_back({.link = listed.name});
     }
     return disks;
 }

@@ -126,16 +126,17 @@ std::vector<std::string> controllersOf(const std::string& controller,
             ::access(namespaceDirectory(controller, namespaceName).c_str(), F_OK) == 0;
         return isListed ? std::vector{controller} : std::vector<std::string>();
     }
-    std::vector<std::string> reaching;
-    for (std::string& other : controllersIn(subsystems + std::to_string(parsed->subsystem))) {
-        const std::vector<ListedNamespace> listed = listNamespaces(other);
-        if (std::any_of(listed.begin(), listed.end(), [&](const ListedNamespace& one) {
-                return one.blockDevice == parsed->blockDevice;
-            })) {
-            reaching.push_back(std::move(other));
-        }
-    }
-    return reaching;
+    std::vector<std::string> candidates =
+        controllersIn(subsystems + std::to_string(parsed->subsystem));
+    if (std::find(candidates.begin(), candidates.end(), controller) == candidates.end())
+        candidates.push_back(controller);
+    std::erase_if(candidates, [&](const std::string& candidate) {
+        const std::vector<ListedNamespace> listed = listNamespaces(candidate);
+        return std::none_of(listed.begin(), listed.end(), [&](const ListedNamespace& one) {
+            return one.blockDevice == parsed->blockDevice;
+        });
+    });
+    return candidates;
 }
 
 std::uint64_t bytesOf(const std::string& controller, const std::string& namespaceName) {

@@ -344,6 +344,16 @@ TEST_F(NvmeControllers, ADriveThatTwoControllersShareIsOne) {
     EXPECT_THAT(events(), UnorderedElementsAre("398 S1", "538 S1/1"));
 }
 
+/// A path that leads to a drive although nothing says who shares it.
+TEST_F(NvmeControllers, APathThatNobodyElseKnowsOf) {
+    controller(0)["subsystem"] = 5;
+    controller(0)["namespaces"] = 1;
+    build();
+    std::filesystem::remove_all("/sys/class/nvme-subsystem");
+    discover();
+    EXPECT_THAT(drives(), ElementsAre("S1/1 Running", "S2/1 Running"));
+}
+
 TEST_F(NvmeControllers, ThoseOverANetworkAreLeftOut) {
     tav::test::writeFile("/sys/class/nvme/nvme1/transport", "tcp\n");
     discover();
