@@ -11,7 +11,7 @@ import subprocess
 
 MODULES = ["ipmi_si", "ipmi_devintf", "ahci", "sd_mod", "sg", "megaraid_sas", "virtio_pci",
            "virtio_scsi", "scsi_debug", "e1000", "e1000e", "nvme", "raid1"]
-TOOLS = ["lspci", "dmidecode", "lsblk", "ip", "mdadm", "setpci"]
+TOOLS = ["lspci", "dmidecode", "lsblk", "ip", "mdadm", "setpci", "nvme"]
 DATA = ["/usr/share/misc/pci.ids"]
 INIT = """#!/bin/busybox sh
 /bin/busybox --install -s /bin
