@@ -201,11 +201,12 @@ def make_full(packages, cache, folder):
     """The paths of kernel, initial file system and disk of a Debian with these packages."""
     base = cache / "debian.tar"
     if not base.exists():
+        fresh = cache / "debian.new.tar"  # its ending says what is made
         cache.mkdir(parents=True, exist_ok=True)
         subprocess.run(["mmdebstrap", "--quiet", "--variant=minbase",
-                        "--include=" + ",".join(FULL_PACKAGES), "bookworm", f"{base}.new"],
+                        "--include=" + ",".join(FULL_PACKAGES), "bookworm", fresh],
                        check=True)
-        pathlib.Path(f"{base}.new").rename(base)
+        fresh.rename(base)
     root = folder / "debian"
     root.mkdir()
     subprocess.run(["tar", "-xf", base, "-C", root], check=True)

@@ -93,9 +93,9 @@ void learnIdentity(Disk& disk) {
 }
 void learnRotation(Disk& disk) {
     constexpr std::size_t at = offsetof(scsi::BlockDeviceCharacteristics, mediumRotationRate);
-    if (disk.lastAnswer.size() > at + 1)
-        disk.rotationRate =
-            static_cast<int>(byteAt(disk.lastAnswer, at) << 8U | byteAt(disk.lastAnswer, at + 1));
+    if (disk.lastAnswer.size() <= at + 1) return;
+    disk.rotationRate =
+        static_cast<int>(byteAt(disk.lastAnswer, at) << 8U | byteAt(disk.lastAnswer, at + 1));
 }
 
 struct Question {
