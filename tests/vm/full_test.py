@@ -100,6 +100,20 @@ class FreshDebian(unittest.TestCase):
         self.next_inventory(seen, "after the watchdog's restart")
         self.assertIn("atchdog", self.journal())
 
+    def test_4b_an_upgrade_gets_rid_of_a_service_that_hangs(self):
+        seen = len(self.rmc.inventories())
+        # Whoever wakes it lets it run for a moment only: nothing but SIGKILL ends it.
+        hung = self.vm.run(f"systemctl show --value -p MainPID {UNIT}").strip()
+        self.vm.run(f"echo 'while kill -STOP {hung}; do sleep 0.01; done' >/run/hold && "
+                    "setsid sh /run/hold >/dev/null 2>&1 </dev/null &")
+        settings = f"/run/systemd/system/{UNIT}.d"
+        self.vm.run(f"mkdir -p {settings} && printf '[Service]\\nTimeoutStopSec=5\\n' "
+                    f">{settings}/quick.conf && systemctl daemon-reload")
+        self.vm.run("dpkg -i /root/packages/*.deb", 300)
+        self.next_inventory(seen, "of the upgraded service")
+        self.assertNotEqual(self.vm.run(f"systemctl show --value -p MainPID {UNIT}").strip(), hung)
+        self.assertEqual(self.state(), "active", self.journal())
+
     def test_5_the_driver_goes_and_comes_back(self):
         seen = len(self.rmc.inventories())
         # The module cannot go while the service has the device open; its hardware can.
