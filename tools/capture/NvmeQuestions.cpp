@@ -41,9 +41,10 @@ nvme_admin_cmd identifyController() {
 /// What tells one question from another, least significant byte first.
 std::string keyOf(const nvme_admin_cmd& command) {
     std::string key(1, static_cast<char>(command.opcode));
-    for (const std::uint32_t number : {command.nsid, command.cdw10})
+    for (const std::uint32_t number : {command.nsid, command.cdw10}) {
         for (unsigned shift = 0; shift < 32; shift += 8)
             key += static_cast<char>(number >> shift & 0xFFU);
+    }
     return "nvme " + hexadecimal(key);
 }
 

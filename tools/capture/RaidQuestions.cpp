@@ -18,7 +18,6 @@ namespace {
 using storelib::Commands;
 using storelib::success;
 
-constexpr std::uint8_t libraryType = 0;
 constexpr std::uint8_t passThroughType = 6;
 
 template <class Record>

@@ -193,9 +193,10 @@ void addIdentities(const Recording& recording, StandIns& standIns) {
         addMacAddressesIn(run.output, standIns);
     for (const auto& [path, log] : recording.logs)
         addMacAddressesIn(log, standIns);
-    for (const auto& [device, conversation] : recording.conversations)
+    for (const auto& [device, conversation] : recording.conversations) {
         for (const Answer& answer : conversation.answers)
             addIdentitiesOf(answer, standIns);
+    }
 }
 
 // --- What is made of it --------------------------------------------------------------------------
@@ -269,9 +270,10 @@ std::string withoutAddresses(const std::string& log, std::uint64_t seed) {
     StandIns standIns(seed);
     for (const std::string& word : wordsOf(log, "0123456789."))
         if (std::count(word.begin(), word.end(), '.') == 3) standIns.addAddress(word);
-    for (const std::string& word : wordsOf(log, "0123456789abcdefABCDEF:"))
+    for (const std::string& word : wordsOf(log, "0123456789abcdefABCDEF:")) {
         if (std::count(word.begin(), word.end(), ':') > 1 && !isInPairs(word))
             standIns.addAddress(word);
+    }
     return standIns.replaced(log, Place::Text);
 }
 
@@ -297,9 +299,10 @@ Recording scrubbed(Recording recording, std::uint64_t seed) {
     }
     for (auto& [path, log] : recording.logs)
         log = withoutAddresses(standIns.replaced(log, Place::Text), seed + 1);
-    for (auto& [device, conversation] : recording.conversations)
+    for (auto& [device, conversation] : recording.conversations) {
         for (Answer& answer : conversation.answers)
             scrub(answer, standIns);
+    }
     for (std::string& what : recording.lacking)
         what = standIns.replaced(what, Place::Path);
     return recording;
