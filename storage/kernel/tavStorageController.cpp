@@ -13,15 +13,13 @@
 #include "core/tavUtils.h"
 #include "hwlib/pci/pci.h"
 #include "hwlib/sysfs/sysfs_readers.h"
-#include "rmc/tavJsonAggregator.h"
-#include "storage/SASResourceManager.h"
+#include "storage/kernel/change_texts.h"
 #include "storage/kernel/controller_lanes.h"
 #include "storage/kernel/disk_ledgers.h"
 #include "storage/kernel/disk_probe.h"
 #include "storage/model/storage_location.h"
 #include "storage/model/storage_utils.h"
 #include "storage/scsi/scsi_scan.h"
-#include "storage/scsi/scsi_turn.h"
 
 using tav::here;
 
@@ -101,23 +99,6 @@ void logPlace(const std::string& pciLocation, const tavStorageControllerInfo& co
                  pciLocation.c_str(), place.rack.c_str(), place.position.c_str(),
                  place.slot.c_str(), location.c_str(), description.c_str());
 }
-
-void logPlace(const std::string& pciLocation, const tavDiskInfo& disk) {
-    const tav::RackPlace place = tav::rackPlace(pciLocation);
-    logger.debug(here(), "Disk: HBA pciloc=[%s] rack=[%s] upos=[%s] disk slot=[%s] phyloc=[%s]",
-                 pciLocation.c_str(), place.rack.c_str(), place.position.c_str(),
-                 std::to_string(disk.getSlot()).c_str(), disk.getPhysicalLocation().c_str());
-}
-
-/// The four display strings of a change, for its log line.
-struct Change {
-    Change(const tav::Condition& now, const tav::Condition& before)
-        : state(tav::displayText(now.state)),
-          previousState(tav::displayText(before.state)),
-          health(tav::displayText(now.health)),
-          previousHealth(tav::displayText(before.health)) {}
-    const char *state, *previousState, *health, *previousHealth;
-};
 
 }  // namespace
 
@@ -262,160 +243,6 @@ int tavStorageController::getATAPortForControllerPort(std::size_t index) const {
     return ataPortOf(getPort(index));
 }
 
-// --- Events --------------------------------------------------------------------------------------
-
-bool tavStorageController::enableEvents() {
-    const Lock held(lock_);
-    if (isRemoved()) return false;
-    flags_ |= TAV_EVENTS_ENABLED;
-    return true;
-}
-
-void tavStorageController::disableEvents() {
-    const Lock held(lock_);
-    flags_ &= ~std::uint32_t{TAV_EVENTS_ENABLED};
-}
-
-/// One that the service wants to be reported whatever it is (claimAnyDevice()).
-bool tavStorageController::isBeyondTable() const {
-    return getFamilyFlags() == TAV_FAMILY_OTHER;
-}
-
-bool tavStorageController::raisesControllerEvents() const {
-    return (flags_ & (TAV_EVENTS_ENABLED | TAV_CONTROLLER_REPORTS_ITSELF)) == TAV_EVENTS_ENABLED;
-}
-
-bool tavStorageController::raisesDiskEvents() const {
-    return (flags_ & (TAV_EVENTS_ENABLED | TAV_DISKS_REPORT_THEMSELVES)) == TAV_EVENTS_ENABLED;
-}
-
-/// Not under the lock: an event takes as long as the management controller does. Who asks for the
-/// inventory after an event finds in it what the event has told.
-void tavStorageController::publishChanges() {
-    std::vector<PendingEvent> events;
-    bool hasChanged = false;
-    bool isUntold = false;
-    bool invalidates = false;
-    {
-        const Lock held(lock_);
-        events.swap(pendingEvents_);
-        // A controller that is shut down takes nothing with it.
-        const bool isShown = (flags_ & TAV_EVENTS_ENABLED) != 0;
-        hasChanged = std::exchange(hasChanged_, false) && isShown;
-        isUntold = std::exchange(isUntold_, false) && isShown;
-        invalidates = std::exchange(invalidates_, false);
-    }
-    if (hasChanged) {
-        SASResourceManager::updateInventory(
-            *this, {{getInventory()}, getPhysicalDrivesInventory(), getLogicalDiskInventory()});
-        const Lock held(lock_);
-        toldBy_ = tavJsonAggregator::getInstance()->begunInventories() + 1;
-    }
-    for (const PendingEvent& event : events) {
-        const auto outcome = SASResourceManager::generateEvent(event.eventId, event.location,
-                                                               event.serviceEvent, *event.record);
-        if (outcome == tav::EventOutcome::Delivered) noteReported(event);
-    }
-    if (isUntold) SASResourceManager::sendInventorytToRMCOnCacheBuild();
-    if (invalidates) SASResourceManager::invalidateInventoryCache();
-}
-
-/// The RMC has acknowledged the event.
-void tavStorageController::noteReported(const PendingEvent& event) {
-    const Lock held(lock_);
-    if (event.link.empty()) return controller_.noteReported(event.condition);
-    if (tav::DiskLedger* const ledger = ledgerAt(event.link)) ledger->noteReported(event.condition);
-}
-
-/// Once the RMC has acknowledged an inventory that tells all of this, it knows what is. At the
-/// begin of a round: what that finds is in no inventory yet, and the discovery before it has been
-/// published.
-void tavStorageController::noteAcknowledged() {
-    const tavJsonAggregator& inventories = *tavJsonAggregator::getInstance();
-    const Lock held(lock_);
-    if (std::exchange(isNewlyBuilt_, false)) toldBy_ = inventories.begunInventories() + 1;
-    if (hasChanged_ || toldBy_ == 0 || inventories.acknowledgedInventories() < toldBy_) return;
-    toldBy_ = 0;
-    controller_.noteReported(controller_.now());
-    for (tav::DiskLedger& ledger : disks_)
-        ledger.noteReported(ledger.now());
-}
-
-/// Whether an event is raised.
-bool tavStorageController::reportController(const tav::Condition& before) {
-    const tav::Condition now = controller_.now();
-    const std::string location = controller_.record().getPhysicalLocation();
-    if (!raisesControllerEvents() || now.health == before.health || !tav::isLocation(location) ||
-        before.state == TAV_STATE_UNKNOWN) {
-        return false;
-    }
-    const Change change(now, before);
-    logger.info(here(),
-                "%s: Detected controller status change. [CurrState=%s, PrevState=%s, "
-                "CurrHealth=%s, PrevHealth=%s]",
-                pciLocation_.c_str(), change.state, change.previousState, change.health,
-                change.previousHealth);
-    const tav::ControllerTransition* const transition =
-        tav::controllerTransition(before.health, now.health);
-    if (transition == nullptr) {
-        logger.info(here(),
-                    "%s: Event not generated for controller status change. [CurrState=%s, "
-                    "PrevState=%s, CurrHealth=%s, PrevHealth=%s]",
-                    pciLocation_.c_str(), change.state, change.previousState, change.health,
-                    change.previousHealth);
-        return false;
-    }
-    auto record = std::make_unique<tavStorageControllerInfo>(controller_.record());
-    record->setEventInfoString(controllerEventInfo(*transition, now.state));
-    pendingEvents_.push_back(
-        {transition->eventId, location, transition->serviceEvent, std::move(record), "", now});
-    return true;
-}
-
-std::string tavStorageController::controllerEventInfo(const tav::ControllerTransition& transition,
-                                                      TAV_RESOURCE_STATE /*now*/) const {
-    return transition.eventInfo;
-}
-
-/// Whether an event is raised.
-bool tavStorageController::reportDisk(const tav::DiskLedger& ledger, const tavDiskInfo& previous,
-                                      const tav::Condition& before) {
-    const tavDiskInfo& current = ledger.record();
-    const tav::Condition now = ledger.now();
-    if (!raisesDiskEvents() || now.state == before.state) return false;
-    const std::string oldLocation = previous.getPhysicalLocation();
-    const std::string newLocation = current.getPhysicalLocation();
-    const std::string link = current.getOSSCSILink();
-    const Change change(now, before);
-    if (!tav::isLocation(oldLocation) && !tav::isLocation(newLocation)) {
-        logger.info(here(),
-                    "%s: Invalid physical location detected. [OldLoc=%s, NewLoc=%s, CurrState=%s, "
-                    "PrevState=%s, CurrHealth=%s, PrevHealth=%s]",
-                    link.c_str(), oldLocation.c_str(), newLocation.c_str(), change.state,
-                    change.previousState, change.health, change.previousHealth);
-        return false;
-    }
-    const std::string& location = tav::isLocation(newLocation) ? newLocation : oldLocation;
-    logger.info(here(),
-                "%s: %s - Detected disk status change. [CurrState=%s, PrevState=%s, CurrHealth=%s, "
-                "PrevHealth=%s]",
-                link.c_str(), location.c_str(), change.state, change.previousState, change.health,
-                change.previousHealth);
-    // What was never known cannot have changed.
-    const tav::DiskTransition* const transition =
-        before.state == TAV_STATE_UNKNOWN
-            ? nullptr
-            : tav::diskTransition(before.state, now.state,
-                                  ledger.reported().value_or(tav::Condition{}).state);
-    if (transition == nullptr) {
-        logger.info(here(), "%s: Event not generated for disk status change.", link.c_str());
-        return false;
-    }
-    pendingEvents_.push_back({transition->eventId, location, transition->serviceEvent,
-                              std::make_unique<tavDiskInfo>(current), link, now});
-    return true;
-}
-
 // --- Ports and the controller --------------------------------------------------------------------
 
 std::string tavStorageController::discoverFirmwareVersion() {
@@ -526,7 +353,7 @@ void tavStorageController::enterPorts(tavStorageControllerInfo found) {
         const tavStorageControllerPortInfo port = found.getControllerPort(index);
         const tav::Condition before = conditionOf(known.getControllerPort(index));
         if (conditionOf(port) == before) continue;
-        const Change change(conditionOf(port), before);
+        const tav::ChangeTexts change(conditionOf(port), before);
         logger.info(here(), "%s: Detected port status change. [%s, %s, %s, %s]",
                     port.getOSInstanceName().c_str(), change.state, change.previousState,
                     change.health, change.previousHealth);
@@ -660,201 +487,6 @@ void tavStorageController::noteSilentDisks() {
     });
 }
 
-// --- Disks ---------------------------------------------------------------------------------------
-
-int tavStorageController::discoverPhysicalDiskSlotNumber(tavDiskInfo& disk) {
-    disk.setSlot(-1);
-    return -1;
-}
-
-bool tavStorageController::validatePhysicalDisk(const tavDiskInfo& /*disk*/) {
-    return true;
-}
-
-void tavStorageController::discoverPhysicalDiskStatus(tavDiskInfo& disk) {
-    const tav::DiskJudgement judgement =
-        tav::diskStatus(disk, isBeyondTable() ? tav::OtherProtocols::JudgedByAnswers
-                                              : tav::OtherProtocols::NotJudged);
-    assign(disk, judgement.condition);
-    disk.setEventInfoString(judgement.eventInfo);
-}
-
-/// Null for none. Under the lock.
-tav::DiskLedger* tavStorageController::ledgerAt(const std::string& link) {
-    const auto found = diskAt_.find(link);
-    return found == diskAt_.end() ? nullptr : &disks_[found->second];
-}
-
-void tavStorageController::indexDisks() {
-    diskAt_.clear();
-    // Behind those that the last discovery found stand those that had gone.
-    for (std::size_t index = 0; index < disks_.size(); ++index)
-        diskAt_.emplace(disks_[index].record().getOSSCSILink(), index);
-}
-
-/// What others reach, of the disks that are not listed behind this controller now. Under the lock.
-void tavStorageController::letGo(const std::vector<tav::DiskAddress>& stillListed) {
-    const auto isListed = [&](const tavDiskInfo& disk) {
-        return std::any_of(stillListed.begin(), stillListed.end(), [&](const auto& address) {
-            return address.link == disk.getOSSCSILink();
-        });
-    };
-    const auto count = std::erase_if(disks_, [&](const tav::DiskLedger& ledger) {
-        return isReachedOtherwise(ledger.record()) && !isListed(ledger.record());
-    });
-    if (count == 0) return;
-    hasChanged_ = true;
-    indexDisks();
-}
-
-std::optional<tavDiskInfo> tavStorageController::knownDisk(const std::string& link) {
-    const Lock held(lock_);
-    const tav::DiskLedger* const ledger = ledgerAt(link);
-    return ledger == nullptr ? std::nullopt : std::optional(ledger->record());
-}
-
-std::vector<tav::DiskAddress> tavStorageController::listDisks() const {
-    return tav::scsiDevicesBehind(getPciLocation());
-}
-
-bool tavStorageController::isReachedOtherwise(const tavDiskInfo& /*disk*/) const {
-    return false;
-}
-
-std::string tavStorageController::addressText(const std::string& link) const {
-    return "SCSI link: " + link;
-}
-
-/// A disk that was known and cannot be opened now is still itself.
-std::optional<tavDiskInfo> tavStorageController::examineDisk(
-    const tav::DiskAddress& address, const std::optional<tavDiskInfo>& known) {
-    const std::string& link = address.link;
-    const tav::scsi::Turn turn;
-    const tav::GenericNode node = tav::openGenericNode(link);
-    if (!node.file.isOpen()) {
-        if (node.path.empty()) {
-            logger.debug(here(), "%s: Failed to get generic device.", link.c_str());
-        } else {
-            logger.debug(here(), "%s: Unable to open %s: (%d %d). Skipping device.", link.c_str(),
-                         node.path.c_str(), -1, node.error);
-        }
-        if (!known) return std::nullopt;
-        tavDiskInfo unopened = *known;
-        discoverPhysicalDiskStatus(unopened);
-        return unopened;
-    }
-    tavDiskInfo disk;
-    if (!tav::describeDisk(link, node.file.get(), known ? &*known : nullptr, disk)) {
-        return std::nullopt;
-    }
-    if (isBeyondTable() && disk.getProtocol().empty()) disk.setProtocol("Unknown");
-    disk.setATAPort(address.ataPort);
-    discoverPhysicalDiskSlotNumber(disk);
-    disk.setPhysicalLocation(tav::driveLocation(getPciLocation(), disk.getSlot()));
-    logPlace(getPciLocation(), disk);
-    if (!validatePhysicalDisk(disk)) {
-        logger.debug(here(), "%s: Not allowed as physical drive during validation.", link.c_str());
-        return std::nullopt;
-    }
-    disk.setOSSGHandle(node.file.get());
-    discoverPhysicalDiskStatus(disk);
-    disk.setOSSGHandle(-1);
-    return disk;
-}
-
-int tavStorageController::discoverPhysicalDiskInventory(std::vector<tavDiskInfo>& disks) {
-    if (isRemoved()) {
-        logger.debug(here(), "%s: Return last known PD inventory for removed controller.",
-                     getPciLocation().c_str());
-        return getPhysicalDrivesInventory(disks);
-    }
-    const Lock round(roundLock_);
-    const std::string pciLocation = getPciLocation();
-    const std::uint32_t chipsetID = getChipsetID();
-    const std::uint32_t boardID = getBoardID();
-    logger.debug(here(), "Gathering disk inventory for controller @ %s [0x%X, 0x%X] [%d].",
-                 pciLocation.c_str(), chipsetID, boardID, static_cast<int>(getPortListSize()));
-    const std::vector<tav::DiskAddress> listed = listDisks();
-    for (const tav::DiskAddress& address : listed) {
-        logger.debug(here(), "%s: Device is presented by controller 0x%X 0x%X @ [%s]",
-                     address.link.c_str(), chipsetID, boardID, pciLocation.c_str());
-        askDisk(address);
-    }
-    Examined examined;
-    collectAnswers(&examined);
-    // What a stop leaves out must not look as if it had vanished.
-    if (tav::stopRequested()) return -1;
-    enterFound(listed, std::move(examined));
-    publishChanges();
-    return getPhysicalDrivesInventory(disks);
-}
-
-/// What is known of a disk that has not answered yet stands.
-void tavStorageController::enterFound(const std::vector<tav::DiskAddress>& listed,
-                                      Examined examined) {
-    const Lock held(lock_);
-    if (isRemoved()) return;
-    letGo(listed);
-    std::vector<tavDiskInfo> found;
-    for (const tav::DiskAddress& address : listed) {
-        const auto answer = examined.find(address.link);
-        std::optional<tavDiskInfo> disk =
-            answer == examined.end() ? knownDisk(address.link) : std::move(answer->second);
-        if (disk) found.push_back(std::move(*disk));
-    }
-    found_ = std::move(found);
-    synchronizePhysicalDrivesInventory();
-    lanes().forgetUnless(
-        [&](const std::string& link) { return link.empty() || ledgerAt(link) != nullptr; });
-}
-
-int tavStorageController::discoverLogicalDiskInventory(std::vector<tavLogicalDiskInfo>& volumes) {
-    return getLogicalDiskInventory(volumes);
-}
-
-std::string tavStorageController::diskPlace(const tavDiskInfo& disk) const {
-    if (tav::isLocation(disk.getPhysicalLocation())) return disk.getPhysicalLocation();
-    return disk.getSlot() < 0 ? disk.getOSSCSILink() : std::to_string(disk.getSlot());
-}
-
-std::string tavStorageController::vanishedReason(const tavDiskInfo& disk) const {
-    return disk.getEventInfoString();
-}
-
-std::string tavStorageController::removedReason(const tavDiskInfo& disk) const {
-    return disk.getEventInfoString();
-}
-
-tav::DiskRegister tavStorageController::diskRegister() {
-    return {[this](const tavDiskInfo& disk) { return diskPlace(disk); },
-            [this](const tavDiskInfo& disk, const std::string& place) {
-                isUntold_ = true;
-                logger.info(here(),
-                            "%s - %s: Detected new disk at previously-empty location in current "
-                            "discovery cycle.",
-                            disk.getOSSCSILink().c_str(), place.c_str());
-            },
-            [this](tavDiskInfo& disk) {
-                logger.info(here(),
-                            "%s - %s: Disk detected as offline in the current discovery cycle.",
-                            disk.getOSSCSILink().c_str(), disk.getPhysicalLocation().c_str());
-                disk.setEventInfoString(vanishedReason(disk));
-            },
-            [this](const tav::DiskLedger& disk, const tavDiskInfo& before,
-                   const tav::DiskLedger::Change& change) {
-                hasChanged_ = true;
-                isUntold_ |= !reportDisk(disk, before, change.before);
-            }};
-}
-
-void tavStorageController::synchronizePhysicalDrivesInventory() {
-    const Lock held(lock_);
-    if (!found_) return;
-    tav::enter(*std::exchange(found_, std::nullopt), diskRegister(), disks_);
-    indexDisks();
-    isNewlyBuilt_ = true;
-}
-
 // --- Polling, removal and return -----------------------------------------------------------------
 
 void tavStorageController::poll() {
@@ -870,25 +502,6 @@ void tavStorageController::poll() {
         }
     }
     collectAnswers();
-}
-
-void tavStorageController::enterPolledDisk(tavDiskInfo found) {
-    tav::DiskLedger* const ledger = ledgerAt(found.getOSSCSILink());
-    const bool isOther = ledger == nullptr || samenessOf(ledger->record().getMemory(),
-                                                         found.getMemory()) == tav::Sameness::Other;
-    if (isOther) return;
-    const bool isReplaced = found.getMemory().isReplaced;
-    if (found.getCapacityBytes() != ledger->record().getCapacityBytes()) {
-        isUntold_ = true;
-        invalidates_ = true;
-    }
-    const auto change = ledger->look(std::move(found));
-    invalidates_ |= isReplaced;
-    if (!change) return;
-    hasChanged_ = true;
-    const bool isRaised = reportDisk(*ledger, ledger->record(), change->before);
-    isUntold_ |= !isRaised;
-    invalidates_ |= isRaised && ledger->now() == tav::running;
 }
 
 void tavStorageController::processDeviceRemoval() {
