@@ -23,8 +23,8 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr sockaddr_un systemLog{AF_UNIX, "/dev/log"};
-/// What takes records of any length takes this much.
-constexpr std::size_t longestText = 32U << 10U;
+/// Of a record that is longer than the system log can take, this much is sent.
+constexpr std::size_t surelyTaken = 32U << 10U;
 /// How long a system log that has no room is waited for: once, until it takes records again.
 constexpr milliseconds patience{100};
 
@@ -37,7 +37,6 @@ __attribute__((format(printf, 1, 0))) std::string formatted(const char* format, 
     std::string text(static_cast<std::size_t>(length < 0 ? 0 : length), '\0');
     std::vsnprintf(text.data(), text.size() + 1, format, again);
     va_end(again);
-    if (text.size() > longestText) text.replace(longestText, std::string::npos, " ...");
     return text;
 }
 
@@ -77,7 +76,8 @@ bool send(int type, const std::string& record, milliseconds limit) {
 bool send(const std::string& record) {
     const milliseconds limit = lost == 0 ? patience : milliseconds(0);
     return send(SOCK_DGRAM, record, limit) ||
-           (errno == EPROTOTYPE && send(SOCK_STREAM, record, limit));
+           (errno == EPROTOTYPE && send(SOCK_STREAM, record, limit)) ||
+           (errno == EMSGSIZE && send(SOCK_DGRAM, record.substr(0, surelyTaken) + " ...", limit));
 }
 
 }  // namespace

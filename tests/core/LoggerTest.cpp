@@ -180,12 +180,14 @@ TEST(Logger, ASystemLogThatHangsHoldsUpNobodyAndIsToldWhatItHasMissed) {
     EXPECT_LT(taken, 5000U);
     logger.error("later", "T", 1);
     logger.error(std::string(1U << 20U, 'x'), "T", 2);
+    logger.error(std::string(100000, 'y'), "T", 3);
     const std::vector<std::string> records = systemLog.records();
-    ASSERT_EQ(records.size(), taken + 3);
+    ASSERT_EQ(records.size(), taken + 4);
     EXPECT_EQ(records[taken], "<12>tav: " + std::to_string(5000 - taken) +
                                   " records are missing here: the system log did not take them.");
     EXPECT_EQ(records[taken + 1], "<11>tav: [ERROR]   001 T: later");
     EXPECT_THAT(records[taken + 2], testing::StartsWith("<11>tav: [ERROR]   002 T: xxx"));
+    EXPECT_EQ(records[taken + 3], "<11>tav: [ERROR]   003 T: " + std::string(100000, 'y'));
 }
 
 TEST(Logger, OpensNoDebugLogThatIsNotWritten) {

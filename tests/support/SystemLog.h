@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -32,7 +31,7 @@ class SystemLog {
 
     /// The records so far, as "<priority>identity: text" without their time.
     std::vector<std::string> records() {
-        std::array<char, 8192> datagram;
+        std::vector<char> datagram(1U << 18U);
         ssize_t size = 0;
         while ((size = ::recv(socket_, datagram.data(), datagram.size(), 0)) > 0) {
             std::string record(datagram.data(), static_cast<std::size_t>(size));
