@@ -311,11 +311,10 @@ TEST(StorageManager, PushesThatBuildsOwe) {
     duringBuild = [] {};
     EXPECT_EQ(pushes(), 4U) << "the build before may not have seen what the push is about";
     EXPECT_EQ(pushes(), 4U);
-    {
-        const FakeFactory another({{.name = "d"}});
-        EXPECT_EQ(pushes(), 5U) << "a controller that is new";
-        EXPECT_EQ(pushes(), 5U);
-    }
+    FakeFactory another({{.name = "d"}});
+    EXPECT_EQ(pushes(), 5U) << "a controller that is new";
+    EXPECT_EQ(pushes(), 5U);
+    another.shutdownFactory();
     EXPECT_EQ(pushes(), 6U) << "and one that has gone";
 }
 
