@@ -4,6 +4,7 @@ The small one is Debian's kernel with an initial file system of busybox, the dri
 need, the programs under test and the tools that they are compared with. The full one is a minimal
 Debian with systemd on a disk, and our packages. Both serve a shell on their second serial port.
 """
+import fcntl
 import pathlib
 import re
 import shutil
@@ -96,22 +97,28 @@ def output(*command, **options):
 
 
 def fetch_kernel(cache):
-    """Unpacks Debian's present kernel below `cache` and returns its version."""
+    """Unpacks Debian's present kernel below `cache` and returns its version. Machines that are made
+    side by side take turns: the first one fetches it for all."""
     package = re.search(r"Depends: (linux-image-\S+)",
                         output("apt-cache", "depends", "linux-image-amd64")).group(1)
     folder = cache / package
-    if not folder.exists():
-        scratch = cache / "download"
-        shutil.rmtree(scratch, ignore_errors=True)
-        scratch.mkdir(parents=True)
-        subprocess.run(["apt-get", "download", "-qq", package], cwd=scratch, check=True,
-                       stderr=subprocess.DEVNULL)
-        subprocess.run(["dpkg-deb", "-x", next(scratch.glob("*.deb")), scratch / "root"],
-                       check=True)
-        (scratch / "root").rename(folder)
-        shutil.rmtree(scratch)
+    cache.mkdir(parents=True, exist_ok=True)
+    with open(cache / "lock", "wb") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        if not folder.exists():
+            unpack_package(package, cache / "download", folder)
     version = next((folder / "lib/modules").iterdir()).name
     return folder, version
+
+
+def unpack_package(package, scratch, folder):
+    shutil.rmtree(scratch, ignore_errors=True)
+    scratch.mkdir(parents=True)
+    subprocess.run(["apt-get", "download", "-qq", package], cwd=scratch, check=True,
+                   stderr=subprocess.DEVNULL)
+    subprocess.run(["dpkg-deb", "-x", next(scratch.glob("*.deb")), scratch / "root"], check=True)
+    (scratch / "root").rename(folder)
+    shutil.rmtree(scratch)
 
 
 def write_program(path, text):
