@@ -168,7 +168,8 @@ void buildNvmeController(const Json::Value& controller, const Tree& tree) {
         tree.link("/sys/class/nvme-subsystem/nvme-subsys" + subsystem + '/' + name, directory);
     }
     for (std::int64_t id = 1; id <= numberOf(controller, "namespaces"); ++id) {
-        const std::string listed = directory + '/' + path + 'n' + std::to_string(id);
+        const std::string listed =
+            std::string(directory).append("/").append(path).append("n").append(std::to_string(id));
         tree.write(listed + "/nsid", std::to_string(id) + '\n');
         tree.write(listed + "/size", textOf(controller, "blocks") + '\n');
     }
