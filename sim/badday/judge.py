@@ -193,8 +193,8 @@ def explain(conditions, rule, events, begin, first, end, excuses):
             break
     todo = {(i, 0) for i in starts}
     for i in starts:
-        # What could not be asked at first is unknown, and new when it answers.
-        if seen[i].value[1] not in ("failed", "offline"):
+        # What could not be asked at first is unknown, and new when it answers; so is what was gone.
+        if seen[i].value != "Gone" and seen[i].value[1] not in ("failed", "offline"):
             continue
         for j in range(i + 1, len(seen)):
             todo.add((j, 0))
@@ -312,14 +312,15 @@ def nvme_value(name):
 def nvme_controller_value(name):
     def value(server, before):
         controller = servers.find(server["nvme"], name)
-        well = controller.get("gone") != "yes" and controller["state"] != "dead"
-        return "OK" if well else "Critical"
+        if controller.get("gone") == "yes":
+            return "Gone"
+        return "Critical" if controller["state"] == "dead" else "OK"
     return value
 
 
 def nvme_controller_rule(function, place):
     def rule(before, now):
-        if before == now:
+        if (before == "OK") == (now == "OK"):
             return []
         return [Wanted(397, function, place, "live again") if now == "OK" else
                 Wanted(398, function, place, "has been removed|is dead")]
@@ -477,6 +478,9 @@ def explain_notified(own, told, ids, name_at, place, events, begin, first, end, 
                 if before == "gone" or before == value and not (
                         used > 0 and events[used - 1].is_refused):
                     continue
+                # What it was before that is no news then, unless an inventory has told it.
+                if used > 0 and events[used - 1].is_refused:
+                    following.add((value, used))
                 want = Wanted(ids[value], name_at(time), place, more if value == "Critical" else "")
                 if used < len(events) and want.fits(events[used]) and \
                         time - 2 <= events[used].time <= time + excuses.lateness(time):
@@ -711,10 +715,10 @@ class Judge:
         if self.raid_controllers(self.truth.moments[-1][1]):
             wanted["0000:65:00.0"] = self.last["RAID controller"] or {"OK"}
         for controller in self.truth.moments[-1][1]["nvme"]:
-            is_gone = controller.get("gone") == "yes"
-            wanted[controller["function"]] = {
-                json.loads(value) for value in self.last[f"{controller['name']}'s controller"]
-            } | ({None} if is_gone else set()) or {"OK"}
+            last = {json.loads(value) for value in self.last[f"{controller['name']}'s controller"]}
+            if "Gone" in last:  # what was known of it stands, if anything was
+                last = last - {"Gone"} | {"Critical", None}
+            wanted[controller["function"]] = last or {"OK"}
         return wanted
 
     def raid_controllers(self, server):
