@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 
-/// What a controller is asked and answers, byte for byte, as far as it is read (NVM Express Base
-/// Specification 2.0; namespaces: NVM Command Set Specification 1.0). A field's name is the
-/// standard's, its abbreviation stands in the comment.
+/// What a controller is asked and answers, byte for byte, as far as it is read (the NVM Express
+/// base standard 2.0; namespaces: its NVM command set 1.0). A field's name is the standard's, its
+/// abbreviation stands in the comment.
 namespace tav::nvme {
 
 /// Least significant byte first; at any offset.
