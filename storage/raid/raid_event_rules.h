@@ -71,6 +71,7 @@ struct RaidEventRule {
     std::optional<TAV_RESOURCE_HEALTH> health{};
     int raises = 0;  ///< event ID; 0 for none
     bool critical = false;
+    bool isShown = false;  ///< the library shows such a state too, whenever it is asked
     InventoryRequest inventory = InventoryRequest::None;
     std::array<EventReport, 2> reports{};    ///< written first; null for none
     EventReport reportAfterwards = nullptr;  ///< written last

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -7,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/Waiting.h"
 #include "core/Ledger.h"
 #include "storage/model/storage_conditions.h"
 
@@ -14,30 +16,47 @@
 /// it is looked at, and the firmware's events, which also know what the library does not show.
 namespace tav {
 
+/// What an event says of a resource.
+struct RaidNews {
+    Condition said;
+    LookClock::time_point heardAt;
+    bool isShown;  ///< the library shows such a state too
+};
+
 /// One resource. Not locked: belongs to its controller.
 template <class Record>
 class RaidResource {
  public:
     /// First seen as `found`, which the inventory tells the RMC.
-    explicit RaidResource(Record found)
-        : ledger_(std::move(found)), told_(ledger_.now()), hasMoved_(false) {
+    RaidResource(Record found, LookClock::time_point askedAt)
+        : ledger_(std::move(found)), told_(ledger_.now()), toldAt_(askedAt) {
         ledger_.noteReported(told_);
     }
 
     /// First seen because of an event. No inventory has told it yet, so an event that says why it
     /// does not work is news.
-    static RaidResource foundByEvent(Record found) {
-        RaidResource resource(std::move(found));
+    static RaidResource foundByEvent(Record found, LookClock::time_point askedAt) {
+        RaidResource resource(std::move(found), askedAt);
         resource.isOutdated_ = resource.told_.health != TAV_HEALTH_OK;
         return resource;
     }
 
-    /// The library tells `found` of it. What an event has said stands until the library's own word
-    /// changes. Such a change has been reported by nobody, so whatever event comes next is news.
-    /// Returns whether the condition is another one than before.
-    bool look(Record found) {
+    /// How long an event is believed that says what the library shows, but is not shown by it.
+    static constexpr std::chrono::seconds believedFor{60};
+
+    /// The library, asked at `askedAt`, tells `found` of it. What an event has said stands until
+    /// the library's own word changes, or goes on denying it. Such a change has been reported by
+    /// nobody, so whatever event comes next is news. Returns whether the condition is another one
+    /// than before.
+    bool look(Record found, LookClock::time_point askedAt) {
         const Condition told = conditionOf(found);
         hasMoved_ = told != std::exchange(told_, told);
+        toldAt_ = askedAt;
+        if (told == now()) unconfirmed_.reset();
+        if (isDenied()) {
+            unconfirmed_.reset();
+            hasMoved_ = true;
+        }
         if (!hasMoved_) assign(found, ledger_.now());
         const auto change = ledger_.look(std::move(found));
         if (hasMoved_ && ledger_.reported()->health != told.health) isOutdated_ = true;
@@ -46,9 +65,19 @@ class RaidResource {
 
     /// An event says so. Where the library, asked after the event, has just changed to a state of
     /// the same health, its word is the newer one.
-    bool hear(const Condition& said) {
-        const bool isSurpassed = hasMoved_ && told_.health == said.health;
-        return ledger_.look(isSurpassed ? told_ : said).has_value();
+    bool hear(const RaidNews& news) {
+        if (hasLeftBehind(news)) return false;
+        unconfirmed_.reset();
+        if (news.isShown && news.said != told_) unconfirmed_.emplace(Unconfirmed{news.heardAt, {}});
+        const bool isSurpassed = hasMoved_ && told_.health == news.said.health;
+        return ledger_.look(isSurpassed ? told_ : news.said).has_value();
+    }
+
+    /// Whether the event repeats what the RMC was told last, but the library, asked after it, has
+    /// gone on to something else, of which another event is on its way.
+    bool hasLeftBehind(const RaidNews& news) const {
+        return news.isShown && toldAt_ > news.heardAt && now() == told_ &&
+               told_.health != news.said.health && ledger_.reported()->health == news.said.health;
     }
 
     /// The RMC has acknowledged an event that said so.
@@ -65,7 +94,7 @@ class RaidResource {
         const Condition before = now();
         Record record = ledger_.record();
         assign(record, told_);
-        *this = RaidResource(std::move(record));
+        *this = RaidResource(std::move(record), toldAt_);
         return before != told_;
     }
 
@@ -86,19 +115,33 @@ class RaidResource {
     }
 
  private:
+    /// What an event says, before the library shows it.
+    struct Unconfirmed {
+        LookClock::time_point heardAt;
+        Stopwatch since;
+    };
+
+    bool isDenied() const {
+        return unconfirmed_ && toldAt_ > unconfirmed_->heardAt &&
+               unconfirmed_->since.elapsed() >= believedFor;
+    }
+
     Ledger<Record> ledger_;
-    Condition told_;  ///< the library's own word at the last look
-    bool hasMoved_;   ///< the last look found it changed
+    Condition told_;                ///< the library's own word at the last look
+    LookClock::time_point toldAt_;  ///< when it was asked
+    bool hasMoved_ = false;         ///< the last look found it changed
     bool isOutdated_ = false;
+    std::optional<Unconfirmed> unconfirmed_;
 };
 
-/// A record that the library tells, its number at the controller (device id or target id) and its
-/// name: empty for one that has none.
+/// A record that the library tells, its number at the controller (device id or target id), its
+/// name: empty for one that has none, and when the library was asked.
 template <class Record>
 struct FoundRaidResource {
     std::uint32_t number;
     std::string name;
     Record record;
+    LookClock::time_point askedAt;
 };
 
 /// The drives or volumes of one controller, recognised by name, and by number where names are
@@ -131,10 +174,10 @@ class RaidResources {
             if (const auto before = matching.beforeOf(now)) {
                 entries.push_back(std::move(entries_[*before]));
                 RaidResource<Record>& resource = entries.back().resource;
-                hasChanged |= resource.look(std::move(fresh.record));
+                hasChanged |= resource.look(std::move(fresh.record), fresh.askedAt);
                 if (!std::exchange(entries.back().isListed, true)) hasChanged |= resource.renew();
             } else {
-                entries.push_back({0, "", newcomer(std::move(fresh.record), gone)});
+                entries.push_back({0, "", newcomer(std::move(fresh.record), fresh.askedAt, gone)});
                 hasChanged = true;
             }
             entries.back().number = fresh.number;
@@ -175,9 +218,9 @@ class RaidResources {
 
  private:
     /// Who lets the gone stay looks because of an event.
-    static RaidResource<Record> newcomer(Record found, Gone gone) {
-        return gone == Gone::Stay ? RaidResource<Record>::foundByEvent(std::move(found))
-                                  : RaidResource<Record>(std::move(found));
+    static RaidResource<Record> newcomer(Record found, LookClock::time_point askedAt, Gone gone) {
+        return gone == Gone::Stay ? RaidResource<Record>::foundByEvent(std::move(found), askedAt)
+                                  : RaidResource<Record>(std::move(found), askedAt);
     }
 
     static bool isNumber(std::uint32_t number, const Found& found) {

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string>
 
+#include "core/Ledger.h"
+
 /// What a field of an event says that the notification does not tell.
 inline constexpr const char* sasEventNotAvailable = "NotAvailable";
 inline constexpr std::uint32_t sasEventNoNumber = 0xFFFFFFFF;
@@ -21,4 +23,6 @@ struct TAV_SAS_EVENT_DETAIL {
     std::uint32_t volumeTargetId = sasEventNoNumber;  ///< volume events
     std::uint16_t newDriveState = 0xFFFF;             ///< state changes of drives
     std::string description;                          ///< the firmware's text
+    /// What the library tells, when it is asked later, is newer.
+    tav::LookClock::time_point heardAt = tav::LookClock::now();
 };

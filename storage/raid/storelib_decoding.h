@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/Export.h"
+#include "core/Ledger.h"
 #include "storage/raid/storelib_records.h"
 
 /// One controller of the vendor library.
@@ -32,6 +33,7 @@ struct PD_INFO {
     std::string firmwareState;  ///< display string
     std::uint32_t health = 0;   ///< see tav::storelib::Health
     std::uint32_t deviceId = 0;
+    tav::LookClock::time_point askedAt{};  ///< when this was still to be told
 };
 
 /// One logical drive.
@@ -43,6 +45,7 @@ struct LD_INFO {
     std::string state;                      ///< display string
     std::uint32_t health = 0;               ///< see tav::storelib::Health
     std::vector<std::string> memberDrives;  ///< serial numbers
+    tav::LookClock::time_point askedAt{};   ///< when this was still to be told
 };
 
 /// What the vendor library's records mean. Pure functions of records of any content.

@@ -161,6 +161,7 @@ std::vector<PD_INFO> Survey::readDrives(std::uint32_t controller,
     for (std::size_t index = 0; index < count; ++index) {
         const std::uint16_t deviceId = list->entries[index].deviceId;
         const PD_INFO* const before = driveOf(known, deviceId);
+        const auto askedAt = LookClock::now();
         _MR_PD_INFO record{};
         if (commands_.driveInfo(controller, deviceId, record) != success) {
             if (before != nullptr) drives.push_back(*before);
@@ -168,6 +169,7 @@ std::vector<PD_INFO> Survey::readDrives(std::uint32_t controller,
         }
         auto drive = toDrive(record, deviceId);
         if (!drive) continue;
+        drive->askedAt = askedAt;
         const bool isKnownPlace = before != nullptr && before->slotNumber == drive->slotNumber;
         if (drive->serialNumber.empty() && isKnownPlace) {
             drive->serialNumber = before->serialNumber;
@@ -204,6 +206,7 @@ std::vector<LD_INFO> Survey::readVolumes(std::uint32_t controller,
         const std::uint8_t targetId = list->entries[index].targetId;
         const LD_INFO* const before =
             findIn(known, [&](const LD_INFO& volume) { return volume.targetId == targetId; });
+        const auto askedAt = LookClock::now();
         _MR_LD_INFO record{};
         if (const auto status = commands_.volumeInfo(controller, targetId, record);
             status != success) {
@@ -217,6 +220,7 @@ std::vector<LD_INFO> Survey::readVolumes(std::uint32_t controller,
             continue;
         }
         LD_INFO volume = toVolume(record, defaultBlockSize);
+        volume.askedAt = askedAt;
         const bool isKnown = before != nullptr && before->durableName == volume.durableName;
         readMembers(controller, targetId, record, drives, isKnown ? before : nullptr, volume);
         volumes.push_back(std::move(volume));

@@ -47,8 +47,10 @@ std::vector<tav::FoundRaidResource<tavDiskInfo>> disksOf(const std::vector<PD_IN
                                                          const std::string& pciLocation) {
     std::vector<tav::FoundRaidResource<tavDiskInfo>> found;
     found.reserve(records.size());
-    for (const PD_INFO& record : records)
-        found.push_back({record.deviceId, record.serialNumber, tav::toDisk(record, pciLocation)});
+    for (const PD_INFO& record : records) {
+        found.push_back({record.deviceId, record.serialNumber, tav::toDisk(record, pciLocation),
+                         record.askedAt});
+    }
     return found;
 }
 
@@ -56,21 +58,16 @@ std::vector<tav::FoundRaidResource<tavLogicalDiskInfo>> volumesOf(
     const std::vector<LD_INFO>& records) {
     std::vector<tav::FoundRaidResource<tavLogicalDiskInfo>> found;
     found.reserve(records.size());
-    for (const LD_INFO& record : records)
-        found.push_back({record.targetId, record.durableName, tav::toVolume(record)});
+    for (const LD_INFO& record : records) {
+        found.push_back(
+            {record.targetId, record.durableName, tav::toVolume(record), record.askedAt});
+    }
     return found;
 }
 
 template <class Record>
 void append(const std::vector<Record>& records, std::vector<Record>& list) {
     list.insert(list.end(), records.begin(), records.end());
-}
-
-/// What was reported of a resource; empty for none.
-template <class Entry>
-tav::ReportedHealth reportedHealth(const Entry* entry) {
-    if (entry == nullptr) return std::nullopt;
-    return entry->resource.reportedHealth();
 }
 
 /// What the event says of a resource that is in the condition `now`.
@@ -82,7 +79,24 @@ tav::Condition saidBy(const tav::RaidEventRule& rule, const TAV_SAS_EVENT_DETAIL
     return now;
 }
 
+tav::RaidNews newsOf(const tav::RaidEventRule& rule, const TAV_SAS_EVENT_DETAIL& event,
+                     const tav::Condition& now) {
+    return {saidBy(rule, event, now), event.heardAt, rule.isShown};
+}
+
 using FindRule = const tav::RaidEventRule* (*)(const TAV_SAS_EVENT_DETAIL&, tav::ReportedHealth);
+
+/// The row that counts for the resource, which is null when it is not known.
+template <class Entry>
+const tav::RaidEventRule* ruleFor(const Entry* entry, FindRule findRule,
+                                  const TAV_SAS_EVENT_DETAIL& event) {
+    if (entry == nullptr) return findRule(event, std::nullopt);
+    const auto& resource = entry->resource;
+    const tav::RaidEventRule* const rule = findRule(event, resource.reportedHealth());
+    if (rule == nullptr) return nullptr;
+    const tav::RaidNews news = newsOf(*rule, event, resource.now());
+    return resource.hasLeftBehind(news) ? findRule(event, news.said.health) : rule;
+}
 
 /// Lets a resource hear the event; returns whether its condition is another one afterwards. Where
 /// the RMC knows already what the event says, but an event that it did not get has said otherwise
@@ -93,7 +107,7 @@ bool hear(tav::RaidResource<Record>& resource, const tav::RaidEventRule& rule, F
     const tav::Condition now = resource.now();
     const tav::RaidEventRule* decisive = &rule;
     if (rule.reported && *rule.reported != now.health) decisive = findRule(event, now.health);
-    return decisive != nullptr && resource.hear(saidBy(*decisive, event, now));
+    return decisive != nullptr && resource.hear(newsOf(*decisive, event, now));
 }
 
 void report(tav::EventReport line, const TAV_SAS_EVENT_DETAIL& event) {
@@ -114,7 +128,8 @@ std::atomic<bool> tavMegaRAIDController::isAENRegistered{false};
 std::atomic<int> tavMegaRAIDController::totalLSICtrls{0};
 
 tavMegaRAIDController::tavMegaRAIDController(const CTRL_INFO& record)
-    : controllerId_(record.controllerId), controller_(described(record, record.pciLocation)) {
+    : controllerId_(record.controllerId),
+      controller_(described(record, record.pciLocation), tav::LookClock::now()) {
     pciLocation_ = record.pciLocation;
     family_ = TAV_FAMILY_MEGARAID;
     ++totalLSICtrls;
@@ -141,7 +156,7 @@ int tavMegaRAIDController::discoverInventory(tavStorageControllerInfo& info) {
     const std::lock_guard<std::recursive_mutex> held(lock_);
     // One whose PCI location cannot be read is where it was.
     if (!record.pciLocation.empty()) pciLocation_ = record.pciLocation;
-    controller_.look(described(record, pciLocation_));
+    controller_.look(described(record, pciLocation_), tav::LookClock::now());
     info = controller_.record();
     return 0;
 }
@@ -334,7 +349,7 @@ tavMegaRAIDController::Consequence tavMegaRAIDController::analyze(
 tavMegaRAIDController::Consequence tavMegaRAIDController::analyzeVolumeEvent(
     const TAV_SAS_EVENT_DETAIL& event) {
     Volumes::Entry* const volume = volumeOf(event);
-    Consequence consequence{tav::volumeEventRule(event, reportedHealth(volume))};
+    Consequence consequence{ruleFor(volume, tav::volumeEventRule, event)};
     if (consequence.rule == nullptr || volume == nullptr) return consequence;
     consequence.changesCondition =
         hear(volume->resource, *consequence.rule, tav::volumeEventRule, event);
@@ -353,7 +368,7 @@ tavMegaRAIDController::Consequence tavMegaRAIDController::analyzeVolumeEvent(
 tavMegaRAIDController::Consequence tavMegaRAIDController::analyzeDriveEvent(
     const TAV_SAS_EVENT_DETAIL& event) {
     Drives::Entry* const drive = driveOf(event);
-    Consequence consequence{tav::driveEventRule(event, reportedHealth(drive))};
+    Consequence consequence{ruleFor(drive, tav::driveEventRule, event)};
     if (consequence.rule == nullptr || drive == nullptr) return consequence;
     consequence.changesCondition =
         hear(drive->resource, *consequence.rule, tav::driveEventRule, event);

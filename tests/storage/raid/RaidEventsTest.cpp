@@ -185,6 +185,37 @@ TEST_F(RaidEvents, WhatTheLibraryTellsByItselfIsNewsToTheNextEvent) {
     EXPECT_EQ(ids(), (std::vector<int>{538, 681, 538, 681, 540}));
 }
 
+/// The library, asked after each event, is ahead of it: the RMC knows what the repeats say, and the
+/// failure comes next.
+TEST_F(RaidEvents, RepeatsThatTheLibraryHasLeftBehindRaiseNothing) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    const auto become = [&](std::uint16_t drive, std::uint8_t volume) {
+        library.change([=](std::vector<FakeController>& all) {
+            all[0].drives[1].state = drive;
+            all[0].volumes[0].state = volume;
+        });
+    };
+    discoverRaid();
+    become(0x11, 2);
+    library.fire(driveEvent(0x72, 2, 9, 0x11));
+    library.fire(volumeEvent(0xFB, 4));
+    become(0x18, 3);
+    library.fire(driveEvent(0x72, 2, 9, 0x18));
+    library.fire(volumeEvent(0xF9, 2));
+    become(0x11, 2);
+    for (int repeat = 0; repeat < 2; ++repeat) {
+        library.fire(driveEvent(0x72, 2, 9, 0x18));
+        library.fire(volumeEvent(0xF9, 2));
+    }
+    EXPECT_EQ(ids(), (std::vector<int>{538, 681, 540, 683}));
+    const RaidInventory ahead = discoverRaid();
+    EXPECT_EQ(conditionText(ahead.disks.at(1)), "Failed/Critical");
+    EXPECT_EQ(conditionText(ahead.volumes.at(0)), "Degraded/Critical");
+    library.fire(driveEvent(0x72, 2, 9, 0x11));
+    library.fire(volumeEvent(0xFB, 4));
+    EXPECT_EQ(ids(), (std::vector<int>{538, 681, 540, 683, 538, 681}));
+}
+
 TEST_F(RaidEvents, AnEventThatWasNotDeliveredHasReportedNothing) {
     FakeRaidLibrary library({fakeController(0, "SV1")});
     discoverRaid();
@@ -400,6 +431,38 @@ TEST_F(RaidEvents, ALibraryThatHangsHoldsUpNeitherBuildsNorEvents) {
     EXPECT_TRUE(tav::Unanswered::all().empty());
     EXPECT_EQ(discoverRaid().disks.size(), 1U);
     EXPECT_EQ(countInLogs("The RAID library does not answer"), 1U);
+}
+
+/// What the library shows it may show late, or not be asked for: an event of it is believed for a
+/// minute, whether the library hangs, knows better, or has not noticed that all is well again.
+TEST_F(RaidEvents, WhatTheLibraryGoesOnDenyingIsNotSo) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    for (const bool hangs : {false, true}) {
+        discoverRaid();
+        clockSpeed = 200;
+        if (hangs) library.hang(1, 4);
+        library.fire(driveEvent(0x72, 2, 9, 0x11));
+        library.fire(driveEvent(0x01, 4, 8));
+        library.fire(volumeEvent(0xFB, 4));
+        const RaidInventory heard = discoverRaid();
+        EXPECT_EQ(conditionText(heard.disks.at(1)), "Failed/Critical");
+        EXPECT_EQ(conditionText(heard.volumes.at(0)), "Degraded/Critical");
+
+        const std::size_t asked = countInLogs("Signalled inventory push.");
+        std::this_thread::sleep_for(61000ms / clockSpeed.load());
+        if (hangs) {
+            EXPECT_EQ(conditionText(discoverRaid().volumes.at(0)), "Degraded/Critical")
+                << "nobody denies it";
+            library.release();
+            while (countInLogs("The RAID library answers again") == 0)
+                std::this_thread::yield();
+        }
+        const RaidInventory denied = discoverRaid();
+        EXPECT_EQ(conditionText(denied.disks.at(1)), "Online/OK");
+        EXPECT_EQ(conditionText(denied.disks.at(0)), "Failed/Critical") << "an error shows nowhere";
+        EXPECT_EQ(conditionText(denied.volumes.at(0)), "Optimal/OK");
+        EXPECT_GT(countInLogs("Signalled inventory push."), asked) << "as no event tells it";
+    }
 }
 
 TEST_F(RaidEvents, AStopWaitsForNothingThatHangs) {
