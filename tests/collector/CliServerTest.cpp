@@ -333,6 +333,7 @@ TEST_F(CliServer, MakesItsPipeAnewWhateverHasBecomeOfIt) {
     ASSERT_EQ(::mkfifo(tavRequestPipe, 0600), 0);
     std::this_thread::sleep_for(100ms);  // more than ten fast seconds
     EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "434"), 0);
+    EXPECT_FALSE(std::filesystem::exists("/var/run/orntav.not-a-pipe-3")) << "this is one";
 }
 
 TEST_F(CliServer, AnOperatorWhoDoesNotReadHoldsUpNobody) {

@@ -11,7 +11,19 @@ namespace {
 
 constexpr std::uint32_t invalidController = 0x800A;
 constexpr std::uint32_t failed = 0x8002;
+constexpr std::uint32_t wrongSize = 0x800B;
 constexpr std::uint32_t registrationId = 0x5A5A;
+
+/// How much there is room for in a command's answer.
+struct AnswerSize {
+    std::uint8_t type, code;
+    std::size_t bytes;
+};
+constexpr AnswerSize answerSizes[] = {{0, 0, 260},  {0, 1, 264},   {0, 3, 260},
+                                      {1, 0, 2384}, {1, 4, 6152},  {1, 5, 4616},
+                                      {1, 11, 112}, {1, 13, 4104}, {2, 0, 512},
+                                      {3, 0, 384},  {3, 11, 516},  {6, 3, 28 + sizeof(void*)},
+                                      {7, 0, 20}};
 
 std::atomic<FakeRaidLibrary*> current{nullptr};
 std::atomic<int> commandsUnderWay{0};
@@ -128,6 +140,10 @@ std::uint32_t FakeRaidLibrary::answer(const std::uint8_t* command) {
     const std::lock_guard<std::mutex> held(lock_);
     const auto failure = failures_.find(command[0] << 8 | command[1]);
     if (failure != failures_.end() && failure->second.times-- > 0) return failure->second.status;
+    for (const AnswerSize& size : answerSizes) {
+        if (size.type != command[0] || size.code != command[1]) continue;
+        if (size.bytes != get<std::uint32_t>(command, 28)) return wrongSize;
+    }
     auto* const data = get<std::uint8_t*>(command, 32);
     switch (command[0]) {
         case 0:
@@ -203,6 +219,9 @@ std::uint32_t FakeRaidLibrary::answerController(const std::uint8_t* command,
             for (std::size_t i = 0; i < controller->drives.size(); ++i)
                 put<std::uint16_t>(data, 8 + 24 * i, controller->drives[i].id);
             return 0;
+        case 5:
+            data[0] = 7;
+            return 0;
         case 11:
             put<std::uint32_t>(data, 0, controller->bus);
             return 0;
@@ -261,9 +280,9 @@ std::uint32_t FakeRaidLibrary::answerPassThrough(const std::uint8_t* command,
     constexpr std::uint32_t manufacturingRecord = 0x010E0301;
     const FakeController* const controller = controllerOf(command);
     if (controller == nullptr) return invalidController;
-    if (get<std::uint32_t>(data, 4) == manufacturingRecord) {
-        putText(get<std::uint8_t*>(data, 28), 2, controller->serial);
-    }
+    const bool isManufacturing = get<std::uint32_t>(data, 4) == manufacturingRecord;
+    if (get<std::uint32_t>(data, 0) != (isManufacturing ? 32 : 41)) return wrongSize;
+    putText(get<std::uint8_t*>(data, 28), isManufacturing ? 2 : 0, controller->serial);
     return 0;
 }
 

@@ -46,13 +46,17 @@ class NvmeControllers : public testing::Test {
             ASSERT_TRUE(rmc_.waitForCommands(2));
         }
         tav::test::clockSpeed = 10;
-        writeCommand(
-            "localcli",
-            "printf '0000:3b:00.0\\n   Address: 0000:3b:00.0\\n   Slot Description: x "
-            "r001i06s03\\n   Address: 0000:5e:00.0\\n   Slot Description: x r001i06s04\\n'");
-        tavUtils().initGeoIDMap();
+        describeSlots("x r001i06s03", "x r001i06s04");
         tav::registerNVMeFactory();
         build();
+    }
+
+    static void describeSlots(const std::string& first, const std::string& second) {
+        writeCommand(
+            "localcli",
+            "printf '0000:3b:00.0\\n   Address: 0000:3b:00.0\\n   Slot Description: " + first +
+                "\\n   Address: 0000:5e:00.0\\n   Slot Description: " + second + "\\n'");
+        tavUtils().initGeoIDMap();
     }
 
     void build() { tav::sim::changeServer(server_, tav::sim::Tree("/")); }
@@ -194,6 +198,23 @@ TEST_F(NvmeControllers, ADriveThatIsUnwellIsReportedOnceWhoeverSeesItFirst) {
     poll();
     EXPECT_THAT(events(), UnorderedElementsAre("539 S1/1", "539 S1/2"));
     EXPECT_EQ(lastText(), "[Current Temp (71 C); Warning Temperature (70 C)]");
+}
+
+TEST_F(NvmeControllers, ADriveIsReportedWhereItIsOrWasLast) {
+    discover();
+    describeSlots("x", "x");
+    change(1, "used", 97);
+    discover();
+    EXPECT_THAT(events(), ElementsAre("539 S2/1"));
+    EXPECT_EQ(lastEvent()["PhysicalLocation"].asString(), "0004000106000005");
+    change(1, "used", 3);
+    discover();
+    EXPECT_THAT(events(), IsEmpty()) << "nobody knows where";
+    describeSlots("x", "x r001i06s05");
+    change(1, "criticalWarning", 8);
+    discover();
+    EXPECT_THAT(events(), ElementsAre("538 S2/1"));
+    EXPECT_EQ(lastEvent()["PhysicalLocation"].asString(), "0005000106010005");
 }
 
 TEST_F(NvmeControllers, WhatTheyAnswerThatTellsNothingIsNoFault) {

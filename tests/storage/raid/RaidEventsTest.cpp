@@ -365,6 +365,7 @@ TEST_F(RaidEvents, RegistrationNamesEveryControllerThatTellsItsNewestEvent) {
     EXPECT_EQ(std::vector(record.begin(), record.begin() + 16), expected);
     EXPECT_THAT(logs(), HasSubstr("sequence info.                             Skipping AEN "
                                   "registration for this controller. (ID: [3]; rval = [0x800a])"));
+    EXPECT_THAT(logs(), HasSubstr("Invalid controller"));
     std::vector<ItavStorageController*> found;
     tavMegaRAIDControllerFactory::getInstance()->getControllers(255, found);
     const Controllers known = takeControllers(std::move(found));
@@ -494,6 +495,7 @@ TEST_F(RaidEvents, RegistrationThatFailedIsTriedAgain) {
     library.fail(0, 1, 0x8009, 2);
     discoverRaid();
     EXPECT_THAT(logs(), HasSubstr("RegisterAENCall failed Command Timeout"));
+    EXPECT_THAT(logs(), Not(HasSubstr("Invalid controller")));
     EXPECT_EQ(library.registrations(), 0);
     discoverRaid();
     EXPECT_EQ(library.registrations(), 1);

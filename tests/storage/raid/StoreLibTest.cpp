@@ -1,6 +1,9 @@
 /// The vendor library's interface: what its records mean, and what it makes of a library that
 /// fails, lies or is slow.
+#include <array>
+#include <csignal>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
@@ -9,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "storage/raid/storelib_commands.h"
 #include "storage/raid/tavStoreLibInterface.h"
 #include "tests/support/FakeRaidLibrary.h"
 #include "tests/support/FastWaiting.h"
@@ -90,6 +94,8 @@ TEST(StoreLibRecords, AVolume) {
     EXPECT_STREQ(storelib::raidLevelText(2, 0, 3, 2), "");
 }
 
+constexpr std::uint32_t failed = 0x8002;
+
 tav::test::FakeController oneController() {
     return {0, "SV1", 0x65, {{8, 0, "A"}, {9, 1, "B"}}, {{0, 3, {9, 8, 77}}}};
 }
@@ -111,6 +117,63 @@ TEST(StoreLib, CachesWhatTheLibraryTells) {
     EXPECT_THAT(library().getLDInventoryForCtrl(0)[0].memberDrives, ElementsAre("B", "A"));
     EXPECT_THAT(library().getPDInventoryForCtrl(7), IsEmpty());
     EXPECT_THAT(logs(), Not(HasSubstr("Simulation Mode")));
+}
+
+TEST(StoreLib, AnswersSingleQuestionsOfItsFirstController) {
+    FakeRaidLibrary fake({oneController(), {1, "SV2", 0x66, {}, {}}});
+    EXPECT_NE(library().UnInitializeLibrary(), storelib::success) << "not loaded yet";
+    ASSERT_EQ(library().tavStoreInit(), 1);
+    const auto list = std::make_unique<SL_CTRL_LIST_T>();
+    const auto controller = std::make_unique<_MR_CTRL_INFO>();
+    const auto drives = std::make_unique<_MR_PD_LIST>();
+    const auto enclosures = std::make_unique<_MR_ENCL_LIST>();
+    _MR_PD_INFO fired{}, drive{};
+    _MR_LD_INFO volume{};
+    _MR_MFC_MFG made{};
+    std::array<char, 41> safeId{};
+    const std::array statuses = {library().getCtrlList(list.get()),
+                                 library().getCtrlInfoFunc(controller.get()),
+                                 library().GetPDListFunc(drives.get(), sizeof *drives),
+                                 library().GetEnclListFunc(enclosures.get()),
+                                 library().FirePDInfo(&fired, 8),
+                                 library().PDInfo(&drive, 9),
+                                 library().FireLDInfo(&volume, 0),
+                                 library().GetMFCMFG(&made, 0),
+                                 library().getCtrlSafeID(safeId.data())};
+    EXPECT_THAT(statuses, testing::Each(storelib::success));
+    EXPECT_EQ(list->count * 10 + list->controllerIds[1], 21U);
+    EXPECT_EQ(controller->pciDeviceId, 0x005D);
+    EXPECT_EQ(drives->count * 10 + drives->entries[1].deviceId, 29U);
+    EXPECT_EQ(enclosures->reserved0[0], 7);
+    EXPECT_EQ(std::string({fired.vendorSpecific[0], drive.vendorSpecific[0]}), "AB");
+    EXPECT_EQ(volume.state, 3);
+    EXPECT_STREQ(made.serialNumber, "SV1");
+    EXPECT_STREQ(safeId.data(), "SV1");
+    EXPECT_EQ(library().getCtrlPCILoc(), "0000:65:00.0");
+    EXPECT_EQ(library().getCtrlFWVersion(), "24.21.0-0151");
+    EXPECT_NE(library().PDInfo(&drive, 7), storelib::success);
+    fake.fail(1, 0, failed, 1);
+    fake.fail(1, 11, failed, 1);
+    EXPECT_EQ(library().getCtrlFWVersion() + library().getCtrlPCILoc(), "");
+    library().unloadDLL(0);
+    EXPECT_NE(library().getCtrlList(list.get()), storelib::success);
+}
+
+TEST(StoreLib, KeepsTheHandlerThatTheProcessHasForItsChildren) {
+    const FakeRaidLibrary fake({oneController()});
+    std::array<struct sigaction, 4> present{};
+    present[1].sa_handler = SIG_IGN;
+    present[2].sa_handler = [](int) {};
+    present[3].sa_sigaction = [](int, siginfo_t*, void*) {};
+    present[3].sa_flags = SA_SIGINFO;
+    for (std::size_t row = 0; row < present.size(); ++row) {
+        ::sigaction(SIGCHLD, &present[row], nullptr);
+        ASSERT_EQ(library().tavStoreInit(), 1);
+        struct sigaction now {};
+        ::sigaction(SIGCHLD, nullptr, &now);
+        EXPECT_EQ(now.sa_handler == tavStoreLibInterface::sighdlr, row < 2) << row;
+        library().unloadDLLs();
+    }
 }
 
 TEST(StoreLib, AScopeRebuildsNoMoreThanItNames) {
@@ -147,8 +210,6 @@ std::string cached() {
     }
     return text;
 }
-
-constexpr std::uint32_t failed = 0x8002;
 
 TEST(StoreLib, WhatCannotBeAskedForStands) {
     FakeRaidLibrary fake({oneController(), {1, "SV2", 0x66, {{3, 0, "C"}}, {}}});
