@@ -108,14 +108,14 @@ class LaneGroup {
 
     template <class Take>
     bool takeAnswers(Take& take) {
-        const std::vector<std::size_t> answered = bell_.answered();
-        for (const std::size_t number : answered) {
+        bell_.takeAnswered(answered_);
+        for (const std::size_t number : answered_) {
             Entry* const entry = number < byNumber_.size() ? byNumber_[number] : nullptr;
             if (entry == nullptr) continue;
             if (std::exchange(entry->isAwaited, false)) --awaited_;
             if (auto answer = entry->lane.take()) take(entry->key, std::move(*answer));
         }
-        return !answered.empty();
+        return !answered_.empty();
     }
 
     /// How long at most somebody who is awaited may still take.
@@ -135,7 +135,8 @@ class LaneGroup {
     const std::chrono::milliseconds patience_;
     LaneBell bell_;
     std::map<Key, std::unique_ptr<Entry>> lanes_;
-    std::vector<Entry*> byNumber_;  ///< null: free
+    std::vector<Entry*> byNumber_;       ///< null: free
+    std::vector<std::size_t> answered_;  ///< their numbers; kept to reuse its memory
     std::size_t awaited_ = 0;
 };
 

@@ -41,10 +41,11 @@ struct LaneBell::Shared {
 
 LaneBell::LaneBell() : shared_(std::make_shared<Shared>()) {}
 
-std::vector<std::size_t> LaneBell::answered() {
+void LaneBell::takeAnswered(std::vector<std::size_t>& lanes) {
+    lanes.clear();
     const std::lock_guard<std::mutex> held(shared_->lock);
     if (!shared_->answered.empty()) silence(shared_->event);
-    return std::exchange(shared_->answered, {});
+    lanes.swap(shared_->answered);
 }
 
 int LaneBell::descriptor() const {

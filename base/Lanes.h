@@ -36,8 +36,9 @@ class LaneBell {
  public:
     LaneBell();
 
-    /// Of the lanes that were answered since the last call: the numbers that he gave them.
-    std::vector<std::size_t> answered();
+    /// Puts the lanes that were answered since the last call into `lanes`, by the numbers that he
+    /// gave them. What it holds before is lost, but its memory is used again.
+    void takeAnswered(std::vector<std::size_t>& lanes);
     /// Readable while there are some.
     int descriptor() const;
 

@@ -21,6 +21,7 @@
 #include "storage/model/storage_utils.h"
 #include "storage/scsi/scsi_info.h"
 #include "storage/scsi/scsi_replies.h"
+#include "storage/scsi/scsi_sysfs.h"
 #include "storage/scsi/scsi_turn.h"
 
 namespace tav {
@@ -34,10 +35,6 @@ constexpr const char* logicalVolume = "LOGICAL VOLUME";
 std::string trimmed(const OwnedText& text) {
     if (!text) return {};
     return std::string(tav::trimBoth(text.get()));
-}
-
-std::string sysfsSerial(const std::string& link) {
-    return trimmed(OwnedText(get_unit_sn_from_sysfs_vpd_pg80(link.c_str())));
 }
 
 // --- What a disk is ------------------------------------------------------------------------------
@@ -139,7 +136,7 @@ bool describeAtaDisk(const std::string& link, int node, tavDiskInfo& disk) {
 }
 
 void setSerialNumber(const std::string& link, tavDiskInfo& disk) {
-    std::string serial = sysfsSerial(link);
+    std::string serial = scsi::unitSerial(link.c_str());
     const char* source = "page 80";
     disk.memory().unitSerial = serial;
     if (serial.empty()) {
@@ -390,7 +387,7 @@ DiskJudgement statusOfUnopened(const std::string& link, const GenericNode& node)
 
 DiskJudgement statusOfOpen(tavDiskInfo& disk, int node, OtherProtocols others) {
     const std::string link = disk.getOSSCSILink();
-    const std::string serial = sysfsSerial(link);
+    const std::string serial = scsi::unitSerial(link.c_str());
     const std::string& recorded = disk.getMemory().unitSerial;
     logger.debug(here(), "%s: Disk serialnum from sysfs VPD page 80: %s", link.c_str(),
                  serial.c_str());
@@ -412,9 +409,9 @@ DiskJudgement statusOfOpen(tavDiskInfo& disk, int node, OtherProtocols others) {
 
 GenericNode openGenericNode(const std::string& link) {
     GenericNode node;
-    const OwnedText name(get_ScsiGeneric(link.c_str()));
-    if (!name) return node;
-    node.path = std::string("/dev/") + name.get();
+    const std::string name = scsi::genericName(link.c_str());
+    if (name.empty()) return node;
+    node.path = "/dev/" + name;
     node.file.reset(::open(node.path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
     if (!node.file.isOpen()) node.error = errno;
     return node;

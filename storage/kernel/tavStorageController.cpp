@@ -385,9 +385,8 @@ int tavStorageController::discoverInventory(tavStorageControllerInfo& info) {
 // --- Lanes ---------------------------------------------------------------------------------------
 
 /// For a question, which may outlast everybody else who uses the controller.
-std::shared_ptr<tavStorageController> tavStorageController::self() {
-    addReference();
-    return {this, [](tavStorageController* controller) { controller->releaseReference(); }};
+tav::Reference<tavStorageController> tavStorageController::self() {
+    return tav::shareReference(*this);
 }
 
 tavStorageController::Lanes& tavStorageController::lanes() {

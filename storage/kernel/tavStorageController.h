@@ -165,7 +165,7 @@ class TAV_API tavStorageController : public ItavStorageController {
     using Lanes = tav::LaneGroup<std::string, tav::DeviceAnswer>;
     using Examined = std::map<std::string, std::optional<tavDiskInfo>>;
 
-    std::shared_ptr<tavStorageController> self();
+    tav::Reference<tavStorageController> self();
     Lanes& lanes();
     void askController();
     void askPorts();

@@ -157,6 +157,15 @@ class StatisticsLogName {
     std::array<char, before + digits + sizeof ")"> text_{"ATA DEV STAT LOG("};
 };
 
+/// A page of the Device Statistics log, read into `reply`; empty when it cannot be read.
+Bytes statisticsPage(int fd, std::uint8_t page, Reply<ataSector>& reply) {
+    const StatisticsLogName name(page);
+    const Question question{name.text(), 0};
+    if (ask(fd, "get_sata_log", question, deviceStatistics(page), reply) != 0) return {};
+    if (reply.received == 0) logger.debug(here(), "ATA DEV STAT LOG(%d) returned no data.", page);
+    return reply.bytes();
+}
+
 /// The page as long as it says itself; see sas_parse_current().
 Bytes temperaturePageAt(const unsigned char* page) {
     const Bytes header = bytesOf(page, sizeof(LogPageHeader));
@@ -249,14 +258,9 @@ std::int64_t get_sas_pwron(int fd) {
 // --- SATA disks ---------------------------------------------------------------------------------
 
 unsigned char* get_sata_log(int fd, std::uint8_t page, std::size_t* length) {
-    const StatisticsLogName name(page);
     Reply<ataSector> reply;
-    if (ask(fd, __func__, {name.text(), 0}, deviceStatistics(page), reply) != 0) return nullptr;
-    if (reply.received == 0) {
-        logger.debug(here(), "ATA DEV STAT LOG(%d) returned no data.", page);
-        return nullptr;
-    }
-    return newBytesAndLength(reply.bytes(), length);
+    const Bytes log = statisticsPage(fd, page, reply);
+    return log.empty() ? nullptr : newBytesAndLength(log, length);
 }
 
 unsigned char* get_sata_statlog(int fd, std::size_t* length) {
@@ -280,15 +284,13 @@ bool sata_parse_mcot(const unsigned char* page, std::size_t length, int* tempera
 }
 
 int get_sata_ssd_wear(int fd) {
-    std::size_t length = 0;
-    const tav::OwnedBytes page(get_sata_ssdlog(fd, &length));
-    return ataWear(bytesOf(page.get(), length));
+    Reply<ataSector> reply;
+    return ataWear(statisticsPage(fd, solidStateDeviceStatisticsPage, reply));
 }
 
 std::int64_t get_sata_pwron(int fd) {
-    std::size_t length = 0;
-    const tav::OwnedBytes page(get_sata_statlog(fd, &length));
-    return ataPowerOnHours(bytesOf(page.get(), length)).value_or(notValid);
+    Reply<ataSector> reply;
+    return ataPowerOnHours(statisticsPage(fd, generalStatisticsPage, reply)).value_or(notValid);
 }
 
 int get_sata_health(int fd) {

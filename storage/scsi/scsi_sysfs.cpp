@@ -1,13 +1,18 @@
+#include "storage/scsi/scsi_sysfs.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "base/DirectoryListing.h"
+#include "base/FileReading.h"
 #include "base/OwnedCopies.h"
+#include "base/Trim.h"
 #include "core/Log.h"
 #include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/scsi/scsi_info.h"
@@ -61,17 +66,57 @@ std::uint64_t sectorsOf(const std::string& blockDirectory) {
     return sectors == unreadable ? 0 : sectors;
 }
 
-struct RawAttribute {
-    explicit RawAttribute(const char* path) : bytes(get_sysfs_buf(path, &size)) {}
+/// An attribute's bytes; none when it cannot be read.
+class RawAttribute {
+ public:
+    explicit RawAttribute(const char* path) : text_(tav::readAttribute(path, room_)) {}
+    RawAttribute(const RawAttribute&) = delete;
+    RawAttribute& operator=(const RawAttribute&) = delete;
 
-    tav::scsi::Bytes all() const { return std::as_bytes(std::span(bytes.get(), size)); }
-    unsigned at(std::size_t index) const { return index < size ? bytes.get()[index] : 0U; }
+    bool isRead() const { return static_cast<bool>(text_); }
+    tav::scsi::Bytes all() const {
+        return text_ ? std::as_bytes(std::span(*text_)) : tav::scsi::Bytes();
+    }
+    std::size_t size() const { return all().size(); }
+    unsigned at(std::size_t index) const {
+        return index < size() ? std::to_integer<unsigned>(all()[index]) : 0U;
+    }
 
-    std::size_t size = 0;
-    tav::OwnedBytes bytes;
+ private:
+    std::array<char, tav::attributeLimit> room_;
+    tav::Answer<std::string_view> text_;
 };
 
+RawAttribute unitSerialPage(const char* link) {
+    return RawAttribute(ofDevice(link, "/device/vpd_pg80"));
+}
+
+std::optional<std::string_view> serialOn(const RawAttribute& page) {
+    if (!page.isRead()) {
+        logger.debug(here(), "Unable to retrieve sysfs VPD page 80.");
+        return std::nullopt;
+    }
+    const auto serial = tav::scsi::unitSerialNumber(page.all());
+    if (!serial) {
+        logger.debug(here(),
+                     "Unable to extract disk serial number from sysfs VPD page 80. (%zu, %u)",
+                     page.size(), page.at(1));
+    }
+    return serial;
+}
+
 }  // namespace
+
+std::string tav::scsi::genericName(const char* link) {
+    constexpr std::array<std::string_view, 2> prefixes = {"sg", "scsi_generic:"};
+    return firstEntry(ofDevice(link, "/device/scsi_generic"), prefixes);
+}
+
+std::string tav::scsi::unitSerial(const char* link) {
+    const RawAttribute page = unitSerialPage(link);
+    const std::string_view serial = serialOn(page).value_or("");
+    return std::string(tav::trimBoth(serial.substr(0, serial.find('\0'))));
+}
 
 char* get_DiskModel(const char* link) {
     return get_sysfs_str(ofDevice(link, "/device/model"));
@@ -98,8 +143,7 @@ bool is_direct_access_block_device(const char* link) {
 }
 
 char* get_ScsiGeneric(const char* link) {
-    constexpr std::array<std::string_view, 2> prefixes = {"sg", "scsi_generic:"};
-    const std::string name = firstEntry(ofDevice(link, "/device/scsi_generic"), prefixes);
+    const std::string name = tav::scsi::genericName(link);
     return name.empty() ? nullptr : tav::newText(name);
 }
 
@@ -122,15 +166,9 @@ std::uint64_t get_BlockSize(const char* link) {
 }
 
 char* get_unit_sn_from_sysfs_vpd_pg80(const char* link) {
-    const RawAttribute page(ofDevice(link, "/device/vpd_pg80"));
-    if (page.bytes == nullptr) {
-        logger.debug(here(), "Unable to retrieve sysfs VPD page 80.");
-        return nullptr;
-    }
-    if (const auto serial = tav::scsi::unitSerialNumber(page.all())) return tav::newText(*serial);
-    logger.debug(here(), "Unable to extract disk serial number from sysfs VPD page 80. (%zd, %u)",
-                 static_cast<ssize_t>(page.size), page.at(1));
-    return nullptr;
+    const RawAttribute page = unitSerialPage(link);
+    const auto serial = serialOn(page);
+    return serial ? tav::newText(*serial) : nullptr;
 }
 
 char* get_unit_sn_from_sysfs_inquiry(const char* link) {
@@ -138,8 +176,8 @@ char* get_unit_sn_from_sysfs_inquiry(const char* link) {
     if (const auto serial = tav::scsi::inquirySerialNumber(inquiry.all())) {
         return tav::newText(*serial);
     }
-    logger.debug(here(), "Unable to extract disk serial number from sysfs inquiry. (%zd, %u)",
-                 static_cast<ssize_t>(inquiry.size), inquiry.at(4));
+    logger.debug(here(), "Unable to extract disk serial number from sysfs inquiry. (%zu, %u)",
+                 inquiry.size(), inquiry.at(4));
     return nullptr;
 }
 

@@ -6,6 +6,7 @@
 
 #include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/scsi/scsi_info.h"
+#include "storage/scsi/scsi_sysfs.h"
 #include "tests/storage/scsi/Hexadecimal.h"
 #include "tests/support/Files.h"
 
@@ -90,18 +91,21 @@ TEST(ScsiSysfs, SerialNumbers) {
     const struct {
         const char* page;
         const char* serial;
+        const char* trimmed;
         const char* logged;
     } rows[] = {
-        {"", "null", "Unable to retrieve sysfs VPD page 80."},
-        {"00 80 00 00", "null", "serial number from sysfs VPD page 80. (4, 128)"},
-        {"00", "null", "serial number from sysfs VPD page 80. (1, 0)"},
-        {"00 83 00 01 41", "null", "serial number from sysfs VPD page 80. (5, 131)"},
-        {"00 80 00 02 41 42 43", "AB", ""},
-        {"00 80 FF FF 20 42 20", " B ", ""},
+        {"", "null", "", "Unable to retrieve sysfs VPD page 80."},
+        {"00 80 00 00", "null", "", "serial number from sysfs VPD page 80. (4, 128)"},
+        {"00", "null", "", "serial number from sysfs VPD page 80. (1, 0)"},
+        {"00 83 00 01 41", "null", "", "serial number from sysfs VPD page 80. (5, 131)"},
+        {"00 80 00 02 41 42 43", "AB", "AB", ""},
+        {"00 80 FF FF 20 42 20", " B ", "B", ""},
+        {"00 80 00 04 41 20 00 42", "A ", "A", ""},
     };
     for (const auto& row : rows) {
         writeBytes(device + "vpd_pg80", row.page);
         EXPECT_EQ(owned(get_unit_sn_from_sysfs_vpd_pg80(link)), row.serial) << row.page;
+        EXPECT_EQ(tav::scsi::unitSerial(link), row.trimmed) << row.page;
         EXPECT_THAT(tav::test::logs(), HasSubstr(row.logged));
     }
     std::string inquiry = "00 00 06 12 34";
