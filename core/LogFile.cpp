@@ -25,6 +25,13 @@ bool endsWithinLine(int file) {
            ::pread(file, &last, 1, status.st_size - 1) == 1 && last != '\n';
 }
 
+/// Goes on behind a write() that has not taken the whole line. Whether the file ends within it
+/// then.
+bool isTornAfter(int file, std::string_view line, ssize_t written) {
+    if (written > 0) line.remove_prefix(static_cast<std::size_t>(written));
+    return !writeAll(file, line.data(), line.size()) && endsWithinLine(file);
+}
+
 bool areSame(const struct stat& one, const struct stat& other) {
     return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
@@ -55,8 +62,10 @@ bool LogFile::adopt(FileDescriptor file) {
 void LogFile::append(std::string_view line) {
     if (!isOpen()) return;
     if (torn_ && !writeAll(descriptor_.get(), "\n", 1)) return;
-    torn_ =
-        !writeAll(descriptor_.get(), line.data(), line.size()) && endsWithinLine(descriptor_.get());
+    // Not writeAll() at once: see writeFormatted() in Log.cpp.
+    const ssize_t written = ::write(descriptor_.get(), line.data(), line.size());
+    torn_ = written != static_cast<ssize_t>(line.size()) &&
+            isTornAfter(descriptor_.get(), line, written);
 }
 
 bool LogFile::isSameFile(int file) const {

@@ -23,10 +23,11 @@
 
 namespace CPlusPlusLogging {
 
-/// What the lines of one level begin with, and how urgent the system log finds them.
-struct Logger::Kind {
+/// What the lines of one kind begin with, and how urgent the system log finds them.
+struct Logger::Form {
     std::string_view tag;  ///< padded so that the lines of the main log line up
     int priority;
+    bool isDebug = false;       ///< goes to the debug log
     bool severalLines = false;  ///< the line ends in a message are its own layout
 };
 
@@ -89,12 +90,12 @@ void appendLines(std::string& text, std::string_view message) {
 
 }  // namespace
 
-void Logger::appendText(const Kind& kind, std::string_view message, std::string_view module,
+void Logger::appendText(const Form& form, std::string_view message, std::string_view module,
                         int line) {
-    line_.append(kind.tag);
+    line_.append(form.tag);
     appendLineNumber(line_, line);
     line_.append(" ").append(module).append(": ");
-    (kind.severalLines ? appendLines : appendMessage)(line_, message);
+    (form.severalLines ? appendLines : appendMessage)(line_, message);
 }
 
 namespace {
@@ -155,49 +156,50 @@ void Logger::linkLogs() {
 }
 
 void Logger::error(std::string_view message, std::string_view module, int line) {
-    constexpr Kind kind{"[ERROR]   ", LOG_ERR};
-    if (writesErrors()) write(kind, mainTarget_, *mainLog_, message, module, line);
+    if (writesErrors()) write(LineKind::Error, message, module, line);
 }
 
 void Logger::warning(std::string_view message, std::string_view module, int line) {
-    constexpr Kind kind{"[WARNING] ", LOG_WARNING};
-    if (writesWarnings()) write(kind, mainTarget_, *mainLog_, message, module, line);
+    if (writesWarnings()) write(LineKind::Warning, message, module, line);
 }
 
 void Logger::info(std::string_view message, std::string_view module, int line) {
-    constexpr Kind kind{"[INFO]    ", LOG_INFO};
-    if (writesInfo()) write(kind, mainTarget_, *mainLog_, message, module, line);
+    if (writesInfo()) write(LineKind::Info, message, module, line);
 }
 
 void Logger::debug(std::string_view message, std::string_view module, int line) {
-    constexpr Kind kind{"[DEBUG] ", LOG_DEBUG};
-    if (writesDebug()) write(kind, debugTarget_, *debugLog_, message, module, line);
+    if (writesDebug()) write(LineKind::Debug, message, module, line);
 }
 
 void Logger::debugLines(std::string_view message, std::string_view module, int line) {
-    constexpr Kind kind{"[DEBUG] ", LOG_DEBUG, true};
-    if (writesDebug()) write(kind, debugTarget_, *debugLog_, message, module, line);
+    if (writesDebug()) write(LineKind::DebugLines, message, module, line);
 }
 
 void Logger::always(std::string_view message, std::string_view module, int line) {
-    constexpr Kind kind{"[INFO] ", LOG_INFO};
-    write(kind, mainTarget_, *mainLog_, message, module, line);
+    write(LineKind::Always, message, module, line);
 }
 
-void Logger::write(const Kind& kind, Target target, tav::LogFile& log, std::string_view message,
-                   std::string_view module, int line) {
+void Logger::write(LineKind kind, std::string_view message, std::string_view module, int line) {
+    // In the order of the kinds.
+    static constexpr std::array<Form, 6> forms = {{{"[ERROR]   ", LOG_ERR},
+                                                   {"[WARNING] ", LOG_WARNING},
+                                                   {"[INFO]    ", LOG_INFO},
+                                                   {"[INFO] ", LOG_INFO},
+                                                   {"[DEBUG] ", LOG_DEBUG, true},
+                                                   {"[DEBUG] ", LOG_DEBUG, true, true}}};
+    const Form& form = forms[static_cast<std::size_t>(kind)];
     const std::lock_guard<std::mutex> held(mutex_);
     line_.clear();
-    if (target == Target::SystemLog) {
-        appendText(kind, message, module, line);
-        tav::reportToSystemLog(kind.priority, "%s", line_.c_str());
+    if ((form.isDebug ? debugTarget_ : mainTarget_.load()) == Target::SystemLog) {
+        appendText(form, message, module, line);
+        tav::reportToSystemLog(form.priority, "%s", line_.c_str());
         return;
     }
     onceASecond();
     line_.append(stamp_);
-    appendText(kind, message, module, line);
+    appendText(form, message, module, line);
     line_.push_back('\n');
-    log.append(line_);
+    (form.isDebug ? debugLog_ : mainLog_)->append(line_);
 }
 
 /// What need not be found out anew for every line.

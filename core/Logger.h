@@ -26,6 +26,9 @@ enum LOG_LEVEL : std::int32_t {
     LEVEL_DISABLED = 7,  ///< also of the debug log: its lines are not written
 };
 
+/// What a line is. DebugLines: of the debug log, with the line ends of its message kept.
+enum class LineKind : std::uint8_t { Error, Warning, Info, Always, Debug, DebugLines };
+
 /// The logger of the process. It writes either to files or to the system log, as the configuration
 /// says when the instance is made; only the level and the main log's target can change later.
 ///
@@ -49,6 +52,9 @@ class TAV_API Logger {
     void debugLines(std::string_view message, std::string_view module, int line);
     /// Written whatever the level.
     void always(std::string_view message, std::string_view module, int line);
+
+    /// All of these, whatever the level.
+    void write(LineKind kind, std::string_view message, std::string_view module, int line);
 
     /// Whether the level lets lines of that kind through.
     bool writesErrors() const noexcept { return level() < 5; }
@@ -76,7 +82,7 @@ class TAV_API Logger {
  private:
     enum class Target : std::int32_t { File = 2, SystemLog = 3 };
 
-    struct Kind;
+    struct Form;
 
     Logger();
     ~Logger();
@@ -85,9 +91,7 @@ class TAV_API Logger {
 
     void openLogs(bool debugLogging);
     void linkLogs();
-    void write(const Kind& kind, Target target, tav::LogFile& log, std::string_view message,
-               std::string_view module, int line);
-    void appendText(const Kind& kind, std::string_view message, std::string_view module, int line);
+    void appendText(const Form& form, std::string_view message, std::string_view module, int line);
     void onceASecond();
     static void bringBack(tav::LogFile& log);
 
