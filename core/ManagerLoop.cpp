@@ -58,19 +58,26 @@ void ManagerLoop::reset() {
 
 bool Readiness::answer(int iteration) {
     if (ready_) return true;
-    if (iteration >= lastWaitingRound) pushWhenBuilt_ = true;
+    if (iteration >= lastWaitingRound) isAwaited_ = true;
     // The build may have completed before it could see the wish; then there is nothing to wait for.
     return ready_;
 }
 
+void Readiness::fail() {
+    if (askedBefore_) pushAsked_ = true;
+}
+
 bool Readiness::complete() {
     ready_ = true;
-    return pushWhenBuilt_.exchange(false);
+    const bool awaited = isAwaited_.exchange(false);
+    return awaited || askedBefore_ || pushAsked_;
 }
 
 void Readiness::reset() {
     ready_ = false;
-    pushWhenBuilt_ = false;
+    isAwaited_ = false;
+    pushAsked_ = false;
+    askedBefore_ = false;
 }
 
 }  // namespace tav

@@ -83,7 +83,15 @@ class TAV_API Readiness {
     /// in the last round will be told so by complete(). Any thread.
     bool answer(int iteration);
 
-    /// A build has been completed; returns whether it has to ask for a push. Manager's thread.
+    /// The next build that begins is to ask for a push. Any thread.
+    void askForPush() { pushAsked_ = true; }
+
+    /// A build begins. A request that comes from now on may be about something that it has passed
+    /// by, and stands for the next one too. Manager's thread, as what follows.
+    void begin() { askedBefore_ = pushAsked_.exchange(false); }
+    /// It has found nothing out: what it was asked for is left to the next one.
+    void fail();
+    /// A build has been completed; returns whether it has to ask for a push.
     bool complete();
 
     /// As it was before the first build. While no thread builds.
@@ -93,7 +101,9 @@ class TAV_API Readiness {
 
  private:
     std::atomic<bool> ready_{false};
-    std::atomic<bool> pushWhenBuilt_{false};
+    std::atomic<bool> isAwaited_{false};  ///< the aggregator did not wait any longer
+    std::atomic<bool> pushAsked_{false};
+    bool askedBefore_ = false;  ///< the build that runs
 };
 
 /// Whether a loop that begins has nothing to do, because the inventory is only seconds old.

@@ -71,6 +71,10 @@ class TAV_API tavResourceManager {
     /// Any thread.
     virtual void requestStop() { stopResourceManagerJob(); }
 
+    /// What the inventory says may have become another without an event: has the manager's loop
+    /// build anew, and ask for a push afterwards. Any thread.
+    virtual void rebuild() {}
+
     /// Forgets a stop and what was built before it: init() then begins as it did the first time.
     /// While no thread is in init(); one that cannot be started again does nothing.
     virtual void reset() {}

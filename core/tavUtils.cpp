@@ -201,7 +201,7 @@ std::string tavUtils::OSName;
 std::string tavUtils::primaryIPv4Address;
 std::string tavUtils::auxIPv4Address;
 std::vector<std::string> tavUtils::knownIPv4Addresses;
-std::map<std::string, std::string> tavUtils::geoIDMap;
+std::shared_ptr<const tavUtils::GeoIDMap> tavUtils::geoIDMap;
 
 std::string tavUtils::readHostName() {
     const auto names = readUname();
@@ -339,20 +339,41 @@ void tavUtils::initGeoIDMap() {
     }
     const auto locations = tav::parsePciTopology(scratch.read(scratchLimit));
     if (!locations) logger.debug(here(), "Unable to find topology information.");
-    if (locations) geoIDMap = *locations;
+    if (locations || !hasGeoIDMap()) {
+        auto map = std::make_shared<const GeoIDMap>(locations.value_or(GeoIDMap()));
+        const std::lock_guard<std::mutex> held(mutex_lock);
+        geoIDMap = std::move(map);
+    }
     printGeoIDMap();
+}
+
+bool tavUtils::hasGeoIDMap() {
+    return currentGeoIDMap() != nullptr;
+}
+
+bool tavUtils::isGeoIDMapToBeHad() {
+    return tav::runShell("command -v localcli").succeeded();
+}
+
+std::shared_ptr<const tavUtils::GeoIDMap> tavUtils::currentGeoIDMap() {
+    const std::lock_guard<std::mutex> held(mutex_lock);
+    return geoIDMap;
 }
 
 void tavUtils::printGeoIDMap() {
     logger.debug(here(), "-----Printing GEoID PCIe location map-----");
-    for (const auto& [address, location] : geoIDMap) {
+    const auto map = currentGeoIDMap();
+    if (map == nullptr) return;
+    for (const auto& [address, location] : *map) {
         logger.debug(here(), "%s       %s", address.c_str(), location.c_str());
     }
 }
 
 std::string tavUtils::getGeoIDStr(const std::string& pciAddress) {
-    const auto entry = geoIDMap.find(pciAddress);
-    return entry == geoIDMap.end() ? noGeoID : entry->second;
+    const auto map = currentGeoIDMap();
+    if (map == nullptr) return noGeoID;
+    const auto entry = map->find(pciAddress);
+    return entry == map->end() ? noGeoID : entry->second;
 }
 
 std::vector<std::string> tavUtils::getGeoIDInfo(const std::string& pciAddress) {

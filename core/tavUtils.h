@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -10,8 +11,7 @@
 #include "base/Export.h"
 
 /// Asks the host operating system about itself. All objects share the same caches. Everything may
-/// be called from any thread, except initGeoIDMap(), which must have returned before a thread that
-/// looks up locations is started. Failures are logged and give the empty value that each function
+/// be called from any thread. Failures are logged and give the empty value that each function
 /// names; nothing here throws because of what the host answers.
 class TAV_API tavUtils {
  public:
@@ -52,8 +52,16 @@ class TAV_API tavUtils {
     /// -1.
     int fetchSystemShutdownTime(long& shutdown);
 
-    /// Fills the map from PCI addresses to slot locations from the host's PCI listing.
+    /// Replaces the map from PCI addresses to slot locations by what the host's PCI listing says;
+    /// leaves it alone when the listing cannot be had. Nothing in the library calls it: call it
+    /// before the managers start, and again while hasGeoIDMap() is false and isGeoIDMapToBeHad() is
+    /// true, and let the managers rebuild() once it has come. Takes as long as the command does;
+    /// callers take turns.
     void initGeoIDMap();
+    /// Whether the host has told its PCI listing, whatever it says of locations.
+    bool hasGeoIDMap();
+    /// Whether the host has the command that lists its PCI functions. Runs a command.
+    bool isGeoIDMapToBeHad();
     void printGeoIDMap();
     /// The location text of a PCI address ("r001i06s03"), or "NotAvailable".
     std::string getGeoIDStr(const std::string& pciAddress);
@@ -85,13 +93,16 @@ class TAV_API tavUtils {
  private:
     long cacheRefreshTimeInterval = 0;
 
-    static std::mutex mutex_lock;  ///< guards the texts and the list below
+    using GeoIDMap = std::map<std::string, std::string>;
+    static std::shared_ptr<const GeoIDMap> currentGeoIDMap();
+
+    static std::mutex mutex_lock;  ///< guards what stands below
     static std::string OSVersion;
     static std::string OSName;
     static std::string primaryIPv4Address;
     static std::string auxIPv4Address;
     static std::vector<std::string> knownIPv4Addresses;  ///< the last that could be asked for
-    static std::map<std::string, std::string> geoIDMap;
+    static std::shared_ptr<const GeoIDMap> geoIDMap;     ///< replaced, never changed; null at first
 };
 
 namespace tav {

@@ -36,6 +36,8 @@ class TAV_API FCResourceManager final : public tavResourceManager {
     bool isRunning() override;
     bool isInventoryReady(int iteration) override;
     void requestStop() override { loop_.requestStop(); }
+    /// What is sent holds no ports: asks for no push.
+    void rebuild() override { loop_.requestRefresh(); }
     void reset() override;
 
     /// Raises a test event with that ID and made-up values, which tell no location. Any thread.

@@ -109,6 +109,11 @@ void NICResourceManager::stopResourceManagerJob() {
     loop_.requestStop();
 }
 
+void NICResourceManager::rebuild() {
+    readiness_.askForPush();
+    loop_.requestRefresh();
+}
+
 void NICResourceManager::reset() {
     loop_.reset();
     readiness_.reset();
@@ -124,11 +129,16 @@ void NICResourceManager::cacheBuild() {
     std::vector<tav::SharedInterface> recovered;
     {
         tav::InventoryCache<Inventory>::Build build(cache_);
+        readiness_.begin();
         const auto begun = tav::LookClock::now();
         auto found = getInventory();
         // A stop ends the commands that were asked; what they left open must not be reported.
         if (tav::stopRequested()) return;
-        if (found) recovered = takeList(*std::move(found), begun, build);
+        if (found) {
+            recovered = takeList(*std::move(found), begun, build);
+        } else {
+            readiness_.fail();
+        }
         sinceBuild_.emplace();
     }
     if (readiness_.isReady()) raiseRecoveries(recovered);

@@ -29,6 +29,7 @@ class TAV_API NICResourceManager final : public tavResourceManager {
     int getInventoryJsonObject(std::vector<Json::Value>& records) override;
     bool isRunning() override;
     bool isInventoryReady(int iteration) override;
+    void rebuild() override;
     void reset() override;
 
     /// Whether the host lists an interface with another link status than the inventory has.

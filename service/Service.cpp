@@ -34,6 +34,7 @@
 #include "rmc/tavIPMIDBService.h"
 #include "rmc/tavJsonAggregator.h"
 #include "service/CrashCapture.h"
+#include "service/Locations.h"
 #include "service/ServiceManager.h"
 #include "service/StateKeeper.h"
 
@@ -147,8 +148,8 @@ class FibreChannel {
 
 /// The push is asked for before its thread starts: only then does the first inventory leave right
 /// after the managers are ready, instead of one push interval later.
-bool startEverything() {
-    tavUtils().initGeoIDMap();
+bool startEverything(Locations& locations) {
+    locations.start();
     if (!tavJobManager::getInstance()->startResourceManagers()) return false;
     tavJobManager::startTAVServer();
     tavJsonAggregator& aggregator = *tavJsonAggregator::getInstance();
@@ -217,14 +218,17 @@ int serve(bool withFibreChannel, const std::string& metricsFile) {
     StateKeeper state(metricsFile, withFibreChannel);
     state.start();
     FibreChannel fibreChannel;
-    const bool started = startEverything() && (!withFibreChannel || fibreChannel.start());
+    Locations locations(withFibreChannel);
+    const bool started = startEverything(locations) && (!withFibreChannel || fibreChannel.start());
     if (started) {
         manager.serves();
         waitForStop(whileWaiting, manager);
         manager.ends();
     }
+    locations.requestStop();
     fibreChannel.requestStop();
     tellEverythingToStop();
+    locations.stop();
     fibreChannel.join();
     stopEverything();
     state.stop();

@@ -78,10 +78,15 @@ tavEvent eventAbout(const tavInventoryBase& record, int eventID, const std::stri
             source};
 }
 
-bool hasSameControllers(const tav::StorageGeneration& one, const tav::StorageGeneration& other) {
+/// Whether events tell all that has changed: not of a controller that is new, nor of a drive whose
+/// firmware is another one.
+bool saysSame(const tav::StorageGeneration& one, const tav::StorageGeneration& other) {
     return one.parts.size() == other.parts.size() &&
-           std::all_of(one.parts.begin(), one.parts.end(),
-                       [&](const auto& part) { return other.partOf(*part.controller) != nullptr; });
+           std::all_of(one.parts.begin(), one.parts.end(), [&](const auto& part) {
+               const auto* const counterpart = other.partOf(*part.controller);
+               return counterpart != nullptr &&
+                      saysSameButForConditions(*part.inventory, *counterpart->inventory);
+           });
 }
 
 bool isSomeControllerWithoutEvents() {
@@ -156,12 +161,16 @@ void SASResourceManager::requestStop() {
     rounds_->requestStop();
 }
 
+void SASResourceManager::rebuild() {
+    sendInventorytToRMCOnCacheBuild();
+    invalidateInventoryCache();
+}
+
 void SASResourceManager::reset() {
     loop_.reset();
     rounds_ = makeRounds();
     readiness_.reset();
     cache_.clear();
-    pushWhenBuilt_ = false;
     lastRefreshTime_ = 0;
     lastPollTime_ = 0;
     const std::lock_guard<std::mutex> held(loopStateLock_);
@@ -195,22 +204,19 @@ void SASResourceManager::waitForLoopEnd() {
 void SASResourceManager::cacheBuild() {
     logger.debug(here(), "Building storage cache.");
     const tav::Timed timed(tav::figuresOf(STORAGE_CONTROLLERS).builds);
-    // A request that comes from now on may be about something that this build has passed by.
-    const bool askedBefore = pushWhenBuilt_.exchange(false);
-    bool hasOtherControllers = false;
+    readiness_.begin();
+    bool isUntold = false;
     {
         tav::InventoryCache<tav::StorageGeneration>::Build build(cache_);
         const auto known = cache_.current();
         tav::StorageGeneration inventory = rounds_->discover(*known);
         // A stop cuts discoveries short; what they left out must not be reported as gone.
         if (tav::stopRequested()) return;
-        hasOtherControllers = readiness_.isReady() && !hasSameControllers(*known, inventory);
+        isUntold = readiness_.isReady() && !saysSame(*known, inventory);
         build.publish(std::move(inventory));
         lastRefreshTime_ = tav::secondsNow();
     }
-    const bool awaited = readiness_.complete();
-    // No event tells of a controller that is new.
-    if (!awaited && !askedBefore && !pushWhenBuilt_ && !hasOtherControllers) return;
+    if (!readiness_.complete() && !isUntold) return;
     logger.debug(here(), "SASRM requesting cache push");
     tavJsonAggregator::getInstance()->sendInventory(true);
 }
@@ -278,19 +284,20 @@ void SASResourceManager::updateInventory(const ItavStorageController& controller
 
 /// Of a controller that the build has not waited for.
 void SASResourceManager::publishLate(tav::StorageGeneration::Part part) {
-    bool isNew = false;
+    bool isUntold = false;
     cache_.change([&](tav::StorageGeneration& generation) {
         const auto known =
             std::find_if(generation.parts.begin(), generation.parts.end(),
                          [&](const auto& old) { return old.controller == part.controller; });
-        isNew = known == generation.parts.end();
-        if (isNew) {
+        isUntold = known == generation.parts.end() ||
+                   !saysSameButForConditions(*known->inventory, *part.inventory);
+        if (known == generation.parts.end()) {
             generation.parts.push_back(part);
         } else {
             known->inventory = part.inventory;
         }
     });
-    if (isNew) tavJsonAggregator::getInstance()->sendInventory(true);
+    if (isUntold) tavJsonAggregator::getInstance()->sendInventory(true);
 }
 
 void SASResourceManager::invalidateInventoryCache() {
@@ -301,7 +308,7 @@ void SASResourceManager::invalidateInventoryCache() {
 
 void SASResourceManager::sendInventorytToRMCOnCacheBuild() {
     logger.debug(here(), "Signalling for inventory push to RMC on cache build.");
-    getInstance()->pushWhenBuilt_ = true;
+    getInstance()->readiness_.askForPush();
     logger.debug(here(), "Signalled inventory push.");
 }
 

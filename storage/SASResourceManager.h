@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <condition_variable>
 #include <ctime>
 #include <memory>
@@ -45,6 +44,7 @@ class TAV_API SASResourceManager final : public tavResourceManager {
     bool isRunning() override;
     bool isInventoryReady(int iteration) override;
     void requestStop() override;
+    void rebuild() override;
     void reset() override;
 
     /// The records of that kind as the last completed build left them. Any thread.
@@ -98,7 +98,6 @@ class TAV_API SASResourceManager final : public tavResourceManager {
     std::unique_ptr<tav::StorageRounds> rounds_;  ///< another one after each stop
     tav::Readiness readiness_;
     tav::InventoryCache<tav::StorageGeneration> cache_;
-    std::atomic<bool> pushWhenBuilt_{false};
     std::time_t lastRefreshTime_ = 0;  ///< end of the last build; manager's thread only
     std::time_t lastPollTime_ = 0;     ///< end of the last poll; manager's thread only
 

@@ -39,6 +39,31 @@ std::vector<Json::Value> renderAll(const std::vector<Record>& records, const cha
     return objects;
 }
 
+bool isSameButForCondition(const Json::Value& one, const Json::Value& other) {
+    if (one.size() != other.size()) return false;
+    for (auto a = one.begin(), b = other.begin(); a != one.end(); ++a, ++b) {
+        const std::string name = a.name();
+        if (name != b.name() || (name != "Status" && *a != *b)) return false;
+    }
+    return true;
+}
+
+using Objects = std::vector<Json::Value>;
+
+Objects sortedWithoutConditions(Objects objects) {
+    for (Json::Value& object : objects)
+        object.removeMember("Status");
+    std::sort(objects.begin(), objects.end());
+    return objects;
+}
+
+/// What has gone stands behind what is there: only then is the order another one.
+bool areSameButForConditions(const Objects& one, const Objects& other) {
+    if (one.size() != other.size()) return false;
+    return std::equal(one.begin(), one.end(), other.begin(), isSameButForCondition) ||
+           sortedWithoutConditions(one) == sortedWithoutConditions(other);
+}
+
 }  // namespace
 
 const StorageGeneration::Part* StorageGeneration::partOf(
@@ -52,6 +77,12 @@ const StorageGeneration::Part* StorageGeneration::partOf(
 StorageInventory renderStorage(const StorageRecords& records) {
     return {renderAll(records.controllers, "controller"), renderAll(records.disks, "disk"),
             renderAll(records.volumes, "logical disk")};
+}
+
+bool saysSameButForConditions(const StorageInventory& one, const StorageInventory& other) {
+    return areSameButForConditions(one.controllers, other.controllers) &&
+           areSameButForConditions(one.drives, other.drives) &&
+           areSameButForConditions(one.volumes, other.volumes);
 }
 
 }  // namespace tav

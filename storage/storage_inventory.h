@@ -51,4 +51,7 @@ struct TAV_API StorageGeneration {
 
 TAV_API StorageInventory renderStorage(const StorageRecords& records);
 
+/// Whether both say the same of the same resources, in whatever order, but for their conditions.
+TAV_API bool saysSameButForConditions(const StorageInventory& one, const StorageInventory& other);
+
 }  // namespace tav

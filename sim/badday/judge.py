@@ -6,6 +6,7 @@ other, says which events there have to be, and the events of that part have to b
 one such reading. A service that has been started anew begins with any of the conditions that were
 there when it looked first."""
 import copy
+import dataclasses
 import json
 import re
 from dataclasses import dataclass
@@ -19,6 +20,8 @@ LATE = 60          # an event may come so much later than its cause
 STOP_BOUND = 2.0   # simulated seconds that a stop may take ...
 STOP_SLACK = 1.2   # ... and real ones that the machine may
 NOWHERE = "FFFFFFFFFFFFFFFF"
+STARTED = 5        # a service that starts has asked for the locations by then
+ASKED_AGAIN = 105  # it has asked again by then, and built everything anew
 
 
 @dataclass(frozen=True)
@@ -161,11 +164,32 @@ class Excuses:
                         self.asleep.append((since - 2, order["done"] + 40))
                     elif end == "rmc withdraw":
                         self.asleep.append((since - 2, order["done"] + 40))
+        self.unplaced = self.without_locations(played)
         self.lags = played["lags"] + [[order["at"], order["done"] - order["at"]]
                                       for order in played["orders"]]
 
-    def may_be_lost(self, time):
-        return any(begin <= time <= end for begin, end in self.asleep)
+    @staticmethod
+    def without_locations(played):
+        """A service that starts while the host lists no PCI functions knows no location until it
+        has asked again."""
+        spans, begun = [], {}
+        for order in played["orders"]:
+            what = order["do"]
+            if what in ("fail localcli", "hang localcli"):
+                begun[what] = order["at"]
+            elif what in ("unfail localcli", "unhang localcli"):
+                spans.append((begun.pop(what[2:], order["at"]), order["done"]))
+        return [(service["started"], until + ASKED_AGAIN) for service in played["services"]
+                for since, until in spans
+                if since < service["started"] + STARTED and until > service["started"]]
+
+    def may_be_unplaced(self, time):
+        return any(begin <= time <= end for begin, end in self.unplaced)
+
+    def may_be_untold(self, since, until):
+        """Of a change that has been looked at between these moments. A disk whose place is not known
+        raises no event."""
+        return any(begin <= until and since <= end for begin, end in self.asleep + self.unplaced)
 
     def lateness(self, time):
         """How late an event may be whose cause was then."""
@@ -226,9 +250,9 @@ def emissions(wanted, events, used, condition, excuses, end):
                 condition.needs else latest + condition.needs
             if at < len(events) and want.fits(events[at]) and earliest <= events[at].time <= latest:
                 following.add(at + 1)
-            if not want.is_due or excuses.may_be_lost(condition.since + LATE / 2) or \
-                    any(excuses.may_be_lost(condition.since + wait) for wait in range(0, 150, 10)) or \
-                    condition.since > end - LATE:
+            if not want.is_due or condition.since > end - LATE or \
+                    excuses.may_be_untold(condition.since,
+                                          min(condition.since + condition.needs + 20, end)):
                 following.add(at)
         reached = following
     return reached
@@ -487,7 +511,7 @@ def explain_notified(own, told, ids, name_at, place, events, begin, first, end, 
                     # What has been taken out is not there to be failed.
                     following.add(("gone" if own_at(time) == "gone" else value, used + 1))
                 if time < first + 2 or time > end - LATE or \
-                        any(excuses.may_be_lost(time + wait) for wait in range(0, 60, 10)):
+                        excuses.may_be_untold(time, min(time + LATE, end)):
                     following.add((value, used))
         reported = following
     return {value for value, used in reported if used == len(events)}
@@ -523,8 +547,9 @@ class Judge:
     def check(self, part, names, ids, place, reading):
         """`reading(events, begin, first, end)` of each life gives what may have been seen last."""
         self.names |= {(name, number, place) for name in names for number in ids}
-        events = [event for event in self.events
-                  if event.name in names and event.id in ids and event.location == place]
+        events = [dataclasses.replace(event, location=place) for event in self.events
+                  if event.name in names and event.id in ids and
+                  (event.location == place or self.is_unplaced(event))]
         for index, (begin, first, end) in enumerate(self.lives):
             until = self.lives[index + 1][0] if index + 1 < len(self.lives) else float("inf")
             mine = [event for event in events if begin <= event.time < until]
@@ -533,6 +558,10 @@ class Judge:
                 self.faults.append(f"{part}: no reading gives these events: " +
                                    (", ".join(map(str, mine)) or "none"))
             self.last[part] = last
+
+    def is_unplaced(self, event):
+        """Whether it may say that its place is not known yet."""
+        return event.location == NOWHERE and self.excuses.may_be_unplaced(event.time)
 
     def check_conditions(self, part, conditions, rule, names, ids, place):
         self.check(part, names, ids, place, lambda events, begin, first, end: explain(
@@ -645,7 +674,10 @@ class Judge:
         if len(boots) != 1 and not self.excuses.asleep:
             self.faults.append(f"the boot was reported {len(boots)} times")
         for event in self.events:
-            if (event.name, event.id, event.location) not in self.names and event.id != 356:
+            is_known = (event.name, event.id, event.location) in self.names or \
+                self.is_unplaced(event) and (event.name, event.id) in \
+                {(name, number) for name, number, _ in self.names}
+            if not is_known and event.id != 356:
                 self.faults.append(f"nothing can have raised event {event}")
 
     # --- the last inventory ---
@@ -672,6 +704,7 @@ class Judge:
         self.compare("StorageControllers",
                      {location_name(c): c["Status"]["Health"]
                       for c in told.get("StorageControllers", [])}, self.wanted_controllers())
+        self.check_places(told)
 
     # --- what the controller can know before it rings ---
 
@@ -732,6 +765,17 @@ class Judge:
                                    f"not {' or '.join(map(str, sorted(values, key=str)))}")
         for name in told.keys() - wanted.keys():
             self.faults.append(f"the last inventory's {section}: {name} is none")
+
+    def check_places(self, told):
+        """Where everything sits that the last inventory tells."""
+        names = {"Drives": lambda drive: drive["SerialNumber"],
+                 "EthernetDevices": lambda adapter: adapter["Oem"]["DeviceName"],
+                 "StorageControllers": location_name}
+        for section, name_in in names.items():
+            for record in told.get(section, []):
+                name, place = name_in(record), record["Oem"]["PhysicalLocation"]
+                if place not in {at for known, _, at in self.names if known == name}:
+                    self.faults.append(f"the last inventory's {section}: {name} is at {place}")
 
     @staticmethod
     def told_drives(told):

@@ -58,6 +58,21 @@ void tavStorageController::indexDisks() {
         diskAt_.emplace(disks_[index].record().getOSSCSILink(), index);
 }
 
+/// The host may tell its locations later than its disks. False: there is nothing new.
+bool tavStorageController::locate(tavDiskInfo& disk) const {
+    if (tav::isLocation(disk.getPhysicalLocation())) return false;
+    disk.setPhysicalLocation(diskLocation(disk));
+    return tav::isLocation(disk.getPhysicalLocation());
+}
+
+/// By its place a disk is recognised. Under the lock.
+void tavStorageController::locateKnownDisks() {
+    for (tav::DiskLedger& ledger : disks_) {
+        tavDiskInfo disk = ledger.record();
+        if (locate(disk)) ledger.look(std::move(disk));
+    }
+}
+
 /// What others reach, of the disks that are not listed behind this controller now. Under the lock.
 void tavStorageController::letGo(const std::vector<tav::DiskAddress>& stillListed) {
     const auto isListed = [&](const tavDiskInfo& disk) {
@@ -116,7 +131,7 @@ std::optional<tavDiskInfo> tavStorageController::examineDisk(
     if (isBeyondTable() && disk.getProtocol().empty()) disk.setProtocol("Unknown");
     disk.setATAPort(address.ataPort);
     discoverPhysicalDiskSlotNumber(disk);
-    disk.setPhysicalLocation(tav::driveLocation(getPciLocation(), disk.getSlot()));
+    disk.setPhysicalLocation(diskLocation(disk));
     logPlace(getPciLocation(), disk);
     if (!validatePhysicalDisk(disk)) {
         logger.debug(here(), "%s: Not allowed as physical drive during validation.", link.c_str());
@@ -161,12 +176,15 @@ void tavStorageController::enterFound(const std::vector<tav::DiskAddress>& liste
     const Lock held(lock_);
     if (isRemoved()) return;
     letGo(listed);
+    locateKnownDisks();
     std::vector<tavDiskInfo> found;
     for (const tav::DiskAddress& address : listed) {
         const auto answer = examined.find(address.link);
         std::optional<tavDiskInfo> disk =
             answer == examined.end() ? knownDisk(address.link) : std::move(answer->second);
-        if (disk) found.push_back(std::move(*disk));
+        if (!disk) continue;
+        locate(*disk);
+        found.push_back(std::move(*disk));
     }
     found_ = std::move(found);
     synchronizePhysicalDrivesInventory();
@@ -176,6 +194,10 @@ void tavStorageController::enterFound(const std::vector<tav::DiskAddress>& liste
 
 int tavStorageController::discoverLogicalDiskInventory(std::vector<tavLogicalDiskInfo>& volumes) {
     return getLogicalDiskInventory(volumes);
+}
+
+std::string tavStorageController::diskLocation(const tavDiskInfo& disk) const {
+    return tav::driveLocation(getPciLocation(), disk.getSlot());
 }
 
 std::string tavStorageController::diskPlace(const tavDiskInfo& disk) const {
@@ -231,6 +253,7 @@ void tavStorageController::enterPolledDisk(tavDiskInfo found) {
         isUntold_ = true;
         invalidates_ = true;
     }
+    found.setPhysicalLocation(ledger->record().getPhysicalLocation());
     const auto change = ledger->look(std::move(found));
     invalidates_ |= isReplaced;
     if (!change) return;

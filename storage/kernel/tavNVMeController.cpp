@@ -102,7 +102,7 @@ std::optional<tavDiskInfo> tavNVMeController::examineDisk(const tav::DiskAddress
     }
     tavDiskInfo disk;
     tav::describeNvmeDrive(own, *listed, known ? &*known : nullptr, disk);
-    disk.setPhysicalLocation(tav::controllerLocation(getPciLocation()));
+    disk.setPhysicalLocation(diskLocation(disk));
     discoverPhysicalDiskStatus(disk);
     return disk;
 }
@@ -112,6 +112,10 @@ void tavNVMeController::discoverPhysicalDiskStatus(tavDiskInfo& disk) {
         name(), [this] { return isLongInReset(); }, disk);
     assign(disk, judgement.condition);
     disk.setEventInfoString(judgement.eventInfo);
+}
+
+std::string tavNVMeController::diskLocation(const tavDiskInfo& /*disk*/) const {
+    return tav::controllerLocation(getPciLocation());
 }
 
 std::string tavNVMeController::diskPlace(const tavDiskInfo& disk) const {

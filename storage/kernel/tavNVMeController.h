@@ -31,6 +31,7 @@ class tavNVMeController final : public tavStorageController {
     tavNVMeController(std::uint32_t chipsetID, std::uint32_t boardID, std::string pciLocation);
     ~tavNVMeController() override = default;
 
+    std::string diskLocation(const tavDiskInfo& disk) const override;
     std::string diskPlace(const tavDiskInfo& disk) const override;
     std::string vanishedReason(const tavDiskInfo& disk) const override;
     std::string removedReason(const tavDiskInfo& disk) const override;

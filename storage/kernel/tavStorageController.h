@@ -121,6 +121,8 @@ class TAV_API tavStorageController : public ItavStorageController {
     static bool claim(tavStorageController* controller, const tav::ModuleLog& familyLog,
                       ItavStorageController*& out);
 
+    /// The code of a disk's location, as far as the host knows it now.
+    virtual std::string diskLocation(const tavDiskInfo& disk) const;
     /// Where a disk is recognised in the next discovery, together with its serial number.
     virtual std::string diskPlace(const tavDiskInfo& disk) const;
     /// Why a disk that was not found any more is offline; empty leaves it as it is.
@@ -187,6 +189,8 @@ class TAV_API tavStorageController : public ItavStorageController {
                     const tav::Condition& before);
     tav::Ledger<tavDiskInfo>* ledgerAt(const std::string& link);
     void indexDisks();
+    bool locate(tavDiskInfo& disk) const;
+    void locateKnownDisks();
     void letGo(const std::vector<tav::DiskAddress>& stillListed);
     std::optional<tavDiskInfo> knownDisk(const std::string& link);
     tav::DiskRegister diskRegister();

@@ -254,6 +254,8 @@ TEST(Utils, LocationsComeFromThePciListing) {
     utils.initGeoIDMap();
     EXPECT_THAT(logs(), HasSubstr("Error occurred in gathering topology information."));
     EXPECT_EQ(utils.getGeoIDStr("0000:3b:00.0"), "NotAvailable");
+    EXPECT_FALSE(utils.hasGeoIDMap());
+    EXPECT_FALSE(utils.isGeoIDMapToBeHad());
     writeFile("/opt/orn/tav/data/tav_topology.txt", "   Address: stale\n   Slot Description: r9\n");
     writeCommand("localcli",
                  "[ \"$*\" = 'hardware pci list' ] && printf '0000:3b:00.0\\n   Address: "
@@ -265,6 +267,11 @@ TEST(Utils, LocationsComeFromThePciListing) {
     EXPECT_TRUE(utils.getGeoIDInfo("0000:00:00.0").empty());
     EXPECT_THAT(logs(), HasSubstr("0000:3b:00.0       r001i06s03"));
     EXPECT_TRUE(std::filesystem::is_empty("/opt/orn/tav/data"));
+    writeCommand("localcli", "exit 1");
+    utils.initGeoIDMap();
+    EXPECT_EQ(utils.getGeoIDStr("0000:3b:00.0"), "r001i06s03") << "what was known stands";
+    EXPECT_TRUE(utils.hasGeoIDMap());
+    EXPECT_TRUE(utils.isGeoIDMapToBeHad());
 }
 
 TEST(Utils, SubStrings) {

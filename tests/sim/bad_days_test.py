@@ -145,7 +145,7 @@ class Reading(unittest.TestCase):
             since += length
         events = [judge.Event(time, number, "S1", "PLACE", "SSD Wear percentage" if number == 539 else "")
                   for number, time in told]
-        excuses = judge.Excuses({"orders": [], "lags": []})
+        excuses = judge.Excuses({"orders": [], "lags": [], "services": []})
         return bool(judge.explain(conditions, judge.disk_rule("PLACE"), events, 0, 30, since, excuses))
 
     def test_readings(self):

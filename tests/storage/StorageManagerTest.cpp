@@ -296,7 +296,10 @@ TEST(StorageManager, ReadersGetThePreviousRecordsDuringABuild) {
 TEST(StorageManager, PushesThatBuildsOwe) {
     logEverything(storageOnly);
     std::function<void()> duringBuild = [] { manager().isInventoryReady(8); };
-    FakeFactory factory({{.name = "c", .discovered = [&] { duringBuild(); }}});
+    std::string revision = "1";
+    FakeFactory factory({{.name = "c",
+                          .revision = [&] { return revision; },
+                          .discovered = [&] { duringBuild(); }}});
     const auto pushes = [] {
         manager().cacheBuild();
         return timesLogged("SASRM requesting cache push");
@@ -316,6 +319,12 @@ TEST(StorageManager, PushesThatBuildsOwe) {
     EXPECT_EQ(pushes(), 5U);
     another.shutdownFactory();
     EXPECT_EQ(pushes(), 6U) << "and one that has gone";
+    revision = "2";
+    EXPECT_EQ(pushes(), 7U) << "firmware that is another one";
+    EXPECT_EQ(pushes(), 7U);
+    manager().rebuild();
+    EXPECT_EQ(pushes(), 8U) << "somebody knows of something else";
+    EXPECT_EQ(pushes(), 8U);
 }
 
 TEST(StorageManager, WarnsOfControllersWithoutEvents) {

@@ -22,6 +22,7 @@ struct ControllerScript {
     int disksResult = 0;
     int disks = 1;
     bool reportsEvents = true;
+    std::function<std::string()> revision = [] { return ""; };  ///< of its disks
     std::function<void()> discovered = [] {};
     std::function<void()> polled = [] {};
 };
@@ -37,7 +38,9 @@ class FakeController final : public ItavStorageController {
     }
     int discoverPhysicalDiskInventory(std::vector<tavDiskInfo>& disks) override {
         for (int i = 0; i < script_.disks; ++i) {
-            disks.emplace_back().setSerialNumber(script_.name + "-" + std::to_string(i));
+            tavDiskInfo& disk = disks.emplace_back();
+            disk.setSerialNumber(script_.name + "-" + std::to_string(i));
+            disk.setRevision(script_.revision());
         }
         return script_.disksResult;
     }

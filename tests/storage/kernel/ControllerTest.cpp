@@ -83,11 +83,15 @@ class Controllers : public testing::Test {
             ASSERT_TRUE(rmc_.waitForCommands(2));
         }
         tav::test::clockSpeed = 10;
+        build();
+        locate();
+    }
+
+    virtual void locate() {
         writeCommand("localcli",
                      "printf '0000:00:17.0\\n   Address: 0000:00:17.0\\n   Slot Description: x "
                      "r001i06s00\\n'");
         tavUtils().initGeoIDMap();
-        build();
     }
 
     void build() { tav::sim::changeServer(server_, tav::sim::Tree("/")); }
@@ -238,6 +242,33 @@ TEST_F(Controllers, AreDescribedWithTheirDisks) {
     discover();
     EXPECT_THAT(disks_, SizeIs(4)) << "found again, not added";
     EXPECT_THAT(events(), IsEmpty());
+}
+
+class UnlocatedControllers : public Controllers {
+ protected:
+    void locate() override {}
+};
+
+TEST_F(UnlocatedControllers, KeepTheirDisksWhenTheirLocationsCome) {
+    discover();
+    disk(1)["present"] = "no";
+    build();
+    discover();
+    Controllers::locate();
+    poll();
+    discover();
+    ASSERT_THAT(disks_, SizeIs(4));
+    for (const tavDiskInfo& found : disks_) {
+        EXPECT_EQ(found.getPhysicalLocation(),
+                  "FF000" + std::to_string(found.getSlot()) + "0106FFFF86");
+    }
+    EXPECT_EQ(infos_.back().getDescription(), "PCI 0000:00:17.0 r001i06s00");
+    EXPECT_THAT(events(), IsEmpty());
+    disk(2)["errors"] = 1;
+    disk(1)["present"] = "yes";
+    build();
+    discover();
+    EXPECT_THAT(events(), UnorderedElementsAre("540 S1", "539 S2"));
 }
 
 TEST_F(Controllers, AWornDiskIsReportedOnceWhoeverSeesItFirst) {
