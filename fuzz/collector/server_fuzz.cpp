@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <span>
 #include <string>
@@ -15,6 +16,7 @@
 
 #include "base/FileDescriptor.h"
 #include "collector/tavServer.h"
+#include "core/Logger.h"
 #include "rmc/tavMsgInfra.h"
 #include "tests/support/Files.h"
 
@@ -29,6 +31,7 @@ void require(bool condition) {
 /// The server, a pipe to it, and the pipe of this process for its answers.
 struct Service {
     tav::FileDescriptor requests, answers;
+    std::size_t pieces = 0;  // that the server has been given, each an input of its own
 
     Service() {
         // Its test event waits for the managers that are enabled, and there are none here.
@@ -40,6 +43,7 @@ struct Service {
         const std::string path = tav::responsePipeOf(::getpid());
         tavCreatePipe(path.c_str());
         answers = tav::openPipe(path.c_str(), O_RDWR);
+        CPlusPlusLogging::Logger::getInstance()->disableLog();  // takes longer than all else
         TAVServer::initializeTAVServer();
         for (int tries = 0; !requests.isOpen() && tries < 1000; ++tries) {
             ::usleep(10'000);
@@ -47,6 +51,9 @@ struct Service {
         }
         require(answers.isOpen() && requests.isOpen());
     }
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+    ~Service() { std::fprintf(stderr, "Pieces: %zu\n", pieces); }
 };
 
 std::string_view take(std::string_view& text, std::size_t size) {
@@ -76,10 +83,10 @@ void hideOwnNumber(std::string& stream, const std::vector<std::size_t>& ownReque
 /// What the input's pieces say: bytes of no packet, a packet of a client that there is not, a good
 /// request; and a last request of nobody's event. `good` is how many are to be answered before
 /// that.
-std::string makeStream(std::string_view input, std::size_t& good) {
+std::string makeStream(std::string_view input, std::size_t& good, std::size_t& pieces) {
     std::string stream;
     std::vector<std::size_t> ownRequests;
-    for (std::size_t pieces = 0; input.size() > 2 && pieces < mostPieces; ++pieces) {
+    for (pieces = 1; input.size() > 2 && pieces <= mostPieces; ++pieces) {
         const auto kind = static_cast<unsigned char>(take(input, 1)[0]);
         const std::size_t size = static_cast<unsigned char>(take(input, 1)[0]);
         const std::string_view text = take(input, size);
@@ -116,9 +123,12 @@ tav::CliReason nextAnswer(const tav::FileDescriptor& answers) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const Service service;
+    static Service service;
     std::size_t good = 0;
-    const std::string stream = makeStream({reinterpret_cast<const char*>(data), size}, good);
+    std::size_t pieces = 0;
+    const std::string stream =
+        makeStream({reinterpret_cast<const char*>(data), size}, good, pieces);
+    service.pieces += pieces;
     const ssize_t written = ::write(service.requests.get(), stream.data(), stream.size());
     require(written == static_cast<ssize_t>(stream.size()));
     for (; good > 0; --good)

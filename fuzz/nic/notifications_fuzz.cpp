@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr std::size_t links = 4;
+constexpr std::size_t links = 2;
 constexpr std::size_t smallestMessage = 32;
 const tav::NicCondition running{"Running", "OK"};
 const tav::NicCondition down{"Down", "Unknown"};
@@ -42,7 +42,7 @@ std::vector<tav::FoundInterface> listOf(const std::array<tav::NicCondition, link
 
 /// What the ledgers must say, told in another way.
 struct Expected {
-    std::array<tav::NicCondition, links> now{running, running, running, running};
+    std::array<tav::NicCondition, links> now{running, running};
     std::array<bool, links> hasRecovered{};
 
     void look(std::size_t link, const tav::NicCondition& found) {
@@ -82,9 +82,13 @@ void postAll(std::span<const std::byte> input, tav::NotificationSlots& slots) {
 /// each link what the last message that counts said of it, and report each recovery once.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size > tav::NotificationSlots::slotSize) return 0;
-    tav::LinkLedgers ledgers;
+    static const tav::LinkLedgers allRunning = [] {
+        tav::LinkLedgers ledgers;
+        require(ledgers.takeList(listOf(Expected().now), tav::LookClock::now()).empty());
+        return ledgers;
+    }();
+    tav::LinkLedgers ledgers = allRunning;
     Expected expected;
-    require(ledgers.takeList(listOf(expected.now), tav::LookClock::now()).empty());
     const auto beforeAll = tav::LookClock::now();
 
     tav::NotificationSlots slots;
@@ -101,7 +105,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     // A list that was read before undoes nothing.
     const auto recovered =
-        ledgers.takeList(listOf({down, running, down, running}), beforeAll - std::chrono::hours(1));
+        ledgers.takeList(listOf({down, running}), beforeAll - std::chrono::hours(1));
     const auto due = std::count(expected.hasRecovered.begin(), expected.hasRecovered.end(), true);
     require(recovered.size() == static_cast<std::size_t>(due));
     for (std::size_t link = 0; link < links; ++link)
