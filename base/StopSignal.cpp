@@ -11,7 +11,9 @@ namespace {
 thread_local const StopSignal* threadStop = nullptr;
 }
 
-StopSignal::StopSignal() : event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+// Some are made before main() can see to streams that are closed.
+StopSignal::StopSignal()
+    : event_(beyondStandardStreams(FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)))) {}
 
 void StopSignal::request() noexcept {
     const int savedErrno = errno;

@@ -4,6 +4,7 @@
 
 #include <signal.h>
 
+#include "base/StandardStreams.h"
 #include "core/tavConfig.h"
 #include "service/CheckConfig.h"
 #include "service/Options.h"
@@ -54,6 +55,7 @@ int run(const tavd::Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    tav::secureStandardStreams();
     const int status = run(tavd::parseOptions(argc, argv));
     if (std::cout.flush()) return status;
     std::cerr << "tavd: cannot write the result: " << std::strerror(errno) << '\n';

@@ -7,6 +7,7 @@
 #include <iomanip>
 #include <iostream>
 
+#include "base/StandardStreams.h"
 #include "tools/Command.h"
 
 namespace tav::ctl {
@@ -64,6 +65,7 @@ ExitStatus run(Arguments arguments) {
 
 int main(int argc, char** argv) {
     using namespace tav::ctl;
+    tav::secureStandardStreams();
     const ExitStatus status = run(argc > 1 ? Arguments(argv + 1, argv + argc) : Arguments());
     if (!std::cout.flush()) {
         std::cerr << "tavctl: cannot write the result: " << std::strerror(errno) << '\n';

@@ -114,6 +114,27 @@ TEST(Tavd, OutputThatCannotBeWrittenIsAnError) {
     EXPECT_THAT(runShell(TAVD " --check-config /missing 2>/dev/null").output, IsEmpty());
 }
 
+/// Starts the service behind `before`, and goes on when it serves or has ended.
+std::string started(const std::string& before) {
+    return before + " & while kill -0 $! && [ ! -p /run/orntav ]; do sleep 0.02; done; ";
+}
+
+TEST(Tavd, NothingOfItsOwnStandsInForAStreamThatIsClosed) {
+    writeHostCommands();
+    EXPECT_EQ(runShell(started(TAVD " <&- >&- 2>&-") +
+                       "for fd in 0 1 2; do readlink /proc/$!/fd/$fd; done; kill $!")
+                  .output,
+              "/dev/null\n/dev/null\n/dev/null\n");
+}
+
+TEST(Tavd, AFileThatMayNotGrowEndsNoService) {
+    logEverything();
+    writeHostCommands();
+    const tav::CommandResult result =
+        runShell("ulimit -f 0; " + started(TAVD) + "sleep 0.2; kill $!; wait $!");
+    EXPECT_EQ(result.exitStatus, 0);
+}
+
 TEST(Tavd, AnInterruptedPrintTellsNoInventory) {
     writeHostCommands();
     writeCommand("localcli", "kill -INT $(cat /tmp/pid); sleep 1000");
@@ -216,6 +237,8 @@ TEST(Tavd, SaysWhatBecameOfEachSetting) {
     EXPECT_THAT(bad.output, HasSubstr("\"LogingLevel\""));
     EXPECT_THAT(bad.output, HasSubstr("no such setting; ignored"));
     EXPECT_THAT(bad.output, HasSubstr("\"?[2J\" is not valid; \"10\" applies"));
+    writeFile("/tmp/empty", R"({"EnableResources":[],"LoggingLevel":"Info"})");
+    EXPECT_THAT(tavd("--check-config /tmp/empty").output, HasSubstr("\"EnableResources\""));
     writeFile("/tmp/none", "[1,2]");
     EXPECT_THAT(tavd("--check-config /tmp/none").output, HasSubstr("built-in defaults apply"));
 }
