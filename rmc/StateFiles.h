@@ -26,4 +26,7 @@ inline constexpr const char* eventsFile = "/run/tavd/events.json";
 /// "Threads", "Descriptors".
 inline constexpr const char* healthFile = "/run/tavd/health.json";
 
+/// Locked (flock) by the service for as long as it runs, whatever becomes of its files and pipe.
+inline constexpr const char* serviceLock = "/run/tavd.lock";
+
 }  // namespace tav

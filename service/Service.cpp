@@ -31,6 +31,7 @@
 #include "core/tavUtils.h"
 #include "fc/FCResourceManager.h"
 #include "nic/NICEventMonitor.h"
+#include "rmc/StateFiles.h"
 #include "rmc/tavIPMIDBService.h"
 #include "rmc/tavJsonAggregator.h"
 #include "service/CrashCapture.h"
@@ -45,7 +46,6 @@ using CPlusPlusLogging::Logger;
 
 constexpr tav::ModuleLog logger{"TAVD"};
 
-constexpr const char* lockFile = "/run/tavd.lock";
 /// A log that reached its limit right after a look cannot fill a disk until the next one.
 constexpr std::chrono::seconds lookAtLogsEvery{60};
 constexpr std::array ownDirectories = {"/opt/orn/tav/data/", "/opt/orn/tav/log/"};
@@ -114,7 +114,7 @@ void waitForStop(const sigset_t& whileWaiting, ServiceManager& manager) {
 
 /// Whether this is the only service; the lock lives as long as the descriptor.
 bool becomeTheOnlyOne(tav::FileDescriptor& lock) {
-    lock.reset(::open(lockFile, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    lock.reset(::open(tav::serviceLock, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     return !lock.isOpen() || ::flock(lock.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
@@ -205,7 +205,7 @@ int serve(bool withFibreChannel, const std::string& metricsFile) {
     const tav::StopScope scope(&stopRequest());
     tav::FileDescriptor lock;
     if (!becomeTheOnlyOne(lock)) {
-        std::cerr << "tavd: another tavd is running (it holds " << lockFile << ")\n";
+        std::cerr << "tavd: another tavd is running (it holds " << tav::serviceLock << ")\n";
         return 4;
     }
     makeOwnDirectories();

@@ -2,22 +2,43 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <exception>
+#include <fstream>
 #include <limits>
 #include <memory>
 
 #include <signal.h>
 
 #include <json/reader.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include "base/FileDescriptor.h"
 #include "base/Files.h"
 #include "core/ProcessStatus.h"
+#include "rmc/StateFiles.h"
 
 namespace tav::ctl {
 namespace {
 
 constexpr std::size_t largestFile = 64 << 20;
+
+/// As the kernel lists the locks: to try the lock would keep a service away that starts right now.
+bool isLocked(const char* path) {
+    struct stat file {};
+    if (::lstat(path, &file) != 0) return false;
+    std::array<char, 64> name{};
+    std::snprintf(name.data(), name.size(), " %02x:%02x:%lu ", major(file.st_dev),
+                  minor(file.st_dev), static_cast<unsigned long>(file.st_ino));
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);) {
+        if (line.find(" FLOCK ") != std::string::npos &&
+            line.find(name.data()) != std::string::npos)
+            return true;
+    }
+    return false;
+}
 
 }  // namespace
 
@@ -59,6 +80,7 @@ std::time_t timeIn(const Json::Value& json, const char* member) {
 }
 
 Life lifeOf(const Json::Value& health) {
+    if (isLocked(serviceLock)) return Life::Runs;
     if (timeIn(health, "Stopped") != 0) return Life::Stopped;
     const Json::Value& process = memberIn(health, "Process");
     const Json::Value& ticks = memberIn(health, "StartTicks");

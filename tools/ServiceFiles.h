@@ -20,7 +20,8 @@ std::string textIn(const Json::Value& json, const char* member);
 std::time_t timeIn(const Json::Value& json, const char* member);
 const Json::Value& memberIn(const Json::Value& json, const char* member);
 
-/// Whether the service that has written its health still lives.
+/// Whether the service lives: the one that has written its health, or another one that could not
+/// write any.
 enum class Life { Unknown, Runs, Stopped, Died };
 Life lifeOf(const Json::Value& health);
 

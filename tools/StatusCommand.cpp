@@ -67,9 +67,27 @@ bool isForbidden(int error) {
     return error == EACCES || error == EPERM;
 }
 
+/// "Started" may be of one that has stopped, where its successor could not write.
 std::string describeRun(const Json::Value& health) {
-    const std::time_t started = timeIn(health, "Started");
+    const std::time_t started = timeIn(health, "Stopped") == 0 ? timeIn(health, "Started") : 0;
     return started == 0 ? "runs" : "runs since " + timeText(started);
+}
+
+/// Why a running service takes no requests, by what opening its pipe has failed with.
+std::string pipeTrouble(int error) {
+    const std::string pipe = tavRequestPipe;
+    switch (error) {
+        case ENOENT:
+            return pipe + " is missing; it makes it anew within ten seconds";
+        case EINVAL:
+        case ELOOP:
+        case EISDIR:
+            return pipe + " is no pipe; it makes it anew within ten seconds";
+        case ENXIO:
+            return "it does not read " + pipe;
+        default:
+            return pipe + ": " + std::strerror(error);
+    }
 }
 
 /// Done, NoService or NotAllowed.
@@ -78,17 +96,19 @@ ExitStatus tellService(Findings& findings, const Json::Value& health) {
         findings.tell("service", describeRun(health) + "; takes requests on " + tavRequestPipe);
         return Done;
     }
-    const bool mayNotAsk = isForbidden(errno);
+    const int error = errno;
+    const bool mayNotAsk = isForbidden(error);
     const Life life = lifeOf(health);
-    if (life == Life::Runs) {
-        findings.tell("service", describeRun(health) + (mayNotAsk ? "; takes no requests of yours"
-                                                                  : "; takes no requests"));
-        if (!mayNotAsk) findings.degraded();
-        return Done;
-    }
-    if (mayNotAsk && life == Life::Unknown) {
+    if (mayNotAsk && (health.empty() || life == Life::Unknown)) {
         findings.tell("service", "may not be asked by you; try it as root");
         return NotAllowed;
+    }
+    if (life == Life::Runs) {
+        findings.tell("service", describeRun(health) +
+                                     (mayNotAsk ? "; takes no requests of yours"
+                                                : "; takes no requests: " + pipeTrouble(error)));
+        if (!mayNotAsk) findings.degraded();
+        return Done;
     }
     const std::string last =
         life == Life::Stopped ? "; stopped " + timeText(timeIn(health, "Stopped"))
