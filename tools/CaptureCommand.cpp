@@ -10,7 +10,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <sys/wait.h>
+#include <sys/stat.h>
 
 #include "base/FileDescriptor.h"
 #include "base/Files.h"
@@ -27,8 +27,9 @@ using namespace std::chrono_literals;
 constexpr std::string_view help =
     R"(Takes this host's facts home: writes into FILE (a .tar.gz, for its owner alone)
 everything from which the service makes its inventory here, so that the same
-inventory can be made of it elsewhere. Says first what it takes, and, on a
-terminal, asks whether it may.
+inventory can be made of it elsewhere. A FILE that is there is replaced, but for
+what is no regular file. Says first what it takes, and, on a terminal, asks
+whether it may.
 
 Serial numbers, world wide names, host names, MAC and IP addresses are replaced
 by stand-ins of the same length, the same ones everywhere; which stands for
@@ -102,6 +103,14 @@ bool isWanted(const Wish& wish) {
     return answer == "y" || answer == "Y" || answer == "yes";
 }
 
+/// Why the file cannot be replaced; empty when it can be, or is not there. What is no file stays: a
+/// device's node, say, is nothing that a capture may take the place of.
+std::string whyNotReplaceable(const std::string& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode)) return {};
+    return path + " is no regular file; name one, or one that is not there yet";
+}
+
 /// Writes the file in one step, for its owner alone. Why not; empty when it is there.
 std::string write(const std::string& path, const std::string& content) {
     const std::string fresh = path + '.' + std::to_string(::getpid());
@@ -147,7 +156,7 @@ ExitStatus captureInChild(const Wish& wish) {
     if (child < 0) return capture(wish);
     if (child == 0) {
         const ExitStatus status = capture(wish);
-        std::cout.flush();
+        std::cout.flush();  // the file is there, whoever reads that
         const auto byte = static_cast<char>(status);
         writeAll(writeEnd.get(), &byte, 1);
         ::_exit(status);
@@ -168,6 +177,10 @@ ExitStatus run(Arguments arguments) {
     if (::geteuid() != 0) {
         std::cerr << "tavctl capture: only root can ask the devices; try it as root\n";
         return NotAllowed;
+    }
+    if (const std::string why = whyNotReplaceable(wish->file); !why.empty()) {
+        std::cerr << "tavctl capture: " << why << '\n';
+        return Failed;
     }
     if (!isWanted(*wish)) {
         std::cerr << "tavctl capture: nothing is taken\n";

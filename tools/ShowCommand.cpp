@@ -239,7 +239,7 @@ ExitStatus goOn(const Wish& wish) {
     Changes changes;
     std::string before;
     bool hasChanged = true;
-    while (std::cout) {
+    while (true) {
         const Look look = lookOfOutput();  // a window may have another size by now
         std::ostringstream text;
         const Complaint complaint = show(wish, text, look);
@@ -250,9 +250,9 @@ ExitStatus goOn(const Wish& wish) {
             before = text.str();
             std::cout << before << std::flush;
         }
+        if (!std::cout) return Failed;
         hasChanged = changes.wait(agesGoOn);
     }
-    return Failed;
 }
 
 ExitStatus run(Arguments arguments) {

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -85,6 +86,17 @@ TEST(Tavctl, RefusesWithAReasonAndAStatus) {
         {"location FFFFFFFFFFFFFF00", 1, "cannot be expressed"},
         {"location 0011000106010005", 1, "no component has this one"},
         {"location 0003000106010005 >/dev/full", 1, "cannot write"},
+        {"status >/dev/full", 1, "cannot write"},
+        {"status >&-", 1, "cannot write"},
+        {"--help >/dev/full", 1, "cannot write"},
+        {"--version >/dev/full", 1, "cannot write"},
+        {"capture --yes /tmp/capture >/dev/full", 1, "cannot write"},
+        {"--version; mkfifo /tmp/a; " TAVCTL
+         " capture --yes /tmp/a; s=$?; test -p /tmp/a && exit $s",
+         1, "no regular file"},
+        {"--version; ln -s b /tmp/a; " TAVCTL " capture --yes /tmp/a", 1, "no regular file"},
+        {"--version; ulimit -f 0; " TAVCTL " capture --yes /tmp/c", 1, "/tmp/c: File too large"},
+        {"--version; ulimit -f 0; " TAVCTL " --version >/tmp/c", 1, "cannot write"},
     };
     for (const Case& given : cases) {
         const Outcome outcome = tavctl(given.arguments);
@@ -233,6 +245,32 @@ TEST(Tavctl, StatusTellsOfDeliveries) {
     ASSERT_TRUE(tavCreatePipe(tavRequestPipe));
     const tav::FileDescriptor reader = tav::openPipe(tavRequestPipe, O_RDWR);
     EXPECT_EQ(tavctl("status").status, 1) << "it runs, but has no controller";
+}
+
+TEST(Tavctl, StatusOfAServiceThatHasLostItsPipe) {
+    const tav::FileDescriptor lock(::open(tav::serviceLock, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+    const auto serviceLine = [](int status) {
+        const Outcome outcome = tavctl("status");
+        EXPECT_EQ(outcome.status, status) << outcome.output;
+        const std::size_t at = outcome.output.find("service");
+        return outcome.output.substr(at, outcome.output.find('\n', at) - at);
+    };
+    const std::string runs = "service        runs; takes no requests: ";
+    EXPECT_EQ(serviceLine(1),
+              runs + "/var/run/orntav is missing; it makes it anew within ten seconds");
+    writeState(tav::healthFile, healthOf(::getpid(), 1, {}, ",\"Stopped\":1000000500"));
+    EXPECT_EQ(serviceLine(1),
+              runs + "/var/run/orntav is missing; it makes it anew within ten seconds")
+        << "what is kept is of an earlier one";
+    std::ofstream(tavRequestPipe) << "precious";
+    EXPECT_EQ(serviceLine(1),
+              runs + "/var/run/orntav is no pipe; it makes it anew within ten seconds");
+    ::unlink(tavRequestPipe);
+    ASSERT_TRUE(tavCreatePipe(tavRequestPipe));
+    EXPECT_EQ(serviceLine(1), runs + "it does not read /var/run/orntav");
+    ::flock(lock.get(), LOCK_UN);
+    EXPECT_EQ(serviceLine(3).find("service        does not run"), 0U);
 }
 
 TEST(Tavctl, StatusOfAServiceThatWorksOrDoesNotQuite) {
