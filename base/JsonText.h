@@ -9,7 +9,7 @@
 
 namespace tav {
 
-/// The value as one line of pure ASCII without blanks or a line end, whatever bytes its texts hold.
+/// The value as one line of pure ASCII without blanks between its parts, whatever its texts hold.
 TAV_API std::string compactJson(const Json::Value& value);
 
 /// The text with U+FFFD in the place of every byte that is no part of well-formed UTF-8 (RFC 3629).

@@ -8,9 +8,9 @@
 
 #include "base/Export.h"
 
-/// Every timed wait and every pause of the library goes through these functions, and nothing else
-/// in the library reads a clock in order to wait. The tests link a faster implementation of this
-/// header, so that nobody waits a real day for a push interval to end.
+/// The library's intervals, pauses and patience go through these functions. The tests link a faster
+/// implementation of this header, so that nobody waits a real day for a push interval to end. What
+/// bounds a wait for what hangs (a command, driver, lane, the system log) is real time, kept there.
 namespace tav {
 
 /// A moment on the library's clock. That clock shows what the real-time clock showed when it was

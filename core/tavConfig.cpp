@@ -203,6 +203,7 @@ struct tavConfig::Rules {
                     return;
                 }
             }
+            if (names.empty()) reader.report(key, true, "[]", "nothing is enabled");
         }
         void applyWithoutFile(tavConfig& config) const { config.*member = {all}; }
     };

@@ -38,7 +38,7 @@ class TAV_API tavEvent {
     /// Whether the event calls for service.
     bool getisServiceEvent() const { return serviceEvent_; }
     const std::string& getModuleName() const { return moduleName_; }
-    /// "Not-Available" where the component has none.
+    /// "Not-Available" or "Not Available" where the component has none.
     const std::string& getPartNum() const { return partNum_; }
     /// Location code, or a placeholder text.
     const std::string& getPhyLoc() const { return phyLoc_; }
