@@ -29,7 +29,7 @@ struct StorageInventory {
     std::vector<Json::Value> controllers;
     /// {"SerialNumber", "PartNumber", "Model", "CapacityBytes": unsigned number, "Protocol",
     /// "MediaType", "Revision", "Status": {"State", "Health"}, "Oem": {"Slot": integer,
-    /// "PhysicalLocation"}}
+    /// "PhysicalLocation", and of an NVMe drive "Namespace": unsigned number}}
     std::vector<Json::Value> drives;
     /// {"DurableName", "VolumeType", "CapacityBytes": unsigned number, "Drives": [identifier, ...],
     /// "Status": {"State", "Health"}, "Oem": {"DeviceName"}}

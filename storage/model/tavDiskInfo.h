@@ -95,7 +95,7 @@ class TAV_API tavDiskInfo : public tavDiskStatusInfo, public tavDiskPhyLoc {
     /// "SAS", "SATA", "NVMe" or the name of another SCSI transport.
     virtual std::string getProtocol() const { return protocol_; }
     virtual void setProtocol(std::string protocol) { protocol_ = std::move(protocol); }
-    /// "HDD" or "SSD".
+    /// "HDD" or "SSD"; empty for one that has never told.
     virtual std::string getMediaType() const { return mediaType_; }
     virtual void setMediaType(std::string type) { mediaType_ = std::move(type); }
     /// Firmware revision.

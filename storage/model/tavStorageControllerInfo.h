@@ -40,7 +40,7 @@ class TAV_API tavStorageControllerPortInfo : public tavStatusInfo {
     /// Kernel driver that owns the port.
     virtual std::string getDriverName() const { return driverName_; }
     virtual void setDriverName(std::string name) { driverName_ = std::move(name); }
-    /// Seconds of the system clock when the port was first seen in recovery; 0 while it is not.
+    /// When the port was first seen in recovery, by tav::secondsNow(); 0 while it is not.
     virtual long getLastRecoveryTimestamp() const { return lastRecoveryTimestamp_; }
     virtual void setLastRecoveryTimestamp(long seconds) { lastRecoveryTimestamp_ = seconds; }
     /// The kernel's ATA port number; -1 for none.
