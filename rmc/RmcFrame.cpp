@@ -1,7 +1,5 @@
 #include "rmc/RmcFrame.h"
 
-#include <algorithm>
-
 namespace tav {
 namespace {
 
@@ -15,7 +13,8 @@ static_assert(firstPayloadOffset + rmcFirstFramePayload == rmcFrameSize);
 static_assert(nameOffset + rmcLaterFramePayload == rmcFrameSize);
 
 void putText(RmcFrame& frame, std::size_t offset, std::size_t room, std::string_view text) {
-    std::copy_n(text.begin(), std::min(text.size(), room), frame.begin() + offset);
+    void* const place = frame.data() + offset;
+    text.copy(static_cast<char*>(place), room);
 }
 
 }  // namespace

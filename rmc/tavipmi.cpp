@@ -220,8 +220,8 @@ bool waitForAnswer(int device, const tav::TimeLimit& limit) {
 std::mutex IPMIUtils::mlock;
 
 struct IPMIUtils::Answer {
-    /// The largest message of the driver's interface.
-    std::array<unsigned char, IPMI_MAX_MSG_LENGTH> bytes{};
+    /// The largest message of the driver's interface. Not cleared: there is one for each frame.
+    std::array<unsigned char, IPMI_MAX_MSG_LENGTH> bytes;
     std::size_t size = 0;  ///< with the completion code
 };
 
@@ -294,7 +294,8 @@ bool IPMIUtils::send(unsigned char netfn, unsigned char cmd, unsigned char lun,
 /// Takes messages until the one that answers `messageId` comes.
 bool IPMIUtils::receive(long messageId, Answer& answer) {
     const tav::TimeLimit limit(answerLimit);
-    while (limit.left() > 0ms && waitForAnswer(device_.get(), limit)) {
+    do {
+        if (!waitForAnswer(device_.get(), limit)) break;
         ipmi_addr address{};
         void* const addressBytes = &address;
         ipmi_recv message{};
@@ -313,7 +314,7 @@ bool IPMIUtils::receive(long messageId, Answer& answer) {
         if (message.recv_type != IPMI_RESPONSE_RECV_TYPE || message.msgid != messageId) continue;
         answer.size = std::min<std::size_t>(message.msg.data_len, answer.bytes.size());
         return answer.size > 0 || fail(RmcStep::Answer, "The controller's answer is empty");
-    }
+    } while (limit.left() > 0ms);
     if (tav::stopRequested()) {
         return fail(RmcStep::Stop, "The controller had not answered when the service stopped");
     }
