@@ -353,6 +353,9 @@ TEST(Probes, AgreeWithTheSystemsTools) {
     EXPECT_EQ(tav::runShell("ethtool -i eth0").output.find("driver: veth"), 0U);
     EXPECT_EQ(firmware + bus, "") << "a cable has neither";
     EXPECT_EQ(std::get<3>(probe.get_ethtool_info("nobody")), "") << "neither up nor down";
+    const std::tuple<std::string, std::string, std::string> nowhere = {"NotAvailable", "PCI",
+                                                                       "FFFFFFFFFFFFFFFF"};
+    EXPECT_EQ(probe.getOemValues("eth0"), nowhere);
     EXPECT_EQ(probe.get_lspci_info("0000:00:00.0; touch /tmp/hacked"),
               std::make_tuple(std::string(), std::string()));
     EXPECT_FALSE(std::filesystem::exists("/tmp/hacked"));

@@ -120,6 +120,13 @@ TEST(NicManager, AListThatFailsLeavesTheInventoryAsItIs) {
         EXPECT_THAT(inventory(), SizeIs(1));
     }
     EXPECT_THAT(logs(), HasSubstr("An error occurred while trying to fetch NIC information"));
+    std::filesystem::rename("/opt/orn/tav/data", "/opt/orn/tav/away");
+    manager().cacheBuild();
+    EXPECT_FALSE(manager().checkLinkState());
+    std::filesystem::rename("/opt/orn/tav/away", "/opt/orn/tav/data");
+    EXPECT_THAT(inventory(), SizeIs(1));
+    EXPECT_THAT(logs(), HasSubstr("Error occurred in gathering network interface information."));
+    EXPECT_THAT(logs(), HasSubstr("Error occurred in checking link state information."));
     writeList("");
     manager().cacheBuild();
     EXPECT_THAT(inventory(), IsEmpty()) << "a host may have none";
