@@ -304,6 +304,10 @@ TEST(Utils, AdapterNamesNeverReachTheShellAsAnythingElse) {
     writeCommand("localcli", "echo ')vmhba0('");
     EXPECT_EQ(utils.getPCIString("vmhba0", address), 1);
     EXPECT_EQ(address, "old");
+    tav::StopSignal stop;
+    stop.request();
+    const tav::StopScope scope(&stop);
+    EXPECT_EQ(utils.getPCIString("vmhba0", address), -1) << "the command has been cut short";
 }
 
 TEST(Utils, DirectoriesAndFiles) {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstring>
+#include <ctime>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -29,7 +31,7 @@ class SystemLog {
     SystemLog& operator=(const SystemLog&) = delete;
     ~SystemLog() { ::close(socket_); }
 
-    /// The records so far, as "<priority>identity: text" without their time.
+    /// The records so far, as "<priority>identity: text" without their time, if that is now.
     std::vector<std::string> records() {
         std::vector<char> datagram(1U << 18U);
         ssize_t size = 0;
@@ -37,13 +39,24 @@ class SystemLog {
             std::string record(datagram.data(), static_cast<std::size_t>(size));
             const std::size_t priorityEnd = record.find('>') + 1;
             constexpr std::size_t timeSize = 16;  // "Nov 22 21:00:00 "
-            record.erase(priorityEnd, timeSize);
+            if (isNow(record.substr(priorityEnd, timeSize))) record.erase(priorityEnd, timeSize);
             records_.push_back(record);
         }
         return records_;
     }
 
  private:
+    /// Whether it was that in the last minute.
+    static bool isNow(const std::string& time) {
+        const std::time_t now = std::time(nullptr);
+        for (std::time_t moment = now; moment > now - 60; --moment) {
+            std::array<char, 32> text{};
+            std::strftime(text.data(), text.size(), "%b %e %T ", std::localtime(&moment));
+            if (time == text.data()) return true;
+        }
+        return false;
+    }
+
     int socket_;
     std::vector<std::string> records_;
 };
