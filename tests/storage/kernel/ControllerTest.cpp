@@ -271,6 +271,19 @@ TEST_F(UnlocatedControllers, KeepTheirDisksWhenTheirLocationsCome) {
     EXPECT_THAT(events(), UnorderedElementsAre("540 S1", "539 S2"));
 }
 
+TEST_F(Controllers, TwoOfAKindAreKnownByTheirPlacesAlsoWithoutAClass) {
+    server_["functions"].append(server_["functions"][0]);
+    server_["functions"][1]["address"] = "0000:00:18.0";
+    server_["scsiHosts"][3]["function"] = "0000:00:18.0";
+    build();
+    for (const char* const host : {"host0", "host3"})
+        fs::remove(
+            fs::canonical(std::string("/sys/class/scsi_host/") + host + "/device/../../class"));
+    discover();
+    ASSERT_THAT(infos_, SizeIs(2));
+    EXPECT_EQ(infos_[0].getControllerPortListSize() + infos_[1].getControllerPortListSize(), 4U);
+}
+
 TEST_F(Controllers, AWornDiskIsReportedOnceWhoeverSeesItFirst) {
     discover();
     disk(1)["wear"] = 95;

@@ -7,12 +7,42 @@
 #include "hwlib/sysfs/sysfs_readers.h"
 #include "storage/scsi/scsi_info.h"
 #include "storage/scsi/scsi_replies.h"
+#include "storage/scsi/scsi_turn.h"
 #include "tests/storage/scsi/Hexadecimal.h"
 
 namespace {
 
 using tav::test::bytes;
 using tav::test::Bytes;
+
+TEST(ScsiReplies, WhatHasBecomeOfACommand) {
+    using tav::scsi::Outcome;
+    const struct {
+        unsigned info;
+        unsigned short host, driver;
+        const char* sense;
+        Outcome outcome;
+    } rows[] = {
+        {SG_INFO_OK, 0, 0, "", Outcome::Answered},
+        {SG_INFO_CHECK, 3, 0, "70 00 05", Outcome::TimedOut},
+        {SG_INFO_CHECK, 0, 0x16, "70 00 05", Outcome::TimedOut},  // with a suggestion
+        {SG_INFO_CHECK, 0, 8, "70 00 05", Outcome::Refused},
+        {SG_INFO_CHECK, 0, 8, "72 0B", Outcome::Aborted},
+        {SG_INFO_CHECK, 0, 8, "70 00 03", Outcome::Failed},
+        {SG_INFO_CHECK, 7, 0, "", Outcome::Failed},
+    };
+    for (const auto& row : rows) {
+        Bytes sense = bytes(row.sense);
+        sg_io_hdr completed{};
+        completed.info = row.info;
+        completed.host_status = row.host;
+        completed.driver_status = row.driver;
+        completed.sbp = sense.data();
+        completed.mx_sb_len = completed.sb_len_wr = static_cast<unsigned char>(sense.size());
+        EXPECT_EQ(tav::scsi::outcomeOf(completed), row.outcome)
+            << row.host << ' ' << row.driver << row.sense;
+    }
+}
 
 TEST(ScsiReplies, SasTemperatures) {
     const struct {
