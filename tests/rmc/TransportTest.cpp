@@ -526,6 +526,12 @@ TEST(Transport, StandardRequests) {
     EXPECT_FALSE(ipmi::GetDeviceIdInfo(id));
     EXPECT_FALSE(ipmi::GetCapabilities(capabilities));
     EXPECT_FALSE(ipmi::GetPartitionId(0));
+    device.setHandler([](const IpmiRequest& request) { return Reply::answer({request.lun}); });
+    unsigned char none = 0;
+    unsigned char size = 1;
+    unsigned char lun = 0;
+    EXPECT_TRUE(ipmi::IPMIUtils().execute(0x06, 0x01, 2, nullptr, none, &lun, size));
+    EXPECT_EQ(lun, 2);
 }
 
 }  // namespace
