@@ -40,7 +40,8 @@ void handleFatalSignal(int signalNumber) {
     std::array<void*, deepestStack> stack;
     const int depth = ::backtrace(stack.data(), deepestStack);
     writeStack(STDERR_FILENO, signalNumber, stack.data(), depth);
-    const int file = ::open(crashStackFile, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW, 0600);
+    const int file =
+        ::open(crashStackFile, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK, 0600);
     if (file >= 0) {
         writeStack(file, signalNumber, stack.data(), depth);
         ::close(file);

@@ -15,8 +15,17 @@
 
 namespace tavd {
 namespace {
+
 constexpr tav::ModuleLog logger{"TAVD"};
+
+/// Whether a device's node, a FIFO or a socket stands there, which is not ours to take away.
+bool isInTheWay(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) &&
+           !S_ISLNK(status.st_mode) && !S_ISDIR(status.st_mode);
 }
+
+}  // namespace
 
 void KeptFile::replace(std::string_view text) {
     if (put(text)) {
@@ -32,6 +41,10 @@ void KeptFile::replace(std::string_view text) {
 }
 
 bool KeptFile::put(std::string_view text) const {
+    if (isInTheWay(path_)) {
+        errno = EEXIST;
+        return false;
+    }
     const std::string fresh = path_ + ".new";
     ::unlink(fresh.c_str());  // one that a crash has left behind
     const tav::FileDescriptor file(

@@ -8,7 +8,8 @@
 namespace tavd {
 
 /// A file that others read while it is kept up to date: replaced as a whole, so that nobody sees
-/// half of it. What cannot be written is let go, and the log says why, once.
+/// half of it. It takes the place of a file or link, and of nothing else. What cannot be written is
+/// let go, and the log says why, once.
 class KeptFile {
  public:
     KeptFile(std::string path, mode_t mode) : path_(std::move(path)), mode_(mode) {}

@@ -215,10 +215,12 @@ TEST(Tavd, FilesThatCannotBeWrittenCostTheFilesAlone) {
     logEverything(R"("EnableResources":["HostOSInfo"])");
     writeHostCommands();
     writeFile("/run/tavd/inventory.json/in/the/way", "");
+    ASSERT_EQ(::mkfifo("/run/tavd/events.json", 0600), 0);
     Tavd service("--metrics-file=/missing/tavd.prom");
     const std::string complaint = "/missing/tavd.prom cannot be written: No such file";
     service.waitForLog(complaint);
     service.waitForLog("inventory.json cannot be written: Is a directory");
+    service.waitForLog("events.json cannot be written: File exists");
     while (stateIn(tav::healthFile)["Managers"]["HostOSInfo"]["Builds"].asUInt() == 0)
         std::this_thread::sleep_for(5ms);
     const auto begin = Clock::now();
@@ -226,6 +228,7 @@ TEST(Tavd, FilesThatCannotBeWrittenCostTheFilesAlone) {
     EXPECT_LT(Clock::now() - begin, 1500ms);
     const std::string log = logs();
     EXPECT_EQ(log.find(complaint), log.rfind(complaint)) << "it is told once";
+    EXPECT_TRUE(std::filesystem::is_fifo("/run/tavd/events.json")) << "a device's node would go";
 }
 
 TEST(Tavd, SaysWhatBecameOfEachSetting) {
@@ -402,6 +405,9 @@ TEST(Tavd, ACrashLeavesItsStackBehind) {
                     HasSubstr("startResourceManagers"));
         EXPECT_THAT(readFile("/tmp/stderr"), HasSubstr("stack of the thread:"));
     }
+    std::filesystem::remove("/opt/orn/tav/log/tavd-crash.txt");
+    ASSERT_EQ(::mkfifo("/opt/orn/tav/log/tavd-crash.txt", 0600), 0);
+    EXPECT_EQ(WTERMSIG(Tavd().stop(0)), SIGABRT) << "nobody who might read it is waited for";
 }
 
 }  // namespace
