@@ -1,7 +1,5 @@
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <iostream>
 #include <optional>
@@ -14,7 +12,7 @@
 
 #include "base/FileDescriptor.h"
 #include "base/Files.h"
-#include "base/Waiting.h"
+#include "tools/ChildProcess.h"
 #include "tools/Command.h"
 #include "tools/CommandLine.h"
 #include "tools/capture/Capture.h"
@@ -144,29 +142,13 @@ ExitStatus capture(const Wish& wish) {
     return captured->lacking.empty() ? Done : Failed;
 }
 
-/// Does the work in a process of its own, which tells its exit status through a pipe: the kernel
-/// lets go of one that has asked a hung device only when the device does, and nobody should have to
-/// wait for that.
 ExitStatus captureInChild(const Wish& wish) {
-    std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) return capture(wish);
-    const FileDescriptor readEnd(ends[0]);
-    FileDescriptor writeEnd(ends[1]);
-    const pid_t child = ::fork();
-    if (child < 0) return capture(wish);
-    if (child == 0) {
-        const ExitStatus status = capture(wish);
+    const auto status = workInChild(timeLimit, [&wish] {
+        const ExitStatus done = capture(wish);
         std::cout.flush();  // the file is there, whoever reads that
-        const auto byte = static_cast<char>(status);
-        writeAll(writeEnd.get(), &byte, 1);
-        ::_exit(status);
-    }
-    writeEnd.reset();
-    char status = static_cast<char>(Failed);
-    const bool isTold = waitReadable(readEnd.get(), TimeLimit(timeLimit)) == Readable::Ready &&
-                        ::read(readEnd.get(), &status, 1) == 1;
-    if (isTold) return static_cast<ExitStatus>(status);
-    ::kill(child, SIGKILL);
+        return std::string(1, static_cast<char>(done));
+    });
+    if (status && status->size() == 1) return static_cast<ExitStatus>(status->front());
     std::cerr << "tavctl capture: it has not come to an end; nothing is written\n";
     return Failed;
 }

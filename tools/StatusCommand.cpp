@@ -1,4 +1,6 @@
 #include <cerrno>
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <iomanip>
@@ -15,6 +17,7 @@
 #include "rmc/StateFiles.h"
 #include "rmc/tavMsgInfra.h"
 #include "rmc/tavipmi.h"
+#include "tools/ChildProcess.h"
 #include "tools/Command.h"
 #include "tools/CommandLine.h"
 #include "tools/ServiceClient.h"
@@ -43,6 +46,8 @@ Exit status: 0 works, 1 degraded, 2 wrong usage, 3 down, 5 you may not ask.
 )";
 
 constexpr const char* device = "/dev/ipmi0";
+/// A driver tells after some four seconds that its controller is silent.
+constexpr std::chrono::seconds patienceWithDevice{6};
 constexpr const char* configuration = "/etc/config/orn/tav/tav.conf";
 
 /// What has been found, told at the end: the verdict stands above it.
@@ -138,17 +143,28 @@ std::string describe(const ipmi::_GET_DEVICE_ID& id) {
     return text.str();
 }
 
-void tellController(Findings& findings) {
+/// Why the device cannot be opened, a blank, and what the controller behind it says.
+std::string askController() {
     const int error = whyUnusable(device, O_RDWR);
-    findings.tell("device", describe(device, error));
-    if (isForbidden(error)) return;  // the service may, and tells
     ipmi::_GET_DEVICE_ID id{};
     // To load its driver is the service's business.
     const bool answers = error == 0 && ipmi::GetDeviceIdInfo(id);
-    if (error == 0) {
-        findings.tell("controller", answers ? describe(id) : "does not say who it is");
+    return std::to_string(error) + ' ' + (answers ? describe(id) : "");
+}
+
+void tellController(Findings& findings) {
+    const auto told = workInChild(patienceWithDevice, askController);
+    if (!told || told->empty()) {
+        findings.tell("device", std::string(device) + " does not answer");
+        findings.degraded();
+        return;
     }
-    if (!answers) findings.degraded();
+    const int error = std::atoi(told->c_str());
+    findings.tell("device", describe(device, error));
+    if (isForbidden(error)) return;  // the service may, and tells
+    const std::string says = told->substr(told->find(' ') + 1);
+    if (error == 0) findings.tell("controller", says.empty() ? "does not say who it is" : says);
+    if (says.empty()) findings.degraded();
 }
 
 std::string describe(const Delivery& delivery) {

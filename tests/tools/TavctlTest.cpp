@@ -273,6 +273,19 @@ TEST(Tavctl, StatusOfAServiceThatHasLostItsPipe) {
     EXPECT_EQ(serviceLine(3).find("service        does not run"), 0U);
 }
 
+TEST(Tavctl, StatusWaitsForNoDriverThatHangs) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "their runtime has to be loaded first";
+#endif
+    ::mkdir("/run/sim/hang", 0755);
+    std::ofstream("/run/sim/hang/ipmi0").put('x');
+    const Outcome outcome = tavctl("--version; TAV_SIM_RMC=/none LD_PRELOAD=" TAV_SIM_PRELOAD
+                                   " exec timeout 30 " TAVCTL " status");
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_NE(outcome.output.find("device         /dev/ipmi0 does not answer\n"), std::string::npos)
+        << outcome.output;
+}
+
 TEST(Tavctl, StatusOfAServiceThatWorksOrDoesNotQuite) {
     // The service's pipe is not ours, its files are: as of somebody of its group.
     ASSERT_TRUE(tavCreatePipe(tavRequestPipe));
