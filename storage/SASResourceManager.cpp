@@ -208,12 +208,14 @@ void SASResourceManager::cacheBuild() {
     bool isUntold = false;
     {
         tav::InventoryCache<tav::StorageGeneration>::Build build(cache_);
+        const auto toldBy = takeToldBy();
         const auto known = cache_.current();
         tav::StorageGeneration inventory = rounds_->discover(*known);
         // A stop cuts discoveries short; what they left out must not be reported as gone.
         if (tav::stopRequested()) return;
         isUntold = readiness_.isReady() && !saysSame(*known, inventory);
         build.publish(std::move(inventory));
+        if (toldBy) *toldBy = tavJsonAggregator::getInstance()->begunInventories() + 1;
         lastRefreshTime_ = tav::secondsNow();
     }
     if (!readiness_.complete() && !isUntold) return;
@@ -298,6 +300,19 @@ void SASResourceManager::publishLate(tav::StorageGeneration::Part part) {
         }
     });
     if (isUntold) tavJsonAggregator::getInstance()->sendInventory(true);
+}
+
+SASResourceManager::ToldBy SASResourceManager::toldByNextBuild() {
+    SASResourceManager& manager = *getInstance();
+    const std::lock_guard<std::mutex> held(manager.toldByLock_);
+    auto& next = manager.toldByNextBuild_;
+    if (next == nullptr) next = std::make_shared<std::atomic<std::uint64_t>>(0);
+    return next;
+}
+
+std::shared_ptr<std::atomic<std::uint64_t>> SASResourceManager::takeToldBy() {
+    const std::lock_guard<std::mutex> held(toldByLock_);
+    return std::exchange(toldByNextBuild_, nullptr);
 }
 
 void SASResourceManager::invalidateInventoryCache() {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <ctime>
 #include <memory>
 #include <mutex>
@@ -61,6 +63,11 @@ class TAV_API SASResourceManager final : public tavResourceManager {
     /// Whether a build is under way, which may have passed by what the caller knows. Any thread.
     static bool isBuilding() { return getInstance()->cache_.isBuildInProgress(); }
 
+    /// Becomes the number of the first pushed inventory that tells what the next build to begin has
+    /// found (see tavJsonAggregator); 0 until that build has been published. Any thread.
+    using ToldBy = std::shared_ptr<const std::atomic<std::uint64_t>>;
+    static ToldBy toldByNextBuild();
+
     /// Asks for a build as soon as may be. Any thread, also a controller inside a build.
     static void invalidateInventoryCache();
 
@@ -92,12 +99,15 @@ class TAV_API SASResourceManager final : public tavResourceManager {
     void endLoop();
     void waitForLoopEnd();
     void processResourceManagerStop();
+    std::shared_ptr<std::atomic<std::uint64_t>> takeToldBy();
     void publishLate(tav::StorageGeneration::Part part);
 
     tav::ManagerLoop loop_;
     std::unique_ptr<tav::StorageRounds> rounds_;  ///< another one after each stop
     tav::Readiness readiness_;
     tav::InventoryCache<tav::StorageGeneration> cache_;
+    std::mutex toldByLock_;  ///< guards the pointer, and is held for nothing else
+    std::shared_ptr<std::atomic<std::uint64_t>> toldByNextBuild_;  ///< null: nobody has asked
     std::time_t lastRefreshTime_ = 0;  ///< end of the last build; manager's thread only
     std::time_t lastPollTime_ = 0;     ///< end of the last poll; manager's thread only
 

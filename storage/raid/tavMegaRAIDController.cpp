@@ -183,7 +183,7 @@ bool tavMegaRAIDController::lookAtDrives(Drives::Gone gone) {
     const std::lock_guard<std::recursive_mutex> held(lock_);
     const bool isFirst = !std::exchange(hasDrives_, true);
     const bool hasChanged = drives_.look(std::move(found), gone);
-    if (hasChanged) toldBy_ = 0;
+    if (hasChanged) noteUntold();
     return hasChanged && !isFirst;
 }
 
@@ -193,7 +193,7 @@ bool tavMegaRAIDController::lookAtVolumes(Volumes::Gone gone) {
     const std::lock_guard<std::recursive_mutex> held(lock_);
     const bool isFirst = !std::exchange(hasVolumes_, true);
     const bool hasChanged = volumes_.look(std::move(found), gone);
-    if (hasChanged) toldBy_ = 0;
+    if (hasChanged) noteUntold();
     return hasChanged && !isFirst;
 }
 
@@ -311,9 +311,18 @@ void tavMegaRAIDController::publish() {
     const bool isBuilding = SASResourceManager::isBuilding();
     SASResourceManager::updateInventory(
         *this, {{getInventory()}, getPhysicalDrivesInventory(), getLogicalDiskInventory()});
-    if (isBuilding) return SASResourceManager::invalidateInventoryCache();
-    const std::lock_guard<std::recursive_mutex> held(lock_);
-    toldBy_ = tavJsonAggregator::getInstance()->begunInventories() + 1;
+    {
+        const std::lock_guard<std::recursive_mutex> held(lock_);
+        toldBy_ = isBuilding ? 0 : tavJsonAggregator::getInstance()->begunInventories() + 1;
+        toldByNextBuild_ = isBuilding ? SASResourceManager::toldByNextBuild() : nullptr;
+    }
+    if (isBuilding) SASResourceManager::invalidateInventoryCache();
+}
+
+/// A look has found what no inventory that has begun tells. The build that it belongs to tells it.
+void tavMegaRAIDController::noteUntold() {
+    toldBy_ = 0;
+    if (toldByNextBuild_ != nullptr && *toldByNextBuild_ != 0) toldByNextBuild_ = nullptr;
 }
 
 /// Once the RMC has acknowledged an inventory that tells what the last event has made of all this,
@@ -321,6 +330,9 @@ void tavMegaRAIDController::publish() {
 void tavMegaRAIDController::noteAcknowledged() {
     const auto acknowledged = tavJsonAggregator::getInstance()->acknowledgedInventories();
     const std::lock_guard<std::recursive_mutex> held(lock_);
+    if (toldByNextBuild_ != nullptr && *toldByNextBuild_ != 0) {
+        toldBy_ = *std::exchange(toldByNextBuild_, nullptr);
+    }
     if (toldBy_ == 0 || acknowledged < toldBy_) return;
     toldBy_ = 0;
     controller_.noteTold();

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "rmc/tavEventHandler.h"
+#include "storage/SASResourceManager.h"
 #include "storage/kernel/tavStorageController.h"
 #include "storage/raid/raid_event_rules.h"
 #include "storage/raid/raid_ledgers.h"
@@ -101,6 +102,7 @@ class TAV_API tavMegaRAIDController : public tavStorageController {
     bool look(const TAV_SAS_EVENT_DETAIL& event);
     void publish();
     void noteAcknowledged();
+    void noteUntold();
     static tav::EventOutcome raise(const Consequence& consequence);
     Consequence analyze(const TAV_SAS_EVENT_DETAIL& event);
     Consequence analyzeVolumeEvent(const TAV_SAS_EVENT_DETAIL& event);
@@ -119,6 +121,8 @@ class TAV_API tavMegaRAIDController : public tavStorageController {
     bool hasDrives_ = false;    ///< discovered once
     bool hasVolumes_ = false;   ///< discovered once
     std::uint64_t toldBy_ = 0;  ///< the inventory that tells what the last event has made; 0: none
+    /// The same of an event that has come during a build; null: none.
+    SASResourceManager::ToldBy toldByNextBuild_;
 };
 
 /// The handler of the library's events: gives the event to the controller it is about.

@@ -10,6 +10,9 @@
 
 #include "base/Waiting.h"
 #include "core/Unanswered.h"
+#include "storage/ItavStorageControllerFactory.h"
+#include "storage/SASResourceManager.h"
+#include "storage/tavRegistryManager.h"
 #include "tests/support/RaidServer.h"
 
 namespace {
@@ -37,6 +40,27 @@ RaidEventBytes driveEvent(std::uint32_t code, int eventClass, std::uint8_t id,
         .text("PD 09 failed");
 }
 
+/// Keeps a build waiting.
+class SlowFactory final : public ItavStorageControllerFactory {
+ public:
+    int discoverControllers(std::vector<ItavStorageController*>&) override {
+        isAsked = true;
+        while (!answers)
+            std::this_thread::sleep_for(1ms);
+        return 0;
+    }
+    int getControllers(std::uint8_t, std::vector<ItavStorageController*>&) override { return 0; }
+    void shutdownFactory() override {}
+    void poll() override {}
+    void deleteControllers(std::uint8_t) override {}
+
+    std::atomic<bool> isAsked{false};
+    std::atomic<bool> answers{false};
+
+ private:
+    tavRegistryManager<ItavStorageControllerFactory*> registration_{this};
+};
+
 class RaidEvents : public testing::Test {
  protected:
     RaidEvents() {
@@ -60,6 +84,18 @@ class RaidEvents : public testing::Test {
         for (const Json::Value& event : events())
             ids.push_back(event["ID"].asInt());
         return ids;
+    }
+
+    /// Sends an inventory, which the controller acknowledges.
+    static void pushInventory() {
+        tavJsonAggregator& inventories = *tavJsonAggregator::getInstance();
+        const std::uint64_t before = inventories.acknowledgedInventories();
+        clockSpeed = 200;
+        inventories.sendInventory(true);
+        inventories.sendInventory(false);
+        while (inventories.acknowledgedInventories() == before)
+            std::this_thread::sleep_for(1ms);
+        tavJsonAggregator::stoptavJsonAggregator();
     }
 
     Rmc rmc_;
@@ -235,15 +271,29 @@ TEST_F(RaidEvents, WhatAnInventoryHasToldIsKnown) {
     rmc_.intercept([](const auto&) { return tav::sim::Reply::failure(0xC0); });
     library.fire(driveEvent(0x01, 4, 9));
     rmc_.intercept(nullptr);
-    tavJsonAggregator& inventories = *tavJsonAggregator::getInstance();
-    const std::uint64_t before = inventories.acknowledgedInventories();
-    clockSpeed = 200;
-    inventories.sendInventory(true);
-    inventories.sendInventory(false);
-    while (inventories.acknowledgedInventories() == before)
-        std::this_thread::sleep_for(1ms);
-    tavJsonAggregator::stoptavJsonAggregator();
+    pushInventory();
     library.fire(driveEvent(0x01, 4, 9));
+    library.fire(driveEvent(0x72, 2, 9, 0x18));
+    std::vector<int> raised = ids();
+    std::erase(raised, 0);  // the inventory
+    EXPECT_THAT(raised, ElementsAre(540)) << "it works again, and was known not to";
+}
+
+TEST_F(RaidEvents, WhatAnInventoryHasToldOfAnEventDuringABuildIsKnown) {
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    SlowFactory slow;
+    SASResourceManager& manager = *SASResourceManager::getInstance();
+    std::thread builder([&] { manager.cacheBuild(); });
+    while (!slow.isAsked)
+        std::this_thread::sleep_for(1ms);
+    rmc_.intercept([](const auto&) { return tav::sim::Reply::failure(0xC0); });
+    library.fire(driveEvent(0x01, 4, 9));
+    rmc_.intercept(nullptr);
+    slow.answers = true;
+    builder.join();
+    manager.cacheBuild();
+    pushInventory();
     library.fire(driveEvent(0x72, 2, 9, 0x18));
     std::vector<int> raised = ids();
     std::erase(raised, 0);  // the inventory
