@@ -90,6 +90,22 @@ def events_of(record):
     return events
 
 
+def drive_name(data):
+    return f"{data['SerialNumber']} {data.get('Model')} {data.get('Revision')}"
+
+
+def drives_of_events(record):
+    """What events have told of drives, and when."""
+    told = []
+    for line in record:
+        details = {}
+        if line.get("command") == "MPEventGen" and line["payload"]:
+            details = json.loads(line["payload"]).get("VariableData") or {}
+        if details.get("Type") == "Drive":
+            told.append((line["time"], details["Data"]))
+    return told
+
+
 def inventories_of(record):
     return [(line["time"], json.loads(line["payload"]).get("HostDataCollection", {}))
             for line in record if line.get("command") == "WriteInventory"]
@@ -165,8 +181,26 @@ class Excuses:
                     elif end == "rmc withdraw":
                         self.asleep.append((since - 2, order["done"] + 40))
         self.unplaced = self.without_locations(played)
+        self.hanging = self.library_hanging(played)
         self.lags = played["lags"] + [[order["at"], order["done"] - order["at"]]
                                       for order in played["orders"]]
+
+    @staticmethod
+    def library_hanging(played):
+        """When the RAID library does not come back, and what it was asked before is on its way."""
+        spans, begun = [], None
+        for order in played["orders"]:
+            if order["do"].startswith("raid hang"):
+                begun = order["at"] if begun is None else begun
+            elif order["do"] == "raid resume" and begun is not None:
+                spans.append((begun, order["done"]))
+                begun = None
+        return spans
+
+    def answered(self, since, until):
+        """For how many seconds of these the library could be asked."""
+        return until - since - sum(max(0, min(end, until) - max(begin, since))
+                                   for begin, end in self.hanging)
 
     @staticmethod
     def without_locations(played):
@@ -433,6 +467,7 @@ def sata_rule(place):
 
 # --- RAID: what notifications say -------------------------------------------------------------
 
+UNTOLD = "Critical, and nobody knows"
 GOOD_STATES = (0x00, 0x02, 0x14, 0x18, 0x20, 0x40)
 VOLUME_STATES = ("Offline", "Partially degraded", "Degraded", "Optimal")
 
@@ -482,17 +517,22 @@ def explain_notified(own, told, ids, name_at, place, events, begin, first, end, 
     def own_at(time):
         return next(c.value for c in reversed(own) if c.since <= time)
 
+    # What was dropped before the first inventory has reported nothing: UNTOLD stands for that until
+    # the next change, or until an inventory has surely told it.
     at_first = {c.value for c in own if c.since <= first + 2 and c.until >= begin}
     reported = {(value, 0) for value in at_first}
     for index, (time, kind, value, more) in enumerate(changes):
         if kind == "unheard":
             continue
         following = set()
+        if kind == "told" and value == "OK" and time < first + LATE:
+            following |= {("OK", used) for before, used in reported if before == UNTOLD}
+        reported = {("Critical" if before == UNTOLD else before, used) for before, used in reported}
         if kind == "own":
             later = changes[index + 1][0] if index + 1 < len(changes) else end
             for before, used in reported:
                 following.add((value, used))
-                if later - time < REBUILT and name_at(time) == name_at(time - 1):
+                if excuses.answered(time, later) < REBUILT and name_at(time) == name_at(time - 1):
                     following.add((before, used))
         else:
             for before, used in reported:
@@ -510,11 +550,14 @@ def explain_notified(own, told, ids, name_at, place, events, begin, first, end, 
                         time - 2 <= events[used].time <= time + excuses.lateness(time):
                     # What has been taken out is not there to be failed.
                     following.add(("gone" if own_at(time) == "gone" else value, used + 1))
+                if value == "Critical" and time < first + 2:
+                    following.add((UNTOLD, used))
                 if time < first + 2 or time > end - LATE or \
                         excuses.may_be_untold(time, min(time + LATE, end)):
                     following.add((value, used))
         reported = following
-    return {value for value, used in reported if used == len(events)}
+    return {"Critical" if value == UNTOLD else value
+            for value, used in reported if used == len(events)}
 
 
 # --- the verdict ------------------------------------------------------------------------------
@@ -713,13 +756,20 @@ class Judge:
 
     def check_picture(self):
         """Its last inventory and the events since."""
-        bell = next((line["time"] for line in self.played["record"] if "doorBell" in line), None)
+        bell = next((line["time"] for line in reversed(self.played["record"])
+                     if "doorBell" in line), None)
         before = [told for told in inventories_of(self.played["record"])
                   if bell is not None and told[0] < bell]
         deaf = self.excuses.asleep or any("refused" in line for line in self.played["record"])
         if not before or deaf:
             return
         since, told = before[-1]
+        named = self.told_drives(told).keys() | {
+            drive_name(told_of) for time, told_of in drives_of_events(self.played["record"])
+            if since < time < bell}
+        for name, values in self.wanted_drives(self.truth.moments[-1][1]).items():
+            if name not in named and None not in values:
+                self.faults.append(f"the controller does not know {name}")
         picture = {drive["SerialNumber"]: drive["Status"]["Health"]
                    for drive in told.get("Drives", [])}
         picture.update((volume["DurableName"], volume["Status"]["Health"])
@@ -781,7 +831,7 @@ class Judge:
     def told_drives(told):
         drives = {}
         for drive in told.get("Drives", []):
-            name = f"{drive['SerialNumber']} {drive.get('Model')} {drive.get('Revision')}"
+            name = drive_name(drive)
             drives[name] = "twice" if name in drives else drive["Status"]["Health"]
         return drives
 

@@ -28,7 +28,7 @@ DESCRIPTION = "/run/sim/server.json"
 CLOCK = "/run/sim/clock"  # seconds by which the service's clock is set off, 8 bytes
 CALM = 105  # before the end: the controller rings
 STOP_PATIENCE = 10  # real seconds
-LOOKS = 5, 0.02  # at what the service holds: so many, so many real seconds from each other
+LOOKS = 10, 0.02  # at what the service holds: so many, so many real seconds from each other
 
 
 def ask(path, line):

@@ -220,7 +220,28 @@ class Teller:
             (0, f"change nvme {name} state=resetting"),
             (self.random.randrange(3, 30), f"change nvme {name} state=live")]
 
+    # What no event tells, and what is there when the service starts.
+
+    def firmware(self):
+        name = self.random.choice(("sg0", "sg1", "sg2", "sg3"))
+        return f"{name} gets new firmware", name, [
+            (0, f"change disks {name} revision=FW{self.random.randrange(10, 100)}")]
+
+    def nvme_firmware(self):
+        name = self.random.choice(("nvme0", "nvme1"))
+        return f"{name} gets new firmware", name, [
+            (0, f"change nvme {name} firmware=FW{self.random.randrange(10, 100)}")]
+
+    def start_without_locations(self):
+        what = self.random.choice(("hang", "fail", "fail"))
+        return f"localcli {what}s while the service restarts", "localcli", [
+            (0, f"{what} localcli"), (1, "restart"), (self.lasting() + 2, f"un{what} localcli")]
+
+    def door_bell(self):
+        return "the RMC rings for an inventory", "bell", [(0, "rmc doorbell=WriteInventory")]
+
     NVME_TOPICS = ((nvme, 5), (nvme_reset, 1))
+    LATER_TOPICS = ((firmware, 2), (nvme_firmware, 1), (start_without_locations, 1), (door_bell, 1))
     TOPICS = ((disk, 10), (swapped_at_once, 2), (contradicting, 2), (predicted_and_silent, 2),
               (second_device, 2), (sata_port, 3), (all_sata_ports, 1), (fibre_channel, 3), (link, 6),
               (drive, 5), (drive_taken_out, 2), (raid_controller, 1), (volume, 4), (firmware, 1),
@@ -246,10 +267,13 @@ def tell(seed):
     teller = Teller(seed)
     wanted = teller.random.randrange(5, 16)
     episodes = [teller.episode() for _ in range(wanted)]
-    # Drawn apart, so that a seed goes on telling what it told before there was NVMe.
+    # Drawn apart, so that a seed goes on telling what it told before there were these topics.
     nvme_teller = Teller(f"nvme {seed}")
     episodes += [nvme_teller.episode(Teller.NVME_TOPICS)
                  for _ in range(nvme_teller.random.randrange(4))]
+    later = Teller(f"later {seed}")
+    later.free = teller.free | nvme_teller.free
+    episodes += [later.episode(Teller.LATER_TOPICS) for _ in range(later.random.randrange(3))]
     episodes = [episode for episode in episodes if episode is not None]
     return {"seed": seed, "episodes": sorted(episodes, key=lambda e: e["orders"][0]["at"])}
 

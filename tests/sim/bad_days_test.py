@@ -114,12 +114,26 @@ class Judging(unittest.TestCase):
                 self.assertNoticed(with_section(lambda list_, at: list_.pop(at)), f"{what} missing")
                 self.assertNoticed(with_section(lambda list_, at: list_[at]["Status"].update(
                     Health="Ill", State="Odd")), f"{what} in another condition")
+                if section != "Volumes":
+                    self.assertNoticed(with_section(lambda list_, at: list_[at]["Oem"].update(
+                        PhysicalLocation="FF00050101FFFF86")), f"{what} at another place")
         for number in range(len(told["Drives"])):
             self.assertNoticed(changed(last, lambda payload, at=number: payload[
                 "HostDataCollection"]["Drives"].append(payload["HostDataCollection"]["Drives"][at])),
                 f"drive {number} twice")
             self.assertNoticed(changed(last, lambda payload, at=number: payload[
                 "HostDataCollection"]["Drives"][at].update(Model="")), f"drive {number} nameless")
+
+    def test_what_the_inventory_before_the_bell_has_wrong_is_noticed(self):
+        before = [i for i, line in enumerate(CLEAN["record"])
+                  if line.get("command") == "WriteInventory"][-2]
+        told_of = {judge.drive_name(drive) for _, drive in judge.drives_of_events(CLEAN["record"])}
+        drives = json.loads(CLEAN["record"][before]["payload"])["HostDataCollection"]["Drives"]
+        quiet = [at for at, drive in enumerate(drives) if judge.drive_name(drive) not in told_of]
+        self.assertGreater(len(quiet), 3)
+        for number in quiet:
+            self.assertNoticed(changed(before, lambda payload, at=number: payload[
+                "HostDataCollection"]["Drives"][at].update(Revision="OLD")), f"firmware of drive {number}")
 
     def test_the_process_is_judged_too(self):
         for change in ({"stop took": 9}, {"status": 1}, {"left": ["S localcli"]}, {"died": [90, -11]}):
@@ -165,6 +179,50 @@ class Reading(unittest.TestCase):
                 ((100, 300), [], False)):
             with self.subTest(lengths=lengths, told=told):
                 self.assertEqual(self.read(lengths, *told), explained)
+
+
+class Notified(unittest.TestCase):
+    """A volume that degrades, of which nobody tells, and heals again, which is told."""
+
+    def read(self, hangs, *told):
+        own = [judge.Condition(value, since, until, judge.REBUILT) for value, since, until in
+               (("OK", 0, 200), ("Critical", 200, 300), ("OK", 300, 600))]
+        orders = [{"at": at, "done": at, "do": do} for at, do in hangs]
+        events = [judge.Event(time, number, "V", "", "VD 00") for number, time in told]
+        return bool(judge.explain_notified(
+            own, [(300.5, True, "OK", "VD")], {"OK": 683, "Critical": 681}, lambda time: "V", "",
+            events, 0, 30, 600, judge.Excuses({"orders": orders, "lags": [], "services": []})))
+
+    def test_what_the_library_could_not_be_asked_may_be_missed(self):
+        hangs = [(230, "raid hang 0 3"), (290, "raid resume")]
+        for hung, told, explained in (
+                ([], [(683, 305)], True),
+                ([], [], False),
+                (hangs, [(683, 305)], True),
+                (hangs, [], True),
+                (hangs, [(681, 205), (683, 305)], False),
+                (hangs, [(683, 305), (683, 306)], False),
+                (hangs, [(683, 290)], False),
+                ([(400, "raid hang 0 3"), (500, "raid resume")], [], False)):
+            with self.subTest(hung=hung, told=told):
+                self.assertEqual(self.read(hung, *told), explained)
+
+
+    def test_what_was_dropped_before_the_first_inventory_is_told_by_it(self):
+        own = [judge.Condition("OK", 0, 600, judge.REBUILT)]
+        excuses = judge.Excuses({"orders": [], "lags": [], "services": []})
+        for recovers, told, explained in (
+                (60, [], True),
+                (60, [(683, 62)], True),
+                (200, [(683, 202)], True),
+                (200, [], False),
+                (60, [(681, 62)], False)):
+            with self.subTest(recovers=recovers, told=told):
+                events = [judge.Event(time, number, "V", "", "VD 00") for number, time in told]
+                self.assertEqual(bool(judge.explain_notified(
+                    own, [(20, True, "Critical", "VD"), (recovers, True, "OK", "VD")],
+                    {"OK": 683, "Critical": 681}, lambda time: "V", "", events, 0, 30, 600,
+                    excuses)), explained)
 
 
 class Telling(unittest.TestCase):
