@@ -14,6 +14,10 @@
 /// The lanes of one asker, by what they lead to, and a round of questions to all of them.
 namespace tav {
 
+/// Whether a round waits for an answer: a disk whose commands time out one after the other is not
+/// to cost each round the whole patience.
+enum class Awaited { Always, UnlessItHung };
+
 /// Not locked: belongs to whoever asks. `Key` is ordered.
 template <class Key, class Answer>
 class LaneGroup {
@@ -22,14 +26,15 @@ class LaneGroup {
     LaneGroup(std::shared_ptr<Lanes> pool, std::chrono::milliseconds patience)
         : pool_(std::move(pool)), patience_(patience) {}
 
-    /// False when the one before has not been answered.
+    /// False when the one before has not been answered. An answer that is not awaited is taken in
+    /// whichever round it comes; whoever took longer than the patience the last time has hung.
     template <class Asking>
-    bool ask(const Key& key, std::string what, Asking asking) {
+    bool ask(const Key& key, std::string what, Asking asking, Awaited awaited = Awaited::Always) {
         const auto found = lanes_.find(key);
         Entry& entry = found == lanes_.end() ? makeLane(key) : *found->second;
         if (!entry.lane.ask(std::move(what), std::move(asking))) return false;
-        entry.isAwaited = true;
-        ++awaited_;
+        entry.isAwaited = awaited == Awaited::Always || entry.lane.lastTook() < patience_;
+        if (entry.isAwaited) ++awaited_;
         return true;
     }
 

@@ -58,6 +58,9 @@ void LaneBell::ring(std::size_t lane) const {
     if (shared_->answered.size() == 1) tav::ring(shared_->event);
 }
 
+LaneQuestion::LaneQuestion(std::string what, const std::optional<LaneBell>& bell, std::size_t lane)
+    : what_(std::move(what)), bell_(bell), lane_(lane) {}
+
 milliseconds LaneQuestion::underWayFor() const {
     return begun_ ? begun_->elapsed() : milliseconds(0);
 }
@@ -69,6 +72,7 @@ void LaneQuestion::run() noexcept {
         failure_ = std::current_exception();
     }
     release();
+    took_ = begun_->elapsed();
     answered_.store(true, std::memory_order_release);
 }
 
@@ -77,7 +81,9 @@ struct Lanes::Pool {
     /// A thread. Detached: it frees its stack as soon as it leaves, and it may hang for ever. What
     /// counts is whether it is still in the list.
     struct Worker {
-        std::shared_ptr<LaneQuestion> question;  ///< the one at work
+        std::shared_ptr<LaneQuestion> question{};  ///< the one at work
+        std::shared_ptr<LaneQuestion> only{};      ///< what a thread apart is there for
+        bool isApart = false;
     };
     using WorkerPointer = std::shared_ptr<Worker>;
 
@@ -98,7 +104,22 @@ struct Lanes::Pool {
     std::list<WorkerPointer> workers;
 
     bool isAtWork(const Worker& worker) const {
-        return !worker.question || worker.question->underWayFor() < patience;
+        return !worker.isApart && (!worker.question || worker.question->underWayFor() < patience);
+    }
+
+    /// Until one of those at work hangs at the soonest, so that one that waits is asked in its
+    /// stead.
+    milliseconds untilRoom() const {
+        constexpr milliseconds least{1};
+        const std::lock_guard<std::mutex> held(lock);
+        milliseconds left = patience;
+        if (waiting.empty()) return left;
+        for (const WorkerPointer& worker : workers) {
+            if (worker->question && isAtWork(*worker)) {
+                left = std::min(left, patience - worker->question->underWayFor());
+            }
+        }
+        return std::max(left, least);
     }
 
     /// Starts threads for the questions that wait, as far as there is room. Under the lock.
@@ -108,14 +129,27 @@ struct Lanes::Pool {
                           [&](const auto& worker) { return pool->isAtWork(*worker); }));
         std::size_t wanted =
             std::min(pool->waiting.size(), pool->mostAtWork - std::min(atWork, pool->mostAtWork));
-        for (; wanted > 0 && pool->workers.size() < pool->mostAtWork + mostHanging; --wanted) {
-            const auto worker = std::make_shared<Worker>();
-            std::thread thread;
-            if (startThread(thread, pool->name, [pool, worker] { work(*pool, worker); }) != 0)
-                return;
-            thread.detach();
-            pool->workers.push_back(worker);
-        }
+        while (wanted > 0 && start(pool, std::make_shared<Worker>()))
+            --wanted;
+    }
+
+    /// Starts a thread for that question alone. Under the lock.
+    static bool engageApart(const std::shared_ptr<Pool>& pool,
+                            const std::shared_ptr<LaneQuestion>& question) {
+        const auto worker = std::make_shared<Worker>();
+        worker->only = question;
+        worker->isApart = true;
+        return start(pool, worker);
+    }
+
+    static bool start(const std::shared_ptr<Pool>& pool, const WorkerPointer& worker) {
+        if (pool->workers.size() >= pool->mostAtWork + mostHanging) return false;
+        std::thread thread;
+        if (startThread(thread, pool->name, [pool, worker] { work(*pool, worker); }) != 0)
+            return false;
+        thread.detach();
+        pool->workers.push_back(worker);
+        return true;
     }
 
     static void work(Pool& pool, const WorkerPointer& worker) {
@@ -135,13 +169,15 @@ struct Lanes::Pool {
     /// What the worker is to ask next; null when it is to leave.
     std::shared_ptr<LaneQuestion> next(const WorkerPointer& worker) {
         const std::lock_guard<std::mutex> held(lock);
-        worker->question = nullptr;
-        if (waiting.empty()) {
+        worker->question = std::exchange(worker->only, nullptr);
+        if (!worker->question && !worker->isApart && !waiting.empty()) {
+            worker->question = std::move(waiting.front());
+            waiting.pop_front();
+        }
+        if (!worker->question) {
             workers.remove(worker);
             return nullptr;
         }
-        worker->question = std::move(waiting.front());
-        waiting.pop_front();
         worker->question->noteBegin();
         return worker->question;
     }
@@ -155,9 +191,10 @@ Lanes::~Lanes() {
     finish(TimeLimit(milliseconds(0)));
 }
 
-void Lanes::begin(std::shared_ptr<LaneQuestion> question) {
+void Lanes::begin(std::shared_ptr<LaneQuestion> question, milliseconds lastTook) {
     const std::lock_guard<std::mutex> held(pool_->lock);
     if (pool_->stop.requested()) return;
+    if (lastTook >= pool_->patience && Pool::engageApart(pool_, question)) return;
     pool_->waiting.push_back(std::move(question));
     Pool::engage(pool_);
 }
@@ -179,12 +216,15 @@ bool Lanes::waitForAnswer(const TimeLimit& limit, const LaneBell& bell) {
 
 bool Lanes::waitFor(int descriptor, const TimeLimit& limit) {
     while (true) {
-        const milliseconds step = std::min(limit.left(), pool_->patience);
+        const milliseconds step = std::min(limit.left(), pool_->untilRoom());
         const Readable result = waitReadable(descriptor, TimeLimit(step));
         if (result == Readable::Ready) return true;
-        if (result != Readable::TimedOut || limit.left() == milliseconds(0)) return false;
-        const std::lock_guard<std::mutex> held(pool_->lock);
-        Pool::engage(pool_);  // some may have begun to hang while others wait
+        if (result != Readable::TimedOut) return false;
+        {
+            const std::lock_guard<std::mutex> held(pool_->lock);
+            Pool::engage(pool_);  // some may have begun to hang while others wait
+        }
+        if (limit.left() == milliseconds(0)) return false;
     }
 }
 

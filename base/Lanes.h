@@ -52,13 +52,14 @@ class LaneBell {
 /// A question on its way, shared by its lane and the thread that asks it.
 class LaneQuestion {
  public:
-    LaneQuestion(std::string what, std::optional<LaneBell> bell, std::size_t lane)
-        : what_(std::move(what)), bell_(std::move(bell)), lane_(lane) {}
+    LaneQuestion(std::string what, const std::optional<LaneBell>& bell, std::size_t lane);
     LaneQuestion(const LaneQuestion&) = delete;
     LaneQuestion& operator=(const LaneQuestion&) = delete;
     virtual ~LaneQuestion() = default;
 
     const std::string& what() const { return what_; }
+    /// Only once it is answered: how long that has taken.
+    std::chrono::milliseconds took() const { return took_; }
     bool isAnswered() const { return answered_.load(std::memory_order_acquire); }
     /// Since a thread took it up; 0 while it waits for one.
     std::chrono::milliseconds underWayFor() const;
@@ -82,6 +83,7 @@ class LaneQuestion {
     const std::string what_;
     std::optional<Stopwatch> begun_;  ///< under the pool's lock
     std::exception_ptr failure_;
+    std::chrono::milliseconds took_{0};
     std::atomic<bool> answered_{false};
     const std::optional<LaneBell> bell_;
     const std::size_t lane_;
@@ -105,9 +107,9 @@ class AnswerableQuestion : public LaneQuestion {
 template <class Answer, class Asking>
 class AskedQuestion final : public AnswerableQuestion<Answer> {
  public:
-    AskedQuestion(std::string what, std::optional<LaneBell> bell, std::size_t lane, Asking asking)
-        : AnswerableQuestion<Answer>(std::move(what), std::move(bell), lane),
-          asking_(std::move(asking)) {}
+    AskedQuestion(std::string what, const std::optional<LaneBell>& bell, std::size_t lane,
+                  Asking asking)
+        : AnswerableQuestion<Answer>(std::move(what), bell, lane), asking_(std::move(asking)) {}
 
  private:
     void ask() override { this->answer_.emplace((*asking_)()); }
@@ -119,7 +121,8 @@ class AskedQuestion final : public AnswerableQuestion<Answer> {
 /// The pool of threads behind some lanes. Threads are started when there is something to ask and
 /// end when there is nothing more, so an idle pool costs nothing. A question that takes longer than
 /// the pool's patience hangs: it does not count among those at work any more, so that others are
-/// asked in its stead.
+/// asked in its stead. The next question of its lane does not count from the beginning: whoever has
+/// hung may hang again, and takes nobody's place.
 class Lanes {
  public:
     /// Threads show as `threadName` (a literal of at most 15 characters). At most `mostAtWork`
@@ -152,7 +155,7 @@ class Lanes {
     friend class Lane;
     struct Pool;
 
-    void begin(std::shared_ptr<LaneQuestion> question);
+    void begin(std::shared_ptr<LaneQuestion> question, std::chrono::milliseconds lastTook);
     std::chrono::milliseconds underWayFor(const LaneQuestion& question) const;
     bool waitFor(int descriptor, const TimeLimit& limit);
 
@@ -175,7 +178,7 @@ class Lane {
         if (question_) return false;
         question_ = std::make_shared<AskedQuestion<Answer, Asking>>(std::move(what), bell_, number_,
                                                                     std::move(asking));
-        pool_->begin(question_);
+        pool_->begin(question_, lastTook_);
         return true;
     }
 
@@ -183,12 +186,16 @@ class Lane {
     std::optional<Answer> take() {
         if (!question_ || !question_->isAnswered()) return std::nullopt;
         const auto question = std::exchange(question_, nullptr);
+        lastTook_ = question->took();
         question->rethrow();
         return question->takeAnswer();
     }
 
     /// Whether a question has not been answered, or its answer not been taken.
     bool isBusy() const { return question_ != nullptr; }
+
+    /// How long the answer took that was taken last; 0 before the first one.
+    std::chrono::milliseconds lastTook() const { return lastTook_; }
 
     struct Unanswered {
         std::string what;
@@ -202,6 +209,7 @@ class Lane {
 
  private:
     Lanes* pool_;
+    std::chrono::milliseconds lastTook_{0};
     std::optional<LaneBell> bell_;
     std::size_t number_ = 0;
     std::shared_ptr<AnswerableQuestion<Answer>> question_;

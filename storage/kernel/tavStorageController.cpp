@@ -403,9 +403,12 @@ void tavStorageController::askController() {
 }
 
 void tavStorageController::askPorts() {
-    lanes().ask("", "the state of its ports", [self = self(), known = getInventory()] {
-        return tav::DeviceAnswer{.controller = self->examinePorts(known)};
-    });
+    lanes().ask(
+        "", "the state of its ports",
+        [self = self(), known = getInventory()] {
+            return tav::DeviceAnswer{.controller = self->examinePorts(known)};
+        },
+        tav::Awaited::UnlessItHung);
 }
 
 void tavStorageController::askDisk(const tav::DiskAddress& address) {
@@ -416,12 +419,14 @@ void tavStorageController::askDisk(const tav::DiskAddress& address) {
 }
 
 void tavStorageController::askDiskStatus(const tavDiskInfo& disk) {
-    lanes().ask(disk.getOSSCSILink(), "its condition",
-                [self = self(), disk = tavDiskInfo(disk)]() mutable {
-                    tav::lookForBlockDevice(disk);
-                    self->discoverPhysicalDiskStatus(disk);
-                    return tav::DeviceAnswer{.disk = std::move(disk)};
-                });
+    lanes().ask(
+        disk.getOSSCSILink(), "its condition",
+        [self = self(), disk = tavDiskInfo(disk)]() mutable {
+            tav::lookForBlockDevice(disk);
+            self->discoverPhysicalDiskStatus(disk);
+            return tav::DeviceAnswer{.disk = std::move(disk)};
+        },
+        tav::Awaited::UnlessItHung);
 }
 
 /// Waits for what has been asked. What comes of it leaves at once.

@@ -164,6 +164,42 @@ TEST(Lanes, AGroupTakesTheAnswerOfADroppedLaneForNobodyElses) {
     EXPECT_EQ(answers, std::vector{2});
 }
 
+/// Not even when it is asked first and there is one place only.
+TEST(Lanes, WhoHasHungIsNotWaitedForAgain) {
+    constexpr auto patience = 300ms;
+    Hang first;
+    Hang second;
+    tav::LaneGroup<int, int> group(std::make_shared<Lanes>("tav-test", 1, patience), patience);
+    std::vector<int> answers;
+    const auto round = [&](std::function<int()> sick, int healthy) {
+        group.ask(1, "the sick one", std::move(sick), tav::Awaited::UnlessItHung);
+        group.ask(
+            2, "the healthy one", [healthy] { return healthy; }, tav::Awaited::UnlessItHung);
+        const tav::Stopwatch watch;
+        group.collect(
+            TimeLimit(10s), [&](int, int answer) { answers.push_back(answer); }, [] {});
+        return watch.elapsed();
+    };
+    const auto fetch = [&](std::size_t count) {
+        for (const TimeLimit soon(10s); answers.size() < count && soon.left() > 0ms;) {
+            std::this_thread::sleep_for(1ms);
+            group.collect(
+                TimeLimit(10s), [&](int, int answer) { answers.push_back(answer); }, [] {});
+        }
+    };
+    EXPECT_GE(round(first.question(10), 1), patience);
+    first.release();
+    fetch(2);
+    EXPECT_LT(round(second.question(20), 2), patience);
+    EXPECT_EQ(answers, (std::vector{1, 10, 2}));
+    second.release();
+    fetch(4);
+    round([] { return 30; }, 3);
+    fetch(6);
+    EXPECT_LT(round([] { return 40; }, 4), patience);
+    EXPECT_EQ(answers.size(), 8U) << "whoever answers in time is waited for";
+}
+
 TEST(Lanes, AStopOfTheAskerEndsItsWait) {
     Hang hang;
     Lanes pool("tav-test", 1, 10s);
