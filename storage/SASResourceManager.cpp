@@ -29,6 +29,7 @@ using namespace std::chrono_literals;
 constexpr auto& logger = tav::storageLog;
 
 constexpr long pollInterval = 10;
+constexpr std::chrono::seconds shortestStep = 1s;
 constexpr auto runningRetry = 5s;
 constexpr auto clockRetry = 1s;
 
@@ -132,8 +133,11 @@ void SASResourceManager::startInventory() {
     const std::chrono::seconds step(compute_gcd(refresh, pollInterval));
     const tav::UeventListener listener(tav::openUeventSocket(), "tav-uevents", tav::concernsStorage,
                                        [this] { loop_.requestLook(); });
+    auto wait = step;
     while (true) {
-        const tav::LoopWake wake = loop_.wait(step);
+        const tav::LoopWake wake = loop_.wait(wait);
+        const std::time_t now = tav::secondsNow();
+        const tav::Stopwatch round;
         if (wake.stop) break;
         if (wake.clockFailed) {
             logger.error(here(), "Failed to get current time! (errno: %d)", errno);
@@ -141,9 +145,18 @@ void SASResourceManager::startInventory() {
             continue;
         }
         const bool builds = wake.refresh || isDue(wake, lastRefreshTime_, refresh);
-        if (builds) cacheBuild();
+        if (builds) {
+            cacheBuild();
+            lastRefreshTime_ = now;
+        }
         // A build that has begun after the kernel's news has seen what they were about.
-        if ((wake.look && !builds) || isDue(wake, lastPollTime_, pollInterval)) pollDevices();
+        if ((wake.look && !builds) || isDue(wake, lastPollTime_, pollInterval)) {
+            pollDevices();
+            lastPollTime_ = now;
+        }
+        // What a round has waited for those that hang is no time in which nobody looks.
+        const auto taken = std::chrono::floor<std::chrono::seconds>(round.elapsed());
+        wait = std::max(step - taken, shortestStep);
     }
     processResourceManagerStop();
 }
@@ -216,7 +229,6 @@ void SASResourceManager::cacheBuild() {
         isUntold = readiness_.isReady() && !saysSame(*known, inventory);
         build.publish(std::move(inventory));
         if (toldBy) *toldBy = tavJsonAggregator::getInstance()->begunInventories() + 1;
-        lastRefreshTime_ = tav::secondsNow();
     }
     if (!readiness_.complete() && !isUntold) return;
     logger.debug(here(), "SASRM requesting cache push");
@@ -227,7 +239,6 @@ void SASResourceManager::pollDevices() {
     logger.debug(here(), "Polling devices.");
     const tav::Timed timed(tav::figuresOf(STORAGE_CONTROLLERS).polls);
     rounds_->poll();
-    lastPollTime_ = tav::secondsNow();
 }
 
 int SASResourceManager::getInventoryJsonObject(std::vector<Json::Value>& /*records*/) {

@@ -108,8 +108,8 @@ class TAV_API SASResourceManager final : public tavResourceManager {
     tav::InventoryCache<tav::StorageGeneration> cache_;
     std::mutex toldByLock_;  ///< guards the pointer, and is held for nothing else
     std::shared_ptr<std::atomic<std::uint64_t>> toldByNextBuild_;  ///< null: nobody has asked
-    std::time_t lastRefreshTime_ = 0;  ///< end of the last build; manager's thread only
-    std::time_t lastPollTime_ = 0;     ///< end of the last poll; manager's thread only
+    std::time_t lastRefreshTime_ = 0;  ///< begin of the last build's round; loop's own
+    std::time_t lastPollTime_ = 0;     ///< likewise of the last poll's
 
     std::mutex loopStateLock_;  ///< guards the two flags below and is held for nothing else
     std::condition_variable loopEnded_;

@@ -380,6 +380,27 @@ TEST(StorageManager, WhatHangsHoldsUpNobody) {
     EXPECT_THAT(names(1), ElementsAre("s", "h1", "h2", "z"));
 }
 
+/// A poll that waits five seconds for disks that hang puts the next one off by nothing.
+TEST(StorageManager, PollsBeginEveryTenSecondsHoweverLongTheyTake) {
+    logEverything(storageOnly);
+    clockSpeed = 50;
+    constexpr auto patience = 5000ms / 50;
+    constexpr auto interval = 10000ms / 50;
+    std::atomic<Clock::duration> last{};
+    std::atomic<Clock::duration> shortest{1h};
+    FakeFactory factory({{.name = "c", .polled = [&] { std::this_thread::sleep_for(patience); }}});
+    factory.polled = [&] {
+        const auto now = Clock::now().time_since_epoch();
+        if (last.load() != Clock::duration{})
+            shortest = std::min(shortest.load(), now - last.load());
+        last = now;
+    };
+    const RunningManager running;
+    EXPECT_TRUE(soon([&] { return factory.count('P') >= 6; }));
+    EXPECT_LT(shortest.load(), interval + patience);
+    EXPECT_GT(shortest.load(), interval / 2);
+}
+
 TEST(StorageManager, WhoAnswersLateIsPublishedThen) {
     logEverything(storageOnly);
     clockSpeed = 100;
