@@ -237,10 +237,9 @@ void TAVServer::serve() {
 bool TAVServer::openPipes() {
     const std::lock_guard<std::mutex> held(pipesLock_);
     if (stopRequested_) return false;
-    if (!openRequestPipe()) {
-        logger.error(here(), "Open of pipe %s failed.", tavRequestPipe);
-        return false;
-    }
+    moveAside();
+    isPipeMissed_ = !openRequestPipe();  // it is tried again with every look at the pipe
+    if (isPipeMissed_) logger.error(here(), "Open of pipe %s failed.", tavRequestPipe);
     logger.debug(here(), "fd in read= %d .\n", requests_.get());
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) {

@@ -463,14 +463,27 @@ TEST(CliServerAlone, TellsThatAnEventWasDropped) {
     EXPECT_EQ(tavWritePipe(path, &request), -1) << "nobody is there any more";
 }
 
-TEST(CliServerAlone, EndsWhenThePipeIsNone) {
+TEST(CliServerAlone, ServesWhateverStoodInThePipesPlace) {
+    clockSpeed = 1000;
     logEverything();
-    writeFile(tavRequestPipe, "a file");
+    writeFile(tavRequestPipe, "precious");
+    for (int i = 1; i <= 100; ++i)  // so that there is no place to put it
+        writeFile("/var/run/orntav.not-a-pipe" + (i == 1 ? "" : '-' + std::to_string(i)), "");
     TAVServer::initializeTAVServer();
     while (logs().find("Open of pipe /var/run/orntav failed.") == std::string::npos)
         std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(tav::test::readFile(tavRequestPipe), "precious");
+    std::filesystem::remove("/var/run/orntav.not-a-pipe-7");
+    for (int i = 0; i < 5000 && !std::filesystem::is_fifo(tavRequestPipe); ++i)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(tav::test::readFile("/var/run/orntav.not-a-pipe-7"), "precious");
+    const Client client(::getpid());
+    const auto request = tav::makeCliRequest({TAV_TEST_EVENT_REQUEST, ::getpid(), "999"});
+    EXPECT_EQ(tavWritePipe(tavRequestPipe, &request), 0);
+    _TAV_MESSAGE_PACKET answer{};
+    EXPECT_EQ(tavReadPipe(tav::responsePipeOf(::getpid()).c_str(), &answer), 0);
+    EXPECT_EQ(tav::reasonOf(answer), tav::CliReason::NoSuchEvent);
     TAVServer::stopTAVServer();
-    EXPECT_EQ(tav::test::readFile(tavRequestPipe), "a file");
 }
 
 TEST(CliPackets, EveryPayloadComesWhole) {
