@@ -36,7 +36,7 @@ inline constexpr long longRecovery = 60;
 
 struct PortCondition {
     Condition condition;
-    long recoverySince = 0;  ///< seconds of the system clock; 0 while it is not in recovery
+    long recoverySince = 0;  ///< by tav::secondsNow(); 0 while it is not in recovery
 };
 
 /// The condition of a port by the text of its SCSI host's state (none, or an empty one: it could
