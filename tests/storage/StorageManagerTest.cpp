@@ -302,7 +302,7 @@ TEST(StorageManager, PushesThatBuildsOwe) {
                           .discovered = [&] { duringBuild(); }}});
     const auto pushes = [] {
         manager().cacheBuild();
-        return timesLogged("SASRM requesting cache push");
+        return timesLogged("Dropping inventory send request");  // before the first one
     };
     EXPECT_EQ(pushes(), 1U) << "the aggregator's last round found it not ready";
     duringBuild = [] {};
@@ -435,6 +435,8 @@ TEST(StorageStop, WaitsForNobodyForLong) {
     const auto begin = Clock::now();
     running.stop();
     EXPECT_LT(Clock::now() - begin, 2s);
+    EXPECT_LT(logs().find("Resource manager stop in progress."),
+              logs().find("Wait for resource manager stop completed"));
     EXPECT_EQ(factory.count('S'), 1);
     EXPECT_THAT(names(1), IsEmpty());
     hangs = false;
