@@ -100,6 +100,15 @@ class NvmeControllers : public testing::Test {
     }
 
     Json::Value lastEvent() const { return parseJson(rmc_.commands().back().payload); }
+    /// Of the last event of that number.
+    std::string textOf(int id) const {
+        std::string text;
+        for (const auto& command : rmc_.commands()) {
+            const Json::Value event = parseJson(command.payload);
+            if (event["ID"] == id) text = event["VariableData"]["EventInfo"].asString();
+        }
+        return text;
+    }
     std::string lastText() const { return lastEvent()["VariableData"]["EventInfo"].asString(); }
 
     /// "538 S1/1" for every event since the last call: serial number and, of a drive, namespace.
@@ -264,16 +273,19 @@ TEST_F(NvmeControllers, ControllersInResetAndDeadOnes) {
     poll();
     EXPECT_THAT(events(), UnorderedElementsAre("398 S1", "538 S1/1", "538 S1/2"));
     EXPECT_THAT(controllers(), ElementsAre("S1 Recovering Critical", "S2 Running OK"));
-    EXPECT_THAT(lastText(), HasSubstr("has been in reset for >= 60 seconds"));
+    EXPECT_EQ(textOf(398), "The NVMe controller has been in reset for >= 60 seconds.");
+    EXPECT_EQ(textOf(538), "The NVMe controller nvme0 has been in reset for >= 60 seconds.");
     change(0, "state", "live");
     poll();
     EXPECT_THAT(events(), UnorderedElementsAre("397 S1", "540 S1/1", "540 S1/2"));
+    EXPECT_EQ(textOf(397), "The NVMe controller is live again.");
 
     change(1, "state", "dead");
     poll();
     EXPECT_THAT(events(), UnorderedElementsAre("398 S2", "538 S2/1"));
     EXPECT_THAT(controllers(), ElementsAre("S1 Running OK", "S2 Failed Critical"));
-    EXPECT_THAT(lastText(), HasSubstr("is dead: the kernel has given it up."));
+    EXPECT_EQ(textOf(398), "The NVMe controller is dead: the kernel has given it up.");
+    EXPECT_EQ(textOf(538), "The NVMe controller nvme1 is dead: the kernel has given it up.");
     discover();
     EXPECT_THAT(drives(), ElementsAre("S1/1 Running", "S1/2 Running", "S2/1 Failed"));
 }
@@ -290,6 +302,7 @@ TEST_F(NvmeControllers, DrivesThatArePulledPutBackAndExchanged) {
     discover();
     EXPECT_THAT(events(), UnorderedElementsAre("398 S1", "538 S1/1", "538 S1/2"));
     EXPECT_EQ(lastText(), "The NVMe controller nvme0 has been removed.");
+    EXPECT_EQ(textOf(398), "The NVMe controller has been removed from the system.");
     change(0, "gone", "no");
     discover();
     EXPECT_THAT(events(), UnorderedElementsAre("397 S1", "540 S1/1", "540 S1/2"));
