@@ -49,9 +49,9 @@ TEST(ServiceState, MetricsAsThatCommunityWritesThem) {
           "tav_rmc_frames_total 1234\n", "tav_rmc_failures_total{step=\"silence\"} 4\n",
           "tav_manager_build_duration_seconds_sum{manager=\"Host\\\"OS\\\\\\nInfo\xef\xbf\xbd\"} "
           "1.5\n",
-          "tav_devices_not_answering 1\n", "tav_loops_standing_still 1\n", "tav_up 1\n",
-          "tav_process_cpu_seconds_total 1.5\n", "tav_process_open_fds 39\n",
-          "tav_process_start_time_seconds 1700000000\n"}) {
+          "tav_devices_not_answering 1\n", "tav_loops_standing_still 1\n",
+          "# TYPE tav_up gauge\ntav_up 1\n", "tav_process_cpu_seconds_total 1.5\n",
+          "tav_process_open_fds 39\n", "tav_process_start_time_seconds 1700000000\n"}) {
         EXPECT_THAT(text, HasSubstr(line));
     }
     EXPECT_EQ(text.find("\nprocess_"), std::string::npos)
@@ -72,6 +72,7 @@ TEST(ServiceState, HealthIsJsonWhateverItsTextsHold) {
     EXPECT_EQ(health["Unanswered"][0]["What"], "its \xe2\x80\xae \xef\xbf\xbd condition");
     EXPECT_EQ(health["StandingStill"][0]["Loop"], "tav-storage");
     EXPECT_EQ(health["FailuresByStep"]["silence"], 4);
+    EXPECT_EQ(health["Started"], Json::Int64{state.started});
     EXPECT_FALSE(health.isMember("Stopped"));
     const auto record = tav::parseDeliveryRecord(health);
     ASSERT_TRUE(record);

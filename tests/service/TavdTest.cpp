@@ -392,18 +392,23 @@ TEST(Tavd, StopsWhileACommandOfItsStartHangs) {
 }
 
 TEST(Tavd, ACrashLeavesItsStackBehind) {
-    for (const auto& [number, signal] : {std::pair{"11", SIGSEGV}, std::pair{"6", SIGABRT}}) {
+    struct Row {
+        const char *number, *name;
+        int signal;
+    };
+    for (const Row& row : {Row{"11", "SIGSEGV", SIGSEGV}, Row{"6", "SIGABRT", SIGABRT}}) {
         std::filesystem::remove("/opt/orn/tav/log/tavd-crash.txt");
         logEverything(std::string(R"("CaptureUnhandledExceptionStack":"true",
                                      "SimulateUnhandledException":)") +
-                      number);
+                      row.number);
         Tavd service;
         const int status = service.stop(0);
         EXPECT_TRUE(WIFSIGNALED(status));
-        EXPECT_EQ(WTERMSIG(status), signal);
+        EXPECT_EQ(WTERMSIG(status), row.signal);
         EXPECT_THAT(readFile("/opt/orn/tav/log/tavd-crash.txt"),
                     HasSubstr("startResourceManagers"));
-        EXPECT_THAT(readFile("/tmp/stderr"), HasSubstr("stack of the thread:"));
+        EXPECT_THAT(readFile("/tmp/stderr"),
+                    HasSubstr(std::string("tavd: ") + row.name + ", stack of the thread:"));
     }
     std::filesystem::remove("/opt/orn/tav/log/tavd-crash.txt");
     ASSERT_EQ(::mkfifo("/opt/orn/tav/log/tavd-crash.txt", 0600), 0);
