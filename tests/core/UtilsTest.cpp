@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
 #include <ifaddrs.h>
 #include <unistd.h>
 
@@ -18,6 +19,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/FileDescriptor.h"
 #include "base/StopSignal.h"
 #include "core/tavUtils.h"
 #include "tests/support/Files.h"
@@ -308,6 +310,12 @@ TEST(Utils, AdapterNamesNeverReachTheShellAsAnythingElse) {
     stop.request();
     const tav::StopScope scope(&stop);
     EXPECT_EQ(utils.getPCIString("vmhba0", address), -1) << "the command has been cut short";
+}
+
+TEST(FileDescriptor, ClosesTheLowestToo) {
+    ::close(STDIN_FILENO);
+    EXPECT_EQ(tav::FileDescriptor(::open("/", O_RDONLY | O_CLOEXEC)).get(), STDIN_FILENO);
+    EXPECT_EQ(::fcntl(STDIN_FILENO, F_GETFD), -1);
 }
 
 TEST(Utils, DirectoriesAndFiles) {
