@@ -54,7 +54,7 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
 
 namespace {
 
-constexpr int rounds = 7;
+constexpr int rounds = 12;
 constexpr std::size_t documentSize = 1'000'000;
 constexpr auto pauseAfterTransfer = std::chrono::duration<double>(0.5);
 
@@ -87,6 +87,14 @@ Frames cutReadyFrames(const std::string& document) {
     return frames;
 }
 
+/// Waits as long as the transport does, and watches for a stop where it does.
+bool waitForAnswer(int device) {
+    const tav::StopSignal* const stop = tav::currentStop();
+    std::array<pollfd, 2> watched{{{device, POLLIN, 0}, {-1, POLLIN, 0}}};
+    if (stop != nullptr) watched[1].fd = stop->descriptor();
+    return ::poll(watched.data(), stop == nullptr ? 1 : 2, 30'000) == 1 && watched[0].revents != 0;
+}
+
 /// The token of the answer; none where there is no answer.
 std::optional<std::uint16_t> exchange(int device, tav::RmcFrame& frame, long id) {
     ipmi_system_interface_addr address{};
@@ -101,8 +109,7 @@ std::optional<std::uint16_t> exchange(int device, tav::RmcFrame& frame, long id)
     request.msg.data = frame.data();
     request.msg.data_len = static_cast<unsigned short>(frame.size());
     if (::ioctl(device, IPMICTL_SEND_COMMAND, &request) != 0) return std::nullopt;
-    pollfd readable{device, POLLIN, 0};
-    if (::poll(&readable, 1, 30'000) != 1) return std::nullopt;
+    if (!waitForAnswer(device)) return std::nullopt;
     ipmi_addr sender{};
     std::array<unsigned char, IPMI_MAX_MSG_LENGTH> data;
     ipmi_recv answer{};
