@@ -62,6 +62,8 @@ FileDescriptor makeAnew(const char* path) {
 
 ScratchFile::ScratchFile(const char* path) : path_(path) {
     for (int attempt = 0; attempt < attemptLimit; ++attempt) {
+        file_ = makeAnew(path);
+        if (file_.isOpen() || errno != EEXIST) return;
         Stale stale = removeStale(path);
         while (stale == Stale::InUse) {
             if (pauseFor(lookAgain) == Pause::Stopped) {
@@ -71,8 +73,6 @@ ScratchFile::ScratchFile(const char* path) : path_(path) {
             stale = removeStale(path);
         }
         if (stale == Stale::Stuck) return;
-        file_ = makeAnew(path);
-        if (file_.isOpen() || errno != EEXIST) return;
     }
 }
 

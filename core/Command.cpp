@@ -147,7 +147,7 @@ bool superviseCommand(pid_t child, int pipe, std::string& output) {
         if (left <= 0 || stopRequested() || output.size() > commandOutputLimit) return false;
         const int wait = endOfChild.isOpen() ? static_cast<int>(left) : lookEveryMs;
         ::poll(watched.data(), watched.size(), wait);
-        const bool ended = hasEnded(child);
+        const bool ended = endOfChild.isOpen() ? watched[1].revents != 0 : hasEnded(child);
         drain(pipe, output);
         if (ended) return true;
         // All writers are gone but the command goes on: nothing more to read, only its end.

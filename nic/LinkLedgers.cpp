@@ -80,7 +80,8 @@ LinkLedgers::Link LinkLedgers::lookAgain(Link link, FoundInterface found,
                                          LookClock::time_point begun) {
     const SharedInterface known = link.ledger.record();
     keepWhatIsKnown(known->adapter, found);
-    noteChange(link, link.ledger.look(share(std::move(found.adapter)), begun));
+    const bool isAsBefore = found.adapter == known->adapter;  // and so is its record
+    noteChange(link, link.ledger.look(isAsBefore ? known : share(std::move(found.adapter)), begun));
     logComparison(known->adapter.getIntfName(), conditionOf(known), link.ledger.now());
     return link;
 }

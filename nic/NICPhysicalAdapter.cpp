@@ -135,13 +135,14 @@ std::string valueInListing(const std::string& output) {
 
 int NICPhysicalAdapter::discoverPhyAdapterInventory(PhyAdapterInventory& record,
                                                     const std::vector<std::string>& row) {
-    const auto column = [&row](std::size_t index) {
-        return index < row.size() ? row[index] : std::string();
+    const std::string none;
+    const auto column = [&](std::size_t index) -> const std::string& {
+        return index < row.size() ? row[index] : none;
     };
-    const std::string name = column(tav::NIC_COLUMN_NAME);
-    const std::string pciAddress = column(tav::NIC_COLUMN_PCI);
-    const std::string linkStatus = column(tav::NIC_COLUMN_LINK);
-    const std::string description = column(tav::NIC_COLUMN_DESCRIPTION);
+    const std::string& name = column(tav::NIC_COLUMN_NAME);
+    const std::string& pciAddress = column(tav::NIC_COLUMN_PCI);
+    const std::string& linkStatus = column(tav::NIC_COLUMN_LINK);
+    const std::string& description = column(tav::NIC_COLUMN_DESCRIPTION);
 
     std::string firmwareVersion;
     getFWVersion(name, firmwareVersion);

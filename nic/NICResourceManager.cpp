@@ -193,6 +193,7 @@ std::optional<std::vector<tav::FoundInterface>> NICResourceManager::getInventory
     if (!rows) return std::nullopt;
     if (rows->empty()) logger.warning(here(), "No NIC found!");
     std::vector<tav::FoundInterface> found;
+    found.reserve(rows->size());
     NICPhysicalAdapter probe;
     for (const std::vector<std::string>& row : *rows) {
         tav::FoundInterface& interface = found.emplace_back();

@@ -52,6 +52,8 @@ class PhyAdapterInventory {
     const std::string& getLinkStatus() const { return linkStatus_; }
     void setLinkStatus(std::string status) { linkStatus_ = std::move(status); }
 
+    bool operator==(const PhyAdapterInventory&) const = default;
+
  private:
     std::string model_;
     std::string serialNumber_;
