@@ -20,6 +20,8 @@ LATE = 60          # an event may come so much later than its cause
 STOP_BOUND = 2.0   # simulated seconds that a stop may take ...
 STOP_SLACK = 1.2   # ... and real ones that the machine may
 NOWHERE = "FFFFFFFFFFFFFFFF"
+SATA_FUNCTION = "0000:00:17.0"
+ANSWERED = 120     # a controller that is slow to answer at first has done so by then
 STARTED = 5        # a service that starts has asked for the locations by then
 ASKED_AGAIN = 105  # it has asked again by then, and built everything anew
 
@@ -157,7 +159,7 @@ def location(server, function, slot=None):
 
 
 def disk_place(server, disk):
-    return location(server, "0000:00:17.0", int(disk["address"].split(":")[0]))
+    return location(server, SATA_FUNCTION, int(disk["address"].split(":")[0]))
 
 
 # --- readings ---------------------------------------------------------------------------------
@@ -458,9 +460,9 @@ def sata_health(broken, recovering, ports):
 def sata_rule(place):
     def rule(before, now):
         if (before, now) == ("Critical", "OK"):
-            return [Wanted(397, "0000:00:17.0", place, "now online")]
+            return [Wanted(397, SATA_FUNCTION, place, "now online")]
         if now == "Critical" and before in ("OK", "Warning"):
-            return [Wanted(398, "0000:00:17.0", place, "gone offline")]
+            return [Wanted(398, SATA_FUNCTION, place, "gone offline")]
         return []
     return rule
 
@@ -587,8 +589,16 @@ class Judge:
         self.untold = set()   # whose last condition the library has kept to itself
         self.has_library = self.library_starts(self.lives[-1][0])
 
-    def check(self, part, names, ids, place, reading):
-        """`reading(events, begin, first, end)` of each life gives what may have been seen last."""
+    def known_since(self, function, begin, first):
+        """A controller that does not answer in time at first is left out until it does."""
+        for time, told in inventories_of(self.played["record"]):
+            if time > begin and function in map(location_name, told.get("StorageControllers", [])):
+                return time + 1 if first < time + 1 < first + ANSWERED else first
+        return first
+
+    def check(self, part, names, ids, place, reading, function=None):
+        """`reading(events, begin, first, end)` of each life gives what may have been seen last. The
+        part is known once the controller of the function, if any, is."""
         self.names |= {(name, number, place) for name in names for number in ids}
         events = [dataclasses.replace(event, location=place) for event in self.events
                   if event.name in names and event.id in ids and
@@ -596,6 +606,8 @@ class Judge:
         for index, (begin, first, end) in enumerate(self.lives):
             until = self.lives[index + 1][0] if index + 1 < len(self.lives) else float("inf")
             mine = [event for event in events if begin <= event.time < until]
+            if function is not None:
+                first = self.known_since(function, begin, first)
             last = reading(mine, begin, first, end)
             if not last:
                 self.faults.append(f"{part}: no reading gives these events: " +
@@ -606,9 +618,9 @@ class Judge:
         """Whether it may say that its place is not known yet."""
         return event.location == NOWHERE and self.excuses.may_be_unplaced(event.time)
 
-    def check_conditions(self, part, conditions, rule, names, ids, place):
+    def check_conditions(self, part, conditions, rule, names, ids, place, function=None):
         self.check(part, names, ids, place, lambda events, begin, first, end: explain(
-            conditions, rule, events, begin, first, end, self.excuses))
+            conditions, rule, events, begin, first, end, self.excuses), function)
 
     def check_disks(self):
         server = self.truth.moments[0][1]
@@ -618,7 +630,7 @@ class Judge:
             place = disk_place(server, disk)
             self.check_conditions(disk["name"], conditions,
                                   disk_rule(place, self.is_shared(place)), names,
-                                  {538, 539, 540}, place)
+                                  {538, 539, 540}, place, SATA_FUNCTION)
 
     def is_shared(self, place):
         """Whether several disks have ever been there."""
@@ -634,11 +646,11 @@ class Judge:
             conditions = self.truth.conditions(nvme_value(name), disk_needs)
             self.check_conditions(name, conditions, disk_rule(place, texts=NVME_TEXTS),
                                   {c.value[0] for c in conditions if c.value[0]}, {538, 539, 540},
-                                  place)
+                                  place, function)
             self.check_conditions(
                 f"{name}'s controller",
                 self.truth.conditions(nvme_controller_value(name), lambda value: POLLED),
-                nvme_controller_rule(function, place), {function}, {397, 398}, place)
+                nvme_controller_rule(function, place), {function}, {397, 398}, place, function)
 
     def check_links(self):
         server = self.truth.moments[0][1]
@@ -659,7 +671,7 @@ class Judge:
                                   set(FC_EVENTS.values()), place)
         place = "FFFFFF0101FFFF8E"
         self.check_conditions("SATA controller", sata_conditions(self.truth), sata_rule(place),
-                              {"0000:00:17.0"}, {397, 398}, place)
+                              {SATA_FUNCTION}, {397, 398}, place, SATA_FUNCTION)
 
     def library_starts(self, moment):
         """Whether the RAID library of a service that is started then does: if not, nobody tries again."""
@@ -794,7 +806,7 @@ class Judge:
         return wanted | self.wanted_controllers()
 
     def wanted_controllers(self):
-        wanted = {"0000:00:17.0": {json.loads(v) for v in self.last["SATA controller"]} or {"OK"}}
+        wanted = {SATA_FUNCTION: {json.loads(v) for v in self.last["SATA controller"]} or {"OK"}}
         if self.raid_controllers(self.truth.moments[-1][1]):
             wanted["0000:65:00.0"] = self.last["RAID controller"] or {"OK"}
         for controller in self.truth.moments[-1][1]["nvme"]:
@@ -875,7 +887,9 @@ class Judge:
                                    f"of {bound:.2f} s")
             if service.get("left"):
                 self.faults.append(f"left behind: {service['left']}")
-        samples = self.played["services"][-1]["samples"]
+        # A service that has not told anything yet is still about to begin.
+        samples = [sample for sample in self.played["services"][-1]["samples"]
+                   if sample["at"] > self.lives[-1][1]]
         if len(self.played["services"]) == 1 and len(samples) > 1:
             first, last = samples[0], samples[-1]
             for what, allowed in (("threads", 4), ("descriptors", 8), ("kB", 3000)):

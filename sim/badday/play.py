@@ -28,7 +28,7 @@ DESCRIPTION = "/run/sim/server.json"
 CLOCK = "/run/sim/clock"  # seconds by which the service's clock is set off, 8 bytes
 CALM = 105  # before the end: the controller rings
 STOP_PATIENCE = 10  # real seconds
-LOOKS = 10, 0.02  # at what the service holds: so many, so many real seconds from each other
+LOOKS = 10, 25, 0.02  # at what the service holds: at first and later, real seconds between two
 
 
 def ask(path, line):
@@ -128,8 +128,8 @@ class Stage:
 
     def sample(self):
         """What the service holds between two rounds, in which it needs more."""
-        looks = []
-        for _ in range(LOOKS[0]):
+        looks, samples = [], self.services[-1]["samples"]
+        for _ in range(LOOKS[1] if samples else LOOKS[0]):
             if self.process.poll() is not None:
                 self.services[-1].setdefault("died", [self.now(), self.process.returncode])
                 return
@@ -137,11 +137,13 @@ class Stage:
                 looks.append(self.held())
             except (OSError, KeyError):
                 continue  # it has just ended
-            time.sleep(LOOKS[1])
+            if samples and looks[-1]["threads"] <= samples[0]["threads"]:
+                break
+            time.sleep(LOOKS[2])
         if not looks:
             return
         least = {what: min(look[what] for look in looks) for what in looks[0]}
-        self.services[-1]["samples"].append({"at": self.now(), **least})
+        samples.append({"at": self.now(), **least})
 
     def held(self):
         proc = f"/proc/{self.process.pid}"
