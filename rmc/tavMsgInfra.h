@@ -45,8 +45,9 @@ static_assert(offsetof(_TAV_MESSAGE_PACKET, payloadLength) == 5);
 static_assert(offsetof(_TAV_MESSAGE_PACKET, clientPID) == 9);
 static_assert(offsetof(_TAV_MESSAGE_PACKET, payload) == 17);
 
-/// Makes a FIFO. False when it cannot be made, also when something stands there already; errno then
-/// tells why.
+/// Makes a FIFO, with the rights that the process's umask leaves: who may read it takes away what
+/// is written for others, so that should be 077. False when it cannot be made, also when something
+/// stands there already; errno then tells why.
 TAV_API bool tavCreatePipe(const char* path);
 
 /// Asked again and again, some hundredths of a second apart, while a pipe cannot be used yet:

@@ -18,6 +18,7 @@
 
 #include <json/writer.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
 #include "base/FileDescriptor.h"
 #include "base/StopSignal.h"
@@ -200,6 +201,7 @@ int serve(bool withFibreChannel, const std::string& metricsFile) {
         std::cerr << "tavd: only root may use the IPMI device and the disks; run it as root\n";
         return 5;
     }
+    ::umask(0077);  // who may read the request pipe takes requests away
     const sigset_t whileWaiting = handleSignals();
     ServiceManager manager;
     const tav::StopScope scope(&stopRequest());

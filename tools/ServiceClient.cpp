@@ -11,6 +11,8 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <sys/stat.h>
+
 #include "base/FileDescriptor.h"
 #include "rmc/tavMsgInfra.h"
 
@@ -44,6 +46,7 @@ class ResponsePipe {
  public:
     ResponsePipe() : path_(responsePipeOf(::getpid())) {
         ::unlink(path_.c_str());  // of a process that had our number before
+        ::umask(0077);            // who may read it takes the answer away
         if (!tavCreatePipe(path_.c_str())) return;
         // With a reader from now on, the service never has to wait for us.
         reader_ = openPipe(path_.c_str(), O_RDWR);

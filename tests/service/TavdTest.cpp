@@ -127,6 +127,16 @@ TEST(Tavd, NothingOfItsOwnStandsInForAStreamThatIsClosed) {
               "/dev/null\n/dev/null\n/dev/null\n");
 }
 
+TEST(Tavd, NobodyElseMayTakeItsRequestsOrTheirAnswers) {
+    writeHostCommands();
+    const tav::CommandResult result =
+        runShell("umask 022; " + started(TAVD) +
+                 "stat -L -c %a /run/orntav; kill -STOP $!; " TAVCTL
+                 " event 708 & while [ ! -p /run/orntavcli$! ]; do sleep 0.02; done; "
+                 "stat -c %a /run/orntavcli$!; kill -KILL $(jobs -p)");
+    EXPECT_EQ(result.output, "600\n600\n");
+}
+
 TEST(Tavd, AFileThatMayNotGrowEndsNoService) {
     logEverything();
     writeHostCommands();
