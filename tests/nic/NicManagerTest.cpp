@@ -69,6 +69,14 @@ std::string healthOf(const char* name) {
     return condition ? condition->state + '/' + condition->health : "absent";
 }
 
+int timesLogged(const std::string& text) {
+    const std::string log = logs();
+    int found = 0;
+    for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
+        ++found;
+    return found;
+}
+
 TEST(NicManager, ItsRecords) {
     logEverything();
     writeHost();
@@ -182,6 +190,17 @@ TEST(NicManager, AnInterfaceThatIsListedTwiceIsOne) {
         EXPECT_EQ(healthOf("vmnic1"), "Running/OK");
     }
     EXPECT_THAT(logs(), HasSubstr("The interface \"vmnic0\" is listed twice"));
+}
+
+TEST(NicManager, ABuildThatIsWaitedForAsksForAPushOnce) {
+    logEverything();
+    writeHost();
+    EXPECT_FALSE(manager().isInventoryReady(8));
+    for (int build = 0; build < 2; ++build) {
+        manager().cacheBuild();
+        EXPECT_EQ(timesLogged("Dropping inventory send request"), 1);
+        EXPECT_TRUE(manager().isInventoryReady(0));
+    }
 }
 
 TEST(NicManager, APollSeesAChangedLinkOnly) {
@@ -400,17 +419,10 @@ TEST(NicManager, RebuildsEveryThirtySecondsAndPollsOnceInBetween) {
     std::this_thread::sleep_for(1550ms);  // 155 s of the fast clock
     manager().stopResourceManagerJob();
     thread.join();
-    const std::string log = logs();
-    const auto count = [&log](const std::string& text) {
-        int found = 0;
-        for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
-            ++found;
-        return found;
-    };
-    EXPECT_GE(count("Refreshing Ethernet cache"), 4);
-    EXPECT_LE(count("Refreshing Ethernet cache"), 6);
-    EXPECT_NEAR(count("Polling for interface link state change."),
-                count("Refreshing Ethernet cache"), 1);
+    const int refreshed = timesLogged("Refreshing Ethernet cache");
+    EXPECT_GE(refreshed, 4);
+    EXPECT_LE(refreshed, 6);
+    EXPECT_NEAR(timesLogged("Polling for interface link state change."), refreshed, 1);
 }
 
 }  // namespace
