@@ -178,9 +178,7 @@ class Excuses:
                 elif order["do"].startswith(end) and end in begun:
                     since, only_late = begun.pop(end)
                     self.slow.append((since, order["done"] + 40))
-                    if not only_late:
-                        self.asleep.append((since - 2, order["done"] + 40))
-                    elif end == "rmc withdraw":
+                    if not only_late:  # a controller that dawdles gets everything
                         self.asleep.append((since - 2, order["done"] + 40))
         self.unplaced = self.without_locations(played)
         self.hanging = self.library_hanging(played)
@@ -198,6 +196,10 @@ class Excuses:
                 spans.append((begun, order["done"]))
                 begun = None
         return spans
+
+    def took(self, moment):
+        """How long the order of that moment was under way."""
+        return sum(lag for at, lag in self.lags if at == moment)
 
     def answered(self, since, until):
         """For how many seconds of these the library could be asked."""
@@ -513,7 +515,8 @@ def explain_notified(own, told, ids, name_at, place, events, begin, first, end, 
     # reported, even if somebody has looked between.
     at_once = {(value, time) for time, kind, value, _ in changes if kind == "told"}
     changes = [change for change in changes if change[1] != "own" or not any(
-        value == change[2] and 0 <= time - change[0] < 2 for value, time in at_once)]
+        value == change[2] and 0 <= time - change[0] < 2 + excuses.took(change[0])
+        for value, time in at_once)]
     changes.sort(key=lambda change: change[0])
 
     def own_at(time):
@@ -586,7 +589,6 @@ class Judge:
         self.last = {}    # by part: the values that the last reading may end with
         self.known = {356}
         self.names = set()
-        self.untold = set()   # whose last condition the library has kept to itself
         self.has_library = self.library_starts(self.lives[-1][0])
 
     def known_since(self, function, begin, first):
@@ -720,13 +722,10 @@ class Judge:
 
         self.check(part, names, set(ids.values()) | ({539} if kind == "drive" else set()), place,
                    reading)
-        heard = [at for at, listened, _, _ in told if listened]
-        if any(not any(abs(at - c.since) < 5 for at in heard) for c in own[1:]):
-            self.untold |= names
 
     def check_strangers(self):
         boots = [event for event in self.events if event.id == 356]
-        if len(boots) != 1 and not self.excuses.asleep:
+        if len(boots) > 1 or not boots and not self.excuses.asleep:
             self.faults.append(f"the boot was reported {len(boots)} times")
         for event in self.events:
             is_known = (event.name, event.id, event.location) in self.names or \
@@ -772,10 +771,13 @@ class Judge:
                      if "doorBell" in line), None)
         before = [told for told in inventories_of(self.played["record"])
                   if bell is not None and told[0] < bell]
-        deaf = self.excuses.asleep or any("refused" in line for line in self.played["record"])
-        if not before or deaf:
+        if not before:
             return
         since, told = before[-1]
+        # What has not arrived since then is still to be made good.
+        if self.excuses.may_be_untold(since, bell) or any(
+                "refused" in line and line["time"] > since for line in self.played["record"]):
+            return
         named = self.told_drives(told).keys() | {
             drive_name(told_of) for time, told_of in drives_of_events(self.played["record"])
             if since < time < bell}
@@ -792,7 +794,7 @@ class Judge:
             if since < event.time < bell and event.id in self.EVENT_HEALTH:
                 picture[event.name] = self.EVENT_HEALTH[event.id]
         for name, values in self.wanted_health().items():
-            if name not in self.untold and picture.get(name) not in values:
+            if picture.get(name) not in values:
                 self.faults.append(f"the controller takes {name} for {picture.get(name)}, not "
                                    f"{' or '.join(map(str, sorted(values, key=str)))}")
 

@@ -149,7 +149,7 @@ class Judging(unittest.TestCase):
 class Reading(unittest.TestCase):
     """What may be missed: a condition that did not last."""
 
-    def read(self, lengths, *told):
+    def read(self, lengths, *told, orders=()):
         """A disk that is well and failing in turns; whether events of these ids, a few seconds after
         each change, can be explained."""
         conditions, since = [], 0
@@ -159,7 +159,8 @@ class Reading(unittest.TestCase):
             since += length
         events = [judge.Event(time, number, "S1", "PLACE", "SSD Wear percentage" if number == 539 else "")
                   for number, time in told]
-        excuses = judge.Excuses({"orders": [], "lags": [], "services": []})
+        excuses = judge.Excuses({"orders": [{"at": at, "done": at, "do": do} for at, do in orders],
+                                 "lags": [], "services": []})
         return bool(judge.explain(conditions, judge.disk_rule("PLACE"), events, 0, 30, since, excuses))
 
     def test_readings(self):
@@ -179,6 +180,13 @@ class Reading(unittest.TestCase):
                 ((100, 300), [], False)):
             with self.subTest(lengths=lengths, told=told):
                 self.assertEqual(self.read(lengths, *told), explained)
+
+
+    def test_only_a_controller_that_sleeps_loses_events(self):
+        span = lambda kind: [(90, f"rmc {kind},nth=all"), (160, "rmc withdraw=all")]  # noqa: E731
+        self.assertTrue(self.read((100, 100, 400), (540, 205), orders=span("lost")))
+        self.assertFalse(self.read((100, 100, 400), (540, 205), orders=span("late=1500")))
+        self.assertTrue(self.read((100, 100, 400), (539, 160), (540, 205), orders=span("late=1500")))
 
 
 class Notified(unittest.TestCase):
@@ -223,6 +231,17 @@ class Notified(unittest.TestCase):
                     own, [(20, True, "Critical", "VD"), (recovers, True, "OK", "VD")],
                     {"OK": 683, "Critical": 681}, lambda time: "V", "", events, 0, 30, 600,
                     excuses)), explained)
+
+
+    def test_a_change_and_what_tells_it_are_one(self):
+        own = [judge.Condition(value, since, until, judge.REBUILT) for value, since, until in
+               (("OK", 0, 200), ("Critical", 200, 600))]
+        for done, explained in ((203, False), (200, True)):  # there was time for a look between
+            excuses = judge.Excuses({"orders": [{"at": 200, "done": done, "do": "raid volume 0 0 state=2"}],
+                                     "lags": [], "services": []})
+            self.assertEqual(bool(judge.explain_notified(
+                own, [(203.5, True, "Critical", "VD")], {"OK": 683, "Critical": 681},
+                lambda time: "V", "", [], 0, 30, 600, excuses)), explained)
 
 
 class Telling(unittest.TestCase):
