@@ -402,6 +402,7 @@ TEST_F(CliServer, DoesNotWaitForAClientThatHasDied) {
     const auto before = Clock::now();
     EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "999"), 1);
     EXPECT_LT(Clock::now() - before, 1s);
+    EXPECT_THAT(logs(), HasSubstr("Client " + std::to_string(client) + " has not taken its"));
 }
 
 TEST_F(CliServer, GivesUpAClientThatNeverListens) {
