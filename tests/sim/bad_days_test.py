@@ -1,6 +1,7 @@
 #!/usr/bin/python3 -B
 """The judge of the bad days, held against the record of a clean one (clean-day.json), and the teller
 of the stories."""
+import argparse
 import copy
 import importlib.machinery
 import importlib.util
@@ -254,6 +255,16 @@ class Telling(unittest.TestCase):
         for one in told:
             for order in story.orders(one):
                 self.assertTrue(story.BEGIN <= order["at"] <= story.END + 5, order)
+
+    def test_a_day_that_the_machine_holds_up_is_played_more_slowly(self):
+        bad_days = script("bad-days")
+        for lag, took, judged_at in ((0.01, 0.1, 100), (0.06, 0.1, 50), (0.01, 0.3, 50), (0.01, 9, None)):
+            days = bad_days.Days(argparse.Namespace(speed=100, within=None))
+            days.play_at = lambda told, speed, lag=lag, took=took: {
+                "lag": lag, "speed": speed, "record": [],
+                "orders": [{"do": "change disks sg0 errors=3", "at": 0, "done": took * speed}]}
+            played = days.play(story.tell(1))
+            self.assertEqual(None if played["restless"] else played["speed"], judged_at)
 
     def test_the_shortest_story_that_still_fails_is_found(self):
         days = script("bad-days").Days(None)
