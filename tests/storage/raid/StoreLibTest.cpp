@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "storage/raid/storelib_commands.h"
+#include "storage/raid/storelib_lane.h"
 #include "storage/raid/tavStoreLibInterface.h"
 #include "tests/support/FakeRaidLibrary.h"
 #include "tests/support/FastWaiting.h"
@@ -105,7 +106,7 @@ TEST(StoreLib, CachesWhatTheLibraryTells) {
     FakeRaidLibrary fake({oneController()});
     fake.change([](auto& controllers) { controllers[0].drives.push_back({0, 2, "OF NO VOLUME"}); });
     ASSERT_EQ(library().tavStoreInit(), 1);
-    library().cacheBuild("All");
+    library().lane().run([] { library().cacheBuild("All"); });  // work within work is done at once
     const auto controllers = library().getControllerCollection();
     ASSERT_THAT(controllers, SizeIs(1));
     EXPECT_EQ(controllers[0].serialNumber, "SV1");
