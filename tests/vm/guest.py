@@ -86,6 +86,9 @@ class Controller:
         return [document["HostDataCollection"] for document in self.commands("WriteInventory")
                 if "HostDataCollection" in document]  # not the ballast of a measurement
 
+    def has_struck(self, order):
+        return any(line.get("struck") == order for line in self.lines())
+
     def violations(self):
         return [line["violation"] for line in self.lines() if "violation" in line]
 
@@ -161,6 +164,19 @@ class Guest:
         if status != 0:
             raise RuntimeError(f"{command}: status {status}\n{output}")
         return output
+
+    def watch_devices(self):
+        """From now on, and forgetting what has been, the kernel's words of devices are kept."""
+        self.run("rm -f /run/devices; touch /run/devices; [ -e /run/watcher ] || { "
+                 "uevent /bin/note-device >/dev/null 2>&1 </dev/null & echo $! >/run/watcher; }")
+
+    def uptime(self):
+        return float(self.run("cut -d' ' -f1 /proc/uptime"))
+
+    def told_of(self, device):
+        """When the kernel spoke of devices that are called so, in seconds since it was booted."""
+        return [float(line.split()[0]) for line in self.run("cat /run/devices").splitlines()
+                if device in line]
 
     def reboot(self):
         """As an operator does it."""

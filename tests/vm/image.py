@@ -46,6 +46,11 @@ cd /run/adapter/scsi_device
 for name in $1:*; do ln -sfn $function/$host/target${name%:*}/$name/scsi_device/$name $name; done
 for class in scsi_host scsi_device; do mount --bind /run/adapter/$class /sys/class/$class; done
 """
+# Keeps when the kernel has told of a device.
+NOTE_DEVICE = """#!/bin/sh
+read seconds idle </proc/uptime
+echo $seconds $ACTION $DEVPATH >>/run/devices
+"""
 # The kernel knows the slot of a card, but not its rack.
 LOCALCLI = """#!/bin/sh
 [ "$1 $2" = "hardware pci" ] || exec /usr/bin/localcli "$@"
@@ -183,6 +188,7 @@ def make_small(build, cache, folder, further=()):
     write_program(root / "init", INIT.replace("@MODULES@", " ".join(MODULES)))
     write_program(root / "bin/serve-shell", SHELL)
     write_program(root / "bin/behind-pci", BEHIND_PCI)
+    write_program(root / "bin/note-device", NOTE_DEVICE)
     write_program(root / "usr/sbin/localcli", LOCALCLI)
     initramfs = folder / "initramfs"
     listing = output("find", ".", cwd=root)

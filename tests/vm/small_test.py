@@ -35,10 +35,9 @@ CONFIGURATION = {"EnableResources": ["All"], "PushInventoryFrequencyInMinutes": 
                  "TAVLogLocation": "/var/log/tav.log", "DebugLogLocation": "/var/log/tav_debug.log"}
 DEBUG_LOG = CONFIGURATION["DebugLogLocation"]
 POLL = "Polling devices"
-NOTICED = "Detected change in SCSI hosts/devices"
-FAILS = "controller has not answered in time\\|controller refuses commands"
-ANSWERS_AGAIN = "The controller answers again"
-LESS_THAN_A_POLL = 7
+# From the kernel's own word of a change until it is told. An idle emulated machine takes 0.7 s; this one
+# has others beside it. Less than a poll, at any rate.
+TELLS_WITHIN = 5
 # Until the next push, after the next build.
 INVENTORY_PATIENCE = 150
 
@@ -194,18 +193,25 @@ class RealKernel(SmallMachine):
             return True
         guest.wait_until(attempt, 60, f"place for {device}")
 
-    def test_what_the_kernel_tells_of_is_looked_at_at_once(self):
-        for change in (lambda: self.vm.monitor("device_del", id="disk1"),
-                       lambda: self.plug(scsi_disk(1))):
-            polls = self.logged(POLL, DEBUG_LOG)
-            guest.wait_until(lambda: self.logged(POLL, DEBUG_LOG) > polls, 30, "poll")
-            seen = self.logged(NOTICED)  # and the next poll is due in ten seconds
-            change()
-            guest.wait_until(lambda: self.logged(NOTICED) > seen, LESS_THAN_A_POLL,
-                             "look at what the kernel has told of")
-        self.inventory_with(
-            lambda one: self.drives(one)[SCSI[1]["serial"]]["Status"]["State"] == "Running",
-            "the disk that is back")
+    def told_after(self, change, device, running):
+        """Seconds from the kernel's last word of `device` until so many parts are told to be running."""
+        self.vm.watch_devices()
+        polls = self.logged(POLL, DEBUG_LOG)
+        guest.wait_until(lambda: self.logged(POLL, DEBUG_LOG) > polls, 30, "poll")
+        change()  # and the next poll is due in ten seconds
+        told = float(self.vm.run(
+            "tries=500; until [ $(grep -o '\"State\":\"Running\"' /run/tavd/inventory.json | wc -l) = "
+            f"{running} ] || [ $((tries-=1)) = 0 ]; do usleep 20000; done; cut -d' ' -f1 /proc/uptime"))
+        return told - self.vm.told_of(device)[-1]
+
+    def test_what_the_kernel_tells_of_is_told_at_once(self):
+        everything = len(SCSI) + 1 + len(PORTS) + 2
+        gone = self.told_after(lambda: self.vm.monitor("device_del", id="disk1"), "scsi_generic",
+                               everything - 1)
+        back = self.told_after(lambda: self.plug(scsi_disk(1)), "scsi_generic", everything)
+        print(f"told {gone:.2f} s after the kernel's word of a disk that goes, "
+              f"{back:.2f} s after that of one that comes")
+        self.assertLess(max(gone, back), TELLS_WITHIN)
 
     def test_a_controller_that_is_pulled_and_put_back(self):
         seen = len(self.rmc.events())
@@ -259,29 +265,6 @@ class RealKernel(SmallMachine):
         if KEEP:  # a capture for tests/sim/captures
             shutil.copy(replaced, f"{KEEP}.tar.gz")
             pathlib.Path(f"{KEEP}.json").write_text(json.dumps(inventory, indent=1) + "\n")
-
-    def test_the_controller_refuses_and_restarts(self):
-        seen = len(self.rmc.inventories())
-        self.rmc.order("status=4,command=MPEventGen")
-        status, _ = self.vm.attempt("tavctl event 708")
-        self.assertEqual(status, 1, "an event that was refused has not been taken")
-        self.assertEqual(self.vm.attempt("tavctl event 708")[0], 0)
-        guest.wait_until(lambda: len(self.rmc.inventories()) > seen, 180,
-                         "inventory that makes good what was refused")
-
-    def test_the_controller_dies_and_comes_back(self):
-        failures, returns = self.logged(FAILS), self.logged(ANSWERS_AGAIN)
-        self.rmc.stop()
-        for _ in range(2):
-            self.assertEqual(self.vm.attempt("tavctl event 708")[0], 1, "nobody has taken it")
-        self.assertEqual(self.logged(FAILS), failures + 1, "why is said once")
-        seen = len(self.rmc.inventories())
-        self.rmc.start()
-        guest.wait_until(lambda: self.vm.attempt("tavctl event 708")[0] == 0, 60,
-                         "controller that takes an event")
-        self.assertEqual(self.logged(ANSWERS_AGAIN), returns + 1)
-        guest.wait_until(lambda: len(self.rmc.inventories()) > seen, 180,
-                         "inventory that makes good what has got lost")
 
 
 if __name__ == "__main__":
