@@ -1,6 +1,7 @@
 """A machine with one processor and 256 MB: what the service costs it, and what it does when the
 directories that it writes to are full, read-only or somewhere else.
 """
+import collections
 import json
 import re
 import time
@@ -10,20 +11,30 @@ import guest
 import small_test
 
 TRANSFER = small_test.BUILD / "bench/rmc/transport_bench"
-DOCUMENT = 200_000  # twenty times, in turn with a bare loop
-# The program's own bound is for a machine that does nothing else. Here others run beside it.
-LEAST_SHARE = 0.5
+DOCUMENT = 200_000  # twelve times, in turn with a bare loop
+# Of a bare exchange's time. On hardware an exchange takes a millisecond and nothing of the transport is
+# seen; a machine that emulates its processor takes some 13 us for the transport's 0.3.
+LEAST_SHARE = 0.75
+# Of whole transfers, which those who run beside this machine disturb.
+LEAST_SHARE_OF_TRANSFERS = 0.5
 MOST_RESIDENT = 8 << 10  # kB
 IDLE_SECONDS = 60
+FLOOR_SECONDS = 20
 EVERYTHING = "--generic-storage=any --fibre-channel"
-# One line a thread: name, wake-ups, clock ticks; then the time of the process's children, and how many
-# processes and threads have been made on the machine.
-SAMPLE = ("for task in /proc/$(cat /run/pid)/task/*; do "
+# One line a thread: name, wake-ups, clock ticks; then the time of the process's children, its memory, and
+# what the whole machine has done: ticks, switches, and the processes and threads that it has made.
+SAMPLE = ("[ -e /run/pid ] && { for task in /proc/$(cat /run/pid)/task/*; do "
           "echo thread $(cat $task/comm) $(sed -n s/^voluntary_ctxt_switches:.//p $task/status) "
           "$(cut -d' ' -f14,15 $task/stat); done; "
           "echo children $(cut -d' ' -f16,17 /proc/$(cat /run/pid)/stat); "
-          "echo forks $(sed -n s/^processes.//p /proc/stat); "
-          "echo resident $(sed -n 's/^VmRSS:[^0-9]*//p' /proc/$(cat /run/pid)/status)")
+          "echo resident $(sed -n 's/^VmRSS:[^0-9]*//p' /proc/$(cat /run/pid)/status); }; "
+          "echo busy $(sed -n 's/^cpu  //p' /proc/stat | cut -d' ' -f1-3,6,7); "
+          "echo switches $(sed -n 's/^ctxt //p' /proc/stat); "
+          "echo made $(sed -n s/^processes.//p /proc/stat)")
+TRACE = "/sys/kernel/tracing"
+# Directories of its own for a service that is to have no trouble with them.
+ELSEWHERE = "for d in /opt /scratch; do mount -t tmpfs x $d; done; mkdir -p /opt/orn/tav/data"
+PER_MACHINE = {"busy": 10, "switches": 1, "made": 1}  # ticks are told in milliseconds
 
 
 def sample(vm):
@@ -39,6 +50,28 @@ def sample(vm):
     return threads, values
 
 
+def watch(vm, seconds):
+    """What a minute costs, seen for so many seconds: by thread (wake-ups, milliseconds), the rest by name,
+    and how often each program was started."""
+    overhead = -sample(vm)[1]["made"]
+    threads, values = sample(vm)
+    overhead += values["made"]
+    vm.run(f"echo >{TRACE}/trace; echo 1 >{TRACE}/events/sched/sched_process_exec/enable")
+    time.sleep(seconds)
+    vm.run(f"echo 0 >{TRACE}/events/sched/sched_process_exec/enable")
+    threads_after, after = sample(vm)
+    minutes = seconds / 60
+    cost = {name: ((wakeups - threads.get(name, (0, 0))[0]) / minutes,
+                   (ticks - threads.get(name, (0, 0))[1]) * 10 / minutes)
+            for name, (wakeups, ticks) in threads_after.items()}
+    after["made"] -= overhead + 4  # the shell's own, above
+    values = {name: (value - values.get(name, 0)) / minutes for name, value in after.items()}
+    programs = collections.Counter(re.findall(r"sched_process_exec: filename=(?:\S*/)?(\S+)",
+                                              vm.run(f"cat {TRACE}/trace")))
+    programs["sh"] -= 1  # the shell's own
+    return cost, values, {name: count / minutes for name, count in programs.items() if count > 0}
+
+
 class SparseMachine(small_test.SmallMachine):
     @classmethod
     def setUpClass(cls):
@@ -47,31 +80,31 @@ class SparseMachine(small_test.SmallMachine):
     def test_1_a_transfer_takes_as_long_as_its_exchanges(self):
         _, figures = self.vm.attempt(f"transport_bench {DOCUMENT}", 300)
         print(figures.strip())
-        share = re.search(r"same calls: ([0-9.]+)", figures)
-        self.assertGreaterEqual(float(share.group(1)), LEAST_SHARE)
+        whole, exchange = (float(re.search(pattern, figures).group(1))
+                           for pattern in (r"same calls: ([0-9.]+)", r"a bare one .*: ([0-9.]+)"))
+        self.assertGreaterEqual(whole, LEAST_SHARE_OF_TRANSFERS)
+        self.assertGreaterEqual(exchange, LEAST_SHARE)
 
     def test_2_idle_with_everything_enabled(self):
         configuration = {**small_test.CONFIGURATION, "PushInventoryFrequencyInMinutes": "1440",
                          "LoggingLevel": "Warning", "EnableDebugLog": "false"}
-        self.vm.run(f"echo '{json.dumps(configuration)}' >/etc/config/orn/tav/tav.conf")
+        self.vm.run(f"echo '{json.dumps(configuration)}' >/etc/config/orn/tav/tav.conf; "
+                    f"mount -t tracefs trace {TRACE}")
+        _, floor, started = watch(self.vm, FLOOR_SECONDS)
         seen = len(self.rmc.inventories())
         self.vm.run(f"/usr/bin/tavd {EVERYTHING} >/var/log/tavd 2>&1 </dev/null & echo $! >/run/pid")
         guest.wait_until(lambda: len(self.rmc.inventories()) > seen, 180, "inventory")
         time.sleep(15)  # no condition to wait for: nothing is to happen any more
-        overhead = -sample(self.vm)[1]["forks"]
-        threads, before = sample(self.vm)
-        overhead += before["forks"]
-        time.sleep(IDLE_SECONDS)
-        after_threads, after = sample(self.vm)
-        minutes = IDLE_SECONDS / 60
+        threads, values, programs = watch(self.vm, IDLE_SECONDS)
         print(f"\n{'':<18}{'wake-ups':>9}{'CPU ms':>8}   a minute")
-        for name in sorted(after_threads):
-            wakeups, ticks = (now - was for now, was in
-                              zip(after_threads[name], threads.get(name, (0, 0))))
-            print(f"{name:<18}{wakeups / minutes:>9.1f}{ticks * 10 / minutes:>8.0f}")
-        made = (after["forks"] - before["forks"] - overhead) / minutes
-        print(f"{'made, and children':<18}{made:>9.0f}"
-              f"{(after['children'] - before['children']) * 10 / minutes:>8.0f}")
+        for name, (wakeups, milliseconds) in sorted(threads.items()):
+            print(f"{name:<18}{wakeups:>9.1f}{milliseconds:>8.0f}")
+        print(f"{'children':<27}{values['children'] * 10:>8.0f}")
+        print(f"programs: {programs}, without the service {started}")
+        for name, unit in PER_MACHINE.items():
+            print(f"whole machine, {name}: {values[name] * unit:.0f}, "
+                  f"without the service {floor[name] * unit:.0f}")
+        _, after = sample(self.vm)
         print(f"resident: {after['resident']} kB")
         self.assertLessEqual(after["resident"], MOST_RESIDENT)
         self.vm.run("kill $(cat /run/pid); while kill -0 $(cat /run/pid) 2>/dev/null; do "
@@ -88,7 +121,11 @@ class SparseMachine(small_test.SmallMachine):
             "linked": "mkdir -p /run/there/opt /run/there/scratch; for d in opt scratch; do "
                       "mount -t tmpfs x /$d; done; mkdir -p /run/there/orn; "
                       "ln -s /run/there/orn /opt/orn; ln -s /run/there/orn /scratch/log",
+            "run-full": f"{ELSEWHERE}; mount -o remount,size=4k,nr_inodes=3 /run; "
+                        "dd if=/dev/zero of=/run/fill 2>/dev/null",
+            "run-read-only": f"{ELSEWHERE}; mount -o remount,ro /run",
         }
+        going_on = [name for name in roots if name != "read-only"]
         document = {**small_test.CONFIGURATION, "TAVLogLocation": "/scratch/log/orn/tav/tav.log",
                     "EnableDebugLog": "false"}
         self.vm.run(f"mkdir -p /opt /scratch && "
@@ -102,10 +139,11 @@ class SparseMachine(small_test.SmallMachine):
         # A log whose directory cannot be made ends the service; all else does not.
         guest.wait_until(lambda: re.findall("status 246", self.vm.attempt(
             "cat /var/log/read-only")[1]), 60, "end where no log can be made")
-        guest.wait_until(lambda: len(self.rmc.inventories()) >= seen + 2, 180,
+        guest.wait_until(lambda: len(self.rmc.inventories()) >= seen + len(going_on), 180,
                          "inventories of the services that go on")
-        self.vm.run("kill $(cat /var/log/full.pid /var/log/linked.pid)")
-        for name in ("full", "linked"):
+        for name in going_on:
+            self.vm.run(f"kill $(cat /var/log/{name}.pid)")
+        for name in going_on:
             guest.wait_until(lambda name=name: "status 0" in self.vm.attempt(
                 f"cat /var/log/{name}")[1], 60, f"end of the service that was asked to ({name})")
 
