@@ -157,9 +157,13 @@ class Nvme(small_test.SmallMachine):
     def test_a_drive_that_is_pulled_and_put_back(self):
         seen = len(self.rmc.events())
         serial, place = CONTROLLERS[0]["serial"], CONTROLLERS[0]["place"]
+        self.vm.watch_devices()
         self.vm.monitor("device_del", id="ssd0")
         self.assertEqual(sorted(self.events_from(seen, 2)),
                          [(398, serial, place), (538, serial, place)])
+        after = self.vm.uptime() - self.vm.told_of(f"/{self.names[serial]}")[-1]
+        print(f"both events are there {after:.2f} s after the kernel's word of the drive that goes")
+        self.assertLess(after, small_test.TELLS_WITHIN)
         self.inventory_with(lambda one: [
             drive["Status"]["State"] for drive in one["Drives"]
             if drive["SerialNumber"] == serial] == ["Offline"], "the drive gone")
