@@ -246,7 +246,7 @@ std::uint32_t FakeRaidLibrary::answerDrive(const std::uint8_t* command, std::uin
         data[189] = 0x20;
         put<std::uint64_t>(data, 232, 1000);
         data[259] = drive.slot;
-        put<std::uint16_t>(data, 404, 512);
+        put<std::uint16_t>(data, 404, drive.blockSize);
         return 0;
     }
     return failed;

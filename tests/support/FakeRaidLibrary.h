@@ -20,6 +20,7 @@ struct FakeDrive {
     std::uint8_t slot;
     std::string serial;
     std::uint16_t state = 0x18;
+    std::uint16_t blockSize = 512;
 };
 
 struct FakeVolume {

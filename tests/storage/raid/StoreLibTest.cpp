@@ -104,7 +104,10 @@ tav::test::FakeController oneController() {
 TEST(StoreLib, CachesWhatTheLibraryTells) {
     logEverything();
     FakeRaidLibrary fake({oneController()});
-    fake.change([](auto& controllers) { controllers[0].drives.push_back({0, 2, "OF NO VOLUME"}); });
+    fake.change([](auto& controllers) {
+        controllers[0].drives.push_back({0, 2, "OF NO VOLUME"});
+        controllers[0].drives[1].blockSize = 4096;
+    });
     ASSERT_EQ(library().tavStoreInit(), 1);
     library().lane().run([] { library().cacheBuild("All"); });  // work within work is done at once
     const auto controllers = library().getControllerCollection();
@@ -116,6 +119,7 @@ TEST(StoreLib, CachesWhatTheLibraryTells) {
     EXPECT_EQ(library().getControllerID("0000:66:00.0"), -1);
     ASSERT_THAT(library().getLDInventoryForCtrl(0), SizeIs(1));
     EXPECT_THAT(library().getLDInventoryForCtrl(0)[0].memberDrives, ElementsAre("B", "A"));
+    EXPECT_EQ(library().getLDInventoryForCtrl(0)[0].capacityBytes, 4ULL << 30U);
     EXPECT_THAT(library().getPDInventoryForCtrl(7), IsEmpty());
     EXPECT_THAT(logs(), Not(HasSubstr("Simulation Mode")));
 }
