@@ -1,6 +1,7 @@
 """A management controller that refuses, is slow, dies, or cannot be reached because its driver is not
 there: what fails is said once, and what was not delivered is made good.
 """
+import re
 import unittest
 
 import guest
@@ -21,6 +22,10 @@ class TroubledController(small_test.SmallMachine):
     def setUpClass(cls):
         cls.boot(small_test.machine, append="without=scsi_debug")
         cls.serve()
+        # Until the service knows that its first inventory has arrived, it drops its events.
+        guest.wait_until(lambda: re.search("^inventory +acknowledged",
+                                           cls.vm.attempt("tavctl status")[1], re.MULTILINE),
+                         30, "inventory that has been acknowledged")
 
     def inventory_after(self, seen):
         guest.wait_until(lambda: len(self.rmc.inventories()) > seen, 180,
