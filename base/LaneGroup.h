@@ -52,7 +52,7 @@ class LaneGroup {
             const std::chrono::milliseconds left =
                 std::min(limit.left(), hasNews ? patience_ : patienceLeft());
             if (left == std::chrono::milliseconds(0)) break;
-            pool_->waitForAnswer(TimeLimit(left), bell_);
+            waitForAnswers(left);
         }
         for (auto& [key, entry] : lanes_)
             entry->isAwaited = false;
@@ -121,6 +121,16 @@ class LaneGroup {
             if (auto answer = entry->lane.take()) take(entry->key, std::move(*answer));
         }
         return !answered_.empty();
+    }
+
+    /// Healthy ones answer nearly at once: whoever waits is woken when all have, and only later by
+    /// each.
+    void waitForAnswers(std::chrono::milliseconds left) {
+        constexpr std::chrono::milliseconds together{10};
+        bell_.expect(awaited_);
+        if (pool_->waitForAnswer(TimeLimit(std::min(left, together)), bell_)) return;
+        bell_.expect(1);
+        if (left > together) pool_->waitForAnswer(TimeLimit(left - together), bell_);
     }
 
     /// How long at most somebody who is awaited may still take.

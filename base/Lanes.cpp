@@ -36,7 +36,13 @@ void silence(const FileDescriptor& event) {
 struct LaneBell::Shared {
     FileDescriptor event{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
     std::mutex lock;
-    std::vector<std::size_t> answered;  ///< under the lock
+    // Under the lock:
+    std::vector<std::size_t> answered;
+    std::size_t expected = 1;
+
+    void ringIfExpected() const {
+        if (answered.size() >= expected) tav::ring(event);
+    }
 };
 
 LaneBell::LaneBell() : shared_(std::make_shared<Shared>()) {}
@@ -55,7 +61,13 @@ int LaneBell::descriptor() const {
 void LaneBell::ring(std::size_t lane) const {
     const std::lock_guard<std::mutex> held(shared_->lock);
     shared_->answered.push_back(lane);
-    if (shared_->answered.size() == 1) tav::ring(shared_->event);
+    shared_->ringIfExpected();
+}
+
+void LaneBell::expect(std::size_t lanes) {
+    const std::lock_guard<std::mutex> held(shared_->lock);
+    shared_->expected = std::max(lanes, std::size_t{1});
+    shared_->ringIfExpected();
 }
 
 LaneQuestion::LaneQuestion(std::string what, const std::optional<LaneBell>& bell, std::size_t lane)

@@ -39,8 +39,9 @@ class LaneBell {
     /// Puts the lanes that were answered since the last call into `lanes`, by the numbers that he
     /// gave them. What it holds before is lost, but its memory is used again.
     void takeAnswered(std::vector<std::size_t>& lanes);
-    /// Readable while there are some.
+    /// Readable while there are some; after expect() not before there are so many.
     int descriptor() const;
+    void expect(std::size_t lanes);
 
     void ring(std::size_t lane) const;
 

@@ -6,6 +6,8 @@
 #include <thread>
 #include <vector>
 
+#include <poll.h>
+
 #include <gtest/gtest.h>
 
 #include "base/LaneGroup.h"
@@ -162,6 +164,31 @@ TEST(Lanes, AGroupTakesTheAnswerOfADroppedLaneForNobodyElses) {
         TimeLimit(10s), [&](int, int answer) { answers.push_back(answer); }, [] {});
     releaser.join();
     EXPECT_EQ(answers, std::vector{2});
+}
+
+TEST(Lanes, ABellWaitsForAsManyAsAreExpected) {
+    tav::LaneBell bell;
+    const auto isRung = [&] {
+        pollfd rung{bell.descriptor(), POLLIN, 0};
+        return ::poll(&rung, 1, 0) == 1;
+    };
+    std::vector<std::size_t> answered;
+    bell.expect(3);
+    bell.ring(7);
+    bell.ring(8);
+    EXPECT_FALSE(isRung());
+    bell.expect(2);
+    EXPECT_TRUE(isRung()) << "they have come already";
+    bell.takeAnswered(answered);
+    EXPECT_EQ(answered, (std::vector<std::size_t>{7, 8}));
+    EXPECT_FALSE(isRung());
+    bell.ring(9);
+    bell.takeAnswered(answered);
+    EXPECT_EQ(answered, (std::vector<std::size_t>{9})) << "taken before it rang";
+    bell.expect(1);
+    EXPECT_FALSE(isRung());
+    bell.ring(7);
+    EXPECT_TRUE(isRung());
 }
 
 /// Not even when it is asked first and there is one place only.
