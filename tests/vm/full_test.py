@@ -120,7 +120,6 @@ class FreshDebian(unittest.TestCase):
                     "echo $device >unbind && test ! -e /dev/ipmi0 && echo $device >bind")
         self.vm.run("udevadm settle && test -c /dev/ipmi0")
         self.assertEqual(self.vm.attempt("tavctl event 708")[0], 0, self.journal())
-        # Others than the service may hold the driver below it.
         guest.wait_until(lambda: self.vm.attempt("rmmod ipmi_devintf")[0] == 0, 30,
                          "moment without an exchange")
         self.vm.run("test ! -e /dev/ipmi0")
