@@ -185,27 +185,29 @@ RaidEventBytes volumeEvent(std::uint32_t code, int eventClass) {
     return RaidEventBytes{}.code(code).locale(volumes).eventClass(eventClass - 2).argument(3, {0});
 }
 
+/// The states of drive 9 and volume 0, of which nobody tells.
+void become(FakeRaidLibrary& library, std::uint16_t drive, std::uint8_t volume) {
+    library.change([=](std::vector<FakeController>& all) {
+        all[0].drives[1].state = drive;
+        all[0].volumes[0].state = volume;
+    });
+}
+
 /// Two words of the library on a resource, and events of it before, between and after them.
 TEST_F(RaidEvents, WhatTheLibraryTellsByItselfIsNewsToTheNextEvent) {
     FakeRaidLibrary library({fakeController(0, "SV1")});
-    const auto become = [&](std::uint16_t drive, std::uint8_t volume) {
-        library.change([=](std::vector<FakeController>& all) {
-            all[0].drives[1].state = drive;
-            all[0].volumes[0].state = volume;
-        });
-    };
     discoverRaid();
     // It fails, recovers without an event, and fails again.
-    become(0x11, 2);
+    become(library, 0x11, 2);
     library.fire(driveEvent(0x72, 2, 9, 0x11));
     library.fire(volumeEvent(0xFB, 4));
-    become(0x18, 3);
+    become(library, 0x18, 3);
     const RaidInventory recovered = discoverRaid();
     EXPECT_EQ(conditionText(recovered.disks.at(1)), "Online/OK");
     EXPECT_EQ(conditionText(recovered.volumes.at(0)), "Optimal/OK") << "not degraded for ever";
     EXPECT_THAT(logs(), HasSubstr("Signalled inventory push.")) << "as no event tells it";
     EXPECT_EQ(ids(), (std::vector<int>{538, 681}));
-    become(0x11, 2);
+    become(library, 0x11, 2);
     discoverRaid();  // a build may see it before the event is handled
     library.fire(driveEvent(0x72, 2, 9, 0x11));
     library.fire(driveEvent(0x01, 4, 9));
@@ -213,9 +215,9 @@ TEST_F(RaidEvents, WhatTheLibraryTellsByItselfIsNewsToTheNextEvent) {
     library.fire(volumeEvent(0xFB, 4));
     EXPECT_EQ(ids(), (std::vector<int>{538, 681, 538, 681})) << "each once";
     // One that goes on to another state of the same health has nothing to report.
-    become(0x14, 3);
+    become(library, 0x14, 3);
     library.fire(driveEvent(0x72, 2, 9, 0x14));
-    become(0x18, 3);
+    become(library, 0x18, 3);
     library.fire(driveEvent(0x72, 2, 9, 0x18));
     EXPECT_EQ(conditionText(discoverRaid().disks.at(1)), "Online/OK");
     EXPECT_EQ(ids(), (std::vector<int>{538, 681, 538, 681, 540}));
@@ -225,20 +227,14 @@ TEST_F(RaidEvents, WhatTheLibraryTellsByItselfIsNewsToTheNextEvent) {
 /// failure comes next.
 TEST_F(RaidEvents, RepeatsThatTheLibraryHasLeftBehindRaiseNothing) {
     FakeRaidLibrary library({fakeController(0, "SV1")});
-    const auto become = [&](std::uint16_t drive, std::uint8_t volume) {
-        library.change([=](std::vector<FakeController>& all) {
-            all[0].drives[1].state = drive;
-            all[0].volumes[0].state = volume;
-        });
-    };
     discoverRaid();
-    become(0x11, 2);
+    become(library, 0x11, 2);
     library.fire(driveEvent(0x72, 2, 9, 0x11));
     library.fire(volumeEvent(0xFB, 4));
-    become(0x18, 3);
+    become(library, 0x18, 3);
     library.fire(driveEvent(0x72, 2, 9, 0x18));
     library.fire(volumeEvent(0xF9, 2));
-    become(0x11, 2);
+    become(library, 0x11, 2);
     for (int repeat = 0; repeat < 2; ++repeat) {
         library.fire(driveEvent(0x72, 2, 9, 0x18));
         library.fire(volumeEvent(0xF9, 2));
