@@ -219,6 +219,7 @@ void NICEventMonitor::startNetCheck() {
         closeDescriptors();
         return;
     }
+    slots_.reportMissed();  // the kernel tells nobody what was before
     try {
         receiveUntilStopped();
     } catch (const std::bad_alloc&) {

@@ -324,6 +324,16 @@ TEST(LinkMonitor, IsStartedOnceAndAgainAfterAStop) {
     }
 }
 
+TEST(LinkMonitor, LooksAtWhatChangedBeforeItListened) {
+    makeHost();
+    makeAdapter("eth0");
+    NICResourceManager& manager = *NICResourceManager::getInstance();
+    manager.cacheBuild();
+    manager.updateStateAndHealth("eth0", "Running", "OK");
+    const Monitoring monitoring;
+    EXPECT_TRUE(becomes("eth0", "Down")) << "which the kernel will not tell";
+}
+
 TEST(LinkMonitor, StopsWhereverItIs) {
     makeHost();
     makeAdapter("eth0");
