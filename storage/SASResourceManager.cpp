@@ -109,7 +109,9 @@ SASResourceManager::~SASResourceManager() = default;
 
 std::unique_ptr<tav::StorageRounds> SASResourceManager::makeRounds() {
     return std::make_unique<tav::StorageRounds>(
-        [this](tav::StorageGeneration::Part part) { publishLate(std::move(part)); });
+        [this](tav::StorageGeneration::Part part, tav::ToldLists told) {
+            publishLate(std::move(part), told);
+        });
 }
 
 SASResourceManager* SASResourceManager::getInstance() {
@@ -296,12 +298,13 @@ void SASResourceManager::updateInventory(const ItavStorageController& controller
 }
 
 /// Of a controller that the build has not waited for.
-void SASResourceManager::publishLate(tav::StorageGeneration::Part part) {
+void SASResourceManager::publishLate(tav::StorageGeneration::Part part, tav::ToldLists told) {
     bool isUntold = false;
     cache_.change([&](tav::StorageGeneration& generation) {
         const auto known =
             std::find_if(generation.parts.begin(), generation.parts.end(),
                          [&](const auto& old) { return old.controller == part.controller; });
+        if (known != generation.parts.end()) tav::keepUntold(&*known, told, part);
         isUntold = known == generation.parts.end() ||
                    !saysSameButForConditions(*known->inventory, *part.inventory);
         if (known == generation.parts.end()) {

@@ -100,7 +100,7 @@ class TAV_API SASResourceManager final : public tavResourceManager {
     void waitForLoopEnd();
     void processResourceManagerStop();
     std::shared_ptr<std::atomic<std::uint64_t>> takeToldBy();
-    void publishLate(tav::StorageGeneration::Part part);
+    void publishLate(tav::StorageGeneration::Part part, tav::ToldLists told);
 
     tav::ManagerLoop loop_;
     std::unique_ptr<tav::StorageRounds> rounds_;  ///< another one after each stop

@@ -97,9 +97,9 @@ StorageRounds::Answer StorageRounds::discoverController(ItavStorageControllerFac
         tavStorageControllerInfo info;
         if (controller.discoverInventory(info) < 0) return;
         records.controllers.push_back(std::move(info));
-        answer.hasDrives = controller.discoverPhysicalDiskInventory(records.disks) >= 0;
-        if (!answer.hasDrives) return;
-        answer.hasVolumes = controller.discoverLogicalDiskInventory(records.volumes) >= 0;
+        answer.told.drives = controller.discoverPhysicalDiskInventory(records.disks) >= 0;
+        if (!answer.told.drives) return;
+        answer.told.volumes = controller.discoverLogicalDiskInventory(records.volumes) >= 0;
     });
     answer.part = {&factory, &controller, nullptr};
     if (!records.controllers.empty()) {
@@ -146,20 +146,13 @@ void StorageRounds::take(Answer answer) {
     }
 }
 
-/// A list that could not be asked for is not an empty one.
 void StorageRounds::takeDiscovered(Answer answer) {
     if (!answer.part.inventory) return;
     if (before_ == nullptr) {
-        publishLate_(std::move(answer.part));
+        publishLate_(std::move(answer.part), answer.told);
         return;
     }
-    const StorageGeneration::Part* const known = before_->partOf(*answer.part.controller);
-    if (known != nullptr && !(answer.hasDrives && answer.hasVolumes)) {
-        StorageInventory inventory = *answer.part.inventory;
-        if (!answer.hasDrives) inventory.drives = known->inventory->drives;
-        if (!answer.hasVolumes) inventory.volumes = known->inventory->volumes;
-        answer.part.inventory = std::make_shared<const StorageInventory>(std::move(inventory));
-    }
+    keepUntold(before_->partOf(*answer.part.controller), answer.told, answer.part);
     discovered_[answer.part.controller] = std::move(answer.part);
 }
 

@@ -19,7 +19,7 @@ namespace tav {
 class StorageRounds {
  public:
     /// Of an answer that comes after the discovery that asked for it.
-    using PublishLate = std::function<void(StorageGeneration::Part part)>;
+    using PublishLate = std::function<void(StorageGeneration::Part part, ToldLists told)>;
 
     explicit StorageRounds(PublishLate publishLate);
 
@@ -47,8 +47,7 @@ class StorageRounds {
         bool isKnown = false;            ///< Listed: the list is whole
         Controllers controllers{};       ///< Listed, ListedForPoll
         StorageGeneration::Part part{};  ///< Discovered
-        bool hasDrives = false;
-        bool hasVolumes = false;
+        ToldLists told{};                ///< Discovered
     };
     using Key = const void*;  ///< a factory or controller
 

@@ -420,6 +420,28 @@ TEST(StorageManager, WhoAnswersLateIsPublishedThen) {
     EXPECT_EQ(factory.count('B'), 1);
 }
 
+TEST(StorageManager, WhoAnswersLateAndNotWholeTakesNothingAway) {
+    logEverything(storageOnly);
+    clockSpeed = 100;
+    std::atomic<bool> hangs{false};
+    FakeFactory factory({{.name = "late", .revision = [&]() -> std::string {
+                              if (!hangs) return "";
+                              while (hangs)
+                                  std::this_thread::sleep_for(1ms);
+                              throw std::runtime_error("the list of its drives");
+                          }}});
+    manager().cacheBuild();
+    hangs = true;
+    manager().cacheBuild();
+    hangs = false;
+    EXPECT_TRUE(soon([&] {
+        manager().pollDevices();
+        return timesLogged("has come back") == 1;
+    }));
+    EXPECT_THAT(names(2), ElementsAre("late-0"));
+    EXPECT_THAT(names(3), ElementsAre("late"));
+}
+
 TEST(StorageStop, WaitsForNobodyForLong) {
     logEverything(storageOnly);
     std::atomic<bool> hangs{true};
