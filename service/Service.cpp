@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <iostream>
 #include <thread>
 #include <utility>
@@ -113,10 +114,13 @@ void waitForStop(const sigset_t& whileWaiting, ServiceManager& manager) {
     }
 }
 
-/// Whether this is the only service; the lock lives as long as the descriptor.
-bool becomeTheOnlyOne(tav::FileDescriptor& lock) {
-    lock.reset(::open(tav::serviceLock, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-    return !lock.isOpen() || ::flock(lock.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+/// Takes what keeps a second service away; it is ours as long as the descriptor lives. 0, or why it
+/// cannot be had: EWOULDBLOCK when another service has it.
+int takeLock(tav::FileDescriptor& lock) {
+    constexpr int flags = O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    lock.reset(::open(tav::serviceLock, flags, 0600));
+    const bool isOurs = lock.isOpen() && ::flock(lock.get(), LOCK_EX | LOCK_NB) == 0;
+    return isOurs ? 0 : errno;
 }
 
 void makeOwnDirectories() {
@@ -206,13 +210,18 @@ int serve(bool withFibreChannel, const std::string& metricsFile) {
     ServiceManager manager;
     const tav::StopScope scope(&stopRequest());
     tav::FileDescriptor lock;
-    if (!becomeTheOnlyOne(lock)) {
+    const int lockError = takeLock(lock);
+    if (lockError == EWOULDBLOCK) {
         std::cerr << "tavd: another tavd is running (it holds " << tav::serviceLock << ")\n";
         return 4;
     }
     makeOwnDirectories();
     if (tavConfig::getInstance()->isUnhandledExceptionStackCaptureEnabled()) captureCrashes();
     Logger::getInstance()->always("tavd " TAV_VERSION " starts.", "TAVD", __LINE__);
+    if (lockError != 0) {
+        logger.warning(tav::here(), "%s cannot be had (%s): nothing keeps a second tavd away.",
+                       tav::serviceLock, std::strerror(lockError));
+    }
     if (tavConfig::getInstance()->isDefaultSettingsApplied()) {
         logger.warning(tav::here(),
                        "There is no usable configuration file; the built-in defaults apply.");

@@ -105,7 +105,8 @@ TEST(Tavd, RefusesToServeWithoutRoot) {
 
 TEST(Tavd, OutputThatCannotBeWrittenIsAnError) {
     writeHostCommands();
-    for (const char* arguments : {"--help", "--version", "--print"}) {
+    writeFile("/tmp/good", R"({"EnableResources":["All"],"LoggingLevel":"Info"})");
+    for (const char* arguments : {"--help", "--version", "--print", "--check-config /tmp/good"}) {
         const tav::CommandResult result =
             runShell("2>&1 " TAVD " " + std::string(arguments) + " >/dev/full");
         EXPECT_EQ(result.exitStatus, 1) << arguments;
@@ -376,6 +377,32 @@ TEST(Tavd, StopsAtOnceAndRunsOnlyOnce) {
         EXPECT_EQ(service.stop(signal), 0);
         EXPECT_LT(Clock::now() - begin, 1500ms);
         EXPECT_THAT(logs(), HasSubstr("TAV Exiting Gracefully!"));
+    }
+}
+
+/// Whatever stands in the lock's place: the service runs, and says when nothing keeps a second
+/// away.
+TEST(Tavd, ServesWithoutItsLock) {
+    const struct {
+        const char* place;
+        int second;
+        const char* says;
+    } rows[] = {{"mkfifo /run/tavd.lock", 4, ""},
+                {"mkdir /run/tavd.lock", 0, "tavd.lock cannot be had (Is a directory)"},
+                {"ln -s /tmp/elsewhere /run/tavd.lock", 0, "cannot be had (Too many levels"}};
+    for (const auto& row : rows) {
+        logEverything();
+        writeHostCommands();
+        std::filesystem::remove_all("/var/log/tav");
+        std::filesystem::remove_all("/run/tavd.lock");
+        runShell(row.place);
+        Tavd service;
+        service.waitForLog("starts.");
+        EXPECT_EQ(runShell("timeout --preserve-status 1 " TAVD " 2>&1").exitStatus, row.second)
+            << row.place;
+        EXPECT_THAT(logs(), HasSubstr(row.says));
+        EXPECT_EQ(service.stop(SIGTERM), 0);
+        EXPECT_FALSE(std::filesystem::exists("/tmp/elsewhere"));
     }
 }
 
