@@ -11,8 +11,8 @@
 /// own, with reasons for what is not known.
 
 /// Reads the attributes of the function whose sysfs directory is `dir` and attaches the entries of
-/// the ID database, if that is loaded. False when the directory's name is no PCI address, or the
-/// directory cannot be opened. Configuration space is asked, for a single word, only where the
+/// the ID database, if that is loaded. False when the directory's name is no PCI address, or there
+/// is no such directory. Configuration space is asked, for a single word, only where the
 /// kernel does not tell the revision.
 TAV_API bool fill_pci_node(PciNode& node, const char* dir);
 

@@ -33,7 +33,8 @@ using PciVpdList = std::unique_ptr<PciVpdKeyword>;
 /// The text of the identifier string, which is the product name.
 TAV_API std::optional<std::string> pci_get_vpdname(std::span<const std::byte> vpd);
 
-/// The records of the read-only and read-write sections, in order; null when there is none.
+/// The records of the read-only and read-write sections, in order, but for those without a value;
+/// null when there is none.
 TAV_API PciVpdList pci_get_vpdtags(std::span<const std::byte> vpd);
 
 /// Releases a list. Letting go of it does the same.

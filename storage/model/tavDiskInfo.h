@@ -92,7 +92,8 @@ class TAV_API tavDiskInfo : public tavDiskStatusInfo, public tavDiskPhyLoc {
     virtual void setModel(std::string model) { model_ = std::move(model); }
     virtual std::uint64_t getCapacityBytes() const { return capacityBytes_; }
     virtual void setCapacityBytes(std::uint64_t bytes) { capacityBytes_ = bytes; }
-    /// "SAS", "SATA", "NVMe" or the name of another SCSI transport.
+    /// "SAS", "ATA" ("SATA" behind a RAID controller), "NVMe" or the name of another SCSI
+    /// transport; "Unknown" or empty where none is known.
     virtual std::string getProtocol() const { return protocol_; }
     virtual void setProtocol(std::string protocol) { protocol_ = std::move(protocol); }
     /// "HDD" or "SSD"; empty for one that has never told.

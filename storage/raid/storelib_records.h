@@ -9,7 +9,7 @@
 /// last field of a record is the only pointer that changes its size.
 
 struct __attribute__((packed)) _SL_LIB_CMD_PARAM_T {
-    std::uint8_t commandType;  ///< see tav::storelib::CommandType
+    std::uint8_t commandType;  ///< it and the code: see storelib_commands.cpp
     std::uint8_t commandCode;
     std::uint8_t commandQualifier;
     std::uint8_t reserved3;
