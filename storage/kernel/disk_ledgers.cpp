@@ -8,8 +8,10 @@
 namespace tav {
 namespace {
 
+/// The one that is shown first: of a disk that is swapped while it is asked, one source may tell of
+/// the old one still, and who is shown is who is meant.
 constexpr std::array<std::string DiskMemory::*, 3> serialSources = {
-    &DiskMemory::unitSerial, &DiskMemory::identifySerial, &DiskMemory::inquirySerial};
+    &DiskMemory::identifySerial, &DiskMemory::unitSerial, &DiskMemory::inquirySerial};
 
 /// What a disk tells of itself when it answers.
 struct ToldText {
@@ -28,11 +30,10 @@ void keepSerials(const DiskMemory& known, tavDiskInfo& found) {
     for (const auto source : serialSources) {
         if ((found.memory().*source).empty()) found.memory().*source = known.*source;
     }
-    const DiskMemory& memory = found.getMemory();
-    for (const std::string* const serial :
-         {&memory.identifySerial, &memory.unitSerial, &memory.inquirySerial}) {
-        if (serial->empty()) continue;
-        found.setSerialNumber(*serial);
+    for (const auto source : serialSources) {
+        const std::string& serial = found.getMemory().*source;
+        if (serial.empty()) continue;
+        found.setSerialNumber(serial);
         return;
     }
 }

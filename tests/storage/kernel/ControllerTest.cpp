@@ -444,6 +444,24 @@ TEST_F(Controllers, SerialNumbersThatContradictEachOther) {
     EXPECT_THAT(disks_, SizeIs(4));
 }
 
+/// Either source may tell of the new one first.
+TEST_F(Controllers, ADiskThatIsSwappedWhileItIsAskedIsReportedOnce) {
+    discover();
+    disk(0)["serial"] = "NEW0";
+    disk(0)["identifySerial"] = "S0";
+    disk(1)["identifySerial"] = "NEW1";
+    build();
+    discover();
+    disk(0)["identifySerial"] = "";
+    disk(1)["serial"] = "NEW1";
+    build();
+    discover();
+    discover();
+    EXPECT_THAT(events(), ElementsAre("538 S1", "540 NEW1", "538 S0", "540 NEW0"));
+    EXPECT_EQ(conditionOf("NEW0"), "Running");
+    EXPECT_THAT(disks_, SizeIs(4));
+}
+
 TEST_F(Controllers, ASerialNumberThatCannotBeReadSaysNothing) {
     makeSas(1);
     build();
