@@ -180,6 +180,7 @@ class Excuses:
                     self.slow.append((since, order["done"] + 40))
                     if not only_late:  # a controller that dawdles gets everything
                         self.asleep.append((since - 2, order["done"] + 40))
+        self.unlisted = self.without_localcli(played)
         self.unplaced = self.without_locations(played)
         self.hanging = self.library_hanging(played)
         self.lags = played["lags"] + [[order["at"], order["done"] - order["at"]]
@@ -207,9 +208,8 @@ class Excuses:
                                    for begin, end in self.hanging)
 
     @staticmethod
-    def without_locations(played):
-        """A service that starts while the host lists no PCI functions knows no location until it
-        has asked again."""
+    def without_localcli(played):
+        """When the host lists neither its PCI functions nor its interfaces."""
         spans, begun = [], {}
         for order in played["orders"]:
             what = order["do"]
@@ -217,9 +217,20 @@ class Excuses:
                 begun[what] = order["at"]
             elif what in ("unfail localcli", "unhang localcli"):
                 spans.append((begun.pop(what[2:], order["at"]), order["done"]))
+        return spans
+
+    def without_locations(self, played):
+        """A service that starts while the host lists no PCI functions knows no location until it
+        has asked again."""
         return [(service["started"], until + ASKED_AGAIN) for service in played["services"]
-                for since, until in spans
+                for since, until in self.unlisted
                 if since < service["started"] + STARTED and until > service["started"]]
+
+    def of_listed(self):
+        """The same for a part whose changes are told by the next list of the host."""
+        listed = copy.copy(self)
+        listed.slow = self.slow + self.unlisted
+        return listed
 
     def may_be_unplaced(self, time):
         return any(begin <= time <= end for begin, end in self.unplaced)
@@ -265,6 +276,9 @@ def explain(conditions, rule, events, begin, first, end, excuses):
     done = set(todo)
     while todo:
         i, used = todo.pop()
+        if is_repeated(events, used, seen[i], excuses) and (i, used + 1) not in done:
+            done.add((i, used + 1))
+            todo.add((i, used + 1))
         for j in range(i + 1, len(seen)):
             for reached in emissions(rule(seen[i].value, seen[j].value), events, used, seen[j],
                                      excuses, end):
@@ -275,6 +289,16 @@ def explain(conditions, rule, events, begin, first, end, excuses):
                 break
     return {json.dumps(seen[i].value) for i, used in done if used == len(events) and
             not any(must_be_seen(c) for c in seen[i + 1:])}
+
+
+def is_repeated(events, used, condition, excuses):
+    """Whether the next event may be the last once more, while the condition lasts. One that was
+    refused has reported nothing."""
+    if not 0 < used < len(events) or not events[used - 1].is_refused:
+        return False
+    refused, following = events[used - 1], events[used]
+    return ((refused.id, refused.name) == (following.id, following.name) and
+            following.time <= condition.until + excuses.lateness(condition.until))
 
 
 def emissions(wanted, events, used, condition, excuses, end):
@@ -620,9 +644,10 @@ class Judge:
         """Whether it may say that its place is not known yet."""
         return event.location == NOWHERE and self.excuses.may_be_unplaced(event.time)
 
-    def check_conditions(self, part, conditions, rule, names, ids, place, function=None):
+    def check_conditions(self, part, conditions, rule, names, ids, place, function=None,
+                         excuses=None):
         self.check(part, names, ids, place, lambda events, begin, first, end: explain(
-            conditions, rule, events, begin, first, end, self.excuses), function)
+            conditions, rule, events, begin, first, end, excuses or self.excuses), function)
 
     def check_disks(self):
         server = self.truth.moments[0][1]
@@ -660,7 +685,7 @@ class Judge:
             name, place = adapter["name"], location(server, adapter["function"])
             conditions = self.truth.conditions(link_value(name), lambda value: REBUILT)
             self.check_conditions(name, conditions, link_rule(name, place), {name}, {680, 678},
-                                  place)
+                                  place, excuses=self.excuses.of_listed())
 
     def check_ports(self):
         server = self.truth.moments[0][1]

@@ -137,7 +137,8 @@ class Stage:
                 looks.append(self.held())
             except (OSError, KeyError):
                 continue  # it has just ended
-            if samples and looks[-1]["threads"] <= samples[0]["threads"]:
+            if samples and all(looks[-1][what] <= samples[0][what]
+                               for what in ("threads", "descriptors")):
                 break
             time.sleep(LOOKS[2])
         if not looks:

@@ -147,6 +147,10 @@ class Judging(unittest.TestCase):
             self.assertNoticed(day, what)
 
 
+WELL_AND_WORN = [judge.Condition(["S1", value], since, until, judge.POLLED) for value, since, until in
+                 (("running", 0, 100), ("predicted", 100, 200), ("running", 200, 400))]
+
+
 class Reading(unittest.TestCase):
     """What may be missed: a condition that did not last."""
 
@@ -160,9 +164,7 @@ class Reading(unittest.TestCase):
             since += length
         events = [judge.Event(time, number, "S1", "PLACE", "SSD Wear percentage" if number == 539 else "")
                   for number, time in told]
-        excuses = judge.Excuses({"orders": [{"at": at, "done": at, "do": do} for at, do in orders],
-                                 "lags": [], "services": []})
-        return bool(judge.explain(conditions, judge.disk_rule("PLACE"), events, 0, 30, since, excuses))
+        return self.explains(conditions, judge.disk_rule("PLACE"), events, orders)
 
     def test_readings(self):
         for lengths, told, explained in (
@@ -188,6 +190,35 @@ class Reading(unittest.TestCase):
         self.assertTrue(self.read((100, 100, 400), (540, 205), orders=span("lost")))
         self.assertFalse(self.read((100, 100, 400), (540, 205), orders=span("late=1500")))
         self.assertTrue(self.read((100, 100, 400), (539, 160), (540, 205), orders=span("late=1500")))
+
+    def test_a_refused_event_may_come_again_while_its_condition_lasts(self):
+        for again, refused, explained in ((150, True, True), (190, True, True), (150, False, False),
+                                          (300, True, False)):
+            with self.subTest(again=again, refused=refused):
+                events = [judge.Event(105, 539, "S1", "PLACE", "SSD Wear percentage", refused),
+                          judge.Event(again, 539, "S1", "PLACE", "SSD Wear percentage"),
+                          judge.Event(max(again, 205), 540, "S1", "PLACE", "")]
+                self.assertEqual(self.explains(WELL_AND_WORN, judge.disk_rule("PLACE"), events),
+                                 explained)
+
+    def test_a_link_that_only_the_list_tells_waits_for_it(self):
+        link = [judge.Condition(value, since, until, judge.REBUILT) for value, since, until in
+                (("up", 0, 200), ("down", 200, 300), ("up", 300, 700))]
+        for hang, told, explained in (((310, 480), 485, True), ((310, 480), None, False),
+                                      (None, 485, False), ((500, 600), 485, False),
+                                      ((310, 480), 290, False), ((310, 480), 640, False)):
+            with self.subTest(hang=hang, told=told):
+                orders = zip(hang or (), ("hang localcli", "unhang localcli"))
+                events = [judge.Event(told, 680, "vmnic0", "PLACE", "")] if told else []
+                self.assertEqual(self.explains(link, judge.link_rule("vmnic0", "PLACE"), events,
+                                               orders), explained)
+
+    @staticmethod
+    def explains(conditions, rule, events, orders=()):
+        excuses = judge.Excuses({"orders": [{"at": at, "done": at, "do": do} for at, do in orders],
+                                 "lags": [], "services": []})
+        return bool(judge.explain(conditions, rule, events, 0, 30, conditions[-1].until,
+                                  excuses.of_listed()))
 
 
 class Notified(unittest.TestCase):
