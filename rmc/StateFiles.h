@@ -27,6 +27,7 @@ inline constexpr const char* eventsFile = "/run/tavd/events.json";
 inline constexpr const char* healthFile = "/run/tavd/health.json";
 
 /// Locked (flock) by the service for as long as it runs, whatever becomes of its files and pipe.
+/// Where it cannot be had, the service runs without it.
 inline constexpr const char* serviceLock = "/run/tavd.lock";
 
 }  // namespace tav
