@@ -21,6 +21,7 @@
 
 #include "base/FileDescriptor.h"
 #include "base/StopSignal.h"
+#include "core/tavResourceStatus.h"
 #include "core/tavUtils.h"
 #include "tests/support/Files.h"
 
@@ -365,6 +366,19 @@ TEST(Utils, Trimming) {
         utils.trimExtraSpaces(row.in, out);
         EXPECT_EQ(out, row.out) << row.in;
     }
+}
+
+TEST(ResourceStatus, WhatIsNoneOfThemIsUnknown) {
+    const auto state = [](std::size_t value) {
+        return tav::displayText(static_cast<TAV_RESOURCE_STATE>(value));
+    };
+    const auto health = [](std::size_t value) {
+        return tav::displayText(static_cast<TAV_RESOURCE_HEALTH>(value));
+    };
+    EXPECT_STREQ(state(tavResourceStateMap.size() - 1), "Unconfigured bad");
+    EXPECT_STREQ(state(tavResourceStateMap.size()), "Unknown");
+    EXPECT_STREQ(health(tavResourceHealthMap.size() - 1), "Warning");
+    EXPECT_STREQ(health(tavResourceHealthMap.size()), "Unknown");
 }
 
 }  // namespace
