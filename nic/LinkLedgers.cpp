@@ -1,5 +1,7 @@
 #include "nic/LinkLedgers.h"
 
+#include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "core/Log.h"
@@ -10,6 +12,10 @@ namespace tav {
 namespace {
 
 constexpr ModuleLog logger{"NIC_RM"};
+
+/// An inventory may take the controller a minute. A link that comes and goes must not ask for one
+/// each time.
+constexpr std::chrono::minutes restOfTold{10};
 
 constexpr const char* healthy = "OK";
 constexpr const char* criticalHealth = "Critical";
@@ -51,12 +57,11 @@ void assign(SharedInterface& interface, const NicCondition& condition) {
     interface = share(std::move(adapter));
 }
 
-std::vector<SharedInterface> LinkLedgers::takeList(std::vector<FoundInterface> found,
-                                                   LookClock::time_point begun) {
+LinkNews LinkLedgers::takeList(std::vector<FoundInterface> found, LookClock::time_point begun) {
     logger.debug(here(), "Entry compare size of current inventory %d, size of prev inventory %d",
                  static_cast<int>(found.size()), static_cast<int>(links_.size()));
     Links links;
-    std::vector<SharedInterface> recovered;
+    LinkNews news;
     for (FoundInterface& interface : found) {
         const std::string name = interface.adapter.getIntfName();
         if (links.contains(name)) {
@@ -69,11 +74,35 @@ std::vector<SharedInterface> LinkLedgers::takeList(std::vector<FoundInterface> f
         Link link = isNew ? Link{Ledger(share(std::move(interface.adapter)), begun), 0}
                           : lookAgain(std::move(known->second), std::move(interface), begun);
         link.place = links.size();
-        if (std::exchange(link.hasRecovered, false)) recovered.push_back(link.ledger.record());
+        noteList(link, news);
         links.emplace(name, std::move(link));
     }
+    news.isUntold |= std::any_of(links_.begin(), links_.end(), [&](const auto& known) {
+        return known.second.told != nullptr && !links.contains(known.first);
+    });
     links_ = std::move(links);
-    return recovered;
+    return news;
+}
+
+/// What a list that is complete for the link means for what is to be told of it.
+void LinkLedgers::noteList(Link& link, LinkNews& news) {
+    if (std::exchange(link.hasRecovered, false)) {
+        news.recovered.push_back(link.ledger.record());
+        link.told = link.ledger.record();
+    }
+    news.isUntold |= !std::exchange(link.hasChanged, false) && link.isUntold();
+}
+
+bool LinkLedgers::Link::isUntold() const {
+    const bool rests = sinceNewsWasTold && sinceNewsWasTold->elapsed() < restOfTold;
+    return !rests && (told == nullptr || told->record != ledger.record()->record);
+}
+
+void LinkLedgers::noteTold() {
+    for (auto& [name, link] : links_) {
+        const SharedInterface known = std::exchange(link.told, link.ledger.record());
+        if (known != nullptr && known->record != link.told->record) link.sinceNewsWasTold.emplace();
+    }
 }
 
 LinkLedgers::Link LinkLedgers::lookAgain(Link link, FoundInterface found,
@@ -82,6 +111,7 @@ LinkLedgers::Link LinkLedgers::lookAgain(Link link, FoundInterface found,
     keepWhatIsKnown(known->adapter, found);
     const bool isAsBefore = found.adapter == known->adapter;  // and so is its record
     noteChange(link, link.ledger.look(isAsBefore ? known : share(std::move(found.adapter)), begun));
+    link.hasChanged |= link.ledger.record()->record != known->record;
     logComparison(known->adapter.getIntfName(), conditionOf(known), link.ledger.now());
     return link;
 }
@@ -97,6 +127,7 @@ std::optional<std::size_t> LinkLedgers::takeCondition(const std::string& name,
     if (link == links_.end()) return std::nullopt;
     const Change change = link->second.ledger.look(condition);
     noteChange(link->second, change);
+    link->second.hasChanged |= change.has_value();
     return change ? std::optional(link->second.place) : std::nullopt;
 }
 

@@ -126,7 +126,7 @@ void NICResourceManager::reset() {
 void NICResourceManager::cacheBuild() {
     logger.debug(here(), "Building NIC Cache");
     const tav::Timed timed(tav::figuresOf(ETHERNET_DEVICES).builds);
-    std::vector<tav::SharedInterface> recovered;
+    tav::LinkNews news;
     {
         tav::InventoryCache<Inventory>::Build build(cache_);
         readiness_.begin();
@@ -135,34 +135,42 @@ void NICResourceManager::cacheBuild() {
         // A stop ends the commands that were asked; what they left open must not be reported.
         if (tav::stopRequested()) return;
         if (found) {
-            recovered = takeList(*std::move(found), begun, build);
+            news = takeList(*std::move(found), begun, build);
         } else {
             readiness_.fail();
         }
         sinceBuild_.emplace();
     }
-    if (readiness_.isReady()) raiseRecoveries(recovered);
-    if (readiness_.complete()) {
+    const bool isFirst = !readiness_.isReady();
+    if (!isFirst) raiseRecoveries(news.recovered);
+    const bool isPushed = readiness_.complete() || news.isUntold;
+    if (isPushed || isFirst) noteTold();
+    if (isPushed) {
         logger.debug(here(), "NICRM requesting cache push");
         tavJsonAggregator::getInstance()->sendInventory(true);
     }
     logger.debug(here(), "Exiting CacheBuild");
 }
 
-/// Publishes what a build has found, and returns the interfaces whose health has returned.
-std::vector<tav::SharedInterface> NICResourceManager::takeList(
-    std::vector<tav::FoundInterface> found, tav::LookClock::time_point begun,
-    tav::InventoryCache<Inventory>::Build& build) {
+/// Publishes what a build has found, and returns what is new.
+tav::LinkNews NICResourceManager::takeList(std::vector<tav::FoundInterface> found,
+                                           tav::LookClock::time_point begun,
+                                           tav::InventoryCache<Inventory>::Build& build) {
     Inventory inventory;
-    std::vector<tav::SharedInterface> recovered;
+    tav::LinkNews news;
     {
         const std::lock_guard<std::mutex> held(linksLock_);
-        recovered = links_.takeList(std::move(found), begun);
+        news = links_.takeList(std::move(found), begun);
         inventory.interfaces = links_.interfaces();
         build.publish(inventory);
     }
     logInstances(inventory);
-    return recovered;
+    return news;
+}
+
+void NICResourceManager::noteTold() {
+    const std::lock_guard<std::mutex> held(linksLock_);
+    links_.noteTold();
 }
 
 void NICResourceManager::raiseRecoveries(const std::vector<tav::SharedInterface>& recovered) {

@@ -15,9 +15,10 @@
 
 /// The manager of Ethernet interfaces. Rebuilds its inventory every 30 seconds and looks for
 /// changed links ten seconds after each rebuild; in between NICEventMonitor tells it what the
-/// kernel reports. Raises event 680 when the health of an interface has returned to OK. Locks:
-/// those of its loop and cache, and linksLock_ (docs/architecture.md); none is held while host
-/// commands run, events are raised or a push is asked for, but for the build lock.
+/// kernel reports. Raises event 680 when the health of an interface has returned to OK, and asks
+/// for a push when what no event tells has lasted from one rebuild to the next. Locks: those of its
+/// loop and cache, and linksLock_ (docs/architecture.md); none is held while host commands run,
+/// events are raised or a push is asked for, but for the build lock.
 class TAV_API NICResourceManager final : public tavResourceManager {
  public:
     static NICResourceManager* getInstance();
@@ -67,9 +68,9 @@ class TAV_API NICResourceManager final : public tavResourceManager {
     static std::optional<std::vector<tav::FoundInterface>> getInventory();
     static void logInstances(const Inventory& inventory);
     bool isAnotherLink(const std::string& name, const std::string& linkStatus) const;
-    std::vector<tav::SharedInterface> takeList(std::vector<tav::FoundInterface> found,
-                                               tav::LookClock::time_point begun,
-                                               tav::InventoryCache<Inventory>::Build& build);
+    tav::LinkNews takeList(std::vector<tav::FoundInterface> found, tav::LookClock::time_point begun,
+                           tav::InventoryCache<Inventory>::Build& build);
+    void noteTold();
     static void raiseRecoveries(const std::vector<tav::SharedInterface>& recovered);
 
     tav::ManagerLoop loop_;

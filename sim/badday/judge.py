@@ -96,14 +96,18 @@ def drive_name(data):
     return f"{data['SerialNumber']} {data.get('Model')} {data.get('Revision')}"
 
 
-def drives_of_events(record):
-    """What events have told of drives, and when."""
+def firmware_of(name):
+    return f"{name}'s firmware"
+
+
+def told_by_events(record, kind):
+    """What events have told of resources of that kind, and when."""
     told = []
     for line in record:
         details = {}
         if line.get("command") == "MPEventGen" and line["payload"]:
             details = json.loads(line["payload"]).get("VariableData") or {}
-        if details.get("Type") == "Drive":
+        if details.get("Type") == kind:
             told.append((line["time"], details["Data"]))
     return told
 
@@ -418,11 +422,18 @@ def disk_needs(value):
 
 
 def link_value(name):
-    return lambda server, before: servers.find(server["ethernet"], name)["link"]
+    def value(server, before):
+        adapter = servers.find(server["ethernet"], name)
+        return "gone" if adapter.get("gone") == "yes" else adapter["link"]
+    return value
 
 
 def link_rule(name, place):
-    return lambda before, now: [Wanted(680, name, place)] if now == "up" else []
+    return lambda before, now: [Wanted(680, name, place)] if (before, now) == ("down", "up") else []
+
+
+def adapters_of(server):
+    return [adapter for adapter in server["ethernet"] if adapter.get("gone") != "yes"]
 
 
 FC_HEALTH = {"Online": "OK", "Offline": "Warning", "Linkdown": "Critical", "Error": "Critical"}
@@ -779,7 +790,7 @@ class Judge:
         self.compare("EthernetDevices", {a["Oem"]["DeviceName"]: a["Status"]["State"]
                                          for a in told.get("EthernetDevices", [])},
                      {a["name"]: {"Running" if a["link"] == "up" else "Down"}
-                      for a in server["ethernet"]})
+                      for a in adapters_of(server)})
         self.compare("StorageControllers",
                      {location_name(c): c["Status"]["Health"]
                       for c in told.get("StorageControllers", [])}, self.wanted_controllers())
@@ -788,7 +799,7 @@ class Judge:
     # --- what the controller can know before it rings ---
 
     EVENT_HEALTH = {397: "OK", 398: "Critical", 538: "Critical", 539: "Warning", 540: "OK",
-                    681: "Critical", 683: "OK"}
+                    680: "OK", 681: "Critical", 683: "OK"}
 
     def check_picture(self):
         """Its last inventory and the events since."""
@@ -804,7 +815,7 @@ class Judge:
                 "refused" in line and line["time"] > since for line in self.played["record"]):
             return
         named = self.told_drives(told).keys() | {
-            drive_name(told_of) for time, told_of in drives_of_events(self.played["record"])
+            drive_name(told_of) for time, told_of in told_by_events(self.played["record"], "Drive")
             if since < time < bell}
         for name, values in self.wanted_drives(self.truth.moments[-1][1]).items():
             if name not in named and None not in values:
@@ -815,9 +826,15 @@ class Judge:
                        for volume in told.get("Volumes", []))
         picture.update((location_name(controller), controller["Status"]["Health"])
                        for controller in told.get("StorageControllers", []))
+        for adapter in told.get("EthernetDevices", []):
+            name = adapter["Oem"]["DeviceName"]
+            picture |= {name: adapter["Status"]["Health"], firmware_of(name): adapter["FirmwareVersion"]}
         for event in self.events:
             if since < event.time < bell and event.id in self.EVENT_HEALTH:
                 picture[event.name] = self.EVENT_HEALTH[event.id]
+        picture.update((firmware_of(name_of(data)), data["FirmwareVersion"])
+                       for time, data in told_by_events(self.played["record"], "EthernetDevice")
+                       if since < time < bell)
         for name, values in self.wanted_health().items():
             if picture.get(name) not in values:
                 self.faults.append(f"the controller takes {name} for {picture.get(name)}, not "
@@ -830,6 +847,11 @@ class Judge:
             for volume in controller["volumes"]:
                 last = self.last[f"volume {volume['id']}"] or {"OK", "Critical"}
                 wanted[volume["identifier"]] = {None if value == "gone" else value for value in last}
+        for adapter in server["ethernet"]:
+            name, is_gone = adapter["name"], adapter.get("gone") == "yes"
+            health = "OK" if adapter["link"] == "up" else "Unknown"
+            wanted |= {name: {None if is_gone else health},
+                       firmware_of(name): {None if is_gone else adapter["firmware"]}}
         return wanted | self.wanted_controllers()
 
     def wanted_controllers(self):

@@ -316,6 +316,63 @@ TEST_F(NicEvents, AnInterfaceThatComesAnewRaisesNone) {
     EXPECT_THAT(events(), IsEmpty());
 }
 
+/// What no event tells is told by an inventory once it has lasted from one list to the next; a link
+/// that flaps asks for none.
+TEST_F(NicEvents, WhatNoneTellsAsksForAPushOnceItHasLasted) {
+    const std::string vmnic0 = row("vmnic0", "p", "Up");
+    const std::string vmnic1 = row("vmnic1", "p", "Up");
+    const std::string down = row("vmnic1", "p", "Down");
+    const std::string slow = "vmnic1 p igbn Up Up 100 Full 02:00:00:00:01:00 1500 Intel I350\n";
+    const std::string moved = "vmnic0 p igbn Up Up 1000 Full 02:00:00:00:01:77 1500 Intel I350\n";
+    struct Step {
+        const char* what;
+        std::string list;
+        int pushes;          ///< so far
+        bool later = false;  ///< more than ten minutes after the step before
+    };
+    for (const Step& step : {
+             Step{"the first list is the first inventory's", vmnic0, 0},
+             Step{"nothing new", vmnic0, 0},
+             Step{"a new one", vmnic0 + vmnic1, 0},
+             Step{"is still there", vmnic0 + vmnic1, 1},
+             Step{"a link goes", vmnic0 + down, 1},
+             Step{"and comes: 680", vmnic0 + vmnic1, 1},
+             Step{"it goes", vmnic0 + down, 1},
+             Step{"and stays down", vmnic0 + down, 2},
+             Step{"which is told", vmnic0 + down, 2},
+             Step{"it comes: 680", vmnic0 + vmnic1, 2},
+             Step{"which has told it", vmnic0 + vmnic1, 2, true},
+             Step{"it goes again", vmnic0 + down, 2},
+             Step{"and stays down", vmnic0 + down, 3, true},
+             Step{"it comes: 680", vmnic0 + vmnic1, 3},
+             Step{"it goes", vmnic0 + down, 3},
+             Step{"within ten minutes", vmnic0 + down, 3},
+             Step{"another one's address", moved + down, 3},
+             Step{"is told, and all else with it", moved + down, 4},
+             Step{"it comes: 680", moved + vmnic1, 4},
+             Step{"at another speed", moved + slow, 4},
+             Step{"is still slow", moved + slow, 5, true},
+             Step{"it is gone", moved, 6},
+             Step{"which is told", moved, 6},
+         }) {
+        clockSpeed = step.later ? 1'000'000 : 20;
+        writeList(step.list);
+        manager().cacheBuild();
+        EXPECT_EQ(timesLogged("NICRM requesting cache push"), step.pushes) << step.what;
+    }
+    EXPECT_THAT(events(), ElementsAre(680, 680, 680, 680));
+    clockSpeed = 1'000'000;
+    writeList(row("vmnic0", "p", "Down"));
+    for (int build = 0; build < 3; ++build) {
+        manager().updateStateAndHealth("vmnic0", "Running", "OK");
+        manager().updateStateAndHealth("vmnic0", "Down", "Unknown");
+        manager().cacheBuild();
+    }
+    EXPECT_EQ(timesLogged("NICRM requesting cache push"), 6) << "it flaps";
+    manager().cacheBuild();
+    EXPECT_EQ(timesLogged("NICRM requesting cache push"), 7) << "and rests at last";
+}
+
 TEST_F(NicEvents, SixtyRecoveriesThatNobodyAnswersHoldUpNoStop) {
     constexpr int links = 60;
     writeCommand("localcli", "case \"$*\" in 'network nic list') cat /tmp/list;; esac");

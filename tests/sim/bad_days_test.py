@@ -128,13 +128,28 @@ class Judging(unittest.TestCase):
     def test_what_the_inventory_before_the_bell_has_wrong_is_noticed(self):
         before = [i for i, line in enumerate(CLEAN["record"])
                   if line.get("command") == "WriteInventory"][-2]
-        told_of = {judge.drive_name(drive) for _, drive in judge.drives_of_events(CLEAN["record"])}
+        told_of = {judge.drive_name(drive) for _, drive in judge.told_by_events(CLEAN["record"], "Drive")}
         drives = json.loads(CLEAN["record"][before]["payload"])["HostDataCollection"]["Drives"]
         quiet = [at for at, drive in enumerate(drives) if judge.drive_name(drive) not in told_of]
         self.assertGreater(len(quiet), 3)
         for number in quiet:
             self.assertNoticed(changed(before, lambda payload, at=number: payload[
                 "HostDataCollection"]["Drives"][at].update(Revision="OLD")), f"firmware of drive {number}")
+
+    def test_what_that_inventory_has_wrong_of_interfaces_is_noticed(self):
+        before = [i for i, line in enumerate(CLEAN["record"])
+                  if line.get("command") == "WriteInventory"][-2]
+        told_of = {judge.name_of(data)
+                   for _, data in judge.told_by_events(CLEAN["record"], "EthernetDevice")}
+        adapters = json.loads(CLEAN["record"][before]["payload"])["HostDataCollection"]["EthernetDevices"]
+        quiet = [at for at, adapter in enumerate(adapters) if judge.name_of(adapter) not in told_of]
+        self.assertGreater(len(quiet), 2)
+        for number in quiet:
+            for change in (lambda list_, at: list_.pop(at),
+                           lambda list_, at: list_[at].update(FirmwareVersion="OLD"),
+                           lambda list_, at: list_[at]["Status"].update(Health="Critical")):
+                self.assertNoticed(changed(before, lambda payload, at=number, do=change: do(
+                    payload["HostDataCollection"]["EthernetDevices"], at)), f"interface {number}")
 
     def test_the_process_is_judged_too(self):
         for change in ({"stop took": 9}, {"status": 1}, {"left": ["S localcli"]}, {"died": [90, -11]}):
