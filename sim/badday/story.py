@@ -240,7 +240,17 @@ class Teller:
     def door_bell(self):
         return "the RMC rings for an inventory", "bell", [(0, "rmc doorbell=WriteInventory")]
 
+    def interface(self):
+        """What no event tells of an interface."""
+        name = self.random.choice(("vmnic0", "vmnic2", "vmnic3"))
+        if self.random.randrange(3) == 0:
+            return f"{name} gets new firmware", name, [
+                (0, f"change ethernet {name} firmware={self.random.randrange(10, 100)}.0.1")]
+        return self.toggled(f"{name} leaves the list", name, f"ethernet {name}", "gone=yes",
+                            self.random.choice(("gone=no", f"gone=no firmware={self.serial('1.')}")))
+
     NVME_TOPICS = ((nvme, 5), (nvme_reset, 1))
+    INTERFACE_TOPICS = ((interface, 1),)
     LATER_TOPICS = ((firmware, 2), (nvme_firmware, 1), (start_without_locations, 1), (door_bell, 1))
     TOPICS = ((disk, 10), (swapped_at_once, 2), (contradicting, 2), (predicted_and_silent, 2),
               (second_device, 2), (sata_port, 3), (all_sata_ports, 1), (fibre_channel, 3), (link, 6),
@@ -276,6 +286,9 @@ def tell(seed):
     later = Teller(f"later {seed}")
     later.free = teller.free | nvme_teller.free
     episodes += [later.episode(Teller.LATER_TOPICS) for _ in range(later.random.randrange(3))]
+    interfaces = Teller(f"interfaces {seed}")
+    interfaces.free = later.free
+    episodes += [interfaces.episode(Teller.INTERFACE_TOPICS) for _ in range(interfaces.random.randrange(2))]
     episodes = [episode for episode in episodes if episode is not None]
     return {"seed": seed, "episodes": sorted(episodes, key=lambda e: e["orders"][0]["at"])}
 
