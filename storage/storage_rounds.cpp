@@ -149,11 +149,18 @@ void StorageRounds::take(Answer answer) {
 void StorageRounds::takeDiscovered(Answer answer) {
     if (!answer.part.inventory) return;
     if (before_ == nullptr) {
-        publishLate_(std::move(answer.part), answer.told);
+        if (isListed(answer.part)) publishLate_(std::move(answer.part), answer.told);
         return;
     }
     keepUntold(before_->partOf(*answer.part.controller), answer.told, answer.part);
     discovered_[answer.part.controller] = std::move(answer.part);
+}
+
+/// A factory whose list is not known has what it had.
+bool StorageRounds::isListed(const StorageGeneration::Part& part) const {
+    const auto list = listed_.find(part.factory);
+    return list == listed_.end() || std::find(list->second.begin(), list->second.end(),
+                                              part.controller) != list->second.end();
 }
 
 /// In the order of the factories and of their lists.

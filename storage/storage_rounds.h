@@ -57,6 +57,7 @@ class StorageRounds {
     void collect(std::chrono::milliseconds limit);
     void take(Answer answer);
     void takeDiscovered(Answer answer);
+    bool isListed(const StorageGeneration::Part& part) const;
     StorageGeneration compose(const StorageGeneration& before) const;
     void noteSilent();
 
@@ -69,7 +70,7 @@ class StorageRounds {
     std::map<Key, Unanswered> silent_;  ///< of which it has been said
 
     const StorageGeneration* before_ = nullptr;  ///< not null while a discovery runs
-    std::map<Key, std::vector<Key>> listed_;     ///< the controllers of the factories
+    std::map<Key, std::vector<Key>> listed_;     ///< the controllers, as factories told them last
     std::map<Key, StorageGeneration::Part> discovered_;
 };
 

@@ -442,6 +442,25 @@ TEST(StorageManager, WhoAnswersLateAndNotWholeTakesNothingAway) {
     EXPECT_THAT(names(3), ElementsAre("late"));
 }
 
+TEST(StorageManager, WhoAnswersAfterItHasGoneIsNotShown) {
+    logEverything(storageOnly);
+    clockSpeed = 100;
+    std::atomic<bool> hangs{true};
+    FakeFactory factory({{.name = "gone", .discovered = [&] {
+                              while (hangs)
+                                  std::this_thread::sleep_for(1ms);
+                          }}});
+    manager().cacheBuild();
+    factory.shutdownFactory();
+    manager().cacheBuild();
+    hangs = false;
+    EXPECT_TRUE(soon([&] {
+        manager().pollDevices();
+        return timesLogged("has come back") == 1;
+    }));
+    EXPECT_THAT(names(1), IsEmpty());
+}
+
 TEST(StorageStop, WaitsForNobodyForLong) {
     logEverything(storageOnly);
     std::atomic<bool> hangs{true};
