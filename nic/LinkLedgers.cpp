@@ -26,6 +26,10 @@ SharedInterface share(PhyAdapterInventory adapter) {
         NicInterface{std::move(adapter), std::move(record)});
 }
 
+bool saysSame(const SharedInterface& a, const SharedInterface& b) {
+    return a == b || a->record == b->record;
+}
+
 /// What could not be asked for says nothing: what was known of it stands.
 void keepWhatIsKnown(const PhyAdapterInventory& known, FoundInterface& found) {
     if (found.hasDetails) return;
@@ -95,13 +99,13 @@ void LinkLedgers::noteList(Link& link, LinkNews& news) {
 
 bool LinkLedgers::Link::isUntold() const {
     const bool rests = sinceNewsWasTold && sinceNewsWasTold->elapsed() < restOfTold;
-    return !rests && (told == nullptr || told->record != ledger.record()->record);
+    return !rests && (told == nullptr || !saysSame(told, ledger.record()));
 }
 
 void LinkLedgers::noteTold() {
     for (auto& [name, link] : links_) {
         const SharedInterface known = std::exchange(link.told, link.ledger.record());
-        if (known != nullptr && known->record != link.told->record) link.sinceNewsWasTold.emplace();
+        if (known != nullptr && !saysSame(known, link.told)) link.sinceNewsWasTold.emplace();
     }
 }
 
@@ -111,7 +115,7 @@ LinkLedgers::Link LinkLedgers::lookAgain(Link link, FoundInterface found,
     keepWhatIsKnown(known->adapter, found);
     const bool isAsBefore = found.adapter == known->adapter;  // and so is its record
     noteChange(link, link.ledger.look(isAsBefore ? known : share(std::move(found.adapter)), begun));
-    link.hasChanged |= link.ledger.record()->record != known->record;
+    link.hasChanged |= !saysSame(link.ledger.record(), known);
     logComparison(known->adapter.getIntfName(), conditionOf(known), link.ledger.now());
     return link;
 }
