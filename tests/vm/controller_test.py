@@ -77,6 +77,20 @@ class TroubledController(small_test.SmallMachine):
         self.assertEqual(self.logged(ANSWERS_AGAIN), returns + 1)
         self.inventory_after(seen)
 
+    def test_the_controller_is_silent_when_the_service_starts(self):
+        self.vm.run("kill $(cat /run/pid); while kill -0 $(cat /run/pid) 2>/dev/null; do "
+                    "sleep 0.2; done")
+        self.rmc.stop()
+        failures, seen = self.logged(FAILS), len(self.rmc.inventories())
+        self.serve()
+        guest.wait_until(lambda: self.logged(FAILS) > failures, 120, "word of the silence")
+        status, text = self.vm.attempt("tavctl status")
+        self.assertEqual((status, text.split()[1]), (1, "degraded"))
+        self.assertNotRegex(text, "(?m)^inventory +acknowledged")
+        self.assertEqual(self.logged(FAILS), failures + 1, "why is said once")
+        self.rmc.start()
+        self.inventory_after(seen)
+
     def test_the_controller_dies_and_comes_back(self):
         failures, returns = self.logged(FAILS), self.logged(ANSWERS_AGAIN)
         self.rmc.stop()

@@ -38,8 +38,14 @@ POLL = "Polling devices"
 # From the kernel's own word of a change until it is told: 0.5 to 0.7 s have been seen, and 2.7 s beside
 # other machines. Less than a poll, at any rate.
 TELLS_WITHIN = 5
+EVERYTHING = len(SCSI) + 1 + len(PORTS) + 2  # and the controllers
 # Until the next push, after the next build.
 INVENTORY_PATIENCE = 150
+
+
+def tells_running(count):
+    """The shell's condition that so many parts are told to be running."""
+    return (f"[ $(grep -o '\"State\":\"Running\"' /run/tavd/inventory.json | wc -l) = {count} ]")
 
 
 def machine(folder):
@@ -193,25 +199,40 @@ class RealKernel(SmallMachine):
             return True
         guest.wait_until(attempt, 60, f"place for {device}")
 
+    def moments(self, *conditions):
+        """When each holds in turn, in seconds since the boot, or ten seconds later."""
+        return [float(moment) for moment in self.vm.run("; ".join(
+            f"tries=500; until {condition} || [ $((tries-=1)) = 0 ]; do usleep 20000; done; "
+            "cut -d' ' -f1 /proc/uptime" for condition in conditions)).split()]
+
     def told_after(self, change, device, running):
         """Seconds from the kernel's last word of `device` until so many parts are told to be running."""
         self.vm.watch_devices()
         polls = self.logged(POLL, DEBUG_LOG)
         guest.wait_until(lambda: self.logged(POLL, DEBUG_LOG) > polls, 30, "poll")
         change()  # and the next poll is due in ten seconds
-        told = float(self.vm.run(
-            "tries=500; until [ $(grep -o '\"State\":\"Running\"' /run/tavd/inventory.json | wc -l) = "
-            f"{running} ] || [ $((tries-=1)) = 0 ]; do usleep 20000; done; cut -d' ' -f1 /proc/uptime"))
+        told, = self.moments(tells_running(running))
         return told - self.vm.told_of(device)[-1]
 
     def test_what_the_kernel_tells_of_is_told_at_once(self):
-        everything = len(SCSI) + 1 + len(PORTS) + 2
         gone = self.told_after(lambda: self.vm.monitor("device_del", id="disk1"), "scsi_generic",
-                               everything - 1)
-        back = self.told_after(lambda: self.plug(scsi_disk(1)), "scsi_generic", everything)
+                               EVERYTHING - 1)
+        back = self.told_after(lambda: self.plug(scsi_disk(1)), "scsi_generic", EVERYTHING)
         print(f"told {gone:.2f} s after the kernel's word of a disk that goes, "
               f"{back:.2f} s after that of one that comes")
         self.assertLess(max(gone, back), TELLS_WITHIN)
+
+    def test_a_link_that_is_set_down_and_up_is_told_at_once(self):
+        directory = self.vm.run(f"dirname $(grep -l {PORTS[1]} /sys/class/net/*/address)").strip()
+        name = directory.rsplit("/", 1)[1]
+        raised = len(self.rmc.events(680))
+        self.vm.run(f"ip link set {name} down")
+        down, told_down = self.moments("true", tells_running(EVERYTHING - 1))
+        self.vm.run(f"ip link set {name} up")
+        up, told_up = self.moments(f"[ $(cat {directory}/carrier) = 1 ]", tells_running(EVERYTHING))
+        print(f"told {told_down - down:.2f} s after a link's end, {told_up - up:.2f} s after its return")
+        self.assertLess(max(told_down - down, told_up - up), TELLS_WITHIN)
+        guest.wait_until(lambda: len(self.rmc.events(680)) > raised, 90, "event of its recovery")
 
     def test_a_controller_that_is_pulled_and_put_back(self):
         seen = len(self.rmc.events())
