@@ -19,7 +19,8 @@
 
 namespace tav {
 class StorageRounds;
-}
+struct ToldLists;
+}  // namespace tav
 
 /// The manager of storage: rebuilds the inventory of all controllers, drives and volumes at the
 /// configured interval and whenever somebody invalidates it, polls the controllers every 10

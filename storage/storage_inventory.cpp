@@ -74,15 +74,6 @@ const StorageGeneration::Part* StorageGeneration::partOf(
     return part == parts.end() ? nullptr : &*part;
 }
 
-void keepUntold(const StorageGeneration::Part* known, ToldLists told,
-                StorageGeneration::Part& part) {
-    if (known == nullptr || (told.drives && told.volumes)) return;
-    StorageInventory inventory = *part.inventory;
-    if (!told.drives) inventory.drives = known->inventory->drives;
-    if (!told.volumes) inventory.volumes = known->inventory->volumes;
-    part.inventory = std::make_shared<const StorageInventory>(std::move(inventory));
-}
-
 StorageInventory renderStorage(const StorageRecords& records) {
     return {renderAll(records.controllers, "controller"), renderAll(records.disks, "disk"),
             renderAll(records.volumes, "logical disk")};

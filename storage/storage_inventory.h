@@ -49,17 +49,6 @@ struct TAV_API StorageGeneration {
     const Part* partOf(const ItavStorageController& controller) const;
 };
 
-/// Which lists a controller has told to their end.
-struct ToldLists {
-    bool drives = false;
-    bool volumes = false;
-};
-
-/// Gives a controller's part the lists of `known`, which is its part as it was or null, for those
-/// that it has not told now: a list that could not be asked for is not an empty one.
-void keepUntold(const StorageGeneration::Part* known, ToldLists told,
-                StorageGeneration::Part& part);
-
 TAV_API StorageInventory renderStorage(const StorageRecords& records);
 
 /// Whether both say the same of the same resources, in whatever order, but for their conditions.

@@ -29,6 +29,15 @@ std::shared_ptr<Object> share(Object& object) {
 
 }  // namespace
 
+void keepUntold(const StorageGeneration::Part* known, ToldLists told,
+                StorageGeneration::Part& part) {
+    if (known == nullptr || (told.drives && told.volumes)) return;
+    StorageInventory inventory = *part.inventory;
+    if (!told.drives) inventory.drives = known->inventory->drives;
+    if (!told.volumes) inventory.volumes = known->inventory->volumes;
+    part.inventory = std::make_shared<const StorageInventory>(std::move(inventory));
+}
+
 StorageRounds::StorageRounds(PublishLate publishLate)
     : publishLate_(std::move(publishLate)),
       lanes_(std::make_shared<Lanes>("tav-storage-ask", mostAtWork, pollLimit)),

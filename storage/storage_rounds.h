@@ -15,6 +15,17 @@
 /// side by side, so that one that hangs holds up neither the others nor the manager.
 namespace tav {
 
+/// Which lists a controller has told to their end.
+struct ToldLists {
+    bool drives = false;
+    bool volumes = false;
+};
+
+/// Gives a controller's part the lists of `known`, which is its part as it was or null, for those
+/// that it has not told now: a list that could not be asked for is not an empty one.
+void keepUntold(const StorageGeneration::Part* known, ToldLists told,
+                StorageGeneration::Part& part);
+
 /// Manager's thread only, but for requestStop().
 class StorageRounds {
  public:

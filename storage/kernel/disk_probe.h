@@ -7,7 +7,8 @@
 #include "storage/model/tavDiskInfo.h"
 
 /// Asks one disk, through its SCSI generic node and sysfs. Any thread; a disk that does not answer
-/// costs at most the time-out of one command. `link` is the disk's SCSI address ("0:0:0:0").
+/// costs the time-out of one command, and what the kernel then does about it. `link` is the disk's
+/// SCSI address ("0:0:0:0").
 namespace tav {
 
 /// The SCSI generic node of a disk, open or not.

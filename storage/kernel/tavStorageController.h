@@ -47,7 +47,8 @@ class TAV_API tavStorageController : public ItavStorageController {
     static bool claimAnyDevice(std::uint32_t chipsetID, std::uint32_t boardID,
                                const std::string& pciLocation, ItavStorageController*& out);
 
-    /// What is found is appended to the lists. 0; the last known inventory of a removed one.
+    /// What is found is appended to the lists. 0; the last known inventory of a removed one. -1 of
+    /// a controller that has not answered yet, and of drives when the thread is asked to stop.
     int discoverInventory(tavStorageControllerInfo& info) override;
     int discoverPhysicalDiskInventory(std::vector<tavDiskInfo>& disks) override;
     int discoverLogicalDiskInventory(std::vector<tavLogicalDiskInfo>& volumes) override;

@@ -12,8 +12,9 @@
 /// kernel's SCSI device class in sysfs.
 ///
 /// All may be called on any thread; none keeps state, takes a lock (but the logger's), throws, or
-/// closes or reopens the caller's descriptor. A command waits for its disk for at most 60 seconds.
-/// What goes wrong is logged at debug level.
+/// closes or reopens the caller's descriptor. The kernel gives a disk 60 seconds for a command, and
+/// may then try for minutes, or for ever, to bring it back. What goes wrong is logged at debug
+/// level.
 ///
 /// Unless it says otherwise, a function that sends a command returns a value of 0 or more, or
 ///   -1  the answer is not the page asked for, or marks the value as not valid
