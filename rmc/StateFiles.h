@@ -13,9 +13,9 @@ inline constexpr const char* stateDirectory = "/run/tavd";
 /// whether it was "Acknowledged".
 inline constexpr const char* inventoryFile = "/run/tavd/inventory.json";
 
-/// "Events": the last hundred, the oldest first. Each has "Time", "ID" (0: none is known),
-/// "Outcome" ("Delivered", "Dropped", "Failed"), "Why" (empty for delivered ones) and "Event", what
-/// was sent (null: that is not known).
+/// "Events": the last, a hundred at most, the oldest first. Each has "Time", "ID" (0: none is
+/// known), "Outcome" ("Delivered", "Dropped", "Failed"), "Why" (empty for delivered ones) and
+/// "Event", what was sent (null: that is not known).
 inline constexpr const char* eventsFile = "/run/tavd/events.json";
 
 /// The service itself: "Version", "Process" and "StartTicks" (which together tell whether it still

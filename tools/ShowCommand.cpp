@@ -36,7 +36,7 @@ answer, and what it knew last when it does not run any more. WHAT is one of
 
   host storage drives volumes ethernet fibre-channel
             the inventory, what is not OK first; without WHAT all of it
-  events    the last hundred, the newest first, and what became of each
+  events    the last (a hundred at most), the newest first, and what became of each
   service   the service itself: its managers, the controller, what hangs
 
   --json    one JSON object for programs: "ServiceRuns", "AsOf" (seconds since the
