@@ -30,6 +30,16 @@ bool saysSame(const SharedInterface& a, const SharedInterface& b) {
     return a == b || a->record == b->record;
 }
 
+/// Whether nothing tells them apart but what comes and goes with the link.
+bool differByLinkAlone(const SharedInterface& a, const SharedInterface& b) {
+    PhyAdapterInventory adapter = a->adapter;
+    adapter.setState(b->adapter.getState());
+    adapter.setHealth(b->adapter.getHealth());
+    adapter.setLinkStatus(b->adapter.getLinkStatus());
+    adapter.setSpeed(b->adapter.getSpeed());
+    return adapter == b->adapter;
+}
+
 /// What could not be asked for says nothing: what was known of it stands.
 void keepWhatIsKnown(const PhyAdapterInventory& known, FoundInterface& found) {
     if (found.hasDetails) return;
@@ -98,8 +108,10 @@ void LinkLedgers::noteList(Link& link, LinkNews& news) {
 }
 
 bool LinkLedgers::Link::isUntold() const {
+    if (told == nullptr) return true;
+    if (saysSame(told, ledger.record())) return false;
     const bool rests = sinceNewsWasTold && sinceNewsWasTold->elapsed() < restOfTold;
-    return !rests && (told == nullptr || !saysSame(told, ledger.record()));
+    return !rests || !differByLinkAlone(told, ledger.record());
 }
 
 void LinkLedgers::noteTold() {

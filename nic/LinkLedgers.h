@@ -62,8 +62,8 @@ class TAV_API LinkLedgers {
     /// is forgotten; a name that it has twice counts once.
     LinkNews takeList(std::vector<FoundInterface> found, LookClock::time_point begun);
 
-    /// An inventory is about to tell the RMC everything. An interface of which that tells another
-    /// thing than was told of it is not untold again for ten minutes, however often it changes.
+    /// An inventory is about to tell the RMC everything. A link of which that tells another thing
+    /// than was told of it is not untold again for ten minutes, however often it comes and goes.
     void noteTold();
 
     /// Takes over the condition of one interface. Returns its place in the list when that has
