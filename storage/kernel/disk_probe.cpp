@@ -370,14 +370,17 @@ DiskJudgement statusByProtocol(DiskTurn& turn, OtherProtocols others) {
                     protocol.c_str(), link.c_str())};
 }
 
-DiskJudgement statusOfUnopened(const std::string& link, const GenericNode& node) {
+DiskJudgement statusOfUnopened(const tavDiskInfo& disk, const GenericNode& node) {
+    const std::string link = disk.getOSSCSILink();
     if (node.path.empty()) {
         logger.debug(here(), "%s: Unable to find scsi generic device. Marking disk as offline.",
                      link.c_str());
         return {offline,
                 printed("SCSI generic device for SCSI link %s not available.", link.c_str())};
     }
-    const bool isGone = node.error == ENXIO || node.error == ENODEV;
+    // The kernel shows a device that comes back before its node is there.
+    const bool isNotBack = node.error == ENOENT && conditionOf(disk) == offline;
+    const bool isGone = node.error == ENXIO || node.error == ENODEV || isNotBack;
     logger.debug(here(), "%s: Unable to open %s: (%d %d). Marking disk as %s.", link.c_str(),
                  node.path.c_str(), -1, node.error, isGone ? "offline" : "failed");
     return {isGone ? offline : failed,
@@ -449,7 +452,7 @@ DiskJudgement diskStatus(tavDiskInfo& disk, OtherProtocols others) {
     disk.memory().isReplaced = false;
     if (disk.getOSSGHandle() >= 0) return statusOfOpen(disk, disk.getOSSGHandle(), others);
     const GenericNode node = openGenericNode(disk.getOSSCSILink());
-    if (!node.file.isOpen()) return statusOfUnopened(disk.getOSSCSILink(), node);
+    if (!node.file.isOpen()) return statusOfUnopened(disk, node);
     return statusOfOpen(disk, node.file.get(), others);
 }
 

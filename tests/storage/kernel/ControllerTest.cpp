@@ -484,6 +484,23 @@ TEST_F(Controllers, ASerialNumberThatCannotBeReadSaysNothing) {
     EXPECT_THAT(events(), ElementsAre("538 S1", "540 LATE")) << "and is recognised by it";
 }
 
+/// The kernel shows a device before its node is there.
+TEST_F(Controllers, ADiskThatIsNotQuiteBackIsStillGone) {
+    discover();
+    disk(0)["gone"] = "yes";
+    build();
+    poll();
+    disk(0)["gone"] = "no";
+    build();
+    const fs::path node = std::string(tav::sim::disksOfThisProcess) + "sg0";
+    fs::rename(node, "/tmp/node");
+    poll();
+    discover();
+    fs::rename("/tmp/node", node);
+    poll();
+    EXPECT_THAT(events(), ElementsAre("538 S0", "540 S0"));
+}
+
 TEST_F(Controllers, WhoAnswersWhereADiskHasGoneIsNotTakenForItBeforeItsNumberIsRead) {
     discover();
     disk(1)["present"] = "no";
