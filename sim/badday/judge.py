@@ -285,7 +285,7 @@ def explain(conditions, rule, events, begin, first, end, excuses):
             todo.add((i, used + 1))
         for j in range(i + 1, len(seen)):
             for reached in emissions(rule(seen[i].value, seen[j].value), events, used, seen[j],
-                                     excuses, end):
+                                     excuses, first, end):
                 if (j, reached) not in done:
                     done.add((j, reached))
                     todo.add((j, reached))
@@ -305,8 +305,9 @@ def is_repeated(events, used, condition, excuses):
             following.time <= condition.until + excuses.lateness(condition.until))
 
 
-def emissions(wanted, events, used, condition, excuses, end):
-    """After how many of the events a reading may be that wants these now."""
+def emissions(wanted, events, used, condition, excuses, first, end):
+    """After how many of the events a reading may be that wants these now. What came before the first
+    inventory may have been dropped, each for itself."""
     reached = {used}
     for want in wanted:
         following = set()
@@ -316,7 +317,7 @@ def emissions(wanted, events, used, condition, excuses, end):
                 condition.needs else latest + condition.needs
             if at < len(events) and want.fits(events[at]) and earliest <= events[at].time <= latest:
                 following.add(at + 1)
-            if not want.is_due or condition.since > end - LATE or \
+            if not want.is_due or condition.since < first or condition.since > end - LATE or \
                     excuses.may_be_untold(condition.since,
                                           min(condition.since + condition.needs + 20, end)):
                 following.add(at)

@@ -228,6 +228,16 @@ class Reading(unittest.TestCase):
                 self.assertEqual(self.explains(link, judge.link_rule("vmnic0", "PLACE"), events,
                                                orders), explained)
 
+    def test_of_a_swap_before_the_first_inventory_either_event_may_have_been_dropped(self):
+        for since, told, explained in ((20, (540,), True), (20, (538, 540), True), (20, (), True),
+                                       (40, (540,), False), (40, (538, 540), True)):
+            with self.subTest(since=since, told=told):
+                swapped = [judge.Condition([name, "running"], begin, end, judge.POLLED) for
+                           name, begin, end in (("S1", 0, since), ("S2", since, 400))]
+                events = [judge.Event(since + 12, number, {538: "S1", 540: "S2"}[number], "PLACE",
+                                      "serial number" if number == 538 else "") for number in told]
+                self.assertEqual(self.explains(swapped, judge.disk_rule("PLACE"), events), explained)
+
     @staticmethod
     def explains(conditions, rule, events, orders=()):
         excuses = judge.Excuses({"orders": [{"at": at, "done": at, "do": do} for at, do in orders],
