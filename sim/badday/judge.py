@@ -24,6 +24,10 @@ SATA_FUNCTION = "0000:00:17.0"
 ANSWERED = 120     # a controller that is slow to answer at first has done so by then
 STARTED = 5        # a service that starts has asked for the locations by then
 ASKED_AGAIN = 105  # it has asked again by then, and built everything anew
+LISTED = 45        # and has a list of its interfaces
+TOLD = 30          # what the library tells of has been handled by then
+WAITING = 5        # and keeps what it tells of next waiting for so long
+BOOTED = 120       # a service that has started has told of the host's boot by then
 
 
 @dataclass(frozen=True)
@@ -184,8 +188,11 @@ class Excuses:
                     self.slow.append((since, order["done"] + 40))
                     if not only_late:  # a controller that dawdles gets everything
                         self.asleep.append((since - 2, order["done"] + 40))
+        self.silent = self.asleep
         self.unlisted = self.without_localcli(played)
-        self.unplaced = self.without_locations(played)
+        starts = self.starts_without_localcli(played)
+        self.unplaced = [(since, until + ASKED_AGAIN) for since, until in starts]
+        self.unknown_links = [(since, until + LISTED) for since, until in starts]
         self.hanging = self.library_hanging(played)
         self.lags = played["lags"] + [[order["at"], order["done"] - order["at"]]
                                       for order in played["orders"]]
@@ -223,10 +230,10 @@ class Excuses:
                 spans.append((begun.pop(what[2:], order["at"]), order["done"]))
         return spans
 
-    def without_locations(self, played):
-        """A service that starts while the host lists no PCI functions knows no location until it
-        has asked again."""
-        return [(service["started"], until + ASKED_AGAIN) for service in played["services"]
+    def starts_without_localcli(self, played):
+        """A service that starts then knows no location until it has asked again, and no interface
+        until it has a list."""
+        return [(service["started"], until) for service in played["services"]
                 for since, until in self.unlisted
                 if since < service["started"] + STARTED and until > service["started"]]
 
@@ -234,15 +241,21 @@ class Excuses:
         """The same for a part whose changes are told by the next list of the host."""
         listed = copy.copy(self)
         listed.slow = self.slow + self.unlisted
+        listed.silent = self.silent + self.unknown_links
         return listed
+
+    def of_placed(self):
+        """The same for a part that only the kernel knows: without a place it raises no event."""
+        placed = copy.copy(self)
+        placed.silent = self.silent + self.unplaced
+        return placed
 
     def may_be_unplaced(self, time):
         return any(begin <= time <= end for begin, end in self.unplaced)
 
     def may_be_untold(self, since, until):
-        """Of a change that has been looked at between these moments. A disk whose place is not known
-        raises no event."""
-        return any(begin <= until and since <= end for begin, end in self.asleep + self.unplaced)
+        """Of a change that has been looked at between these moments."""
+        return any(begin <= until and since <= end for begin, end in self.silent)
 
     def lateness(self, time):
         """How late an event may be whose cause was then."""
@@ -423,14 +436,22 @@ def disk_needs(value):
 
 
 def link_value(name):
+    """How the link is, and how often it has gone down so far: notifications see each time."""
     def value(server, before):
         adapter = servers.find(server["ethernet"], name)
-        return "gone" if adapter.get("gone") == "yes" else adapter["link"]
+        known, times = before or ("up", 0)
+        link = "gone" if adapter.get("gone") == "yes" else adapter["link"]
+        return link, times + (link == "down" and known != "down")
     return value
 
 
 def link_rule(name, place):
-    return lambda before, now: [Wanted(680, name, place)] if (before, now) == ("down", "up") else []
+    def rule(before, now):
+        if now[0] != "up" or before[0] != "down" and before[1] == now[1]:
+            return []
+        # What becomes of one that is not listed nobody knows, until it is listed again.
+        return [Wanted(680, name, place, is_due=before[0] != "gone")]
+    return rule
 
 
 def adapters_of(server):
@@ -539,7 +560,8 @@ def notifications(played, kind, number):
     return told
 
 
-def explain_notified(own, told, ids, name_at, place, events, begin, first, end, excuses):
+def explain_notified(own, told, ids, name_at, place, events, begin, first, end, excuses,
+                     is_told_first=lambda time, name, value: False):
     """The same as explain() for a part of which the vendor's library tells. The reported condition
     follows the notifications, and the library's own state when that changes without one: surely
     when it lasts until the next build, perhaps when it is shorter."""
@@ -594,7 +616,8 @@ def explain_notified(own, told, ids, name_at, place, events, begin, first, end, 
                 if value == "Critical" and time < first + 2:
                     following.add((UNTOLD, used))
                 if time < first + 2 or time > end - LATE or \
-                        excuses.may_be_untold(time, min(time + LATE, end)):
+                        is_told_first(time, name_at(time), value) or excuses.may_be_untold(
+                            time, min(time + TOLD + excuses.lateness(time) - LATE, end)):
                     following.add((value, used))
         reported = following
     return {"Critical" if value == UNTOLD else value
@@ -669,7 +692,7 @@ class Judge:
             place = disk_place(server, disk)
             self.check_conditions(disk["name"], conditions,
                                   disk_rule(place, self.is_shared(place)), names,
-                                  {538, 539, 540}, place, SATA_FUNCTION)
+                                  {538, 539, 540}, place, SATA_FUNCTION, self.excuses.of_placed())
 
     def is_shared(self, place):
         """Whether several disks have ever been there."""
@@ -685,11 +708,12 @@ class Judge:
             conditions = self.truth.conditions(nvme_value(name), disk_needs)
             self.check_conditions(name, conditions, disk_rule(place, texts=NVME_TEXTS),
                                   {c.value[0] for c in conditions if c.value[0]}, {538, 539, 540},
-                                  place, function)
+                                  place, function, self.excuses.of_placed())
             self.check_conditions(
                 f"{name}'s controller",
                 self.truth.conditions(nvme_controller_value(name), lambda value: POLLED),
-                nvme_controller_rule(function, place), {function}, {397, 398}, place, function)
+                nvme_controller_rule(function, place), {function}, {397, 398}, place, function,
+                self.excuses.of_placed())
 
     def check_links(self):
         server = self.truth.moments[0][1]
@@ -710,7 +734,8 @@ class Judge:
                                   set(FC_EVENTS.values()), place)
         place = "FFFFFF0101FFFF8E"
         self.check_conditions("SATA controller", sata_conditions(self.truth), sata_rule(place),
-                              {SATA_FUNCTION}, {397, 398}, place, SATA_FUNCTION)
+                              {SATA_FUNCTION}, {397, 398}, place, SATA_FUNCTION,
+                              self.excuses.of_placed())
 
     def library_starts(self, moment):
         """Whether the RAID library of a service that is started then does: if not, nobody tries again."""
@@ -755,15 +780,40 @@ class Judge:
             if not self.library_starts(begin):
                 return set() if events else {"absent"}
             return explain_notified(own, told, ids, name_at, place, events, begin, first, end,
-                                    self.excuses)
+                                    self.excuses, self.is_told_first)
 
         self.check(part, names, set(ids.values()) | ({539} if kind == "drive" else set()), place,
                    reading)
 
-    def check_strangers(self):
+    def is_told_first(self, time, name, value):
+        """Whether a notification waited for another one, whose inventory has told it meanwhile."""
+        return any(order["do"].startswith("raid event ") and time - WAITING < order["at"] < time
+                   for order in self.played["orders"]) and any(
+            time < at < time + TOLD and value == self.health_in(told, name)
+            for at, told in inventories_of(self.played["record"]))
+
+    @staticmethod
+    def health_in(told, name):
+        records = told.get("Drives", []) + told.get("Volumes", [])
+        return next((one["Status"]["Health"] for one in records if name == name_of(one)), None)
+
+    def check_boot(self):
         boots = [event for event in self.events if event.id == 356]
-        if len(boots) > 1 or not boots and not self.excuses.asleep:
+        begun, _, end = self.lives[0]
+        if len(boots) > 1 or not boots and not self.excuses.may_be_untold(begun, begun + BOOTED):
             self.faults.append(f"the boot was reported {len(boots)} times")
+        if boots and boots[0].time > begun + BOOTED and end > begun + BOOTED:
+            self.faults.append(f"the boot was reported late: {boots[0]}")
+
+    def check_beginnings(self):
+        """Before the first inventory nothing is reported but the host's boot. One that does not
+        arrive is no longer awaited."""
+        for begin, first, _ in self.lives:
+            if not self.excuses.may_be_untold(begin, first):
+                self.faults += [f"reported before the first inventory: {event}" for event in self.events
+                                if begin <= event.time < first - 1 and event.id != 356]
+
+    def check_strangers(self):
         for event in self.events:
             is_known = (event.name, event.id, event.location) in self.names or \
                 self.is_unplaced(event) and (event.name, event.id) in \
@@ -812,7 +862,7 @@ class Judge:
             return
         since, told = before[-1]
         # What has not arrived since then is still to be made good.
-        if self.excuses.may_be_untold(since, bell) or any(
+        if self.excuses.of_placed().may_be_untold(since, bell) or any(
                 "refused" in line and line["time"] > since for line in self.played["record"]):
             return
         named = self.told_drives(told).keys() | {
@@ -961,6 +1011,8 @@ class Judge:
         self.check_links()
         self.check_ports()
         self.check_raid()
+        self.check_boot()
+        self.check_beginnings()
         self.check_strangers()
         self.check_picture()
         self.check_inventory()

@@ -162,6 +162,106 @@ class Judging(unittest.TestCase):
             self.assertNoticed(day, what)
 
 
+class Excusing(unittest.TestCase):
+    """An excuse covers what it is for, and nothing else of the same part or time."""
+
+    KERNELS_OWN = ("S4", "NEW", "PHLJ", judge.SATA_FUNCTION, "0000:d8:00.0")
+
+    def assertExcused(self, day, may_be_missing, may_be_unplaced):
+        """`day` makes of a record one to which the excuse applies; the rest says of which events."""
+        def is_noticed(changed_day):
+            return bool(judge.faults_of(day(changed_day)))
+
+        self.assertFalse(is_noticed(CLEAN))
+        for index in EVENTS:
+            event = judge.events_of([CLEAN["record"][index]])[0]
+            if event.id == 356:
+                continue
+            with self.subTest(event=str(event)):
+                self.assertEqual(is_noticed(removed(index)), not may_be_missing(event), "removed")
+                self.assertEqual(is_noticed(changed(index, lambda payload: payload.update(
+                    PhysicalLocation=judge.NOWHERE))), not may_be_unplaced(event), "without a place")
+                if may_be_missing(event) or may_be_unplaced(event):
+                    for what in (doubled(index), changed(index, renamed), moved(index, -70),
+                                 changed(index, moved_elsewhere), changed(index, told_as(777))):
+                        self.assertTrue(is_noticed(what))
+
+    def test_a_start_without_locations(self):
+        def day(played):
+            orders = [{"at": at, "done": at, "do": do} for at, do in
+                      ((-1, "fail localcli"), (130, "unfail localcli"))]
+            return dict(played, orders=orders + played["orders"])
+
+        known = 235  # it has asked again by then, and built everything anew
+        self.assertExcused(
+            day, lambda event: event.time < known and event.name.startswith(self.KERNELS_OWN),
+            lambda event: event.time < known)
+
+    def test_locations_that_fail_later(self):
+        def day(played):
+            orders = [{"at": at, "done": at, "do": do} for at, do in
+                      ((30, "fail localcli"), (130, "unfail localcli"))]
+            return dict(played, orders=orders + played["orders"])
+
+        self.assertExcused(day, lambda event: False, lambda event: False)
+
+    def test_a_controller_that_answers_late(self):
+        """Its disks' conditions of before are no news then; who answers after 120 s has no excuse."""
+        def without(until):
+            def day(played):
+                played = copy.deepcopy(played)
+                for line in played["record"]:
+                    if line.get("command") == "WriteInventory" and line["time"] < until:
+                        payload = json.loads(line["payload"])
+                        told = payload["HostDataCollection"]
+                        told["StorageControllers"] = [
+                            controller for controller in told["StorageControllers"]
+                            if judge.location_name(controller) != judge.SATA_FUNCTION]
+                        line["payload"] = json.dumps(payload)
+                return played
+            return day
+
+        for until, excused in ((120, {"S4700001", "S4700002"}), (200, set())):
+            self.assertExcused(
+                without(until),
+                lambda event, until=until, names=excused: event.time < until and event.name in names,
+                lambda event: False)
+
+    def test_a_notification_that_waits_for_another_may_be_told_by_its_inventory(self):
+        index, event = next((index, event) for index in EVENTS
+                            for event in judge.events_of([CLEAN["record"][index]])
+                            if (event.id, event.name) == (538, "WFK00002"))
+        told = next(order["at"] for order in CLEAN["orders"] if "drive=9" in order["do"])
+        for before, is_told, is_noticed in ((2, True, False), (10, True, True), (2, False, True)):
+            other = {"at": told - before, "done": told - before, "answer": "ok",
+                     "do": 'raid event 0 code=0x72 class=0 locale=2 type=15 drive=12 '
+                           'previous=0x18 new=0x18 text="PD 12"'}
+            day = dict(removed(index), orders=sorted(CLEAN["orders"] + [other],
+                                                     key=lambda order: order["at"]))
+            day["record"] = [line for line in day["record"]
+                             if is_told or line.get("command") != "WriteInventory" or
+                             not event.time < line["time"] < told + 200]
+            with self.subTest(before=before, is_told=is_told):
+                self.assertEqual(bool(judge.faults_of(day)), is_noticed)
+
+    def test_an_event_before_the_first_inventory_is_noticed(self):
+        day = copy.deepcopy(CLEAN)
+        day["record"] = [line for line in day["record"]
+                         if line.get("command") != "WriteInventory" or line["time"] > 120]
+        self.assertTrue(any("before the first inventory: 539 S4700001" in fault
+                            for fault in judge.faults_of(day)))
+
+    def test_a_controller_that_sleeps_later_excuses_no_boot(self):
+        boot = next(index for index in EVENTS
+                    if judge.events_of([CLEAN["record"][index]])[0].id == 356)
+        self.assertTrue(judge.faults_of(moved(boot, 250)))
+        for since, is_noticed in ((20, False), (300, True)):
+            orders = [{"at": at, "done": at, "do": do} for at, do in
+                      ((since, "rmc lost,nth=all"), (since + 10, "rmc withdraw=all"))]
+            day = dict(removed(boot), orders=orders + CLEAN["orders"])
+            self.assertEqual(bool(judge.faults_of(day)), is_noticed)
+
+
 WELL_AND_WORN = [judge.Condition(["S1", value], since, until, judge.POLLED) for value, since, until in
                  (("running", 0, 100), ("predicted", 100, 200), ("running", 200, 400))]
 
@@ -218,7 +318,7 @@ class Reading(unittest.TestCase):
 
     def test_a_link_that_only_the_list_tells_waits_for_it(self):
         link = [judge.Condition(value, since, until, judge.REBUILT) for value, since, until in
-                (("up", 0, 200), ("down", 200, 300), ("up", 300, 700))]
+                ((("up", 0), 0, 200), (("down", 1), 200, 300), (("up", 1), 300, 700))]
         for hang, told, explained in (((310, 480), 485, True), ((310, 480), None, False),
                                       (None, 485, False), ((500, 600), 485, False),
                                       ((310, 480), 290, False), ((310, 480), 640, False)):
