@@ -235,14 +235,56 @@ class NotingManager final : public tavResourceManager {
     void startInventory() override {}
     int getInventoryJsonObject(std::vector<Json::Value>& records) override {
         numbers.push_back(tavJsonAggregator::getInstance()->begunInventories());
-        records.emplace_back(Json::objectValue)["Name"] = "x";
+        if (!hasNothing) records.emplace_back(Json::objectValue)["Name"] = "x";
         return 0;
     }
     bool isRunning() override { return true; }
     bool isInventoryReady(int) override { return true; }
 
     std::vector<std::uint64_t> numbers;
+    std::atomic<bool> hasNothing{false};
 };
+
+TEST(Push, ALostEventIsStillToBeMadeGoodWhenTheManagersHaveNothing) {
+    logEverything(hostOnly);
+    static NotingManager manager;
+    tav::registerManager(
+        HOST_OS_INFO, +[]() -> tavResourceManager* { return &manager; });
+    Rmc rmc;
+    tavJsonAggregator& aggregator = *tavJsonAggregator::getInstance();
+    aggregator.repeatUntilAcknowledged();
+    Service service(500);
+    ASSERT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 1; }));
+    manager.hasNothing = true;
+    rmc.intercept([](const IpmiRequest&) { return Reply::answer({5, 0, 0, 0}); });
+    EXPECT_EQ(tavEventHandler().deliverEvent(event(538, "x")), tav::EventOutcome::Failed);
+    rmc.intercept(nullptr);
+    ASSERT_TRUE(becomesTrue([&] { return aggregator.begunInventories() == 2; }));
+    EXPECT_EQ(aggregator.acknowledgedInventories(), 1U);
+    manager.hasNothing = false;
+    EXPECT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 3; }));
+}
+
+TEST(Push, ARequestWhileAnInventoryIsOnItsWayIsAnsweredByTheNextOne) {
+    logEverything(hostOnly);
+    writeHostCommands();
+    tavJsonAggregator& aggregator = *tavJsonAggregator::getInstance();
+    std::atomic<int> asked{0};
+    Rmc rmc;
+    rmc.intercept([&](const IpmiRequest& request) -> std::optional<Reply> {
+        const bool begins =
+            request.data.size() == 60 && request.data[2] == 0x14 && request.data[3] == 'W';
+        if (begins && ++asked == 1) {
+            for (int time = 0; time < 3; ++time)
+                aggregator.sendInventory(true);
+        }
+        return std::nullopt;
+    });
+    Service service(200);
+    EXPECT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 2; }));
+    std::this_thread::sleep_for(100ms);  // 20 s of the fast clock
+    EXPECT_EQ(asked, 2) << "one for all three";
+}
 
 TEST(Push, ManagersLearnWhichInventoriesTheControllerKnows) {
     logEverything(hostOnly);

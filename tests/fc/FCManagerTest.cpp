@@ -351,6 +351,11 @@ TEST(FCManager, EachChangeOfHealthIsReportedOnce) {
         expected.insert(expected.end(), step.raises.begin(), step.raises.end());
         EXPECT_EQ(events.ids(), expected) << step.host << ' ' << step.state;
     }
+    for (const char* host : {"host9", "host8"})  // at once: in the order of their names
+        setState(host, host == std::string("host8") ? "Offline" : "Error");
+    manager().cacheBuild();
+    expected.insert(expected.end(), {385, 388});
+    EXPECT_EQ(events.ids(), expected);
     EXPECT_THAT(events.rmc().violations(), IsEmpty());
 
     const Json::Value event = events.all()[0];

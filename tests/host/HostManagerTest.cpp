@@ -28,6 +28,7 @@ using tav::test::writeHostCommands;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 constexpr const char* history = "/opt/orn/tav/data/ornTAVStartup.txt";
 
@@ -117,6 +118,27 @@ TEST(HostManager, AMemorySampleThatFailsLeavesWhatWasKnown) {
     std::filesystem::remove_all("/opt/orn/tav/data/tav-mem.txt");
     writeHostCommands();
     EXPECT_EQ(memory(), std::pair(4.0, 1.0));
+}
+
+TEST(HostManager, WhatChangesIsInTheNextBuildWhichAsksForNoPush) {
+    logEverything();
+    writeCommand("localcli", "exit 1");
+    const auto host = [] {
+        manager().cacheBuild();
+        return manager().getHostInventory().at(0);
+    };
+    EXPECT_EQ(host().getOSName(), "");
+    EXPECT_EQ(host().getOSMemorySummary().getTotalSystemMemGiB(), 0);
+    writeHostCommands();
+    EXPECT_EQ(host().getOSName(), "TestOS") << "asked for until it is known";
+    EXPECT_EQ(host().getOSMemorySummary().getTotalSystemMemGiB(), 4.0);
+    writeCommand("localcli", "exit 1");
+    writeCommand(
+        "esxtop",
+        "printf '\"(PDH)\",\"\\\\\\\\h\\\\Memory\\\\Machine MBytes\",\\n\"now\",\"8194\",\\n'");
+    EXPECT_EQ(host().getOSName(), "TestOS");
+    EXPECT_EQ(host().getOSMemorySummary().getTotalSystemMemGiB(), 8.0);
+    EXPECT_THAT(logs(), Not(HasSubstr("Requesting cache push")));
 }
 
 TEST(HostManager, ReadersGetThePreviousCopyDuringABuild) {
@@ -219,7 +241,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Boot{"SentInThisBoot", toldToShutDown, "1551500000", {}},
                     Boot{"HistoryIsNoNumber", toldToShutDown, "garbage", {359, 356}},
                     Boot{"HistoryIsEmpty", toldToShutDown, "", {359, 356}},
-                    Boot{"NoSummary", "", nullptr, {356}}),
+                    Boot{"NoSummary", "", nullptr, {356}},
+                    Boot{"NoSummaryButAHistory", "", "1551500000", {}}),
     [](const auto& boot) { return boot.param.name; });
 
 TEST(HostManager, BootEventsWithoutAUsableHistory) {
@@ -232,6 +255,9 @@ TEST(HostManager, BootEventsWithoutAUsableHistory) {
     EXPECT_EQ(eventIds(rmc), std::vector<int>{356});
     EXPECT_THAT(logs(), HasSubstr("File does not exist"));
     EXPECT_THAT(logs(), HasSubstr("Unable to record event history!"));
+    manager().reset();
+    { const RunningManager running; }
+    EXPECT_EQ(eventIds(rmc), (std::vector<int>{356, 356})) << "again at the next start";
 }
 
 TEST(HostManager, WhatAStopHasCutShortIsNotReported) {
@@ -268,6 +294,10 @@ TEST(HostManager, EventsThatAStopHasCutShortAreSentAtTheNextStart) {
     thread.join();
     EXPECT_THAT(eventIds(rmc), IsEmpty());
     EXPECT_FALSE(std::filesystem::exists(history));
+    writeCommand("tail", "exec /usr/bin/tail \"$@\"");
+    manager().reset();
+    { const RunningManager running; }
+    EXPECT_THAT(eventIds(rmc), ElementsAre(359, 356));
 }
 
 TEST(HostManager, TestEvents) {

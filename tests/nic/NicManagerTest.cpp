@@ -374,6 +374,7 @@ TEST_F(NicEvents, WhatNoneTellsAsksForAPushOnceItHasLasted) {
     EXPECT_EQ(timesLogged("NICRM requesting cache push"), 7) << "it flaps";
     manager().cacheBuild();
     EXPECT_EQ(timesLogged("NICRM requesting cache push"), 8) << "and rests at last";
+    EXPECT_THAT(events(), SizeIs(4)) << "what ends as it was has not recovered";
 }
 
 TEST_F(NicEvents, SixtyRecoveriesThatNobodyAnswersHoldUpNoStop) {

@@ -324,6 +324,16 @@ TEST_F(NvmeControllers, DrivesThatArePulledPutBackAndExchanged) {
     discover();
     EXPECT_THAT(events(), ElementsAre("540 S4/1"));
     EXPECT_THAT(drives(), UnorderedElementsAre("S1/1 Running", "S1/2 Running", "S4/1 Running"));
+
+    controller(1)["state"] = "resetting";
+    change(1, "serial", "S5");
+    discover();
+    EXPECT_THAT(events(), ElementsAre("538 S4/1")) << "the new one cannot be asked yet";
+    change(1, "state", "live");
+    poll();
+    discover();
+    EXPECT_THAT(events(), IsEmpty()) << "an inventory tells of it";
+    EXPECT_THAT(drives(), UnorderedElementsAre("S1/1 Running", "S1/2 Running", "S5/1 Running"));
 }
 
 TEST_F(NvmeControllers, NamespacesThatComeAndGo) {
