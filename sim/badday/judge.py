@@ -26,6 +26,8 @@ STARTED = 5        # a service that starts has asked for the locations by then
 ASKED_AGAIN = 105  # it has asked again by then, and built everything anew
 LISTED = 45        # and has a list of its interfaces
 TOLD = 30          # what the library tells of has been handled by then
+BUILT = 30         # from one of its lists to the next
+LISTS = ("0 3", "1 0", "1 4", "1 13")
 WAITING = 5        # and keeps what it tells of next waiting for so long
 BOOTED = 120       # a service that has started has told of the host's boot by then
 
@@ -193,7 +195,7 @@ class Excuses:
         starts = self.starts_without_localcli(played)
         self.unplaced = [(since, until + ASKED_AGAIN) for since, until in starts]
         self.unknown_links = [(since, until + LISTED) for since, until in starts]
-        self.hanging = self.library_hanging(played)
+        self.unasked = self.library_hanging(played) + self.library_failing(played)
         self.lags = played["lags"] + [[order["at"], order["done"] - order["at"]]
                                       for order in played["orders"]]
 
@@ -209,6 +211,13 @@ class Excuses:
                 begun = None
         return spans
 
+    @staticmethod
+    def library_failing(played):
+        """When it fails a list, of which a build wants one."""
+        orders = [(order["at"], order["do"].split()) for order in played["orders"]]
+        return [(at, at + int(words[-1]) * BUILT) for at, words in orders
+                if words[:2] == ["raid", "fail"] and " ".join(words[2:4]) in LISTS]
+
     def took(self, moment):
         """How long the order of that moment was under way."""
         return sum(lag for at, lag in self.lags if at == moment)
@@ -216,7 +225,7 @@ class Excuses:
     def answered(self, since, until):
         """For how many seconds of these the library could be asked."""
         return until - since - sum(max(0, min(end, until) - max(begin, since))
-                                   for begin, end in self.hanging)
+                                   for begin, end in self.unasked)
 
     @staticmethod
     def without_localcli(played):

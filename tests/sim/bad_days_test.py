@@ -368,7 +368,11 @@ class Notified(unittest.TestCase):
                 (hangs, [(681, 205), (683, 305)], False),
                 (hangs, [(683, 305), (683, 306)], False),
                 (hangs, [(683, 290)], False),
-                ([(400, "raid hang 0 3"), (500, "raid resume")], [], False)):
+                ([(400, "raid hang 0 3"), (500, "raid resume")], [], False),
+                ([(210, "raid fail 1 13 0x8009 5")], [], True),
+                ([(210, "raid fail 1 13 0x8009 5")], [(681, 205), (683, 305)], False),
+                ([(210, "raid fail 2 0 0x8009 5")], [], False),
+                ([(40, "raid fail 1 13 0x8009 5")], [], False)):
             with self.subTest(hung=hung, told=told):
                 self.assertEqual(self.read(hung, *told), explained)
 
