@@ -64,13 +64,14 @@ bool Readiness::answer(int iteration) {
 }
 
 void Readiness::fail() {
+    hasFailed_ = true;
     if (askedBefore_) pushAsked_ = true;
 }
 
 bool Readiness::complete() {
     ready_ = true;
     const bool awaited = isAwaited_.exchange(false);
-    return awaited || askedBefore_ || pushAsked_;
+    return awaited || (!hasFailed_ && (askedBefore_ || pushAsked_));
 }
 
 void Readiness::reset() {

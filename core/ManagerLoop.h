@@ -88,7 +88,10 @@ class TAV_API Readiness {
 
     /// A build begins. A request that comes from now on may be about something that it has passed
     /// by, and stands for the next one too. Manager's thread, as what follows.
-    void begin() { askedBefore_ = pushAsked_.exchange(false); }
+    void begin() {
+        askedBefore_ = pushAsked_.exchange(false);
+        hasFailed_ = false;
+    }
     /// It has found nothing out: what it was asked for is left to the next one.
     void fail();
     /// A build has been completed; returns whether it has to ask for a push.
@@ -104,6 +107,7 @@ class TAV_API Readiness {
     std::atomic<bool> isAwaited_{false};  ///< the aggregator did not wait any longer
     std::atomic<bool> pushAsked_{false};
     bool askedBefore_ = false;  ///< the build that runs
+    bool hasFailed_ = false;    ///< likewise
 };
 
 /// Whether a loop that begins has nothing to do, because the inventory is only seconds old.

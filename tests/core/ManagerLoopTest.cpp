@@ -64,6 +64,20 @@ TEST(Readiness, TheLastRoundLeavesAWishForAPush) {
     EXPECT_FALSE(answeredAfter.complete()) << "once";
 }
 
+TEST(Readiness, ABuildThatFoundNothingLeavesThePushToTheNextOne) {
+    tav::Readiness readiness;
+    readiness.askForPush();
+    for (int build = 0; build < 3; ++build) {
+        readiness.begin();
+        readiness.fail();
+        EXPECT_FALSE(readiness.complete());
+    }
+    readiness.begin();
+    EXPECT_TRUE(readiness.complete());
+    readiness.begin();
+    EXPECT_FALSE(readiness.complete());
+}
+
 /// Numbers that are all alike, and that know who frees them.
 struct Numbers {
     std::vector<int> all;
