@@ -1,6 +1,8 @@
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <poll.h>
@@ -235,6 +237,7 @@ class NotingManager final : public tavResourceManager {
     void startInventory() override {}
     int getInventoryJsonObject(std::vector<Json::Value>& records) override {
         numbers.push_back(tavJsonAggregator::getInstance()->begunInventories());
+        if (asked) std::exchange(asked, nullptr)();
         if (!hasNothing) records.emplace_back(Json::objectValue)["Name"] = "x";
         return 0;
     }
@@ -243,7 +246,29 @@ class NotingManager final : public tavResourceManager {
 
     std::vector<std::uint64_t> numbers;
     std::atomic<bool> hasNothing{false};
+    std::function<void()> asked;  ///< called once, while an inventory is collected
 };
+
+TEST(Push, AnEventThatIsLostWhileAnInventoryIsCollectedIsMadeGoodByAnother) {
+    logEverything(hostOnly);
+    static NotingManager manager;
+    tav::registerManager(
+        HOST_OS_INFO, +[]() -> tavResourceManager* { return &manager; });
+    Rmc rmc;
+    tavJsonAggregator& aggregator = *tavJsonAggregator::getInstance();
+    aggregator.repeatUntilAcknowledged();
+    Service service(500);
+    ASSERT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 1; }));
+    manager.asked = [&] {
+        rmc.intercept([](const IpmiRequest&) { return Reply::answer({5, 0, 0, 0}); });
+        EXPECT_EQ(tavEventHandler().deliverEvent(event(538, "x")), tav::EventOutcome::Failed);
+        rmc.intercept(nullptr);
+    };
+    aggregator.sendInventory(true);
+    EXPECT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 2; }));
+    EXPECT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 3; }))
+        << "the second may have been collected before the event's cause";
+}
 
 TEST(Push, ALostEventIsStillToBeMadeGoodWhenTheManagersHaveNothing) {
     logEverything(hostOnly);
@@ -376,6 +401,17 @@ TEST(Push, StartsAgainAfterAStopAndNotTwice) {
     }
     EXPECT_THAT(logs(), HasSubstr("The push thread already runs"));
     EXPECT_THAT(logs(), HasSubstr("The door-bell monitor already runs"));
+}
+
+TEST(Push, ARequestThatAStopHasLeftIsAnsweredAfterTheNextStart) {
+    logEverything(R"("EnableResources":["HostOSInfo"], "PushInventoryFrequencyInMinutes": 60)");
+    writeHostCommands();
+    Rmc rmc;
+    sendFirstInventory(rmc);
+    tavJsonAggregator::getInstance()->sendInventory(true);
+    Service service(200, false);
+    EXPECT_TRUE(rmc.waitForCommands(3)) << "and not 3,600 s later, which are 18 here";
+    EXPECT_THAT(rmc.names(), ElementsAre("MPEventGen", "WriteInventory", "WriteInventory"));
 }
 
 TEST(Push, AFailingClockEndsTheWaitsAndTheStopStillJoins) {
