@@ -84,7 +84,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size > tav::NotificationSlots::slotSize) return 0;
     static const tav::LinkLedgers allRunning = [] {
         tav::LinkLedgers ledgers;
-        require(ledgers.takeList(listOf(Expected().now), tav::LookClock::now()).empty());
+        require(ledgers.takeList(listOf(Expected().now), tav::LookClock::now()).recovered.empty());
         return ledgers;
     }();
     tav::LinkLedgers ledgers = allRunning;
@@ -104,12 +104,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
 
     // A list that was read before undoes nothing.
-    const auto recovered =
-        ledgers.takeList(listOf({down, running}), beforeAll - std::chrono::hours(1));
+    const auto news = ledgers.takeList(listOf({down, running}), beforeAll - std::chrono::hours(1));
     const auto due = std::count(expected.hasRecovered.begin(), expected.hasRecovered.end(), true);
-    require(recovered.size() == static_cast<std::size_t>(due));
+    require(news.recovered.size() == static_cast<std::size_t>(due));
     for (std::size_t link = 0; link < links; ++link)
         require(ledgers.conditionOfLink(nameOf(link)) == std::optional(expected.now[link]));
-    require(ledgers.takeList(listOf(expected.now), tav::LookClock::now()).empty());
+    require(ledgers.takeList(listOf(expected.now), tav::LookClock::now()).recovered.empty());
     return 0;
 }
