@@ -1,6 +1,8 @@
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -249,45 +251,54 @@ class NotingManager final : public tavResourceManager {
     std::function<void()> asked;  ///< called once, while an inventory is collected
 };
 
-TEST(Push, AnEventThatIsLostWhileAnInventoryIsCollectedIsMadeGoodByAnother) {
-    logEverything(hostOnly);
+/// The only manager of the services in these tests.
+NotingManager& notingManager() {
     static NotingManager manager;
     tav::registerManager(
         HOST_OS_INFO, +[]() -> tavResourceManager* { return &manager; });
-    Rmc rmc;
-    tavJsonAggregator& aggregator = *tavJsonAggregator::getInstance();
-    aggregator.repeatUntilAcknowledged();
-    Service service(500);
-    ASSERT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 1; }));
-    manager.asked = [&] {
-        rmc.intercept([](const IpmiRequest&) { return Reply::answer({5, 0, 0, 0}); });
-        EXPECT_EQ(tavEventHandler().deliverEvent(event(538, "x")), tav::EventOutcome::Failed);
-        rmc.intercept(nullptr);
-    };
-    aggregator.sendInventory(true);
-    EXPECT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 2; }));
-    EXPECT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 3; }))
-        << "the second may have been collected before the event's cause";
+    return manager;
 }
 
-TEST(Push, ALostEventIsStillToBeMadeGoodWhenTheManagersHaveNothing) {
-    logEverything(hostOnly);
-    static NotingManager manager;
-    tav::registerManager(
-        HOST_OS_INFO, +[]() -> tavResourceManager* { return &manager; });
-    Rmc rmc;
-    tavJsonAggregator& aggregator = *tavJsonAggregator::getInstance();
-    aggregator.repeatUntilAcknowledged();
-    Service service(500);
-    ASSERT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 1; }));
-    manager.hasNothing = true;
-    rmc.intercept([](const IpmiRequest&) { return Reply::answer({5, 0, 0, 0}); });
-    EXPECT_EQ(tavEventHandler().deliverEvent(event(538, "x")), tav::EventOutcome::Failed);
-    rmc.intercept(nullptr);
-    ASSERT_TRUE(becomesTrue([&] { return aggregator.begunInventories() == 2; }));
-    EXPECT_EQ(aggregator.acknowledgedInventories(), 1U);
-    manager.hasNothing = false;
-    EXPECT_TRUE(becomesTrue([&] { return aggregator.acknowledgedInventories() == 3; }));
+/// Of a service whose first inventory has been acknowledged.
+class LostEvents : public testing::Test {
+ protected:
+    void SetUp() override {
+        logEverything(hostOnly);
+        aggregator_.repeatUntilAcknowledged();
+        service_.emplace(500);
+        ASSERT_TRUE(becomesAcknowledged(1));
+    }
+
+    void loseOne() {
+        rmc_.intercept([](const IpmiRequest&) { return Reply::answer({5, 0, 0, 0}); });
+        EXPECT_EQ(tavEventHandler().deliverEvent(event(538, "x")), tav::EventOutcome::Failed);
+        rmc_.intercept(nullptr);
+    }
+
+    bool becomesAcknowledged(std::uint64_t number) {
+        return becomesTrue([&] { return aggregator_.acknowledgedInventories() == number; });
+    }
+
+    NotingManager& manager_ = notingManager();
+    tavJsonAggregator& aggregator_ = *tavJsonAggregator::getInstance();
+    Rmc rmc_;
+    std::optional<Service> service_;
+};
+
+TEST_F(LostEvents, WhileAnInventoryIsCollectedAreMadeGoodByAnother) {
+    manager_.asked = [&] { loseOne(); };
+    aggregator_.sendInventory(true);
+    EXPECT_TRUE(becomesAcknowledged(2));
+    EXPECT_TRUE(becomesAcknowledged(3)) << "the second may be older than the event's cause";
+}
+
+TEST_F(LostEvents, AreStillToBeMadeGoodWhenTheManagersHaveNothing) {
+    manager_.hasNothing = true;
+    loseOne();
+    ASSERT_TRUE(becomesTrue([&] { return aggregator_.begunInventories() == 2; }));
+    EXPECT_EQ(aggregator_.acknowledgedInventories(), 1U);
+    manager_.hasNothing = false;
+    EXPECT_TRUE(becomesAcknowledged(3));
 }
 
 TEST(Push, ARequestWhileAnInventoryIsOnItsWayIsAnsweredByTheNextOne) {
@@ -313,9 +324,7 @@ TEST(Push, ARequestWhileAnInventoryIsOnItsWayIsAnsweredByTheNextOne) {
 
 TEST(Push, ManagersLearnWhichInventoriesTheControllerKnows) {
     logEverything(hostOnly);
-    static NotingManager manager;
-    tav::registerManager(
-        HOST_OS_INFO, +[]() -> tavResourceManager* { return &manager; });
+    const NotingManager& manager = notingManager();
     std::atomic<bool> failing{true};
     std::atomic<int> tries{0};
     Rmc rmc;
