@@ -15,6 +15,12 @@ PROJECT = os.path.dirname(os.path.dirname(HERE))
 sys.path.insert(0, f"{PROJECT}/sim/badday")
 import judge  # noqa: E402
 import story  # noqa: E402
+from judge.excuses import Excuses  # noqa: E402
+from judge.notified import Notification, NotifiedPart, explain_notified  # noqa: E402
+from judge.parts import POLLED, REBUILT, disk_rule, link_rule  # noqa: E402
+from judge.readings import Life, explain  # noqa: E402
+from judge.told import Event, drive_name, events_of, location_name, name_of, told_by_events  # noqa: E402
+from judge.truth import NOWHERE, SATA_FUNCTION, Condition  # noqa: E402
 
 
 def script(name):
@@ -128,9 +134,9 @@ class Judging(unittest.TestCase):
     def test_what_the_inventory_before_the_bell_has_wrong_is_noticed(self):
         before = [i for i, line in enumerate(CLEAN["record"])
                   if line.get("command") == "WriteInventory"][-2]
-        told_of = {judge.drive_name(drive) for _, drive in judge.told_by_events(CLEAN["record"], "Drive")}
+        told_of = {drive_name(drive) for _, drive in told_by_events(CLEAN["record"], "Drive")}
         drives = json.loads(CLEAN["record"][before]["payload"])["HostDataCollection"]["Drives"]
-        quiet = [at for at, drive in enumerate(drives) if judge.drive_name(drive) not in told_of]
+        quiet = [at for at, drive in enumerate(drives) if drive_name(drive) not in told_of]
         self.assertGreater(len(quiet), 3)
         for number in quiet:
             self.assertNoticed(changed(before, lambda payload, at=number: payload[
@@ -139,10 +145,10 @@ class Judging(unittest.TestCase):
     def test_what_that_inventory_has_wrong_of_interfaces_is_noticed(self):
         before = [i for i, line in enumerate(CLEAN["record"])
                   if line.get("command") == "WriteInventory"][-2]
-        told_of = {judge.name_of(data)
-                   for _, data in judge.told_by_events(CLEAN["record"], "EthernetDevice")}
+        told_of = {name_of(data)
+                   for _, data in told_by_events(CLEAN["record"], "EthernetDevice")}
         adapters = json.loads(CLEAN["record"][before]["payload"])["HostDataCollection"]["EthernetDevices"]
-        quiet = [at for at, adapter in enumerate(adapters) if judge.name_of(adapter) not in told_of]
+        quiet = [at for at, adapter in enumerate(adapters) if name_of(adapter) not in told_of]
         self.assertGreater(len(quiet), 2)
         for number in quiet:
             for change in (lambda list_, at: list_.pop(at),
@@ -165,7 +171,7 @@ class Judging(unittest.TestCase):
 class Excusing(unittest.TestCase):
     """An excuse covers what it is for, and nothing else of the same part or time."""
 
-    KERNELS_OWN = ("S4", "NEW", "PHLJ", judge.SATA_FUNCTION, "0000:d8:00.0")
+    KERNELS_OWN = ("S4", "NEW", "PHLJ", SATA_FUNCTION, "0000:d8:00.0")
 
     def assertExcused(self, day, may_be_missing, may_be_unplaced):
         """`day` makes of a record one to which the excuse applies; the rest says of which events."""
@@ -174,13 +180,13 @@ class Excusing(unittest.TestCase):
 
         self.assertFalse(is_noticed(CLEAN))
         for index in EVENTS:
-            event = judge.events_of([CLEAN["record"][index]])[0]
+            event = events_of([CLEAN["record"][index]])[0]
             if event.id == 356:
                 continue
             with self.subTest(event=str(event)):
                 self.assertEqual(is_noticed(removed(index)), not may_be_missing(event), "removed")
                 self.assertEqual(is_noticed(changed(index, lambda payload: payload.update(
-                    PhysicalLocation=judge.NOWHERE))), not may_be_unplaced(event), "without a place")
+                    PhysicalLocation=NOWHERE))), not may_be_unplaced(event), "without a place")
                 if may_be_missing(event) or may_be_unplaced(event):
                     for what in (doubled(index), changed(index, renamed), moved(index, -70),
                                  changed(index, moved_elsewhere), changed(index, told_as(777))):
@@ -216,7 +222,7 @@ class Excusing(unittest.TestCase):
                         told = payload["HostDataCollection"]
                         told["StorageControllers"] = [
                             controller for controller in told["StorageControllers"]
-                            if judge.location_name(controller) != judge.SATA_FUNCTION]
+                            if location_name(controller) != SATA_FUNCTION]
                         line["payload"] = json.dumps(payload)
                 return played
             return day
@@ -229,7 +235,7 @@ class Excusing(unittest.TestCase):
 
     def test_a_notification_that_waits_for_another_may_be_told_by_its_inventory(self):
         index, event = next((index, event) for index in EVENTS
-                            for event in judge.events_of([CLEAN["record"][index]])
+                            for event in events_of([CLEAN["record"][index]])
                             if (event.id, event.name) == (538, "WFK00002"))
         told = next(order["at"] for order in CLEAN["orders"] if "drive=9" in order["do"])
         for before, is_told, is_noticed in ((2, True, False), (10, True, True), (2, False, True)):
@@ -253,7 +259,7 @@ class Excusing(unittest.TestCase):
 
     def test_a_controller_that_sleeps_later_excuses_no_boot(self):
         boot = next(index for index in EVENTS
-                    if judge.events_of([CLEAN["record"][index]])[0].id == 356)
+                    if events_of([CLEAN["record"][index]])[0].id == 356)
         self.assertTrue(judge.faults_of(moved(boot, 250)))
         for since, is_noticed in ((20, False), (300, True)):
             orders = [{"at": at, "done": at, "do": do} for at, do in
@@ -262,8 +268,15 @@ class Excusing(unittest.TestCase):
             self.assertEqual(bool(judge.faults_of(day)), is_noticed)
 
 
-WELL_AND_WORN = [judge.Condition(["S1", value], since, until, judge.POLLED) for value, since, until in
+WELL_AND_WORN = [Condition(["S1", value], since, until, POLLED) for value, since, until in
                  (("running", 0, 100), ("predicted", 100, 200), ("running", 200, 400))]
+
+
+def excuses_of(orders):
+    """Each order is one as a record has it, or when it was given and done at once, and what."""
+    orders = [order if isinstance(order, dict) else
+              {"at": order[0], "done": order[0], "do": order[1]} for order in orders]
+    return Excuses({"orders": orders, "lags": [], "services": []})
 
 
 class Reading(unittest.TestCase):
@@ -275,11 +288,11 @@ class Reading(unittest.TestCase):
         conditions, since = [], 0
         for number, length in enumerate(lengths):
             value = ["S1", "predicted" if number % 2 else "running"]
-            conditions.append(judge.Condition(value, since, since + length, judge.POLLED))
+            conditions.append(Condition(value, since, since + length, POLLED))
             since += length
-        events = [judge.Event(time, number, "S1", "PLACE", "SSD Wear percentage" if number == 539 else "")
+        events = [Event(time, number, "S1", "PLACE", "SSD Wear percentage" if number == 539 else "")
                   for number, time in told]
-        return self.explains(conditions, judge.disk_rule("PLACE"), events, orders)
+        return self.explains(conditions, disk_rule("PLACE"), events, orders)
 
     def test_readings(self):
         for lengths, told, explained in (
@@ -299,7 +312,6 @@ class Reading(unittest.TestCase):
             with self.subTest(lengths=lengths, told=told):
                 self.assertEqual(self.read(lengths, *told), explained)
 
-
     def test_only_a_controller_that_sleeps_loses_events(self):
         span = lambda kind: [(90, f"rmc {kind},nth=all"), (160, "rmc withdraw=all")]  # noqa: E731
         self.assertTrue(self.read((100, 100, 400), (540, 205), orders=span("lost")))
@@ -310,53 +322,57 @@ class Reading(unittest.TestCase):
         for again, refused, explained in ((150, True, True), (190, True, True), (150, False, False),
                                           (300, True, False)):
             with self.subTest(again=again, refused=refused):
-                events = [judge.Event(105, 539, "S1", "PLACE", "SSD Wear percentage", refused),
-                          judge.Event(again, 539, "S1", "PLACE", "SSD Wear percentage"),
-                          judge.Event(max(again, 205), 540, "S1", "PLACE", "")]
-                self.assertEqual(self.explains(WELL_AND_WORN, judge.disk_rule("PLACE"), events),
+                events = [Event(105, 539, "S1", "PLACE", "SSD Wear percentage", refused),
+                          Event(again, 539, "S1", "PLACE", "SSD Wear percentage"),
+                          Event(max(again, 205), 540, "S1", "PLACE", "")]
+                self.assertEqual(self.explains(WELL_AND_WORN, disk_rule("PLACE"), events),
                                  explained)
 
     def test_a_link_that_only_the_list_tells_waits_for_it(self):
-        link = [judge.Condition(value, since, until, judge.REBUILT) for value, since, until in
+        link = [Condition(value, since, until, REBUILT) for value, since, until in
                 ((("up", 0), 0, 200), (("down", 1), 200, 300), (("up", 1), 300, 700))]
         for hang, told, explained in (((310, 480), 485, True), ((310, 480), None, False),
                                       (None, 485, False), ((500, 600), 485, False),
                                       ((310, 480), 290, False), ((310, 480), 640, False)):
             with self.subTest(hang=hang, told=told):
                 orders = zip(hang or (), ("hang localcli", "unhang localcli"))
-                events = [judge.Event(told, 680, "vmnic0", "PLACE", "")] if told else []
-                self.assertEqual(self.explains(link, judge.link_rule("vmnic0", "PLACE"), events,
+                events = [Event(told, 680, "vmnic0", "PLACE", "")] if told else []
+                self.assertEqual(self.explains(link, link_rule("vmnic0", "PLACE"), events,
                                                orders), explained)
 
     def test_of_a_swap_before_the_first_inventory_either_event_may_have_been_dropped(self):
         for since, told, explained in ((20, (540,), True), (20, (538, 540), True), (20, (), True),
                                        (40, (540,), False), (40, (538, 540), True)):
             with self.subTest(since=since, told=told):
-                swapped = [judge.Condition([name, "running"], begin, end, judge.POLLED) for
+                swapped = [Condition([name, "running"], begin, end, POLLED) for
                            name, begin, end in (("S1", 0, since), ("S2", since, 400))]
-                events = [judge.Event(since + 12, number, {538: "S1", 540: "S2"}[number], "PLACE",
-                                      "serial number" if number == 538 else "") for number in told]
-                self.assertEqual(self.explains(swapped, judge.disk_rule("PLACE"), events), explained)
+                events = [Event(since + 12, number, {538: "S1", 540: "S2"}[number], "PLACE",
+                                "serial number" if number == 538 else "") for number in told]
+                self.assertEqual(self.explains(swapped, disk_rule("PLACE"), events), explained)
 
     @staticmethod
     def explains(conditions, rule, events, orders=()):
-        excuses = judge.Excuses({"orders": [{"at": at, "done": at, "do": do} for at, do in orders],
-                                 "lags": [], "services": []})
-        return bool(judge.explain(conditions, rule, events, 0, 30, conditions[-1].until,
-                                  excuses.of_listed()))
+        return bool(explain(conditions, rule, events, Life(0, 30, conditions[-1].until),
+                            excuses_of(orders).of_listed()))
 
 
 class Notified(unittest.TestCase):
-    """A volume that degrades, of which nobody tells, and heals again, which is told."""
+    """Of a volume, of which the library may tell."""
 
-    def read(self, hangs, *told):
-        own = [judge.Condition(value, since, until, judge.REBUILT) for value, since, until in
-               (("OK", 0, 200), ("Critical", 200, 300), ("OK", 300, 600))]
-        orders = [{"at": at, "done": at, "do": do} for at, do in hangs]
-        events = [judge.Event(time, number, "V", "", "VD 00") for number, time in told]
-        return bool(judge.explain_notified(
-            own, [(300.5, True, "OK", "VD")], {"OK": 683, "Critical": 681}, lambda time: "V", "",
-            events, 0, 30, 600, judge.Excuses({"orders": orders, "lags": [], "services": []})))
+    HEALS = (("OK", 0, 200), ("Critical", 200, 300), ("OK", 300, 600))
+
+    @staticmethod
+    def last_values(own, notified, told, orders=()):
+        """`notified`: when the library told which condition; `told`: which events came then."""
+        part = NotifiedPart(
+            own=[Condition(value, since, until, REBUILT) for value, since, until in own],
+            notifications=[Notification(time, True, value, "VD") for time, value in notified],
+            ids={"OK": 683, "Critical": 681}, place="", name_at=lambda time: "V")
+        events = [Event(time, number, "V", "", "VD 00") for number, time in told]
+        return explain_notified(part, events, Life(0, 30, 600), excuses_of(orders))
+
+    def assertRead(self, explained, *of):
+        self.assertEqual(bool(self.last_values(*of)), explained)
 
     def test_what_the_library_could_not_be_asked_may_be_missed(self):
         hangs = [(230, "raid hang 0 3"), (290, "raid resume")]
@@ -374,12 +390,9 @@ class Notified(unittest.TestCase):
                 ([(210, "raid fail 2 0 0x8009 5")], [], False),
                 ([(40, "raid fail 1 13 0x8009 5")], [], False)):
             with self.subTest(hung=hung, told=told):
-                self.assertEqual(self.read(hung, *told), explained)
-
+                self.assertRead(explained, self.HEALS, [(300.5, "OK")], told, hung)
 
     def test_what_was_dropped_before_the_first_inventory_is_told_by_it(self):
-        own = [judge.Condition("OK", 0, 600, judge.REBUILT)]
-        excuses = judge.Excuses({"orders": [], "lags": [], "services": []})
         for recovers, told, explained in (
                 (60, [], True),
                 (60, [(683, 62)], True),
@@ -387,22 +400,14 @@ class Notified(unittest.TestCase):
                 (200, [], False),
                 (60, [(681, 62)], False)):
             with self.subTest(recovers=recovers, told=told):
-                events = [judge.Event(time, number, "V", "", "VD 00") for number, time in told]
-                self.assertEqual(bool(judge.explain_notified(
-                    own, [(20, True, "Critical", "VD"), (recovers, True, "OK", "VD")],
-                    {"OK": 683, "Critical": 681}, lambda time: "V", "", events, 0, 30, 600,
-                    excuses)), explained)
-
+                self.assertRead(explained, [("OK", 0, 600)], [(20, "Critical"), (recovers, "OK")],
+                                told)
 
     def test_a_change_and_what_tells_it_are_one(self):
-        own = [judge.Condition(value, since, until, judge.REBUILT) for value, since, until in
-               (("OK", 0, 200), ("Critical", 200, 600))]
+        own = (("OK", 0, 200), ("Critical", 200, 600))
         for done, explained in ((203, False), (200, True)):  # there was time for a look between
-            excuses = judge.Excuses({"orders": [{"at": 200, "done": done, "do": "raid volume 0 0 state=2"}],
-                                     "lags": [], "services": []})
-            self.assertEqual(bool(judge.explain_notified(
-                own, [(203.5, True, "Critical", "VD")], {"OK": 683, "Critical": 681},
-                lambda time: "V", "", [], 0, 30, 600, excuses)), explained)
+            order = {"at": 200, "done": done, "do": "raid volume 0 0 state=2"}
+            self.assertRead(explained, own, [(203.5, "Critical")], [], [order])
 
 
 class Telling(unittest.TestCase):
