@@ -409,6 +409,19 @@ class Notified(unittest.TestCase):
             order = {"at": 200, "done": done, "do": "raid volume 0 0 state=2"}
             self.assertRead(explained, own, [(203.5, "Critical")], [], [order])
 
+    def test_who_comes_back_while_nobody_can_look_is_in_a_later_list(self):
+        """What the library tells meanwhile is about one whom nobody knows."""
+        gone = (("OK", 0, 100), ("gone", 100, 600))
+        back = (*gone[:1], ("gone", 100, 319), ("OK", 319, 339), ("Critical", 339, 350), ("OK", 350, 600))
+        notified = ((100, "Critical"), (339, "Critical"), (350, "OK"))
+        hung = ((200, "raid hang 1 0"), (400, "raid resume"))
+        for own, orders, told, last in (
+                (back, hung, [(681, 101)], {"OK"}),
+                (back, (), [(681, 101), (681, 340), (683, 351)], {"OK"}),
+                (gone, hung, [(681, 101)], {"gone"})):
+            with self.subTest(own=own, orders=orders):
+                self.assertEqual(self.last_values(own, notified, told, orders), last)
+
 
 class Telling(unittest.TestCase):
     def test_a_seed_always_tells_the_same_story(self):

@@ -120,24 +120,25 @@ class NotifiedReading:
             before = "Critical"
             if change.is_notified and change.value == "OK" and change.time < self.life.first + LATE:
                 yield "OK", used
-        if change.is_notified:
-            yield from self.after_notification(change, before, used)
+        if before == "gone" or not change.is_notified:
+            yield from self.after_look(change, until, before, used)
         else:
-            yield from self.after_silence(change, until, before, used)
+            yield from self.after_notification(change, before, used)
 
-    def after_silence(self, change, until, before, used):
-        yield change.value, used
+    def after_look(self, change, until, before, used):
+        """Somebody may have looked. Who has gone is back by that alone."""
+        yield self.part.own_at(change.time), used
         is_same_part = self.part.name_at(change.time) == self.part.name_at(change.time - 1)
         if is_same_part and self.excuses.answered(change.time, until) < REBUILT:
             yield before, used
 
     def after_notification(self, change, before, used):
-        if before in (change.value, "gone"):
-            yield before, used
-        # A refused event has reported nothing, and a repeat is news.
         was_refused = used > 0 and self.events[used - 1].is_refused
-        if before == "gone" or before == change.value and not was_refused:
-            return
+        if before == change.value:
+            yield before, used
+            # A refused event has reported nothing, and a repeat is news.
+            if not was_refused:
+                return
         # What it was before that is no news then, unless an inventory has told it.
         if was_refused:
             yield change.value, used
