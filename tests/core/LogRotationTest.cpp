@@ -4,6 +4,8 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -15,11 +17,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "core/Logger.h"
 #include "tests/support/Files.h"
+#include "tests/support/SoftLimit.h"
 #include "tests/support/SystemLog.h"
 
 namespace {
@@ -197,14 +199,14 @@ TEST(LogRotation, LeavesAloneWhatStandsInTheLogsPlace) {
 
 TEST(LogRotation, WithoutACopyKeepsTheLogAndLeavesNoBackup) {
     ::signal(SIGXFSZ, SIG_IGN);
+    std::optional<tav::test::SoftLimit> noRoom;
     const struct {
         const char* name;
-        void (*prevent)();
+        std::function<void()> prevent;
     } rows[] = {{"no directory", [] { writeFile(backups, "not a directory"); }},
-                {"no room", [] {
+                {"no room", [&] {
                      fs::remove(backups);
-                     const rlimit limit{rotationSize / 2, RLIM_INFINITY};
-                     ::setrlimit(RLIMIT_FSIZE, &limit);
+                     noRoom.emplace(RLIMIT_FSIZE, rotationSize / 2);
                  }}};
     logEverything();
     Logger& logger = *Logger::getInstance();
@@ -217,8 +219,7 @@ TEST(LogRotation, WithoutACopyKeepsTheLogAndLeavesNoBackup) {
         EXPECT_THAT(backupFiles(), IsEmpty());
         EXPECT_EQ(fs::file_size(mainLog), rotationSize);
     }
-    const rlimit limit{RLIM_INFINITY, RLIM_INFINITY};
-    ::setrlimit(RLIMIT_FSIZE, &limit);
+    noRoom.reset();
     logger.error("more", "T", 1);
     EXPECT_GT(fs::file_size(mainLog), rotationSize);
 }

@@ -13,12 +13,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "core/Log.h"
 #include "core/Logger.h"
 #include "tests/support/Files.h"
+#include "tests/support/SoftLimit.h"
 #include "tests/support/SystemLog.h"
 
 namespace {
@@ -246,16 +246,15 @@ TEST(Logger, ALineThatTheDiskHasNoRoomForSpoilsNoOther) {
     Logger& logger = *Logger::getInstance();
     logger.error("before", "T", 1);
     const rlim_t held = fs::file_size(mainLog);
-    const auto leaveRoomFor = [](rlim_t size) {
-        const rlimit limit{size, RLIM_INFINITY};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    };
-    leaveRoomFor(held);
-    logger.error("no room", "T", 1);
-    leaveRoomFor(held + 4);
-    logger.error("no room", "T", 1);
-    logger.error("no room", "T", 1);
-    leaveRoomFor(RLIM_INFINITY);
+    {
+        const tav::test::SoftLimit roomForNothing(RLIMIT_FSIZE, held);
+        logger.error("no room", "T", 1);
+    }
+    {
+        const tav::test::SoftLimit roomForAPiece(RLIMIT_FSIZE, held + 4);
+        logger.error("no room", "T", 1);
+        logger.error("no room", "T", 1);
+    }
     logger.error("after", "T", 1);
     const std::string log = readFile(mainLog);
     EXPECT_EQ(afterTime(log.substr(0, held)), "[ERROR]   001 T: before\n");

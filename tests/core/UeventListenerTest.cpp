@@ -1,18 +1,19 @@
 /// On messages of the kernel's own; the devices are made up.
 #include <atomic>
 #include <chrono>
+#include <optional>
 #include <string_view>
 #include <thread>
 
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include "core/Logger.h"
 #include "core/UeventListener.h"
 #include "sim/server/Uevents.h"
 #include "tests/support/Files.h"
+#include "tests/support/SoftLimit.h"
 
 namespace {
 
@@ -119,12 +120,9 @@ TEST(UeventListener, WithoutASocketThereIsNothingToHear) {
     tav::test::logEverything();
     CPlusPlusLogging::Logger::loggerInit();
     Owner owner;
-    rlimit before{};
-    ::getrlimit(RLIMIT_NOFILE, &before);
-    const rlimit none{3, before.rlim_max};
-    ::setrlimit(RLIMIT_NOFILE, &none);
+    std::optional<tav::test::SoftLimit> noDescriptors(std::in_place, RLIMIT_NOFILE, 3);
     tav::FileDescriptor socket = tav::openUeventSocket();
-    ::setrlimit(RLIMIT_NOFILE, &before);
+    noDescriptors.reset();
     EXPECT_FALSE(socket.isOpen());
     const auto listener = owner.listen(std::move(socket));
     EXPECT_NE(tav::test::logs().find("cannot be had: Too many open files."), std::string::npos);
