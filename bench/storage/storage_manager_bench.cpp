@@ -6,6 +6,7 @@
 #include <memory>
 #include <thread>
 
+#include "bench/Allocations.h"
 #include "bench/Measure.h"
 #include "storage/SASResourceManager.h"
 #include "tests/support/FakeFactory.h"
@@ -14,8 +15,6 @@ namespace {
 
 using tav::test::ControllerScript;
 using tav::test::FakeFactory;
-
-std::atomic<long> allocations{0};
 
 SASResourceManager& manager() {
     return *SASResourceManager::getInstance();
@@ -124,22 +123,14 @@ void polls(bench::Report& report) {
     makeFactory(controllers, disksEach);
     manager().cacheBuild();
     manager().pollDevices();
-    const long before = allocations;
+    const long before = bench::allocations;
     manager().pollDevices();
-    const auto made = static_cast<double>(allocations - before);
+    const auto made = static_cast<double>(bench::allocations - before);
     report.value("allocations of a poll's own, 16 controllers", made, "", 300);
     bench::Report::value("these per disk", made / (controllers * disksEach), "");
 }
 
 }  // namespace
-
-extern "C" void* __libc_malloc(std::size_t size);  // NOLINT(bugprone-reserved-identifier)
-
-/// Counts what the C library's own would do.
-extern "C" void* malloc(std::size_t size) {
-    ++allocations;
-    return __libc_malloc(size);
-}
 
 int main() {
     bench::Report report;

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <sstream>
 
+#include "bench/Allocations.h"
 #include "bench/Measure.h"
 #include "hwlib/sysfs/SysFs.h"
 #include "hwlib/sysfs/sysfs_readers.h"
@@ -12,7 +13,6 @@
 namespace {
 
 constexpr const char* attribute = "/sys/devices/system/cpu/online";
-long allocations = 0;
 
 void openReadClose() {
     std::array<char, 4096> text;
@@ -40,9 +40,10 @@ void readers(bench::Report& report) {
             rounds, [] { return bench::secondsPerCall(calls, [] { get_sysfs_int(attribute); }); },
             floor),
         1.05);
-    const long before = allocations;
+    const long before = bench::allocations;
     std::free(get_sysfs_str(attribute));
-    report.value("allocations of get_sysfs_str", static_cast<double>(allocations - before), "", 1);
+    report.value("allocations of get_sysfs_str", static_cast<double>(bench::allocations - before),
+                 "", 1);
 }
 
 /// Of this process, all of its threads.
@@ -94,14 +95,6 @@ void mirror(bench::Report& report) {
 }
 
 }  // namespace
-
-extern "C" void* __libc_malloc(std::size_t size);  // NOLINT(bugprone-reserved-identifier)
-
-/// Counts what the C library's own would do.
-extern "C" void* malloc(std::size_t size) {
-    ++allocations;
-    return __libc_malloc(size);
-}
 
 int main() {
     bench::Report report;

@@ -13,9 +13,8 @@
 #include "base/printed.h"
 #include "bench/Measure.h"
 #include "bench/storage/kernel/CallTimes.h"
+#include "bench/storage/kernel/CrowdedServer.h"
 #include "hwlib/sysfs/sysfs_readers.h"
-#include "sim/server/ServerTree.h"
-#include "sim/server/Tree.h"
 #include "storage/SASResourceManager.h"
 #include "storage/kernel/tavStorageControllerFactory.h"
 #include "storage/scsi/scsi_info.h"
@@ -53,25 +52,7 @@ Json::Value describeDisk(int number, int host, int target) {
 }
 
 void makeServer(int controllers, int disksEach) {
-    for (const char* const directory : {"/sys/class", "/sys/devices", "/sys/bus", "/run/sim/disks"})
-        fs::remove_all(directory);
-    Json::Value server;
-    for (int host = 0; host < controllers; ++host) {
-        Json::Value function;
-        function["address"] = tav::printed("0000:%02x:00.0", host + 1);
-        function["vendor"] = "0x1000";
-        function["device"] = "0x005d";
-        function["subVendor"] = "0x1000";
-        function["subDevice"] = "0x3090";
-        Json::Value scsiHost;
-        scsiHost["host"] = host;
-        scsiHost["function"] = function["address"];
-        server["functions"].append(function);
-        server["scsiHosts"].append(scsiHost);
-        for (int target = 0; target < disksEach; ++target)
-            server["disks"].append(describeDisk(host * disksEach + target, host, target));
-    }
-    tav::sim::buildServer(server, tav::sim::Tree("/"));
+    bench::buildCrowdedServer(controllers, disksEach, describeDisk);
 }
 
 void forgetControllers() {

@@ -11,10 +11,9 @@
 #include <unistd.h>
 
 #include "bench/Measure.h"
+#include "bench/storage/kernel/CrowdedServer.h"
 #include "sim/device/DiskModel.h"
 #include "sim/device/ScsiGeneric.h"
-#include "sim/server/ServerTree.h"
-#include "sim/server/Tree.h"
 #include "storage/SASResourceManager.h"
 #include "storage/kernel/tavStorageControllerFactory.h"
 
@@ -58,32 +57,14 @@ int serve(const tav::sim::DiskFacts& facts, sg_io_hdr& request) {
 }
 
 void makeServer(int controllers, int disksEach) {
-    for (const char* const directory : {"/sys/class", "/sys/devices", "/sys/bus", "/run/sim/disks"})
-        fs::remove_all(directory);
-    Json::Value server;
-    for (int host = 0; host < controllers; ++host) {
-        Json::Value function;
-        function["address"] = std::string("0000:0") + std::to_string(host + 1) + ":00.0";
-        function["vendor"] = "0x1000";
-        function["device"] = "0x005d";
-        function["subVendor"] = "0x1000";
-        function["subDevice"] = "0x3090";
-        Json::Value scsiHost;
-        scsiHost["host"] = host;
-        scsiHost["function"] = function["address"];
-        server["functions"].append(function);
-        server["scsiHosts"].append(scsiHost);
-        for (int target = 0; target < disksEach; ++target) {
-            const Json::Value disk = describeDisk(host * disksEach + target, host, target);
-            const tav::sim::DiskFacts facts(tav::sim::diskFacts(disk));
-            tav::sim::installDevice("/dev/" + disk["name"].asString(),
-                                    tav::sim::scriptedScsiDevice([facts](sg_io_hdr& request) {
-                                        return serve(facts, request);
-                                    }));
-            server["disks"].append(disk);
-        }
-    }
-    tav::sim::buildServer(server, tav::sim::Tree("/"));
+    bench::buildCrowdedServer(controllers, disksEach, [](int number, int host, int target) {
+        const Json::Value disk = describeDisk(number, host, target);
+        const tav::sim::DiskFacts facts(tav::sim::diskFacts(disk));
+        tav::sim::installDevice("/dev/" + disk["name"].asString(),
+                                tav::sim::scriptedScsiDevice(
+                                    [facts](sg_io_hdr& request) { return serve(facts, request); }));
+        return disk;
+    });
 }
 
 /// The most threads beside the caller's and the watcher's while `work` runs.
