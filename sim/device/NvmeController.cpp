@@ -5,13 +5,13 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include <sys/ioctl.h>
 
+#include "sim/device/DeviceKinds.h"
 #include "sim/device/DiskBytes.h"
 #include "sim/device/DiskModel.h"
 #include "sim/device/FactsFile.h"
@@ -159,18 +159,6 @@ class NvmeFile final : public OpenDevice {
     const NvmeScript script_;
 };
 
-class ScriptedController final : public Device {
- public:
-    explicit ScriptedController(NvmeScript script) : script_(std::move(script)) {}
-
-    std::shared_ptr<OpenDevice> open(FileDescriptor deviceEnd, int& /*error*/) override {
-        return std::make_shared<NvmeFile>(std::move(deviceEnd), script_);
-    }
-
- private:
-    const NvmeScript script_;
-};
-
 class ControllerDevice final : public Device {
  public:
     explicit ControllerDevice(FactsFile facts) : facts_(std::move(facts)) {}
@@ -202,54 +190,25 @@ class ControllerDevice final : public Device {
     const FactsFile facts_;
 };
 
-/// A controller of a captured host, which answers as it has answered there.
-class RecordedController final : public Device {
- public:
-    explicit RecordedController(std::string_view lines)
-        : conversation_(std::make_shared<RecordedConversation>(lines)) {}
-
-    std::shared_ptr<OpenDevice> open(FileDescriptor deviceEnd, int& error) override {
-        if (const RecordedAnswer* const answer = conversation_->opening()) {
-            waitAsRecorded(*answer);
-            error = static_cast<int>(answer->number("error"));
-            return nullptr;
-        }
-        return std::make_shared<NvmeFile>(std::move(deviceEnd),
-                                          [conversation = conversation_](nvme_admin_cmd& command) {
-                                              return serve(*conversation, command);
-                                          });
+int serveRecorded(const RecordedConversation& conversation, nvme_admin_cmd& command) {
+    Structure key(9);
+    key.put(0, command.opcode, 1);
+    key.put(1, command.nsid, 4);
+    key.put(5, command.cdw10, 4);
+    const RecordedAnswer* const answer = conversation.find("nvme", key.take());
+    if (answer == nullptr) {
+        noteUnrecorded("NVMe command of opcode " + std::to_string(command.opcode));
+        return invalidOpcode;
     }
-
- private:
-    static int serve(const RecordedConversation& conversation, const nvme_admin_cmd& command) {
-        Structure key(9);
-        key.put(0, command.opcode, 1);
-        key.put(1, command.nsid, 4);
-        key.put(5, command.cdw10, 4);
-        const RecordedAnswer* const answer = conversation.find("nvme", key.take());
-        if (answer == nullptr) {
-            noteUnrecorded("NVMe command of opcode " + std::to_string(command.opcode));
-            return invalidOpcode;
-        }
-        waitAsRecorded(*answer);
-        if (const auto error = static_cast<int>(answer->number("error")); error != 0) return -error;
-        give(answer->bytes("data"), command);
-        return static_cast<int>(answer->number("status"));
-    }
-
-    const std::shared_ptr<const RecordedConversation> conversation_;
-};
+    waitAsRecorded(*answer);
+    if (const auto error = static_cast<int>(answer->number("error")); error != 0) return -error;
+    give(answer->bytes("data"), command);
+    return static_cast<int>(answer->number("status"));
+}
 
 std::shared_ptr<Device> findController(const std::string& path) {
-    constexpr std::string_view directory = "/dev/";
-    const std::string name = path.substr(directory.size());
-    if (name.find('/') != std::string::npos) return nullptr;
-    if (const std::string recorded = recordedText(name); !recorded.empty())
-        return std::make_shared<RecordedController>(recorded);
-    const std::string factsPath = nvmeOfThisProcess + name;
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(factsPath, error)) return nullptr;
-    return std::make_shared<ControllerDevice>(FactsFile(factsPath));
+    using Recorded = RecordedDevice<NvmeFile, nvme_admin_cmd, serveRecorded>;
+    return findDevice<Recorded, ControllerDevice>(path, nvmeOfThisProcess);
 }
 
 [[gnu::constructor]] void serveTheControllers() {
@@ -272,7 +231,7 @@ int answerAdminCommand(const DiskFacts& controller, const nvme_admin_cmd& comman
 }
 
 std::shared_ptr<Device> scriptedNvmeDevice(NvmeScript script) {
-    return std::make_shared<ScriptedController>(std::move(script));
+    return std::make_shared<ScriptedDevice<NvmeFile, NvmeScript>>(std::move(script));
 }
 
 }  // namespace tav::sim

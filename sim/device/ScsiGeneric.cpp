@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <filesystem>
 #include <string>
 
+#include "sim/device/DeviceKinds.h"
 #include "sim/device/DiskModel.h"
 #include "sim/device/FactsFile.h"
 #include "sim/replay/Conversation.h"
@@ -38,18 +38,6 @@ class ScsiGenericFile final : public OpenDevice {
         header.host_status = header.driver_status = 0;
         header.info = SG_INFO_OK;
         return -script_(header);
-    }
-
- private:
-    const ScsiScript script_;
-};
-
-class ScriptedDevice final : public Device {
- public:
-    explicit ScriptedDevice(ScsiScript script) : script_(std::move(script)) {}
-
-    std::shared_ptr<OpenDevice> open(FileDescriptor deviceEnd, int& /*error*/) override {
-        return std::make_shared<ScsiGenericFile>(std::move(deviceEnd), script_);
     }
 
  private:
@@ -99,67 +87,38 @@ class DiskDevice final : public Device {
     const FactsFile facts_;
 };
 
-/// A disk of a captured host, which answers as it has answered there.
-class RecordedDisk final : public Device {
- public:
-    explicit RecordedDisk(std::string_view lines)
-        : conversation_(std::make_shared<RecordedConversation>(lines)) {}
+void completeAsRecorded(const RecordedAnswer& answer, sg_io_hdr& request) {
+    completeWithData(request, answer.bytes("data"));
+    const std::vector<std::uint8_t> sense = answer.bytes("sense");
+    const std::size_t count = std::min<std::size_t>(sense.size(), request.mx_sb_len);
+    std::copy_n(sense.begin(), count, request.sbp);
+    request.sb_len_wr = static_cast<unsigned char>(count);
+    request.status = static_cast<unsigned char>(answer.number("status"));
+    request.masked_status = static_cast<unsigned char>((request.status >> 1U) & 0x1FU);
+    request.host_status = static_cast<unsigned short>(answer.number("host"));
+    request.driver_status = static_cast<unsigned short>(answer.number("driver"));
+    const bool isGood =
+        request.status == 0 && request.host_status == 0 && request.driver_status == 0;
+    if (!isGood) request.info |= SG_INFO_CHECK;
+}
 
-    std::shared_ptr<OpenDevice> open(FileDescriptor deviceEnd, int& error) override {
-        if (const RecordedAnswer* const answer = conversation_->opening()) {
-            waitAsRecorded(*answer);
-            error = static_cast<int>(answer->number("error"));
-            return nullptr;
-        }
-        return std::make_shared<ScsiGenericFile>(
-            std::move(deviceEnd), [conversation = conversation_](sg_io_hdr& request) {
-                return serve(*conversation, request);
-            });
+int serveRecorded(const RecordedConversation& conversation, sg_io_hdr& request) {
+    constexpr int noAnswer = EIO;
+    const std::span<const std::uint8_t> command(request.cmdp, request.cmd_len);
+    const RecordedAnswer* const answer = conversation.find("scsi", command);
+    if (answer == nullptr) {
+        noteUnrecorded("SCSI command of operation code " + std::to_string(command[0]));
+        return noAnswer;
     }
-
- private:
-    static int serve(const RecordedConversation& conversation, sg_io_hdr& request) {
-        constexpr int noAnswer = EIO;
-        const std::span<const std::uint8_t> command(request.cmdp, request.cmd_len);
-        const RecordedAnswer* const answer = conversation.find("scsi", command);
-        if (answer == nullptr) {
-            noteUnrecorded("SCSI command of operation code " + std::to_string(command[0]));
-            return noAnswer;
-        }
-        waitAsRecorded(*answer);
-        const auto error = static_cast<int>(answer->number("error"));
-        if (error == 0) complete(*answer, request);
-        return error;
-    }
-
-    static void complete(const RecordedAnswer& answer, sg_io_hdr& request) {
-        completeWithData(request, answer.bytes("data"));
-        const std::vector<std::uint8_t> sense = answer.bytes("sense");
-        const std::size_t count = std::min<std::size_t>(sense.size(), request.mx_sb_len);
-        std::copy_n(sense.begin(), count, request.sbp);
-        request.sb_len_wr = static_cast<unsigned char>(count);
-        request.status = static_cast<unsigned char>(answer.number("status"));
-        request.masked_status = static_cast<unsigned char>((request.status >> 1U) & 0x1FU);
-        request.host_status = static_cast<unsigned short>(answer.number("host"));
-        request.driver_status = static_cast<unsigned short>(answer.number("driver"));
-        const bool isGood =
-            request.status == 0 && request.host_status == 0 && request.driver_status == 0;
-        if (!isGood) request.info |= SG_INFO_CHECK;
-    }
-
-    const std::shared_ptr<const RecordedConversation> conversation_;
-};
+    waitAsRecorded(*answer);
+    const auto error = static_cast<int>(answer->number("error"));
+    if (error == 0) completeAsRecorded(*answer, request);
+    return error;
+}
 
 std::shared_ptr<Device> findDisk(const std::string& path) {
-    constexpr std::string_view before = "/dev/sg";
-    const std::string name = "sg" + path.substr(before.size());
-    if (name.find('/') != std::string::npos) return nullptr;
-    if (const std::string recorded = recordedText(name); !recorded.empty())
-        return std::make_shared<RecordedDisk>(recorded);
-    const std::string factsPath = disksOfThisProcess + name;
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(factsPath, error)) return nullptr;
-    return std::make_shared<DiskDevice>(FactsFile(factsPath));
+    using Recorded = RecordedDevice<ScsiGenericFile, sg_io_hdr, serveRecorded>;
+    return findDevice<Recorded, DiskDevice>(path, disksOfThisProcess);
 }
 
 [[gnu::constructor]] void serveTheDisks() {
@@ -186,7 +145,7 @@ void completeWithSense(sg_io_hdr& request, std::span<const std::uint8_t> sense) 
 }
 
 std::shared_ptr<Device> scriptedScsiDevice(ScsiScript script) {
-    return std::make_shared<ScriptedDevice>(std::move(script));
+    return std::make_shared<ScriptedDevice<ScsiGenericFile, ScsiScript>>(std::move(script));
 }
 
 }  // namespace tav::sim
