@@ -182,14 +182,19 @@ class Stage:
             servers.apply(self.server, order)
             done = subprocess.run(["tav-sim-server", *words], capture_output=True, text=True,
                                   check=False)
+            if done.returncode != 0:  # the truth would be another one than the server
+                sys.exit(f"{order}: {done.stderr.strip()}")
             if words[1] == "ethernet":
                 self.wait_for_link(words[2])
-            return "ok" if done.returncode == 0 else done.stderr.strip()
+            return "ok"
         if verb == "raid":
             if words[1] in ("controller", "drive", "volume"):
                 servers.apply(self.server, order)
                 servers.write(self.server, DESCRIPTION)
-            return ask(LIBRARY, rest)
+            answer = ask(LIBRARY, rest)
+            if answer.startswith("no such command"):
+                sys.exit(f"{order}: {answer}")
+            return answer
         if verb == "first":
             servers.apply(self.server, order)
             servers.write(self.server, DESCRIPTION)

@@ -147,7 +147,7 @@ class Teller:
             (self.lasting(), 'raid event 0 code=0x0C class=0 locale=0x20 type=0 text="Initialized"')]
 
     def library(self):
-        command = self.random.choice(("1 4", "1 13", "2 0", "3 1", "1 0", "0 3"))
+        command = self.random.choice(("1 4", "1 13", "2 0", "3 0", "1 0", "0 3"))
         kind = self.random.randrange(3)
         if kind == 0:
             times = self.random.choice((1, 2, 5))
@@ -222,7 +222,7 @@ class Teller:
 
     # What no event tells, and what is there when the service starts.
 
-    def firmware(self):
+    def disk_firmware(self):
         name = self.random.choice(("sg0", "sg1", "sg2", "sg3"))
         return f"{name} gets new firmware", name, [
             (0, f"change disks {name} revision=FW{self.random.randrange(10, 100)}")]
@@ -251,7 +251,7 @@ class Teller:
 
     NVME_TOPICS = ((nvme, 5), (nvme_reset, 1))
     INTERFACE_TOPICS = ((interface, 1),)
-    LATER_TOPICS = ((firmware, 2), (nvme_firmware, 1), (start_without_locations, 1), (door_bell, 1))
+    LATER_TOPICS = ((disk_firmware, 2), (nvme_firmware, 1), (start_without_locations, 1), (door_bell, 1))
     TOPICS = ((disk, 10), (swapped_at_once, 2), (contradicting, 2), (predicted_and_silent, 2),
               (second_device, 2), (sata_port, 3), (all_sata_ports, 1), (fibre_channel, 3), (link, 6),
               (drive, 5), (drive_taken_out, 2), (raid_controller, 1), (volume, 4), (firmware, 1),

@@ -10,7 +10,7 @@
 namespace tav::sim {
 namespace {
 
-constexpr std::array identities = {"name", "host", "id"};
+constexpr std::array identities = {"name", "address", "host", "id"};
 
 bool isNamed(const Json::Value& entry, const std::string& key) {
     return std::any_of(identities.begin(), identities.end(), [&](const char* identity) {

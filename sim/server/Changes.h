@@ -7,9 +7,9 @@
 
 namespace tav::sim {
 
-/// Sets members of one entry of a section of the description: the entry whose "name", "host" or
-/// "id" is `key`. Each of `assignments` is "member=value"; a value of digits becomes a number, one
-/// in brackets a list. Returns the entry, or null and says in `fault` why not.
+/// Sets members of one entry of a section of the description: the entry whose "name", "address",
+/// "host" or "id" is `key`. Each of `assignments` is "member=value"; a value of digits becomes a
+/// number, one in brackets a list. Returns the entry, or null and says in `fault` why not.
 const Json::Value* changeEntry(Json::Value& server, const std::string& section,
                                const std::string& key, std::span<const std::string> assignments,
                                std::string& fault);

@@ -140,11 +140,10 @@ constexpr RaidLibrary::Command RaidLibrary::commands[] = {
     {7, 0, Controller | Data, 20, &RaidLibrary::tellSequence},
 };
 
-const RaidLibrary::Command* RaidLibrary::commandOf(const RaidRequest& request) {
-    const auto* const found =
-        std::find_if(std::begin(commands), std::end(commands), [&](const Command& command) {
-            return command.type == request.type && command.code == request.code;
-        });
+const RaidLibrary::Command* RaidLibrary::commandOf(int type, int code) {
+    const auto* const found = std::find_if(
+        std::begin(commands), std::end(commands),
+        [&](const Command& command) { return command.type == type && command.code == code; });
     return found == std::end(commands) ? nullptr : found;
 }
 
@@ -152,7 +151,7 @@ std::uint32_t RaidLibrary::process(const std::uint8_t* block) {
     const RaidRequest request = parseBlock(block);
     const std::string name =
         "command " + std::to_string(request.type) + '/' + std::to_string(request.code);
-    const Command* const command = commandOf(request);
+    const Command* const command = commandOf(request.type, request.code);
     if (command == nullptr) return violation(name + " is none");
     const std::size_t stray = firstStray(block, blockSize, rangesOf(command->fields));
     if (stray < blockSize) return violation(name + ": byte " + std::to_string(stray) + " is not 0");
@@ -368,6 +367,14 @@ std::uint32_t RaidLibrary::violation(const std::string& what) {
 
 // --- Orders -------------------------------------------------------------------------------------
 
+namespace {
+
+std::string noCommand(int type, int code) {
+    return "no such command: " + std::to_string(type) + ' ' + std::to_string(code);
+}
+
+}  // namespace
+
 std::string RaidLibrary::order(const std::string& line) {
     std::istringstream words(line);
     std::string verb;
@@ -430,6 +437,7 @@ std::string RaidLibrary::fail(std::istream& words) {
     std::int64_t times = 0;  // 0: for ever
     if (!(words >> type >> code >> status)) return "fail TYPE CODE STATUS [COUNT]";
     words >> times;
+    if (commandOf(type, code) == nullptr) return noCommand(type, code);
     const auto number = static_cast<std::uint32_t>(std::strtoul(status.c_str(), nullptr, 0));
     const std::lock_guard held(lock_);
     if (number == success) {
@@ -444,6 +452,7 @@ std::string RaidLibrary::hang(std::istream& words) {
     int type = 0;
     int code = 0;
     if (!(words >> type >> code)) return "hang TYPE CODE";
+    if (commandOf(type, code) == nullptr) return noCommand(type, code);
     const std::lock_guard held(lock_);
     hanging_.insert({type, code});
     return "ok";

@@ -39,8 +39,9 @@ class RaidLibrary {
 
     /// Does an order and returns "ok", or why not. The orders:
     ///
-    ///     drive|volume CONTROLLER ID member=value...   changes its state
-    ///     event CONTROLLER member=value... [times=N]   tells of an event: see eventDetail()
+    ///     drive|volume CONTROLLER ID member=value...    changes it; gone=yes: it is not listed
+    ///     controller CONTROLLER member=value...         the same
+    ///     event CONTROLLER member=value... [times=N]    tells of an event: see eventDetail()
     ///     fail TYPE CODE STATUS [COUNT]                 fails so many commands; without a count,
     ///                                                   all; status 0 takes it back
     ///     slow MILLISECONDS                             takes so long for each command
@@ -63,7 +64,7 @@ class RaidLibrary {
         int leastClass;
     };
     static const Command commands[];
-    static const Command* commandOf(const RaidRequest& request);
+    static const Command* commandOf(int type, int code);
 
     std::uint32_t answer(const Command& command, const RaidRequest& request);
     void hangWhileOrdered(const RaidRequest& request);

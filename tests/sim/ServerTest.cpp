@@ -205,6 +205,7 @@ TEST(Server, ChangesOfWhatIsThereAndOfWhatIsNot) {
         const char* change;
         const char* fault;  ///< empty: it is done
     } rows[] = {{"disks", "sg0", "answers=no", ""},
+                {"functions", "0000:00:17.0", "gone=yes", ""},
                 {"disks", "sg0", "wear", "not of the form member=value: wear"},
                 {"disks", "sg0", "=3", "not of the form member=value: =3"},
                 {"disks", "sg1", "wear=3", "no \"sg1\" in \"disks\""},

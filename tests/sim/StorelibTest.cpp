@@ -161,7 +161,8 @@ TEST_F(StorelibTest, TakesOrders) {
     orderRaid("fail 2 0 0x8009 1");
     EXPECT_EQ(askDrive(9), 0x8009U);
     EXPECT_EQ(askDrive(9), 0U) << "once";
-    for (const char* order : {"drive 0 99 state=1", "nonsense", "event 0 code=1", "fail 2"})
+    for (const char* order : {"drive 0 99 state=1", "nonsense", "event 0 code=1", "fail 2",
+                              "fail 3 1 0x8009", "hang 3 1"})
         EXPECT_THROW(orderRaid(order), std::runtime_error) << order;
     ASSERT_EQ(send(command(0, 9)), 0U);
     EXPECT_THROW(orderRaid("slow 1"), std::runtime_error) << "released";
