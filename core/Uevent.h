@@ -16,7 +16,7 @@ struct Uevent {
 
 /// Decodes the kernel's message: texts that a NUL ends, "ACTION@PATH" first, then "NAME=VALUE" in
 /// any order. Of a name that stands there twice the first that is not empty counts. Absent without
-/// action and subsystem, and for what a program sends, which begins otherwise.
+/// an action or a subsystem, and for what a program sends, which begins otherwise.
 std::optional<Uevent> parseUevent(std::span<const std::byte> message);
 
 }  // namespace tav

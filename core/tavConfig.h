@@ -35,7 +35,9 @@ class TAV_API tavConfig {
     std::string getTAVDebugLogFileLocation() const { return debugLogLocation; }
     std::string getTAVLogFileLocation() const { return logLocation; }
     std::string getTAVLoggingLevel() const { return loggingLevel; }
+    /// "test" or "inject", in the letters of the file. Nothing in the library goes by it.
     std::string getTestEventSettings() const { return cliMode; }
+    /// Always false.
     bool getSendTestEventSettings(const std::string& text) const;
 
     /// Seconds between two rebuilds of that resource's inventory; 0 for an unknown name.

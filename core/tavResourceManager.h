@@ -42,7 +42,8 @@ class TAV_API tavResourceManager {
     /// for a push when one is wanted. Runs on the manager's own thread.
     virtual void cacheBuild() = 0;
 
-    /// Asks the manager's loop to end; returns without waiting for it. Any thread.
+    /// Asks the manager's loop to end. May wait until it has let go of what it holds, as storage's
+    /// does. Any thread.
     virtual void stopResourceManagerJob() = 0;
 
     /// The body of the manager's thread: prepares the manager, then runs startInventory().
@@ -67,8 +68,7 @@ class TAV_API tavResourceManager {
     /// thread.
     virtual bool isInventoryReady(int iteration) = 0;
 
-    /// Asks the manager's loop to end and waits for nothing, where stopResourceManagerJob() does.
-    /// Any thread.
+    /// The same, and waits for nothing. Any thread.
     virtual void requestStop() { stopResourceManagerJob(); }
 
     /// What the inventory says may have become another without an event: has the manager's loop

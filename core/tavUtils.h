@@ -82,7 +82,7 @@ class TAV_API tavUtils {
     /// The same for names that begin with "00" (PCI addresses of domain 0000).
     int dirPciList(const std::string& directory, std::vector<std::string>& names);
     /// The first line that contains `key`, with its line end; empty when there is none. Of a line
-    /// of 1 MiB or more only the beginning is known, which the log tells.
+    /// of 1 MiB or more only the beginning is known, which the log tells where that has no `key`.
     std::string getLineFromFile(const char* path, const std::string& key);
     /// `out` becomes `in` without white space at its end and blanks at its beginning.
     void trimExtraSpaces(std::string in, std::string& out);

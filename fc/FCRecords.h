@@ -57,7 +57,8 @@ class tavFCDeviceInfo {
     const std::string& gettavFCRomVersion() const { return romVersion_; }
     void settavFCRomVersion(std::string version) { romVersion_ = std::move(version); }
     /// World-wide names of the port and of its node: FC-FS name identifiers of 64 bits, as
-    /// "20:00:00:00:c9:11:22:33". The node's name tells a port again in the next build.
+    /// "20:00:00:00:c9:11:22:33". By them a port is known again in the next build
+    /// (fc/FCEvents.h).
     const std::string& gettavFCWWPN() const { return wwpn_; }
     void settavFCWWPN(std::string name) { wwpn_ = std::move(name); }
     const std::string& gettavFCWWNN() const { return wwnn_; }

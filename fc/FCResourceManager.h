@@ -19,11 +19,11 @@ class FCPortQuestions;
 }
 
 /// The manager of the host's Fibre Channel ports: one record per host of the kernel's Fibre Channel
-/// transport class. It rebuilds its inventory at its refresh interval, looks once at the ports'
-/// states ten seconds after each build, and raises an event when a port's health has changed. The
-/// job manager does not start it: whoever wants it runs init() on a thread of its own. Locks: those
-/// of its loop and cache (docs/architecture.md); none is held while events are raised or a push is
-/// asked for.
+/// transport class. It rebuilds its inventory at its refresh interval and when the kernel tells of
+/// a port, looks once at the ports' states ten to nineteen seconds after each build, and raises an
+/// event when a port's health has changed. The job manager does not start it: whoever wants it runs
+/// init() on a thread of its own. Locks: those of its loop and cache (docs/architecture.md); none
+/// is held while events are raised or a push is asked for.
 class TAV_API FCResourceManager final : public tavResourceManager {
  public:
     static FCResourceManager* getInstance();

@@ -20,8 +20,8 @@ class TAV_API NICEventMonitor {
     /// they have been started and not stopped since, which go on then.
     static int startMonitoring();
 
-    /// Stops and joins both threads; 0. -1 when the receiving thread could not be told, because it
-    /// has ended by itself or was never started.
+    /// Stops and joins both threads; 0. -1 when the receiving thread listened to nothing that could
+    /// be told so: it has ended by itself, was never started, or has only just been.
     static int stopMonitoring();
     /// The first half of the stop: tells the threads, and waits for nothing. Results as above.
     static int requestStop();

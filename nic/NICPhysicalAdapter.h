@@ -13,7 +13,8 @@
 class TAV_API NICPhysicalAdapter {
  public:
     /// Fills every field of the record from one row of the interface list (see tav::parseNicList;
-    /// columns that are missing read as empty) and from the interface's details. Always 0.
+    /// columns that are missing read as empty) and from the interface's details; fills
+    /// none when the thread is asked to stop meanwhile. Always 0.
     int discoverPhyAdapterInventory(PhyAdapterInventory& record,
                                     const std::vector<std::string>& row);
 

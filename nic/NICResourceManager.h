@@ -13,12 +13,12 @@
 #include "nic/PhyAdapterInventory.h"
 #include "rmc/tavEventHandler.h"
 
-/// The manager of Ethernet interfaces. Rebuilds its inventory every 30 seconds and looks for
-/// changed links ten seconds after each rebuild; in between NICEventMonitor tells it what the
-/// kernel reports. Raises event 680 when the health of an interface has returned to OK, and asks
-/// for a push when what no event tells has lasted from one rebuild to the next. Locks: those of its
-/// loop and cache, and linksLock_ (docs/architecture.md); none is held while host commands run,
-/// events are raised or a push is asked for, but for the build lock.
+/// The manager of Ethernet interfaces. Rebuilds its inventory every 30 seconds and looks once for
+/// changed links, ten to nineteen seconds after each rebuild; in between NICEventMonitor tells it
+/// what the kernel reports. Raises event 680 when the health of an interface has returned to OK,
+/// and asks for a push when what no event tells has lasted from one rebuild to the next. Locks:
+/// those of its loop and cache, and linksLock_ (docs/architecture.md); none is held while host
+/// commands run, events are raised or a push is asked for, but for the build lock.
 class TAV_API NICResourceManager final : public tavResourceManager {
  public:
     static NICResourceManager* getInstance();

@@ -37,8 +37,8 @@ struct NicLink {
 /// The two-column list of names and link statuses. Lines of another form are dropped.
 std::vector<NicLink> parseNicLinks(std::string_view text);
 
-/// The first line of an interface's details that contains `label`: what stands behind its first
-/// colon and the one blank that follows it. Empty when there is no such line, or no colon on it.
+/// The first line of an interface's details that contains `label` and a colon: what stands behind
+/// its first colon and the one blank that follows it. Empty when there is no such line.
 std::optional<std::string> nicDetail(std::string_view details, std::string_view label);
 
 /// Whether the text can be the name of an interface, so that it may stand in a command: at most 15

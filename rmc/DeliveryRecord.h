@@ -16,7 +16,8 @@
 #include "base/Export.h"
 
 /// What has become of the commands that were sent to the management controller, for those who tell
-/// an operator about it. Whatever changes here is news (core/News.h). Any thread.
+/// an operator about it. Whatever changes here, but for the RmcFigures, is news (core/News.h). Any
+/// thread.
 namespace tav {
 
 /// Of one kind of command. Times are in seconds since the epoch, 0 for never.

@@ -25,7 +25,7 @@ class TAV_API Undelivered {
     /// There was nothing to send, which makes nothing good.
     void inventoryWasEmpty();
 
-    /// Empty while the picture is true, and while an inventory is under way.
+    /// Empty while the picture is true, and while an inventory is under way that makes it true.
     const std::optional<Deadline>& askAgainAt() const { return askAgainAt_; }
 
  private:

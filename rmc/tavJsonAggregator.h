@@ -71,8 +71,8 @@ class TAV_API tavJsonAggregator {
     Push createInventoryJsonString();
     static bool sendJsonString(const std::string& text);
 
-    /// Guards the flags and what is undelivered; never held while managers are asked or anything is
-    /// sent.
+    /// Guards the flags and what is undelivered; held while managers are asked whether they are
+    /// ready, and never while they are asked for their inventories or anything is sent.
     std::mutex cmutex;
     std::condition_variable cond;
     std::thread thread;

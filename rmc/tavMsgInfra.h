@@ -55,8 +55,8 @@ TAV_API bool tavCreatePipe(const char* path);
 using tavPipePatience = std::function<bool()>;
 
 /// Waits for one whole packet from the FIFO at `path`, which is opened anew. 0, or -1 when the path
-/// is no FIFO, when it cannot be read, and when `patience` or the thread's stop signal ended the
-/// wait.
+/// is no FIFO, when it cannot be read or holds less than a packet, and when `patience` or the
+/// thread's stop signal ended the wait.
 TAV_API int tavReadPipe(const char* path, _TAV_MESSAGE_PACKET* packet,
                         const tavPipePatience& patience);
 
@@ -113,6 +113,7 @@ struct CliRequests {
 TAV_API CliRequests findCliRequests(std::span<const std::byte> bytes, bool isEnd,
                                     const std::function<bool(std::int32_t)>& isClient);
 
+/// A payload of more than TAV_PAYLOAD_SIZE - 1 bytes is cut.
 TAV_API _TAV_MESSAGE_PACKET makeCliRequest(const CliRequest& request);
 /// The result code is 0 for no reason, else 1.
 TAV_API _TAV_MESSAGE_PACKET makeCliResponse(CliReason reason);

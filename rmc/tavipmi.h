@@ -75,9 +75,9 @@ class TAV_API IPMIUtils {
 
     /// Sends one named command in 60-byte frames. `command` has 1 to 19 characters; `payload` is
     /// not empty and travels with a NUL behind it. Returns 1 when the transfer ran to its end or
-    /// the controller stopped it, 0 when an exchange failed or an argument is not valid. The
-    /// statuses are written only when a frame failed (those of the last answer) or the controller
-    /// reported one.
+    /// the controller stopped it, 0 when an exchange failed, an argument is not valid, or the
+    /// transfer was too slow for a stop. The statuses are written only when the transfer did not
+    /// come to its end (those of the last answer) or the controller reported one.
     int RMC_CLI_Exec(const std::string& command, const std::string& payload,
                      unsigned char* transferStatus, unsigned char* exitStatus);
 

@@ -56,7 +56,8 @@ void captureCrashes() {
     std::array<void*, 1> warmUp;
     ::backtrace(warmUp.data(), 1);
 
-    // A stack of its own lets the handler tell of an exhausted one.
+    // A stack of its own, which each thread would have to be given, lets the handler tell of an
+    // exhausted one.
     static std::array<std::byte, handlerStackSize> handlerStack;
     stack_t alternate{};
     alternate.ss_sp = handlerStack.data();

@@ -6,7 +6,7 @@ namespace tavd {
 inline constexpr const char* crashStackFile = "/opt/orn/tav/log/tavd-crash.txt";
 
 /// From now on a fatal signal leaves the crashed thread's stack behind before it ends the process
-/// as it would have done anyway.
+/// as it would have done anyway; also a stack that is exhausted, but only the calling thread's.
 void captureCrashes();
 
 }  // namespace tavd

@@ -45,7 +45,7 @@ something that has been told, 2 wrong usage or not wanted, 5 not allowed.
 
 constexpr const char* contents =
     R"(This takes:
-  the configuration, the host's summary log, the ends of the service's own logs
+  the configuration, the host's summary log, the service's health and the ends of its logs
   what the kernel tells of PCI functions, SCSI hosts and disks, Fibre Channel
     ports and links, and its SMBIOS tables
   what localcli, esxtop and mdadm print

@@ -26,8 +26,9 @@ struct Column {
     bool isNumber = false;  ///< stands to the right
 };
 
-/// What is printed in columns that are as wide as what stands in them, or as narrow as the terminal
-/// needs. Every text goes through cellText(). Columns in which nothing stands are left out.
+/// What is printed in columns that are as wide as what stands in them, 60 characters at most, or as
+/// narrow as the terminal needs. Every text goes through cellText(). Columns in which nothing
+/// stands are left out.
 class Table {
  public:
     struct Row {

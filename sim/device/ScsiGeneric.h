@@ -14,7 +14,7 @@ namespace tav::sim {
 /// Where the facts of the disk behind /dev/sgN are: a file sgN. While it exists, so does the node.
 /// The file is read anew for every open and command, so that a disk can change at any moment:
 /// "present=no" unplugs it, "answers=no" lets it hang until the command's time is over, or the
-/// milliseconds that "patience" gives.
+/// milliseconds that "patience" gives, "hang=command" and "hang=open" for as long as that stands.
 inline constexpr const char* disksOfThisProcess = "/run/sim/disks/";
 
 /// Completes a SG_IO request as the kernel does for a good answer: at most as many bytes as there

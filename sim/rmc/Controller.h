@@ -25,8 +25,9 @@ struct Outcome {
 };
 
 /// The simulated management controller: answers each request, without any input or output of its
-/// own. A command counts as finished when the controller has taken it whole; an injected transfer
-/// status other than 0 or an injected completion code means that it has refused it.
+/// own. A command counts as finished when the controller has taken it whole; an injected completion
+/// code, and an injected transfer status above 2, or other than 0 for the last frame, mean that it
+/// has refused it.
 class Controller {
  public:
     Outcome handle(const BmcRequest& request, unsigned sender);

@@ -7,7 +7,8 @@
 namespace tav::sim {
 
 /// Where the simulated parts of a server find the facts that the kernel cannot have, inside the
-/// private root. Rewriting one of these files changes a running server.
+/// private root. Rewriting a file in one of the directories changes a running server; the
+/// description is read by the RAID library, whenever that is initialized.
 inline constexpr const char* serverDescription = "/run/sim/server.json";
 inline constexpr const char* disksDirectory = "/run/sim/disks/";
 inline constexpr const char* nvmeDirectory = "/run/sim/nvme/";

@@ -13,7 +13,7 @@ void takeKernelFiles(Recorder& recorder);
 /// The part of the PCI ID database that names this host's functions; needs the kernel's files.
 void takePciNames(Recorder& recorder);
 
-/// The configuration, the host's summary log, and the ends of the service's own logs.
+/// The configuration, the host's summary log, the service's health, and the ends of its logs.
 void takeConfigurationAndLogs(Recorder& recorder);
 
 /// The SCSI generic nodes that the kernel has for its devices, and whether each is an ATA disk.
