@@ -97,6 +97,7 @@ class InventoryCache {
     void clear() {
         const std::lock_guard<std::mutex> held(writerLock_);
         replace({});
+        isFirst_ = true;
     }
 
     bool isBuildInProgress() const { return buildInProgress_; }
@@ -126,7 +127,7 @@ class InventoryCache {
     /// Generations that somebody was still reading when they were replaced; under the writers'
     /// lock.
     std::vector<Snapshot> retired_;
-    bool isFirst_ = true;  ///< no build has been published; under the writers' lock, too
+    bool isFirst_ = true;  ///< no build has been published yet; under the writers' lock, too
 };
 
 /// Replaces `records` by those of the last published generation; returns 1 when the next one is

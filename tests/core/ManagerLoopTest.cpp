@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include <poll.h>
+
 #include <gtest/gtest.h>
 
 #include "core/InventoryCache.h"
@@ -129,6 +131,22 @@ TEST(InventoryCache, APublicationWaitsForNobody) {
     EXPECT_EQ(*compared, 1);
     const auto now = cache.current();
     EXPECT_EQ(*now, 2);
+}
+
+TEST(InventoryCache, TheFirstPublicationOfEachStartIsNews) {
+    const auto isNews = [](auto publish) {
+        tav::newsTaken();
+        publish();
+        pollfd news{tav::newsDescriptor(), POLLIN, 0};
+        return ::poll(&news, 1, 0) == 1;
+    };
+    tav::InventoryCache<int> cache;
+    const auto publish = [&] { tav::InventoryCache<int>::Build(cache).publish(1); };
+    for (const char* start : {"the first", "another"}) {
+        EXPECT_TRUE(isNews(publish)) << start;
+        EXPECT_FALSE(isNews(publish)) << start;
+        cache.clear();
+    }
 }
 
 TEST(InventoryCache, WhatNobodyReadsIsFreed) {
