@@ -29,6 +29,9 @@ constexpr const char* commonInterval = "Global";
 constexpr std::array resourceNames = {"FibreChannelDevices", "StorageControllers",
                                       "NVMeControllers",     "HostOSInfo",
                                       "EthernetDevices",     "GPUDevices"};
+/// Those of them for which the configuration starts nobody.
+constexpr std::array unmanagedNames = {"FibreChannelDevices", "GPUDevices"};
+constexpr const char* enablesNothing = "enables nothing";
 
 bool isEquals(std::string_view a, std::string_view b) {
     return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
@@ -105,9 +108,10 @@ class tavConfig::Reader {
     }
 
     void reportElement(const char* key, std::size_t index, bool accepted, const std::string& name) {
+        const bool enables = accepted && !isOneOf(name, unmanagedNames);
         add({prefix_ + key + "[" + std::to_string(index) + "]",
              accepted ? Outcome::Accepted : Outcome::Invalid, name,
-             accepted ? name : "enables nothing"});
+             enables ? name : enablesNothing});
     }
 
     template <class IsKnown>

@@ -31,7 +31,8 @@ std::string quoted(const std::string& text) {
 std::string describe(const tavSettingReport& report) {
     switch (report.outcome) {
         case Outcome::Accepted:
-            return quoted(report.written) + " accepted";
+            return quoted(report.written) + " accepted" +
+                   (report.used == report.written ? "" : "; " + quoted(report.used) + " applies");
         case Outcome::Absent:
             return "absent; " + quoted(report.used) + " applies";
         case Outcome::Invalid:

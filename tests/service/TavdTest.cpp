@@ -254,6 +254,14 @@ TEST(Tavd, SaysWhatBecameOfEachSetting) {
     EXPECT_THAT(bad.output, HasSubstr("\"LogingLevel\""));
     EXPECT_THAT(bad.output, HasSubstr("no such setting; ignored"));
     EXPECT_THAT(bad.output, HasSubstr("\"?[2J\" is not valid; \"10\" applies"));
+    writeFile("/tmp/odd", R"({"EnableResources":["HostOSInfo","FibreChannelDevices"],
+        "InventoryQueryIntervalInSeconds":"2 hours"})");
+    const tav::CommandResult odd = tavd("--check-config /tmp/odd");
+    EXPECT_EQ(odd.exitStatus, 0);
+    EXPECT_THAT(odd.output, HasSubstr("\"HostOSInfo\" accepted\n"));
+    EXPECT_THAT(odd.output,
+                HasSubstr("\"FibreChannelDevices\" accepted; \"enables nothing\" applies\n"));
+    EXPECT_THAT(odd.output, HasSubstr("\"2 hours\" accepted; \"2\" applies\n"));
     writeFile("/tmp/empty", R"({"EnableResources":[],"LoggingLevel":"Info"})");
     EXPECT_THAT(tavd("--check-config /tmp/empty").output, HasSubstr("\"EnableResources\""));
     writeFile("/tmp/none", "[1,2]");
