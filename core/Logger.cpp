@@ -35,6 +35,10 @@ namespace {
 
 constexpr const char* systemLogName = "syslog";
 
+bool isSystemLog(const std::string& location) {
+    return ::strcasecmp(location.c_str(), systemLogName) == 0;
+}
+
 struct LevelWord {
     std::string_view word;
     LOG_LEVEL level;
@@ -122,8 +126,7 @@ void Logger::loggerInit() {
 Logger::Logger() {
     const tavConfig& config = *tavConfig::getInstance();
     const auto targetOf = [](const std::string& location) {
-        return ::strcasecmp(location.c_str(), systemLogName) == 0 ? Target::SystemLog
-                                                                  : Target::File;
+        return isSystemLog(location) ? Target::SystemLog : Target::File;
     };
     debugLog_ = std::make_unique<tav::LogFile>(config.getTAVDebugLogFileLocation());
     mainLog_ = std::make_unique<tav::LogFile>(config.getTAVLogFileLocation());
@@ -223,6 +226,7 @@ void Logger::bringBack(tav::LogFile& log) {
 }
 
 void Logger::isFileExceeded(const std::string& path) {
+    if (isSystemLog(path)) return;  // a file of that name in the working directory is not ours
     const std::lock_guard<std::mutex> held(mutex_);
     bool rotated = false;
     for (tav::LogFile* const log : {mainLog_.get(), debugLog_.get()}) {

@@ -266,6 +266,17 @@ TEST(LogRotation, MovesALogAwayThatIsNotWrittenNow) {
     EXPECT_EQ(backupFiles().size(), 1U);
 }
 
+/// As a service that was started in /var/log would find it.
+TEST(LogRotation, TheSystemLogIsNoFileOfTheWorkingDirectory) {
+    writeConfiguration(R"("DebugLogLocation":"SysLog")");
+    fs::current_path("/tmp");
+    writeFile("/tmp/SysLog", "");
+    fill("SysLog");
+    Logger::getInstance()->isFileExceeded("SysLog");
+    EXPECT_EQ(fs::file_size("SysLog"), rotationSize);
+    EXPECT_THAT(backupFiles(), IsEmpty());
+}
+
 TEST(LogRotation, BothLogsMayShareAFile) {
     writeConfiguration(R"("EnableDebugLog":"true","TAVLogLocation":"/var/log/tav/tav.log",
                           "DebugLogLocation":"/var/log/tav/tav.log")");
