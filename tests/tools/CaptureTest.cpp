@@ -137,6 +137,21 @@ Recording identifiedHost() {
     return host;
 }
 
+/// Whatever the working directory holds, and however the configuration spells a log's place.
+TEST(Capture, TakesTheServicesOwnLogsAlone) {
+    tav::test::writeConfiguration(
+        R"("DebugLogLocation":"syslog", "TAVLogLocation":"/var/log/tav/..//tav.log")");
+    fs::create_directory("/var/log/tav");
+    tav::test::writeFile("/var/log/tav.log", "its own\n");
+    fs::current_path("/tmp");
+    tav::test::writeFile("/tmp/syslog", "somebody else's\n");
+    const auto captured = captureHost({});
+    ASSERT_TRUE(captured);
+    const auto members = membersOf(*captured);
+    EXPECT_EQ(members.at("logs/var/log/tav.log"), "its own\n");
+    EXPECT_FALSE(members.contains("logssyslog"));
+}
+
 /// More addresses of one shape than the shape has, and one that has nothing that could be replaced.
 TEST(Capture, RunsOutOfAddressesWithoutEnd) {
     StandIns standIns(1);

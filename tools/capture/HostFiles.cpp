@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <deque>
+#include <filesystem>
 #include <set>
 #include <sstream>
 #include <string_view>
@@ -268,7 +269,11 @@ void takeConfigurationAndLogs(Recorder& recorder) {
     for (const std::string& path :
          {config.getTAVLogFileLocation(), config.getTAVDebugLogFileLocation(),
           std::string("/opt/orn/tav/log/tavd-crash.txt"), std::string(healthFile)}) {
-        if (auto content = endOfFile(path)) recorder.addLog(path, *std::move(content));
+        if (!path.starts_with('/')) continue;  // "syslog", or a file beside who knows what
+        if (auto content = endOfFile(path)) {
+            const auto place = std::filesystem::path(path).lexically_normal();
+            recorder.addLog(place.string(), *std::move(content));
+        }
     }
 }
 
