@@ -21,7 +21,6 @@
 namespace {
 
 constexpr const char* configurationPath = "/etc/config/orn/tav/tav.conf";
-constexpr std::size_t configurationSizeLimit = 1U << 20U;
 constexpr const char* all = "All";
 constexpr const char* commonInterval = "Global";
 
@@ -62,7 +61,7 @@ std::string textOf(const Json::Value& value) {
 }
 
 std::optional<Json::Value> parseObject(std::string_view text) try {
-    if (text.size() > configurationSizeLimit) return std::nullopt;
+    if (text.size() > tavConfig::fileSizeLimit) return std::nullopt;
     const std::unique_ptr<Json::CharReader> parser(Json::CharReaderBuilder().newCharReader());
     Json::Value root;
     std::string errors;
@@ -294,7 +293,7 @@ tavConfig tavConfig::fromText(std::string_view text, std::vector<tavSettingRepor
 }
 
 void tavConfig::initConfigSettings() {
-    const auto text = tav::readRegularFile(configurationPath, configurationSizeLimit);
+    const auto text = tav::readRegularFile(configurationPath, fileSizeLimit);
     *this = fromText(text.value_or(std::string()), nullptr);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <string_view>
@@ -20,10 +21,12 @@ struct tavSettingReport {
 
 /// The configuration of the process: read once from "/etc/config/orn/tav/tav.conf", never written,
 /// never reloaded. Missing and invalid values are replaced one by one; a file that cannot be used
-/// at all, or is larger than 1 MiB, is replaced by the built-in defaults. All getters may be called
-/// from any thread.
+/// at all, or is larger than fileSizeLimit, is replaced by the built-in defaults. All getters may
+/// be called from any thread.
 class TAV_API tavConfig {
  public:
+    static constexpr std::size_t fileSizeLimit = 1U << 20U;
+
     /// The instance; the first call reads the file.
     static tavConfig* getInstance();
 

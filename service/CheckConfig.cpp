@@ -3,15 +3,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <iomanip>
 #include <iostream>
-#include <iterator>
-#include <optional>
 #include <ostream>
 #include <vector>
 
+#include "base/Files.h"
 #include "core/tavConfig.h"
 
 namespace tavd {
@@ -43,31 +40,27 @@ std::string describe(const tavSettingReport& report) {
     return {};
 }
 
-std::optional<std::string> readFile(const std::string& path) {
-    std::error_code failure;
-    if (!std::filesystem::is_regular_file(path, failure)) {
-        std::cerr << "tavd: " << path << ": "
-                  << (failure ? failure.message() : "not a regular file") << '\n';
-        return std::nullopt;
-    }
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        std::cerr << "tavd: " << path << ": " << std::strerror(errno) << '\n';
-        return std::nullopt;
-    }
-    return std::string(std::istreambuf_iterator<char>(file), {});
+/// Why the file cannot be used; empty when its text has been read.
+std::string readFile(const std::string& path, std::string& text) {
+    const tav::FileDescriptor file = tav::openRegularFile(path.c_str());
+    if (!file.isOpen()) return errno == EINVAL ? "not a regular file" : std::strerror(errno);
+    if (!tav::readUpTo(file.get(), tavConfig::fileSizeLimit + 1, text)) return std::strerror(errno);
+    return text.size() > tavConfig::fileSizeLimit ? "larger than 1 MiB" : "";
+}
+
+bool complain(const std::string& path, const std::string& why) {
+    std::cerr << "tavd: " << path << ": " << why << "; the built-in defaults apply\n";
+    return false;
 }
 
 }  // namespace
 
 bool checkConfiguration(const std::string& path, std::ostream& out) {
-    const std::optional<std::string> text = readFile(path);
-    if (!text) return false;
+    std::string text;
+    if (const std::string why = readFile(path, text); !why.empty()) return complain(path, why);
     std::vector<tavSettingReport> reports;
-    if (tavConfig::fromText(*text, &reports).isDefaultSettingsApplied()) {
-        std::cerr << "tavd: " << path
-                  << ": not a JSON object with two members or more; the built-in defaults apply\n";
-        return false;
+    if (tavConfig::fromText(text, &reports).isDefaultSettingsApplied()) {
+        return complain(path, "not a JSON object with two members or more");
     }
     constexpr int keyWidth = 42;
     bool clean = true;

@@ -266,6 +266,11 @@ TEST(Tavd, SaysWhatBecameOfEachSetting) {
     EXPECT_THAT(tavd("--check-config /tmp/empty").output, HasSubstr("\"EnableResources\""));
     writeFile("/tmp/none", "[1,2]");
     EXPECT_THAT(tavd("--check-config /tmp/none").output, HasSubstr("built-in defaults apply"));
+    writeFile("/tmp/huge", "");
+    std::filesystem::resize_file("/tmp/huge", 1UL << 40U);
+    const tav::CommandResult huge = tavd("--check-config /tmp/huge");
+    EXPECT_EQ(huge.exitStatus, 3);
+    EXPECT_THAT(huge.output, HasSubstr("/tmp/huge: larger than 1 MiB"));
 }
 
 TEST(Tavd, PrintsTheInventoryAndSendsNothing) {
