@@ -183,10 +183,24 @@ bool isAlive(std::int32_t process) {
     return ::kill(process, 0) == 0 || errno == EPERM;
 }
 
-/// Puts what stands in the request pipe's place out of the way, but loses nothing.
-void moveAside() {
+/// Whether it is a pipe that nobody else may read, or fill.
+bool isOursAlone(const struct stat& status) {
+    return S_ISFIFO(status.st_mode) && status.st_uid == ::geteuid() &&
+           (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+}
+
+/// Puts what stands in the request pipe's place out of the way, but loses nothing: what is in a
+/// pipe is lost with its last user only.
+void clearPlace() {
     struct stat status {};
-    if (::lstat(tavRequestPipe, &status) != 0 || S_ISFIFO(status.st_mode)) return;
+    if (::lstat(tavRequestPipe, &status) != 0 || isOursAlone(status)) return;
+    if (S_ISFIFO(status.st_mode)) {
+        if (::unlink(tavRequestPipe) == 0) {
+            logger.warning(here(), "%s was a pipe that others may use; it is replaced.",
+                           tavRequestPipe);
+        }
+        return;
+    }
     const std::string aside = std::string(tavRequestPipe) + ".not-a-pipe";
     for (int number = 1; number <= mostAside; ++number) {
         const std::string path = number == 1 ? aside : aside + '-' + std::to_string(number);
@@ -235,7 +249,7 @@ void TAVServer::serve() {
 bool TAVServer::openPipes() {
     const std::lock_guard<std::mutex> held(pipesLock_);
     if (stopRequested_) return false;
-    moveAside();
+    clearPlace();
     isPipeMissed_ = !openRequestPipe();  // it is tried again with every look at the pipe
     if (isPipeMissed_) logger.error(here(), "Open of pipe %s failed.", tavRequestPipe);
     logger.debug(here(), "fd in read= %d .\n", requests_.get());
@@ -250,11 +264,13 @@ bool TAVServer::openPipes() {
 }
 
 bool TAVServer::openRequestPipe() {
-    tavCreatePipe(tavRequestPipe);
+    const bool isNew = tavCreatePipe(tavRequestPipe);
     // Open for writing too, so that it never seems to have come to its end.
     requests_ = tav::openPipe(tavRequestPipe, O_RDWR);
-    if (requests_.isOpen() && ::fstat(requests_.get(), &requestPipe_) != 0) requests_.reset();
-    return requests_.isOpen();
+    const bool isOurs = requests_.isOpen() && ::fstat(requests_.get(), &requestPipe_) == 0 &&
+                        (isNew || isOursAlone(requestPipe_));
+    if (!isOurs) requests_.reset();
+    return isOurs;
 }
 
 bool TAVServer::isRequestPipeInPlace() const {
@@ -265,8 +281,8 @@ bool TAVServer::isRequestPipeInPlace() const {
 
 void TAVServer::keepRequestPipe() {
     if (isRequestPipeInPlace()) return;
-    serveRequests();  // those that were left in the old one
-    moveAside();
+    takeRequests();  // those that were left in the old one
+    clearPlace();
     const bool isBack = openRequestPipe();
     if (isBack || !isPipeMissed_) {
         logger.warning(here(),
@@ -284,24 +300,36 @@ void TAVServer::closePipes() {
     stopReadEnd_.reset();
     serStopPipeFd_.reset();
     read_.clear();
+    waiting_.clear();
     answers_.clear();
+}
+
+std::chrono::milliseconds TAVServer::longestWait(const tav::TimeLimit& untilCheck) const {
+    if (!waiting_.empty()) return 0ms;
+    if (answers_.empty()) return untilCheck.left();
+    return std::min(tav::TimeLimit(answerRetry).left(), untilCheck.left());
 }
 
 void TAVServer::serveUntilStopped() {
     watch_.begins();
+    tav::TimeLimit untilCheck(pipeCheck);
     while (true) {
-        std::array<pollfd, 2> watched = {pollfd{requests_.get(), POLLIN, 0},
+        // What waits behind the requests that have been taken may go on waiting in the pipe.
+        std::array<pollfd, 2> watched = {pollfd{waiting_.empty() ? requests_.get() : -1, POLLIN, 0},
                                          pollfd{stopReadEnd_.get(), POLLIN, 0}};
-        const tav::TimeLimit limit(answers_.empty() ? pipeCheck : answerRetry);
+        const auto wait = static_cast<int>(longestWait(untilCheck).count());
         watch_.waits();
-        const int ready =
-            ::poll(watched.data(), watched.size(), static_cast<int>(limit.left().count()));
+        const int ready = ::poll(watched.data(), watched.size(), wait);
         watch_.works();
         logger.debug(here(), "value of n = %d", ready);
         if (watched[1].revents != 0) return;
-        if (watched[0].revents != 0) serveRequests();
+        if (watched[0].revents != 0) takeRequests();
+        serveNextRequest();
         deliverAnswers();
-        if (ready <= 0) keepRequestPipe();
+        if (untilCheck.left() == 0ms) {
+            keepRequestPipe();
+            untilCheck = tav::TimeLimit(pipeCheck);
+        }
         std::this_thread::yield();
     }
 }
@@ -320,22 +348,26 @@ bool TAVServer::readRequests() {
     return read_.size() > before;
 }
 
-void TAVServer::serveRequests() {
+void TAVServer::takeRequests() {
     if (!requests_.isOpen()) return;
     logger.debug(here(), "Descriptor %d is ready.\n", requests_.get());
     if (!readRequests()) return;
     logger.debug(here(), "done reading (%zu bytes)\n", read_.size());
     const bool isEnd = read_.size() < mostUnseen;
-    const tav::CliRequests found = tav::findCliRequests(read_, isEnd, isClient);
+    tav::CliRequests found = tav::findCliRequests(read_, isEnd, isClient);
     read_.erase(read_.begin(), read_.begin() + static_cast<std::ptrdiff_t>(found.consumed));
     if (found.ignored > 0) {
         logger.warning(here(), "Ignoring a request of %zu bytes; requests have %zu.", found.ignored,
                        TAV_PACKET_SIZE);
     }
-    for (const tav::CliRequest& request : found.requests) {
-        if (tav::stopRequested()) return;
-        answer(request.clientPID, fulfil(request));
-    }
+    std::move(found.requests.begin(), found.requests.end(), std::back_inserter(waiting_));
+}
+
+void TAVServer::serveNextRequest() {
+    if (waiting_.empty()) return;
+    const tav::CliRequest request = std::move(waiting_.front());
+    waiting_.pop_front();
+    answer(request.clientPID, fulfil(request));
 }
 
 void TAVServer::answer(std::int32_t clientPID, CliReason reason) {
@@ -345,7 +377,6 @@ void TAVServer::answer(std::int32_t clientPID, CliReason reason) {
     }
     logger.debug(here(), "Writing to the response named pipe.");
     answers_.push_back({clientPID, tav::makeCliResponse(reason), tav::TimeLimit(clientPatience)});
-    deliverAnswers();
 }
 
 /// Tries each answer once; those that can never be delivered are forgotten.

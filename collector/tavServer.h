@@ -1,7 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -46,8 +48,10 @@ class TAV_API TAVServer {
     void keepRequestPipe();
     bool isRequestPipeInPlace() const;
     void serveUntilStopped();
-    void serveRequests();
+    std::chrono::milliseconds longestWait(const tav::TimeLimit& untilCheck) const;
     bool readRequests();
+    void takeRequests();
+    void serveNextRequest();
     void answer(std::int32_t clientPID, tav::CliReason reason);
     void deliverAnswers();
     bool askToStop();
@@ -62,10 +66,11 @@ class TAV_API TAVServer {
     std::mutex pipesLock_;  ///< guards the opening and closing of the stop pipe, and the flag
     tav::FileDescriptor requests_, stopReadEnd_, serStopPipeFd_;
     bool stopRequested_ = false;
-    struct stat requestPipe_ {};   ///< of the request pipe that was opened
-    std::vector<std::byte> read_;  ///< from the request pipe and not looked at yet
-    std::vector<Answer> answers_;  ///< oldest first
-    bool isPipeMissed_ = false;    ///< which has been logged
+    struct stat requestPipe_ {};           ///< of the request pipe that was opened
+    std::vector<std::byte> read_;          ///< from the request pipe and not looked at yet
+    std::deque<tav::CliRequest> waiting_;  ///< oldest first
+    std::vector<Answer> answers_;          ///< oldest first
+    bool isPipeMissed_ = false;            ///< which has been logged
 
     tav::StopSignal stopSignal_;
     tav::LoopWatch watch_;

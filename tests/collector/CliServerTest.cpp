@@ -318,6 +318,10 @@ TEST_F(CliServer, MakesItsPipeAnewWhateverHasBecomeOfIt) {
             std::this_thread::sleep_for(1ms);
         return std::filesystem::is_fifo(tavRequestPipe);
     };
+    const auto mode = [] {
+        return static_cast<unsigned>(std::filesystem::status(tavRequestPipe).permissions());
+    };
+    ::umask(0077);
     std::filesystem::remove(tavRequestPipe);
     ASSERT_TRUE(isAPipeAgain());
     EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "434"), 0);
@@ -336,6 +340,41 @@ TEST_F(CliServer, MakesItsPipeAnewWhateverHasBecomeOfIt) {
     std::this_thread::sleep_for(100ms);  // more than ten fast seconds
     EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "434"), 0);
     EXPECT_FALSE(std::filesystem::exists("/var/run/orntav.not-a-pipe-3")) << "this is one";
+    std::filesystem::remove(tavRequestPipe);
+    ASSERT_EQ(::mkfifo(tavRequestPipe, 0600), 0);
+    ASSERT_EQ(::chmod(tavRequestPipe, 0644), 0);
+    for (int i = 0; i < 5000 && mode() != 0600U; ++i)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(mode(), 0600U) << "who may read it would take requests away";
+    EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "434"), 0);
+}
+
+TEST_F(CliServer, MakesItsPipeAnewWhoeverWritesIntoTheOldOne) {
+    const tav::FileDescriptor old = tav::openPipe(tavRequestPipe, O_RDWR);
+    std::filesystem::remove(tavRequestPipe);
+    const auto end = Clock::now() + 5s;
+    while (!std::filesystem::exists(tavRequestPipe) && Clock::now() < end) {
+        ASSERT_EQ(::write(old.get(), "x", 1), 1);
+        std::this_thread::sleep_for(1ms);
+    }
+    EXPECT_EQ(ask(TAV_TEST_EVENT_REQUEST, "434"), 0);
+}
+
+TEST_F(CliServer, MakesItsPipeAnewBetweenTwoRequests) {
+    rmc_.intercept([](const auto&) {
+        std::this_thread::sleep_for(20ms);  // ten fast seconds
+        return std::optional<tav::sim::Reply>();
+    });
+    const Client client(::getpid());
+    constexpr std::size_t waiting = 5;
+    for (std::size_t i = 0; i < waiting; ++i)
+        put({TAV_TEST_EVENT_REQUEST, ::getpid(), "434"});
+    std::filesystem::remove(tavRequestPipe);
+    while (!std::filesystem::exists(tavRequestPipe))
+        std::this_thread::sleep_for(1ms);
+    EXPECT_LT(sent().size(), waiting);
+    while (sent().size() < waiting)
+        std::this_thread::sleep_for(1ms);
 }
 
 TEST_F(CliServer, AnOperatorWhoDoesNotReadHoldsUpNobody) {
