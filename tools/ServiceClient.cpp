@@ -14,7 +14,9 @@
 #include <sys/stat.h>
 
 #include "base/FileDescriptor.h"
+#include "rmc/StateFiles.h"
 #include "rmc/tavMsgInfra.h"
+#include "tools/ServiceFiles.h"
 
 namespace tav::ctl {
 namespace {
@@ -94,7 +96,7 @@ ExitStatus explainUnreachable(std::string_view command, int error) {
                                 "ten seconds",
                             NoService);
         default:
-            return complain(command, "cannot open " + pipe + ": " + why, NoService);
+            return complain(command, "cannot open " + pipe + ": " + why, Failed);
     }
 }
 
@@ -124,10 +126,17 @@ ExitStatus judge(std::string_view command, const _TAV_MESSAGE_PACKET& answer) {
     return *code == 0 ? Done : complain(command, explain(reasonOf(answer)), Failed);
 }
 
+/// Whether nobody is there any more who could answer. A service that has lost its pipe goes on with
+/// what it has read.
+bool hasEnded() {
+    if (serviceRuns() || lacksDescriptors(errno)) return false;
+    return lifeOf(readStateFile(healthFile).json) != Life::Runs;
+}
+
 /// What to end with when a wait has ended without a result.
 ExitStatus gaveUp(std::string_view command, const char* what) {
     if (interruptedBy != 0) return static_cast<ExitStatus>(Interrupted + interruptedBy);
-    return complain(command, serviceRuns() ? what : "the service has ended without an answer",
+    return complain(command, hasEnded() ? "the service has ended without an answer" : what,
                     NoAnswer);
 }
 
@@ -135,6 +144,10 @@ ExitStatus gaveUp(std::string_view command, const char* what) {
 
 bool serviceRuns() {
     return openPipe(tavRequestPipe, O_WRONLY).isOpen();
+}
+
+bool lacksDescriptors(int error) {
+    return error == EMFILE || error == ENFILE;
 }
 
 ExitStatus askService(std::string_view command, std::uint16_t messageCode,
@@ -150,7 +163,7 @@ ExitStatus askService(std::string_view command, std::uint16_t messageCode,
                         isForbidden ? NotAllowed : Failed);
     }
     const auto end = Clock::now() + patience;
-    const auto goOn = [end] { return interruptedBy == 0 && Clock::now() < end && serviceRuns(); };
+    const auto goOn = [end] { return interruptedBy == 0 && Clock::now() < end && !hasEnded(); };
     const _TAV_MESSAGE_PACKET request = makeCliRequest({messageCode, ::getpid(), payload});
     if (tavWritePipe(tavRequestPipe, &request, goOn) != 0) {
         return gaveUp(command, "the service has not taken the request");

@@ -9,8 +9,11 @@
 
 namespace tav::ctl {
 
-/// Whether a service reads requests.
+/// Whether a service reads requests. errno tells why not.
 bool serviceRuns();
+
+/// Whether that tells of this process, and nothing of the service: it may open no more files.
+bool lacksDescriptors(int error);
 
 /// Hands one request to the service and waits for its answer. `command` begins what is told on the
 /// standard error when that fails, also why the service has refused. Done when the service has

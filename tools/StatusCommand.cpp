@@ -95,13 +95,17 @@ std::string pipeTrouble(int error) {
     }
 }
 
-/// Done, NoService or NotAllowed.
+/// Done, NoService, NotAllowed, or Failed when that cannot be found out.
 ExitStatus tellService(Findings& findings, const Json::Value& health) {
     if (serviceRuns()) {
         findings.tell("service", describeRun(health) + "; takes requests on " + tavRequestPipe);
         return Done;
     }
     const int error = errno;
+    if (lacksDescriptors(error)) {
+        findings.tell("service", std::string("cannot be looked for: ") + std::strerror(error));
+        return Failed;
+    }
     const bool mayNotAsk = isForbidden(error);
     const Life life = lifeOf(health);
     if (mayNotAsk && (health.empty() || life == Life::Unknown)) {
@@ -209,6 +213,7 @@ const char* verdict(ExitStatus service, const Findings& findings) {
         case Done:
             return findings.isDegraded() ? "degraded" : "works";
         case NotAllowed:
+        case Failed:
             return "unknown";
         default:
             return "down";

@@ -1,4 +1,5 @@
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -174,6 +175,24 @@ TEST(Tavctl, NoticesAServiceThatEndsWithoutAnAnswer) {
     EXPECT_EQ(outcome.output.find("orntavcli"), std::string::npos) << "it leaves no pipe";
 }
 
+/// It works at the request when its pipe is removed, and answers all the same.
+TEST(Tavctl, WaitsForAServiceThatHasLostItsPipe) {
+    const tav::FileDescriptor lock(::open(tav::serviceLock, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+    ASSERT_TRUE(tavCreatePipe(tavRequestPipe));
+    std::thread service([reader = tav::openPipe(tavRequestPipe, O_RDWR)] {
+        _TAV_MESSAGE_PACKET request{};
+        EXPECT_EQ(tavReadPipe(tavRequestPipe, &request), 0);
+        ::unlink(tavRequestPipe);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        const _TAV_MESSAGE_PACKET answer = tav::makeCliResponse(tav::CliReason::None);
+        EXPECT_EQ(tavWritePipe(tav::responsePipeOf(request.clientPID).c_str(), &answer), 0);
+    });
+    const Outcome outcome = tavctl("event 538");
+    service.join();
+    EXPECT_EQ(outcome.status, 0) << outcome.output;
+}
+
 TEST(Tavctl, RemovesItsPipeWhenItIsInterrupted) {
     const Outcome outcome =
         tavctl(silentService + std::string("timeout --preserve-status -s INT 0.3 " TAVCTL
@@ -334,6 +353,21 @@ TEST(Tavctl, StatusOfAServiceThatWorksOrDoesNotQuite) {
             "--bounding-set=-all " TAVCTL " status");
         EXPECT_EQ(outcome.status, row.status) << outcome.output;
         EXPECT_NE(outcome.output.find(row.says), std::string::npos) << row.says << outcome.output;
+    }
+}
+
+TEST(Tavctl, WithoutADescriptorKnowsNothingOfTheService) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "their runtime needs more of them";
+#endif
+    for (const char* const command : {"event 708", "status"}) {
+        const Outcome outcome =
+            tavctl(std::string("--version; exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; ulimit -n 4; "
+                               "exec " TAVCTL " ") +
+                   command);
+        EXPECT_EQ(outcome.status, 1) << outcome.output;
+        EXPECT_NE(outcome.output.find("Too many open files"), std::string::npos) << outcome.output;
+        EXPECT_EQ(outcome.output.find("does not run"), std::string::npos) << outcome.output;
     }
 }
 
