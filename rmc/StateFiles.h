@@ -19,11 +19,12 @@ inline constexpr const char* inventoryFile = "/run/tavd/inventory.json";
 inline constexpr const char* eventsFile = "/run/tavd/events.json";
 
 /// The service itself: "Version", "Process" and "StartTicks" (which together tell whether it still
-/// runs), "Started", "Written", "Stopped" (once it has); the record of deliveries
-/// (rmc/DeliveryRecord.h); "Managers": by name "Builds", "BuildSeconds", "LastBuild", "Polls",
-/// "PollSeconds", "LastPoll"; "StandingStill": "Loop" and "Seconds"; "Unanswered": "Who", "What",
-/// "Since"; "Frames" and "FailuresByStep"; "Use": "CpuSeconds", "ResidentBytes", "VirtualBytes",
-/// "Threads", "Descriptors".
+/// runs), "Started", "Written", "Uptime" (of the host when it was written: seconds that no clock's
+/// setting moves), "Stopped" (once it has); the record of deliveries (rmc/DeliveryRecord.h);
+/// "Managers": by name "Builds", "BuildSeconds", "LastBuild", "Polls", "PollSeconds", "LastPoll";
+/// "StandingStill": "Loop" and "Seconds"; "Unanswered": "Who", "What", "Since"; "Frames" and
+/// "FailuresByStep"; "Use": "CpuSeconds", "ResidentBytes", "VirtualBytes", "Threads",
+/// "Descriptors". Written every five minutes at least.
 inline constexpr const char* healthFile = "/run/tavd/health.json";
 
 /// Locked (flock) by the service for as long as it runs, whatever becomes of its files and pipe.

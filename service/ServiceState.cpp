@@ -45,6 +45,7 @@ Json::Value asJson(const OwnUse& use) {
 ServiceState takeServiceState(bool withFibreChannel) {
     ServiceState state;
     state.now = std::time(nullptr);
+    state.uptime = std::chrono::steady_clock::now().time_since_epoch();
     state.deliveries = tav::deliveryRecord();
     state.events = tav::eventTotals();
     state.rmc = tav::rmcFigures();
@@ -65,6 +66,7 @@ std::string renderHealth(const ServiceState& state) {
     json["StartTicks"] = Json::UInt64{state.use.process.startTicks};
     json["Started"] = Json::Int64{state.started};
     json["Written"] = Json::Int64{state.now};
+    json["Uptime"] = Json::Int64{std::chrono::floor<std::chrono::seconds>(state.uptime).count()};
     if (state.stopped) json["Stopped"] = Json::Int64{*state.stopped};
     json["Managers"] = Json::objectValue;
     for (const ServiceState::Manager& manager : state.managers)

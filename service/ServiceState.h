@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <ctime>
 #include <optional>
@@ -24,6 +25,7 @@ struct ServiceState {
 
     std::time_t started = 0;
     std::time_t now = 0;
+    std::chrono::nanoseconds uptime{0};  ///< of the host
     std::optional<std::time_t> stopped;
     tav::DeliveryRecord deliveries;
     tav::EventTotals events;

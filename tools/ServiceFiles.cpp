@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <fstream>
@@ -23,6 +24,8 @@ namespace tav::ctl {
 namespace {
 
 constexpr std::size_t largestFile = 64 << 20;
+/// The service writes every five minutes; one that is slow to gets some more.
+constexpr std::chrono::seconds longestSilence = std::chrono::minutes(15);
 
 /// As the kernel lists the locks: to try the lock would keep a service away that starts right now.
 bool isLocked(const char* path) {
@@ -79,8 +82,10 @@ std::time_t timeIn(const Json::Value& json, const char* member) {
     return isTime ? static_cast<std::time_t>(value.asInt64()) : 0;
 }
 
-Life lifeOf(const Json::Value& health) {
-    if (isLocked(serviceLock)) return Life::Runs;
+namespace {
+
+/// Whether the one lives that has written the health.
+Life lifeOfWriter(const Json::Value& health) {
     if (timeIn(health, "Stopped") != 0) return Life::Stopped;
     const Json::Value& process = memberIn(health, "Process");
     const Json::Value& ticks = memberIn(health, "StartTicks");
@@ -90,6 +95,31 @@ Life lifeOf(const Json::Value& health) {
     }
     // A host may hide the processes of others from us.
     return ::kill(process.asInt(), 0) == 0 || errno == EPERM ? Life::Runs : Life::Died;
+}
+
+}  // namespace
+
+Life lifeOf(const Json::Value& health) {
+    return isLocked(serviceLock) ? Life::Runs : lifeOfWriter(health);
+}
+
+bool isOfAnEarlierService(const Json::Value& health) {
+    const Life writer = lifeOfWriter(health);
+    return (writer == Life::Stopped || writer == Life::Died) && isLocked(serviceLock);
+}
+
+std::string whyOutdated(const Json::Value& health) {
+    if (isOfAnEarlierService(health)) {
+        return std::string("what ") + healthFile +
+               " tells is of an earlier service; this one cannot write there, and its log says why";
+    }
+    const Json::Value& uptime = memberIn(health, "Uptime");
+    if (!uptime.isInt64() || lifeOf(health) != Life::Runs) return {};
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    const auto age = std::chrono::floor<std::chrono::seconds>(now).count() - uptime.asInt64();
+    if (age < longestSilence.count()) return {};
+    return std::string(healthFile) + " has not been written for " + std::to_string(age / 60) +
+           " min, and the service's log says why";
 }
 
 std::string timeText(std::time_t moment) {

@@ -25,6 +25,12 @@ const Json::Value& memberIn(const Json::Value& json, const char* member);
 enum class Life { Unknown, Runs, Stopped, Died };
 Life lifeOf(const Json::Value& health);
 
+/// Why the health tells nothing of the service that runs, or no more: an earlier one has written
+/// it, or this one cannot write any more. Empty when it tells how it is, or none runs.
+std::string whyOutdated(const Json::Value& health);
+/// Whether an earlier service has written it than the one that runs.
+bool isOfAnEarlierService(const Json::Value& health);
+
 /// "2026-11-24 08:20:13", of the local time.
 std::string timeText(std::time_t moment);
 

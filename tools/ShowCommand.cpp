@@ -103,13 +103,17 @@ struct Complaint {
     std::string text{};
 };
 
-Complaint complaintAbout(int error) {
+Complaint complaintAbout(int error, bool isRunning) {
     const std::string directory = stateDirectory;
     switch (error) {
         case 0:
             return {};
         case ENOENT:
         case ENOTDIR:
+            if (isRunning) {
+                return {Failed, "tavd runs, and has not kept that in " + directory +
+                                    " yet; should it stay so, its log says why"};
+            }
             return {NoService, "there is nothing in " + directory +
                                    ": tavd has not run since the boot (systemctl status tavd)"};
         case EACCES:
@@ -145,6 +149,14 @@ std::string headline(const Section& section, const Json::Value& picked, std::tim
 }
 
 void printNotice(const Shown& shown, std::ostream& out, const Look& look) {
+    if (isOfAnEarlierService(shown.health.json)) {
+        out << toned(
+                   "The service cannot write what it knows, and its log says why. This is what an "
+                   "earlier one knew.",
+                   Tone::Bad, look)
+            << "\n\n";
+        return;
+    }
     const Life life = lifeOf(shown.health.json);
     if (life == Life::Runs || life == Life::Unknown) return;
     const bool wasStopped = life == Life::Stopped;
@@ -168,6 +180,7 @@ void printTables(const Wish& wish, const Shown& shown, std::ostream& out, const 
         if (!picked.empty()) section->print(picked, out, look);
         before = "\n";
     }
+    if (*before == '\0') out << "Nothing is known yet, or nothing is enabled.\n";
 }
 
 void printJson(const Wish& wish, const Shown& shown, std::ostream& out) {
@@ -185,7 +198,7 @@ void printJson(const Wish& wish, const Shown& shown, std::ostream& out) {
 Complaint show(const Wish& wish, std::ostream& out, const Look& look) {
     const Shown shown = readAll(wish);
     const int error = (shown.*wish.sections.front()->file).error;
-    if (error != 0) return complaintAbout(error);
+    if (error != 0) return complaintAbout(error, lifeOf(shown.health.json) == Life::Runs);
     if (wish.asJson) {
         printJson(wish, shown, out);
     } else {

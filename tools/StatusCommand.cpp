@@ -35,8 +35,8 @@ what has failed since; what stands still or does not answer.
 
   works     the service runs, and what it reports arrives
   degraded  it runs, but the controller cannot be reached, the last inventory or
-            event has not arrived, a part of it stands still, or a device does not
-            answer
+            event has not arrived, a part of it stands still, a device does not answer,
+            or it cannot keep what it knows, so that none of that can be told
   down      it does not run
 
 Root may ask, and who may read /run/tavd (the group tavd), who is not told whether
@@ -186,6 +186,7 @@ void tellDeliveries(Findings& findings, const Json::Value& health) {
     const auto record = parseDeliveryRecord(health);
     if (!record) {
         findings.tell("deliveries", "nothing is known of any");
+        findings.degraded();
         return;
     }
     const auto& [inventories, events] = *record;
@@ -228,10 +229,15 @@ ExitStatus run(Arguments arguments) {
         return Misused;
     }
     Findings findings;
-    const Json::Value health = readStateFile(healthFile).json;
+    const Json::Value kept = readStateFile(healthFile).json;
+    const Json::Value health = isOfAnEarlierService(kept) ? Json::Value() : kept;
     const ExitStatus service = tellService(findings, health);
     tellController(findings);
     findings.tell("configuration", describe(configuration, whyUnusable(configuration, O_RDONLY)));
+    if (const std::string why = whyOutdated(kept); !why.empty()) {
+        findings.tell("health", why);
+        findings.degraded();
+    }
     tellDeliveries(findings, health);
     tellTroubles(findings, health);
     std::cout << std::left << std::setw(15) << "state" << verdict(service, findings) << '\n'

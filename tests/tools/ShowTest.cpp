@@ -7,12 +7,15 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 
+#include "base/FileDescriptor.h"
 #include "base/JsonText.h"
 #include "core/Command.h"
 #include "core/ProcessStatus.h"
@@ -166,6 +169,22 @@ TEST(Show, SaysWhyThereIsNothing) {
     EXPECT_THAT(show("disks").output, HasSubstr("there is no such part"));
     EXPECT_EQ(show("drives volumes").exitStatus, 2);
     EXPECT_THAT(show("--json=yes").output, HasSubstr("takes no value"));
+}
+
+/// A service runs, and has written nothing there, or an earlier one has.
+TEST(Show, OfAServiceThatCannotWrite) {
+    const tav::FileDescriptor lock(::open(tav::serviceLock, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+    const tav::CommandResult nothing = show("");
+    EXPECT_EQ(nothing.exitStatus, 1);
+    EXPECT_THAT(nothing.output, HasSubstr("tavd runs, and has not kept that"));
+    keepHealth(false);
+    keep(tav::inventoryFile, inventoryWith({drive("OK", "earlier")}, 1));
+    EXPECT_THAT(show("").output, HasSubstr("cannot write what it knows, and its log says why. "
+                                           "This is what an earlier one knew."));
+    keepHealth();
+    keep(tav::inventoryFile, Json::objectValue);
+    EXPECT_EQ(show("").output, "Nothing is known yet, or nothing is enabled.\n");
 }
 
 TEST(Show, OnATerminal) {

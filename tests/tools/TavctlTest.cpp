@@ -22,6 +22,8 @@
 
 namespace {
 
+using namespace std::chrono_literals;
+
 struct Outcome {
     int status;
     std::string output;
@@ -184,7 +186,7 @@ TEST(Tavctl, WaitsForAServiceThatHasLostItsPipe) {
         _TAV_MESSAGE_PACKET request{};
         EXPECT_EQ(tavReadPipe(tavRequestPipe, &request), 0);
         ::unlink(tavRequestPipe);
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        std::this_thread::sleep_for(200ms);
         const _TAV_MESSAGE_PACKET answer = tav::makeCliResponse(tav::CliReason::None);
         EXPECT_EQ(tavWritePipe(tav::responsePipeOf(request.clientPID).c_str(), &answer), 0);
     });
@@ -301,6 +303,38 @@ TEST(Tavctl, StatusOfAServiceThatHasLostItsPipe) {
     EXPECT_EQ(serviceLine(1), runs + "it does not read /var/run/orntav");
     ::flock(lock.get(), LOCK_UN);
     EXPECT_EQ(serviceLine(3).find("service        does not run"), 0U);
+}
+
+/// What stands in the files may be of another service, or of another time.
+TEST(Tavctl, StatusOfAServiceThatCannotWrite) {
+    const tav::FileDescriptor lock(::open(tav::serviceLock, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+    tav::DeliveryRecord good;
+    good.inventories.acknowledged = 1000000000;
+    const auto ticks = tav::processStatus(::getpid()).value().startTicks;
+    const auto upSince = std::chrono::steady_clock::now().time_since_epoch() / 1s;
+    const auto uptime = [](auto seconds) { return ",\"Uptime\":" + std::to_string(seconds); };
+    const struct {
+        std::string health;
+        const char* says;
+        const char* saysNot;
+    } rows[] = {
+        {"{}", "nothing is known of any", "acknowledged"},
+        {healthOf(::getpid(), ticks + 1, good), "is of an earlier service", "acknowledged"},
+        {healthOf(::getpid(), ticks, good, ",\"Stopped\":1000000500"), "is of an earlier service",
+         "runs since"},
+        {healthOf(::getpid(), ticks, good, uptime(upSince - 6000).c_str()),
+         "has not been written for 100 min", "earlier"},
+        {healthOf(::getpid(), ticks, good, uptime(upSince - 600).c_str()), "acknowledged",
+         "written"},
+    };
+    for (const auto& row : rows) {
+        writeState(tav::healthFile, row.health);
+        const Outcome outcome = tavctl("status");
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_NE(outcome.output.find(row.says), std::string::npos) << outcome.output;
+        EXPECT_EQ(outcome.output.find(row.saysNot), std::string::npos) << outcome.output;
+    }
 }
 
 TEST(Tavctl, StatusWaitsForNoDriverThatHangs) {
