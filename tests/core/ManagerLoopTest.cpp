@@ -35,14 +35,17 @@ TEST(ManagerLoop, TellsWhyItWokeUp) {
     EXPECT_GE(timedOut.elapsedSince(begin), 59);
 
     clockSpeed = 1;
-    std::thread asker([&] {
-        std::this_thread::sleep_for(20ms);
-        loop.requestRefresh();
-    });
-    const tav::LoopWake asked = loop.wait(60s);
-    asker.join();
-    EXPECT_TRUE(asked.refresh);
-    EXPECT_EQ(asked.elapsedSince(0), 0) << "not by its deadline";
+    for (const auto request : {&tav::ManagerLoop::requestRefresh, &tav::ManagerLoop::requestLook}) {
+        std::thread asker([&] {
+            std::this_thread::sleep_for(20ms);
+            (loop.*request)();
+        });
+        const tav::LoopWake asked = loop.wait(20s);
+        asker.join();
+        EXPECT_EQ(asked.refresh, request == &tav::ManagerLoop::requestRefresh);
+        EXPECT_EQ(asked.look, request == &tav::ManagerLoop::requestLook);
+        EXPECT_EQ(asked.elapsedSince(0), 0) << "not by its deadline";
+    }
 
     clockFails = true;
     EXPECT_TRUE(loop.wait(60s).clockFailed);

@@ -185,6 +185,19 @@ TEST(StorageManager, AFailureIsContained) {
     EXPECT_EQ(FakeController::alive, 0) << "every reference has been released";
 }
 
+TEST(StorageManager, AListThatCannotBeHadIsNotAnEmptyOne) {
+    logEverything(storageOnly);
+    FakeFactory factory({{.name = "a"}});
+    manager().cacheBuild();
+    factory.discoverResult = -7;
+    manager().cacheBuild();
+    EXPECT_THAT(names(2), ElementsAre("a-0"));
+    factory.discoverResult = 0;
+    factory.throwsWithReferences = true;
+    manager().cacheBuild();
+    EXPECT_THAT(names(2), ElementsAre("a-0"));
+}
+
 struct Timing {
     int refresh;
     const char* calls;  ///< B for a build, P for a poll

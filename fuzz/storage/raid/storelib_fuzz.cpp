@@ -61,11 +61,13 @@ void checkDocument(const tav::StorageRecords& records) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     tav::StorageRecords records;
-    const auto controllerRecord = recordOf<_MR_CTRL_INFO>(data, size);
+    auto controllerRecord = recordOf<_MR_CTRL_INFO>(data, size);
+    // So far behind the record's beginning that inputs as long as the other records leave it empty.
+    auto& version = controllerRecord.packageVersion;
+    std::memcpy(version, data, std::min(size, sizeof version));
     CTRL_INFO controller;
     controller.pciId = tav::storelib::pciIdOf(controllerRecord);
-    controller.firmwareVersion = tav::storelib::fieldText(
-        {controllerRecord.packageVersion, sizeof controllerRecord.packageVersion});
+    controller.firmwareVersion = tav::storelib::fieldText({version, sizeof version});
     controller.pciLocation = tav::storelib::pciLocationText(recordOf<SL_PCI_INFO_T>(data, size));
     tav::describeController(controller, controller.pciLocation, records.controllers.emplace_back());
 
