@@ -321,7 +321,7 @@ TEST_F(NicEvents, AnInterfaceThatComesAnewRaisesNone) {
 TEST_F(NicEvents, WhatNoneTellsAsksForAPushOnceItHasLasted) {
     const std::string vmnic0 = row("vmnic0", "p", "Up");
     const std::string vmnic1 = row("vmnic1", "p", "Up");
-    const std::string down = row("vmnic1", "p", "Down");
+    const std::string down = "vmnic1 p igbn Up Down 0 Half 02:00:00:00:01:00 1500 Intel I350\n";
     const std::string slow = "vmnic1 p igbn Up Up 100 Full 02:00:00:00:01:00 1500 Intel I350\n";
     const std::string moved = "vmnic0 p igbn Up Up 1000 Full 02:00:00:00:01:77 1500 Intel I350\n";
     const std::string again = "vmnic0 p igbn Up Up 1000 Full 02:00:00:00:01:88 1500 Intel I350\n";
