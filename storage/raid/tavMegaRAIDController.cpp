@@ -178,6 +178,7 @@ int tavMegaRAIDController::discoverLogicalDiskInventory(std::vector<tavLogicalDi
 }
 
 bool tavMegaRAIDController::lookAtDrives(Drives::Gone gone) {
+    noteAcknowledged();  // before what is found anew makes all of it untold
     const auto snapshot = tavStoreLibInterface::getInstance()->snapshot();
     auto found = disksOf(snapshot->drivesOf(controllerId_), getPciLocation());
     const std::lock_guard<std::recursive_mutex> held(lock_);
@@ -188,6 +189,7 @@ bool tavMegaRAIDController::lookAtDrives(Drives::Gone gone) {
 }
 
 bool tavMegaRAIDController::lookAtVolumes(Volumes::Gone gone) {
+    noteAcknowledged();  // before what is found anew makes all of it untold
     const auto snapshot = tavStoreLibInterface::getInstance()->snapshot();
     auto found = volumesOf(snapshot->volumesOf(controllerId_));
     const std::lock_guard<std::recursive_mutex> held(lock_);
@@ -293,7 +295,9 @@ void tavMegaRAIDController::analyzeAndGenerateEvent(TAV_SAS_EVENT_DETAIL* event)
                          : raise(consequence) == tav::EventOutcome::Delivered) {
         noteReported(*event, consequence.condition);
     }
-    ask(hasMoved ? tav::InventoryRequest::PushAndInvalidate : rule.inventory);
+    // The last inventory may have told what the RMC was not told by an event, and is not so now.
+    const bool followsInSilence = rule.reported && consequence.changesCondition;
+    ask(hasMoved || followsInSilence ? tav::InventoryRequest::PushAndInvalidate : rule.inventory);
     report(rule.reportAfterwards, *event);
 }
 

@@ -22,6 +22,7 @@ using tav::test::logs;
 using tav::test::openDescriptors;
 using tav::test::parseJson;
 using tav::test::Rmc;
+using tav::test::timesLogged;
 using tav::test::writeCommand;
 using tav::test::writeFile;
 using testing::ElementsAre;
@@ -67,14 +68,6 @@ std::vector<Json::Value> inventory() {
 std::string healthOf(const char* name) {
     const auto condition = manager().getHealthOfIntf(name);
     return condition ? condition->state + '/' + condition->health : "absent";
-}
-
-int timesLogged(const std::string& text) {
-    const std::string log = logs();
-    int found = 0;
-    for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
-        ++found;
-    return found;
 }
 
 TEST(NicManager, ItsRecords) {

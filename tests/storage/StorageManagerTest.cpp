@@ -24,6 +24,7 @@ using tav::test::logEverything;
 using tav::test::logs;
 using tav::test::parseJson;
 using tav::test::Rmc;
+using tav::test::timesLogged;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -59,14 +60,6 @@ std::vector<std::string> names(int kind) {
     for (const Json::Value& record : records)
         names.push_back(record[keys[kind]].asString());
     return names;
-}
-
-std::size_t timesLogged(const std::string& text) {
-    const std::string log = logs();
-    std::size_t times = 0;
-    for (std::size_t at = 0; (at = log.find(text, at)) != std::string::npos; ++at)
-        ++times;
-    return times;
 }
 
 /// Runs the manager as its thread does.
@@ -140,7 +133,7 @@ TEST(StorageManager, HandsItsRecordsOutByKind) {
     EXPECT_THAT(names(2), ElementsAre("c1-0", "c1-1", "c2-0"));
     EXPECT_THAT(names(3), ElementsAre("c1", "c2", "c3"));
     for (const int kind : {-1, 4}) {
-        const std::size_t before = timesLogged("Unsupported inventory type");
+        const int before = timesLogged("Unsupported inventory type");
         std::vector<Json::Value> records(1, "old");
         manager().getInventoryJsonObject2(kind, records);
         EXPECT_THAT(records, IsEmpty());

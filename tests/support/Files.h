@@ -46,6 +46,14 @@ inline std::string logs() {
     return readFile(mainLog) + readFile(debugLog);
 }
 
+inline int timesLogged(const std::string& text) {
+    const std::string all = logs();
+    int times = 0;
+    for (auto at = all.find(text); at != std::string::npos; at = all.find(text, at + 1))
+        ++times;
+    return times;
+}
+
 /// How many descriptors this process has open.
 inline std::size_t openDescriptors() {
     return static_cast<std::size_t>(

@@ -275,6 +275,37 @@ TEST_F(RaidEvents, WhatAnInventoryHasToldIsKnown) {
     EXPECT_THAT(raised, ElementsAre(540)) << "it works again, and was known not to";
 }
 
+/// The controller's firmware stops, of which only an inventory tells; a drive becomes another one
+/// by itself; and the firmware starts again.
+TEST_F(RaidEvents, WhatAnInventoryHasToldIsKnownWhateverChangesThen) {
+    const auto controllerEvent = [](std::uint32_t code, int eventClass) {
+        return RaidEventBytes{}.code(code).locale(controllers).eventClass(eventClass).text("FW");
+    };
+    FakeRaidLibrary library({fakeController(0, "SV1")});
+    discoverRaid();
+    SASResourceManager& manager = *SASResourceManager::getInstance();
+    manager.cacheBuild();
+    for (const bool isTold : {true, false}) {
+        SCOPED_TRACE(isTold ? "an inventory has told it" : "none has");
+        before_ = rmc_.commands().size();
+        rmc_.intercept([](const auto&) { return tav::sim::Reply::failure(0xC0); });
+        library.fire(controllerEvent(0x0F, 3));
+        rmc_.intercept(nullptr);
+        if (isTold) pushInventory();
+        library.change([&](auto& all) { all[0].drives[1].state = isTold ? 0x11 : 0x18; });
+        for (int build = 0; build < 2; ++build)  // which have told of the drive
+            manager.cacheBuild();
+        const int pushes = timesLogged("SASRM requesting cache push");
+        library.fire(controllerEvent(0x0C, 0));
+        manager.cacheBuild();
+        std::vector<int> raised = ids();
+        std::erase(raised, 0);  // the inventory
+        EXPECT_EQ(raised, isTold ? std::vector{397} : std::vector<int>());
+        EXPECT_EQ(timesLogged("SASRM requesting cache push"), pushes + (isTold ? 0 : 1))
+            << "what no event tells";
+    }
+}
+
 TEST_F(RaidEvents, WhatAnInventoryHasToldOfAnEventDuringABuildIsKnown) {
     FakeRaidLibrary library({fakeController(0, "SV1")});
     discoverRaid();
