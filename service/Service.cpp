@@ -95,23 +95,12 @@ void lookAtLogs() {
     Logger::getInstance()->isFileExceeded(config.getTAVDebugLogFileLocation());
 }
 
-/// What is looked at now and again: how large the logs are, and whether all loops move.
+/// What is looked at now and again: how large the logs are, the lock, and whether all loops move.
 timespec nextLook(const ServiceManager& manager) {
     using std::chrono::milliseconds;
     const milliseconds wait =
         std::min<milliseconds>(lookAtLogsEvery, manager.lookEvery().value_or(lookAtLogsEvery));
     return {wait.count() / 1000, wait.count() % 1000 * 1000000};
-}
-
-/// SIGHUP ends the wait, so that the logs are looked at right away then.
-void waitForStop(const sigset_t& whileWaiting, ServiceManager& manager) {
-    pollfd stop{stopRequest().descriptor(), POLLIN, 0};
-    while (!stopRequest().requested()) {
-        manager.lookAtLoops();
-        const timespec wait = nextLook(manager);
-        ::ppoll(&stop, 1, &wait, &whileWaiting);
-        lookAtLogs();
-    }
 }
 
 /// Takes what keeps a second service away; it is ours as long as the descriptor lives. 0, or why it
@@ -121,6 +110,36 @@ int takeLock(tav::FileDescriptor& lock) {
     lock.reset(::open(tav::serviceLock, flags, 0600));
     const bool isOurs = lock.isOpen() && ::flock(lock.get(), LOCK_EX | LOCK_NB) == 0;
     return isOurs ? 0 : errno;
+}
+
+/// Whoever has removed or replaced its file lets a second service start.
+void keepLock(tav::FileDescriptor& lock) {
+    struct stat held {};
+    struct stat there {};
+    const bool isInPlace = ::fstat(lock.get(), &held) == 0 &&
+                           ::lstat(tav::serviceLock, &there) == 0 && held.st_dev == there.st_dev &&
+                           held.st_ino == there.st_ino;
+    if (isInPlace) return;
+    tav::FileDescriptor anew;
+    const int error = takeLock(anew);
+    if (error == 0) {
+        lock = std::move(anew);
+        logger.warning(tav::here(), "%s had gone; it has been taken anew.", tav::serviceLock);
+    } else if (error == EWOULDBLOCK) {
+        logger.error(tav::here(), "Another tavd holds %s: both report.", tav::serviceLock);
+    }
+}
+
+/// SIGHUP ends the wait, so that the logs and the lock are looked at right away then.
+void waitForStop(const sigset_t& whileWaiting, ServiceManager& manager, tav::FileDescriptor& lock) {
+    pollfd stop{stopRequest().descriptor(), POLLIN, 0};
+    while (!stopRequest().requested()) {
+        manager.lookAtLoops();
+        const timespec wait = nextLook(manager);
+        ::ppoll(&stop, 1, &wait, &whileWaiting);
+        lookAtLogs();
+        keepLock(lock);
+    }
 }
 
 void makeOwnDirectories() {
@@ -233,7 +252,7 @@ int serve(bool withFibreChannel, const std::string& metricsFile) {
     const bool started = startEverything(locations) && (!withFibreChannel || fibreChannel.start());
     if (started) {
         manager.serves();
-        waitForStop(whileWaiting, manager);
+        waitForStop(whileWaiting, manager, lock);
         manager.ends();
     }
     locations.requestStop();

@@ -419,6 +419,18 @@ TEST(Tavd, ServesWithoutItsLock) {
     }
 }
 
+TEST(Tavd, TakesItsLockAnewWhereItHasGone) {
+    logEverything();
+    writeHostCommands();
+    Tavd service;
+    service.waitForLog("starts.");
+    std::filesystem::remove("/run/tavd.lock");
+    service.signal(SIGHUP);  // looks at once; else each minute
+    service.waitForLog("/run/tavd.lock had gone; it has been taken anew.");
+    EXPECT_EQ(tavd("").exitStatus, 4);
+    EXPECT_EQ(service.stop(SIGTERM), 0);
+}
+
 TEST(Tavd, MovesAFullLogAwayWhenAskedTo) {
     logEverything();
     writeHostCommands();
