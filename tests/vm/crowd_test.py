@@ -27,8 +27,9 @@ class CrowdOfDisks(small_test.SmallMachine):
         cls.serve()
 
     def inject(self, options, every, delay=0):
-        self.vm.run(f"cd {DRIVER} && echo {delay} >delay && echo {options} >opts && "
-                    f"echo {every} >every_nth")
+        # The driver takes no other delay while commands wait in it.
+        self.vm.run(f"cd {DRIVER} && until echo {delay} >delay; do sleep 0.1; done 2>/dev/null && "
+                    f"echo {options} >opts && echo {every} >every_nth")
 
     def states(self, inventory):
         return {drive["SerialNumber"]: drive["Status"]["State"] for drive in inventory["Drives"]}
