@@ -20,19 +20,12 @@ using tav::test::logEverything;
 using tav::test::logs;
 using tav::test::parseJson;
 using tav::test::Rmc;
+using tav::test::timesLogged;
 using tav::test::writeCommand;
 using tav::test::writeFile;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
-
-std::size_t timesLogged(const std::string& text) {
-    const std::string all = logs();
-    std::size_t count = 0;
-    for (auto at = all.find(text); at != std::string::npos; at = all.find(text, at + 1))
-        ++count;
-    return count;
-}
 
 /// A host with one interface, which lists its PCI functions once /tmp/lists is there.
 void writeHost() {
@@ -91,7 +84,7 @@ TEST(Locations, AreAskedForOnceWhereThereIsNoCommand) {
     tavd::Locations locations(false);
     locations.start();
     std::this_thread::sleep_for(300ms);
-    EXPECT_EQ(timesLogged("Error occurred in gathering topology information."), 1U);
+    EXPECT_EQ(timesLogged("Error occurred in gathering topology information."), 1);
 }
 
 TEST(Locations, AStopEndsTheWaitForACommandThatHangs) {
